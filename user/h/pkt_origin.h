@@ -1,0 +1,15 @@
+// Where a message came in, passed by value from the receive handlers to the frame sender.
+#ifndef RAVO_PKT_ORIGIN_H
+#define RAVO_PKT_ORIGIN_H
+
+#include <cstdint>
+
+struct pkt_origin {
+    std::uint32_t
+        vlan_ifindex;  // where the message was received: VLAN id on the layer-2 path, interface on the UDP path
+    std::uint32_t port_ifindex;  // ingress port: 5120 + 64 * (module - 1) + port, 0 when unknown
+};
+
+static_assert(sizeof(pkt_origin) == 8);
+
+#endif

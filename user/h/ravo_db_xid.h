@@ -1,0 +1,39 @@
+// Transaction port map: on which module and port a client's transaction came in, for 300 seconds.
+#ifndef RAVO_DB_XID_H
+#define RAVO_DB_XID_H
+
+#include <cstdint>
+
+#include "osal.h"
+
+inline constexpr std::uint32_t RAVO_XID_SECONDS = 300;  // life of an entry after its last update
+
+struct xid_entry {
+    std::uint32_t xid;     // transaction id as it stands in the message, not byte-swapped; the key
+    std::uint32_t module;  // module number of the ingress port
+    std::uint32_t port;    // port number within the module
+    osal_timer expiry;     // one-shot expiry timer
+};
+
+// Creates the tree. Called by ravo_db_init.
+void ravo_db_xid_init();
+
+// The order of the map: by xid as an unsigned number. a, b: xid_entry records.
+int ravo_db_xid_compare(const void *a, const void *b);
+
+// All of these return 1 for success and 0 for failure, and 0 when the tree or the argument is missing.
+
+// Stores a copy of *e, new or over the entry of the same xid, and arms its expiry. 0 when memory is used up.
+int ravo_db_xid_update(const xid_entry *e);
+// Copies the stored entry with e->xid over *e.
+int ravo_db_xid_get(xid_entry *e);
+// Zero-fills *e and copies the first entry into it.
+int ravo_db_xid_get_first(xid_entry *e);
+// Copies the successor of the stored entry with e->xid over *e.
+int ravo_db_xid_get_next(xid_entry *e);
+// Removes the entry with e->xid and its timer. 1 also when there is none.
+int ravo_db_xid_delete(const xid_entry *e);
+// The timer callback: deletes the stored entry.
+int ravo_db_xid_expire(xid_entry *e);
+
+#endif
