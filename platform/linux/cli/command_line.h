@@ -1,0 +1,93 @@
+// The command line as the platform's other services use it: sessions, their output, help, and files of commands.
+#ifndef PLATFORM_LINUX_CLI_COMMAND_LINE_H
+#define PLATFORM_LINUX_CLI_COMMAND_LINE_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli.h"
+
+namespace ravo::cli {
+
+// Where a session's output goes. Functions that are empty drop what they are given.
+struct session_output {
+    // Printed text. Returns negative when the session is gone.
+    std::function<int(std::string_view text)> text;
+    // A keyed value line. Returns 0, or CLI_BUFFER_FULL when no more can be taken.
+    std::function<int(std::span<const std::uint8_t> key, std::string_view text)> value;
+    // A record for the web side. Returns 0, or negative when the session is gone.
+    std::function<int(std::span<const std::uint8_t> record)> record;
+    // The key of the row whose values follow. Returns 0, or negative when the session is gone.
+    std::function<int(std::span<const std::uint8_t> key)> row_key;
+};
+
+struct session;
+struct session_delete {
+    void operator()(session *s) const;
+};
+using session_ptr = std::unique_ptr<session, session_delete>;
+
+// Opens a session in privileged execution mode (CLI_MODE_EXEC). privilege: 1 to 31: the commands it may use; user: for
+// the log. Several sessions may exist at once, each with its own mode and current interface.
+session_ptr session_open(session_output output, int privilege, std::string user);
+
+// Chooses the view of the commands that follow: CLI_VIEW_... bits, 0 for plain.
+void session_set_view(session &s, std::uint32_t view_flags, std::uint32_t show_all);
+
+// Runs one line: parses it, reports what is wrong with it to the session's text output, or runs its handler. A trailing
+// line end is ignored, as is an empty line or one that begins with "!". Returns 0 for success, the handler's result or
+// 1 for an error. session_closed tells afterwards whether the line ended the session ("exit" in execution mode).
+int session_run(session &s, std::string_view line);
+bool session_closed(const session &s);
+
+// Text that goes with the mode: "#", "(config)#", "(config-if)#".
+std::string_view session_prompt(const session &s);
+int session_mode(const session &s);
+int session_privilege(const session &s);
+
+// One row of help: a word that may come next and its help text. "<cr>" stands for the end of the command.
+struct help_row {
+    std::string word;
+    std::string text;
+};
+
+// Help for a half-typed line: what can stand in place of the word that the line ends in (when it ends in a blank: the
+// next word). Commands of privilege 31 are never listed.
+std::vector<help_row> session_help(session &s, std::string_view line);
+
+// Completions of the last, half-typed word of the line: whole words that continue it (keywords and interface names).
+std::vector<std::string> session_complete(session &s, std::string_view line);
+
+// Replays a file of commands as the start-up configuration: in global configuration mode with full privilege. A line
+// that fails is reported as "FILE:LINE: reason" through report, the rest is applied. check_only: lines are parsed, not
+// run. Returns the number of failing lines; -1 when the file cannot be read (reported too); 0 when it does not exist
+// and optional.
+int replay_file(const std::string &path, bool optional, bool check_only,
+                const std::function<void(const std::string &line)> &report);
+
+// The whole running configuration as text.
+std::string running_configuration();
+
+// The tree that the daemon installs its commands into, with the platform's own commands already in it.
+cli_globals *library_globals();
+
+// Every installed command in order of installation, for the command reference and for tests.
+struct installed_command {
+    int mode;
+    int privilege;
+    std::string text;
+    std::vector<std::string> help;
+};
+std::vector<installed_command> installed_commands();
+
+// Runs the daemon's reset callback. Returns its result.
+int run_reset();
+
+}  // namespace ravo::cli
+
+#endif

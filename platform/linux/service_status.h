@@ -1,0 +1,24 @@
+// What the daemon reported about its services, for the init system and "show service status".
+#ifndef PLATFORM_LINUX_SERVICE_STATUS_H
+#define PLATFORM_LINUX_SERVICE_STATUS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace ravo::platform {
+
+struct service_state {
+    std::uint32_t protocol;
+    std::uint32_t state;  // 1 on, 2 off
+    std::string text;
+};
+std::vector<service_state> service_states();
+
+// Tells the init system that start-up is complete, or that the daemon is stopping.
+void service_ready();
+void service_stopping();
+
+}  // namespace ravo::platform
+
+#endif
