@@ -60,6 +60,9 @@ int ravo_cmd_web_delete(struct cli *cli, int argc, char **argv);
 int ravo_cmd_show_addr_tbl(struct cli *cli, int argc, char **argv);
 int ravo_cmd_show_trust_tbl(struct cli *cli, int argc, char **argv);
 
+// Checks that text is a VLAN id, 1 to 4094. Returns 0; 1 when it is none, and then tells the user.
+int ravo_check_vlan_id(struct cli *cli, const char *text);
+
 // ravo_cli_write.cpp: writes the relay's section of the running configuration. Returns the number of sections counted.
 int ravo_config_write(struct cli *cli);
 

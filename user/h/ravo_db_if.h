@@ -50,8 +50,12 @@ struct iface {
     opt61_host opt61_hosts[RAVO_SERVERS];
 };
 
-// Resets the settings and creates the interface tree and the transaction tree. Returns 0. Called once at start-up.
+// Resets the settings and creates the interface tree and the transaction tree. Returns 0. Called once at start-up; a
+// second call starts from empty trees again.
 int ravo_db_init();
+
+// Frees every record, every transaction and both trees.
+void ravo_db_exit();
 
 // The order of the interface tree: by the number that the last run of decimal digits in the name forms (16 bits,
 // compared signed). a, b: iface records; a missing one gives -1.

@@ -18,6 +18,9 @@ struct xid_entry {
 // Creates the tree. Called by ravo_db_init.
 void ravo_db_xid_init();
 
+// Frees every entry, with its timer, and the tree. Called by ravo_db_exit.
+void ravo_db_xid_exit();
+
 // The order of the map: by xid as an unsigned number. a, b: xid_entry records.
 int ravo_db_xid_compare(const void *a, const void *b);
 

@@ -1,0 +1,135 @@
+// The relay's data as plain records for the platform: copies of settings, interfaces and transactions, and the
+// operations of local relay, which no command of the relay's own reaches.
+#include "ravo_access.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "if_utl.h"
+#include "ravo_cli.h"
+#include "ravo_db.h"
+#include "ravo_db_if.h"
+#include "ravo_db_xid.h"
+#include "ravo_if_local.h"
+#include "ravo_if_socket.h"
+
+namespace {
+
+static_assert(sizeof(relay_option60_host) == sizeof(opt60_host) && sizeof(relay_option61_host) == sizeof(opt61_host));
+static_assert(RELAY_ACCESS_SERVERS == RAVO_SERVERS && RELAY_ACCESS_VLANS == RAVO_LOCAL_RELAY_VLANS);
+
+void settings(relay_settings *out) {
+    ravo_agent agent;
+    ravo_db_agent_get(&agent);
+    *out = {};
+    out->relay_enable = agent.relay_enable;
+    out->option_state = agent.option_state;
+    out->policy = agent.policy;
+    out->check = agent.check;
+    out->hops = agent.hops;
+    out->trust_all = trust_all;
+    out->local_relay_enable = agent.local_relay_enable;
+    std::memcpy(out->local_relay_vlan, agent.local_relay_vlan, sizeof out->local_relay_vlan);
+    out->server_socket = ravo_server_sock_fd;
+    out->raw_socket = ravo_raw_sock_fd;
+    out->listen_socket = ravo_listen_sock_fd;
+    const ravo_rx_counter_table &rx = ravo_rx_counters;
+    const std::uint32_t received[] = {rx.discover, rx.offer, rx.request, rx.ack,
+                                      rx.decline,  rx.nak,   rx.inform,  rx.release};
+    std::copy(std::begin(received), std::end(received), out->received);
+}
+
+void copy_interface(const iface &record, relay_interface *out) {
+    *out = {};
+    std::memcpy(out->name, record.name, sizeof out->name);
+    out->ifindex = record.ifindex;
+    out->address = record.if_ip;
+    std::memcpy(out->mac, record.if_mac, sizeof out->mac);
+    out->mac_length = record.if_maclen;
+    out->trusted = record.trusted;
+    out->local_relay = record.local_relay_state;
+    std::memcpy(out->servers, record.server_db, sizeof out->servers);
+    std::memcpy(out->option60, record.opt60_hosts, sizeof out->option60);
+    std::memcpy(out->option61, record.opt61_hosts, sizeof out->option61);
+}
+
+iface named(const char *name) {
+    iface record{};
+    std::memcpy(record.name, name, strnlen(name, sizeof record.name - 1));
+    return record;
+}
+
+int interface_get(const char *name, relay_interface *out) {
+    iface record = named(name);
+    if (ravo_db_if_get(&record) == 0) return 0;
+    copy_interface(record, out);
+    return 1;
+}
+
+int interface_first(relay_interface *out) {
+    iface record;
+    if (ravo_db_if_get_first(&record) == 0) return 0;
+    copy_interface(record, out);
+    return 1;
+}
+
+int interface_next(relay_interface *inout) {
+    iface record = named(inout->name);
+    if (ravo_db_if_get_next(&record) == 0) return 0;
+    copy_interface(record, inout);
+    return 1;
+}
+
+int transaction_first(relay_transaction *out) {
+    xid_entry entry;
+    if (ravo_db_xid_get_first(&entry) == 0) return 0;
+    *out = {entry.xid, entry.module, entry.port};
+    return 1;
+}
+
+int transaction_next(relay_transaction *inout) {
+    xid_entry entry{};
+    entry.xid = inout->xid;
+    if (ravo_db_xid_get_next(&entry) == 0) return 0;
+    *inout = {entry.xid, entry.module, entry.port};
+    return 1;
+}
+
+int local_relay_set(int on) {
+    ravo_agent agent;
+    ravo_db_agent_get(&agent);
+    const std::uint32_t wanted = on != 0 ? 1 : 0;
+    if (agent.local_relay_enable == wanted) return 0;
+    agent.local_relay_enable = wanted;
+    ravo_db_agent_set(&agent);
+    return 1;
+}
+
+int interface_local_relay_set(const char *name, int on) {
+    iface record = named(name);
+    if (ravo_db_if_get(&record) == 0) {
+        record = named(name);
+        record.in_use = 1;
+        record.ifindex = if_utl_ifname_to_ifindex(name);
+    }
+    if (on != 0)
+        RAVO_Enable_Dhcp_LocalRelay(&record);
+    else
+        record.local_relay_state = 0;
+    return ravo_db_if_add(&record);
+}
+
+}  // namespace
+
+const relay_access ravo_access = {
+    .settings = settings,
+    .interface_get = interface_get,
+    .interface_first = interface_first,
+    .interface_next = interface_next,
+    .transaction_first = transaction_first,
+    .transaction_next = transaction_next,
+    .local_relay_set = local_relay_set,
+    .local_relay_vlans = RAVO_Set_VLANID_Req,
+    .interface_local_relay_set = interface_local_relay_set,
+};
