@@ -17,14 +17,18 @@ int channel_open();
 bool channel_owns(int fd);
 // Receives the next message in the layout of osal.h; -1 and EAGAIN when there is none.
 ssize_t channel_receive(void *buffer, std::size_t size, int flags, struct sockaddr *from, socklen_t *from_length);
+// The number of messages that were read from the kernel together with the one received last, and wait in memory. A
+// reader may go on receiving that many before it waits again, which saves it a system call for each; it need not, the
+// channel stays readable.
+std::size_t channel_pending();
 // Closes the channel and its taps. Returns 0.
 int channel_close();
 
 // Frames by outcome since the process started.
 struct channel_counters {
     std::uint64_t delivered = 0;
-    std::uint64_t truncated = 0;  // shorter than its headers say, or than its headers need
-    std::uint64_t fragment = 0;   // part of a fragmented packet
+    std::uint64_t truncated = 0;  // shorter than its headers say or need, or its lengths contradict each other
+    std::uint64_t fragment = 0;   // part of a fragmented packet (the kernel's filter refuses those, uncounted)
     std::uint64_t bad_ip_checksum = 0;
     std::uint64_t bad_udp_checksum = 0;
     std::uint64_t unknown_vlan = 0;  // no VLAN interface for the tag or PVID

@@ -38,7 +38,18 @@ void inventory_describe(const switch_description &description);
 // Opens netlink, reads all that exists (without events: those follow at nsm_client_start), then follows changes on the
 // event loop. Returns an empty string, or the reason of failure.
 std::string inventory_open();
+// The same with another room, in bytes, for changes that wait to be read.
+std::string inventory_open_with_buffer(int receive_buffer);
 void inventory_close();
+
+// Calls the daemon's hooks for every interface and address that exists, in order of interface number; from then on for
+// every change. To be called once, after the daemon's start-up callback. Does nothing while there is no client.
+void inventory_deliver_existing();
+
+// Calls the daemon's hooks for every VLAN interface and address that exists now; from then on changes are delivered as
+// they come. Called once by the frame, after the daemon's start-up callback. Does nothing when nsm_client_start was not
+// called.
+void inventory_deliver_existing();
 
 // The devices to listen on now.
 std::vector<tap_device> inventory_taps();
@@ -48,6 +59,14 @@ ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t
 
 // The kernel's device number for one of the switch's interface numbers; 0 when no such device exists now.
 int inventory_kernel_ifindex(std::uint32_t switch_ifindex);
+
+// The number of the port with this device, and the reverse; 0 and an empty text when there is none. Ports that are away
+// keep their numbers.
+std::uint32_t inventory_port_number(const std::string &device);
+std::string inventory_port_device(std::uint32_t switch_ifindex);
+
+// The VLAN whose interface a device is now; 0 when it is none.
+std::uint16_t inventory_vlan_of_device(const std::string &device);
 
 // Called after each change of the taps. One listener: the packet channel.
 void inventory_on_change(std::function<void()> listener);

@@ -13,11 +13,19 @@ struct service_state {
     std::uint32_t state;  // 1 on, 2 off
     std::string text;
 };
+// In order of protocol number.
 std::vector<service_state> service_states();
+
+// The states as one line, as the init system shows it: "DHCP relay on".
+std::string service_status_line();
 
 // Tells the init system that start-up is complete, or that the daemon is stopping.
 void service_ready();
 void service_stopping();
+
+// Tells the init system at half its watchdog's interval that the event loop is alive; nothing when it set none.
+void service_watchdog_start();
+void service_watchdog_stop();
 
 }  // namespace ravo::platform
 

@@ -24,6 +24,15 @@ struct session_output {
     std::function<int(std::span<const std::uint8_t> record)> record;
     // The key of the row whose values follow. Returns 0, or negative when the session is gone.
     std::function<int(std::span<const std::uint8_t> key)> row_key;
+    // A line of the log, without its line end, for a session with "terminal monitor" on. May be called at any time,
+    // from a log listener too (log.h). Empty: such lines go nowhere.
+    std::function<void(std::string_view line)> monitor;
+    // "terminal length N" was given: the lines of a page, 0 for output without pages.
+    std::function<void(int lines)> terminal_length;
+    // Asks the person before a command with consequences ("reset relay"): true: go on. False: the handler must do and
+    // print nothing and return 1; the question is put to the person, and after a yes the command is run again and this
+    // returns true. Empty: nobody to ask, go on.
+    std::function<bool(std::string_view question)> confirm;
 };
 
 struct session;
@@ -38,6 +47,9 @@ session_ptr session_open(session_output output, int privilege, std::string user)
 
 // Chooses the view of the commands that follow: CLI_VIEW_... bits, 0 for plain.
 void session_set_view(session &s, std::uint32_t view_flags, std::uint32_t show_all);
+
+// Chooses whether table walks begin with the row of the given key itself when it exists (SNMP's "get"), or behind it.
+void session_set_exact(session &s, bool exact);
 
 // Runs one line: parses it, reports what is wrong with it to the session's text output, or runs its handler. A trailing
 // line end is ignored, as is an empty line or one that begins with "!". Returns 0 for success, the handler's result or

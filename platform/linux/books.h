@@ -1,0 +1,87 @@
+// The books of messages: what became of each message that the packet channel received.
+//
+// Every message is opened when the channel takes it, gets its outcome said by the channel or by the relay (outcome.h),
+// and is closed: then it counts, in total, for its VLAN and for its port, it is written into the flight recorder, and
+// whoever watches is told. Nothing is allocated for a message.
+#ifndef PLATFORM_LINUX_BOOKS_H
+#define PLATFORM_LINUX_BOOKS_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "outcome.h"
+
+namespace ravo::platform {
+
+// Messages by outcome. What counts as rebroadcast locally is kept beside the outcomes, which each message has one of.
+struct book_counters {
+    std::array<std::uint64_t, OUTCOMES> by_outcome{};
+    std::uint64_t received = 0;     // all messages; equals the sum over by_outcome
+    std::uint64_t rebroadcast = 0;  // broadcast again locally, whatever became of them then
+};
+
+// One message in the flight recorder.
+struct book_entry {
+    std::uint64_t number = 0;  // counts the messages; 0: empty entry
+    std::int64_t time_us = 0;  // when it was received, microseconds since 1970
+    std::uint32_t xid = 0;     // host byte order
+    std::uint32_t port_ifindex = 0;
+    std::uint16_t vlan = 0;                  // VLAN id it came in on
+    std::uint8_t op = 0;                     // 1 request, 2 reply, 0 not a DHCP message
+    std::uint8_t type = 0;                   // option 53, 0: none
+    std::array<std::uint8_t, 6> client{};    // client hardware address
+    std::uint8_t outcome = OUTCOME_NONE;     // relay_outcome
+    std::uint8_t servers_count = 0;          // servers it was sent to
+    std::array<std::uint32_t, 4> servers{};  // of these, the first four; network byte order
+    std::int32_t answered_us = -1;           // of a reply: since the client's request; -1: not known
+    std::uint8_t option82_size = 0;          // bytes of option 82's data it carried, at most 32 are kept
+    std::array<std::uint8_t, 32> option82{};
+};
+
+// Sets the number of messages that the flight recorder holds (1 to 1000000; 4096 at start). Empties it. Returns false
+// when there is no memory, and changes nothing.
+bool books_set_recorder(std::size_t messages);
+
+// Opens a message: frame as received, message: the DHCP message in it. Closes the one before.
+void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,
+                std::span<const std::uint8_t> message);
+
+// Opens and closes a message that the channel itself drops. vlan, port_ifindex: 0 when not known.
+void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
+                std::span<const std::uint8_t> frame);
+
+// Closes the message in hand, if there is one.
+void books_close();
+
+// Counters in total, of a VLAN (1 to 4094), of a port; zeros for one that never received anything.
+const book_counters &books_total();
+const book_counters &books_of_vlan(std::uint16_t vlan);
+const book_counters &books_of_port(std::uint32_t port_ifindex);
+// The ports that received something, in order of their numbers.
+std::vector<std::uint32_t> books_ports();
+void books_clear_counters();
+
+// The recorder's messages, newest first.
+void books_each_recorded(const std::function<void(const book_entry &entry)> &visit);
+
+// Watchers are told of each message as it is closed. frame: as received, valid during the call. Returns an id.
+using books_watcher = std::function<void(const book_entry &entry, std::span<const std::uint8_t> frame)>;
+int books_watch(books_watcher watcher);
+void books_unwatch(int id);
+
+// The word for an outcome ("relayed", "hop-limit") and a text for a person ("passed too many relays").
+std::string_view outcome_word(relay_outcome outcome);
+std::string_view outcome_text(relay_outcome outcome);
+
+// The name of a message type ("DISCOVER"), "-" for none.
+std::string_view message_type_word(std::uint8_t type);
+
+}  // namespace ravo::platform
+
+#endif

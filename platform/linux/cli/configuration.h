@@ -1,0 +1,28 @@
+// The configuration as text and as a file.
+#ifndef PLATFORM_LINUX_CLI_CONFIGURATION_H
+#define PLATFORM_LINUX_CLI_CONFIGURATION_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace ravo::cli {
+
+// The part of the running configuration that the daemon's sections leave out, as commands; empty when there is nothing.
+// daemon_text: those sections, behind which it is replayed.
+std::string extra_section(std::string_view daemon_text);
+
+// Replaces a file by this text so that, whatever happens meanwhile, the file holds its old or its new text, whole: mode
+// 0600, on the disk before the function returns. What the file held before is kept as PATH.1. Returns an empty string,
+// or one line with the reason; the file is then untouched.
+std::string save_file(const std::string &path, std::string_view text);
+
+// Reads a whole file of at most limit bytes. Returns 0, or the error number (EFBIG for a larger one).
+int read_file(const std::string &path, std::size_t limit, std::string *out);
+
+// Most bytes that a file of commands may have.
+inline constexpr std::size_t configuration_limit = 64u << 20;
+
+}  // namespace ravo::cli
+
+#endif

@@ -1,0 +1,126 @@
+// Files of commands, read and replaced.
+//
+// A file is never written in place: its successor is written beside it, brought to the disk, and takes its name in one
+// step; then the folder is brought to the disk too. The predecessor is kept by the same road under its own name.
+// Whoever is killed on the way leaves at most a file ".new" behind, which the next save takes over.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "cli/configuration.h"
+
+namespace ravo::cli {
+
+namespace {
+
+class descriptor {
+  public:
+    explicit descriptor(int fd) : fd_(fd) {}
+    descriptor(const descriptor &) = delete;
+    descriptor &operator=(const descriptor &) = delete;
+    ~descriptor() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    int get() const { return fd_; }
+    // Closes it. Returns 0, or the error number: some file systems report only then what they could not write.
+    int close() { return ::close(std::exchange(fd_, -1)) == 0 ? 0 : errno; }
+
+  private:
+    int fd_;
+};
+
+std::string folder_of(const std::string &path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+int write_all(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t done = write(fd, text.data(), text.size());
+        if (done < 0 && errno == EINTR) continue;
+        if (done < 0) return errno;
+        text.remove_prefix(static_cast<std::size_t>(done));
+    }
+    return 0;
+}
+
+int write_new(const std::string &path, std::string_view text) {
+    if (unlink(path.c_str()) != 0 && errno != ENOENT) return errno;
+    descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (file.get() < 0) return errno;
+    const int failed = write_all(file.get(), text);
+    if (failed != 0) return failed;
+    if (fsync(file.get()) != 0) return errno;
+    return file.close();
+}
+
+int sync_folder(const std::string &path) {
+    descriptor folder(open(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.get() < 0) return errno;
+    // Some file systems cannot do this for a folder; those have nothing to bring to the disk.
+    return fsync(folder.get()) == 0 || errno == EINVAL ? 0 : errno;
+}
+
+int replace(const std::string &path, std::string_view text) {
+    const std::string successor = path + ".new";
+    int failed = write_new(successor, text);
+    if (failed == 0 && rename(successor.c_str(), path.c_str()) != 0) failed = errno;
+    if (failed != 0) {
+        (void)unlink(successor.c_str());  // the reason reported is why the save failed, not why this did
+        return failed;
+    }
+    return sync_folder(path);
+}
+
+int keep_predecessor(const std::string &path) {
+    std::string old;
+    const int failed = read_file(path, configuration_limit, &old);
+    if (failed == ENOENT) return 0;
+    return failed != 0 ? failed : replace(path + ".1", old);
+}
+
+std::string remedy(int error) {
+    if (error == ENOSPC || error == EDQUOT) return "; make room on the disk";
+    if (error == EROFS) return "; the file system is read-only";
+    if (error == ENOENT) return "; its folder does not exist";
+    return {};
+}
+
+}  // namespace
+
+std::string save_file(const std::string &path, std::string_view text) {
+    int failed = keep_predecessor(path);
+    if (failed != 0) return path + ".1 cannot be written: " + std::strerror(failed) + remedy(failed);
+    failed = replace(path, text);
+    if (failed != 0) return path + " cannot be written: " + std::strerror(failed) + remedy(failed);
+    return {};
+}
+
+int read_file(const std::string &path, std::size_t limit, std::string *out) {
+    const descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.get() < 0) return errno;
+    struct stat status;
+    if (fstat(file.get(), &status) != 0) return errno;
+    if (S_ISDIR(status.st_mode)) return EISDIR;
+    if (!S_ISREG(status.st_mode)) return EINVAL;
+    std::string text;
+    char room[65536];
+    for (;;) {
+        const ssize_t got = read(file.get(), room, sizeof room);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return errno;
+        if (got == 0) break;
+        text.append(room, static_cast<std::size_t>(got));
+        if (text.size() > limit) return EFBIG;
+    }
+    *out = std::move(text);
+    return 0;
+}
+
+}  // namespace ravo::cli

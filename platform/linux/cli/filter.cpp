@@ -1,0 +1,148 @@
+// Filters work on whole lines, so what a handler prints in pieces is put together first.
+//
+// Patterns are POSIX extended expressions. They come from whoever has a session, and the daemon has one thread: the
+// matcher of the C library works without backtracking as long as there are no back-references, and repetition counts
+// are the one construct that makes a short pattern large, so both are refused. Only the first part of a very long line
+// is looked at.
+#include "cli/filter.h"
+
+#include <utility>
+
+#include "cli/words.h"
+
+namespace ravo::cli {
+
+namespace {
+
+constexpr std::size_t pattern_limit = 128;
+constexpr std::size_t matched_part_limit = 4096;
+
+// Takes away the quotes around a pattern that was typed in quotes.
+std::string_view unquoted(std::string_view text) {
+    return text.size() >= 2 && text.front() == '"' && text.back() == '"' ? text.substr(1, text.size() - 2) : text;
+}
+
+// Tells why a pattern is not taken; empty when it is.
+std::string refuse(std::string_view text) {
+    if (text.size() > pattern_limit) return "longer than " + std::to_string(pattern_limit) + " characters";
+    if (text.find('\0') != std::string_view::npos) return "it holds a NUL character";
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\' && i + 1 < text.size()) {
+            if (text[++i] >= '0' && text[i] <= '9') return "back-references are not supported";
+        } else if (text[i] == '{') {
+            return "repetition counts are not supported; write \\{ for the character";
+        }
+    }
+    return {};
+}
+
+// Compiles a pattern. Returns an empty string, or what is wrong with it.
+std::string compile_pattern(std::string_view text, line_filter *out) {
+    std::string reason = refuse(text);
+    if (!reason.empty()) return reason;
+    auto compiled = std::make_unique<regex_t>();
+    const int code = regcomp(compiled.get(), std::string(text).c_str(), REG_EXTENDED | REG_NOSUB);
+    if (code != 0) {  // then there is nothing to free but the record
+        char message[128];
+        regerror(code, compiled.get(), message, sizeof message);
+        return message;
+    }
+    out->pattern.reset(compiled.release());
+    return {};
+}
+
+bool matches(const line_filter &filter, std::string_view line) {
+    if (filter.pattern == nullptr) return true;
+    const std::string part(line.substr(0, matched_part_limit));
+    return regexec(filter.pattern.get(), part.c_str(), 0, nullptr, 0) == 0;
+}
+
+bool passes(line_filter &filter, std::string_view line) {
+    switch (filter.kind) {
+        case filter_kind::include:
+            return matches(filter, line);
+        case filter_kind::exclude:
+            return !matches(filter, line);
+        case filter_kind::begin:
+            filter.begun = filter.begun || matches(filter, line);
+            return filter.begun;
+        case filter_kind::count:
+            filter.matches += matches(filter, line) ? 1 : 0;
+            return false;
+    }
+    return false;
+}
+
+void filter_line(line_filter &filter, std::string_view line, const filter_sink &sink) {
+    if (passes(filter, line)) sink(std::string(line) + "\n");
+}
+
+const filter_row *find_row(const word &typed, filter_fault *fault) {
+    const filter_row *found = nullptr;
+    for (const filter_row &row : filter_rows()) {
+        if (typed.quoted || !row.name.starts_with(typed.text)) continue;
+        if (found != nullptr) {
+            fault->kind = filter_fault::ambiguous;
+            return nullptr;
+        }
+        found = &row;
+    }
+    if (found == nullptr) fault->kind = filter_fault::invalid;
+    return found;
+}
+
+}  // namespace
+
+const std::vector<filter_row> &filter_rows() {
+    static const std::vector<filter_row> rows = {
+        {"begin", filter_kind::begin, true, "From the first line that matches on"},
+        {"count", filter_kind::count, false, "The number of lines, or of those that match"},
+        {"exclude", filter_kind::exclude, true, "Lines that do not match"},
+        {"include", filter_kind::include, true, "Lines that match"},
+    };
+    return rows;
+}
+
+std::unique_ptr<line_filter> filter_read(std::string_view text, filter_fault *fault) {
+    *fault = {};
+    const split_line parts = split(text);
+    if (parts.words.empty()) {
+        fault->kind = parts.pipe == std::string_view::npos ? filter_fault::incomplete : filter_fault::invalid;
+        fault->column = parts.pipe == std::string_view::npos ? text.size() : parts.pipe;
+        return nullptr;
+    }
+    const word &name = parts.words.front();
+    fault->column = name.column;
+    fault->reason = name.text;
+    const filter_row *row = find_row(name, fault);
+    if (row == nullptr) return nullptr;
+    const std::string_view pattern = unquoted(trim(text.substr(name.end)));
+    if (pattern.empty() && row->pattern_required) {
+        fault->kind = filter_fault::incomplete;
+        return nullptr;
+    }
+    auto out = std::make_unique<line_filter>();
+    out->kind = row->kind;
+    if (!pattern.empty()) fault->reason = compile_pattern(pattern, out.get());
+    if (!pattern.empty() && !fault->reason.empty()) {
+        fault->kind = filter_fault::pattern;
+        return nullptr;
+    }
+    return out;
+}
+
+void filter_feed(line_filter &filter, std::string_view text, const filter_sink &sink) {
+    for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+        filter.partial += text.substr(0, end);
+        filter_line(filter, std::exchange(filter.partial, {}), sink);
+        text.remove_prefix(end + 1);
+    }
+    filter.partial += text;
+}
+
+void filter_finish(line_filter &filter, const filter_sink &sink) {
+    if (!filter.partial.empty()) filter_line(filter, std::exchange(filter.partial, {}), sink);
+    if (filter.kind == filter_kind::count) sink(std::to_string(filter.matches) + "\n");
+}
+
+}  // namespace ravo::cli

@@ -1,0 +1,120 @@
+// Files of commands, replayed in a session of their own.
+//
+// The session starts in the global configuration mode, so that a file is what "show running-config" prints; it may also
+// hold what a person would type. A line that fails is reported with its place and its text, and the others count.
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "cli/configuration.h"
+#include "cli/session.h"
+
+namespace ravo::cli {
+
+namespace {
+
+std::string shortened(std::string_view text) {
+    constexpr std::size_t limit = 120;
+    // The text comes from a file that may hold anything: nothing of it may disturb the log or a terminal.
+    std::string out(text.substr(0, limit));
+    for (char &c : out)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+    return text.size() > limit ? out + "..." : out;
+}
+
+std::string reason_of(const line_fault &fault, std::string_view line, std::size_t limit) {
+    switch (fault.kind) {
+        case fault_kind::invalid:
+            return "invalid input at \"" + shortened(fault.text) + "\", column " + std::to_string(fault.column + 1);
+        case fault_kind::incomplete:
+            return "incomplete command";
+        case fault_kind::ambiguous:
+            return "ambiguous command, write \"" + shortened(fault.text) + "\" in full";
+        case fault_kind::too_long:
+            return "line of " + std::to_string(line.size()) + " bytes, at most " + std::to_string(limit) +
+                   " can be read";
+        case fault_kind::bad_filter:
+            return "invalid pattern: " + fault.text;
+        case fault_kind::none:
+            break;
+    }
+    return {};
+}
+
+// What a handler printed, as one line: its messages are lines that begin with "% ".
+std::string reason_printed(std::string_view printed, int result) {
+    std::string out;
+    while (!printed.empty()) {
+        const std::size_t end = printed.find('\n');
+        std::string_view line = trim(printed.substr(0, end));
+        printed.remove_prefix(end == std::string_view::npos ? printed.size() : end + 1);
+        if (line.starts_with("% ")) line.remove_prefix(2);
+        if (line.empty() || line == "^") continue;
+        out += (out.empty() ? "" : "; ") + std::string(line);
+    }
+    return out.empty() ? "the command failed (" + std::to_string(result) + ")" : shortened(out);
+}
+
+struct replayer {
+    session_ptr s;
+    std::string printed;  // by the line that runs
+};
+
+// Runs a line. Returns an empty string, or why it failed.
+std::string replay_line(replayer &r, std::string_view line) {
+    r.printed.clear();
+    r.s->closed = false;  // "exit" leaves a section here, never the file
+    line_fault fault;
+    int result = run_line(*r.s, line, file_line_limit, &fault);
+    if (fault.kind == fault_kind::invalid && r.s->mode == CLI_MODE_EXEC) {
+        // Behind "end" a file may go on with its configuration.
+        r.s->mode = CLI_MODE_CONFIGURATION;
+        result = run_line(*r.s, line, file_line_limit, &fault);
+    }
+    if (fault.kind != fault_kind::none) return reason_of(fault, line, file_line_limit);
+    return result == 0 ? std::string() : reason_printed(r.printed, result);
+}
+
+int replay_text(const std::string &path, std::string_view text, bool check_only,
+                const std::function<void(const std::string &)> &report) {
+    replayer r;
+    r.s = session_capture(&r.printed, program_privilege, path);
+    r.s->mode = CLI_MODE_CONFIGURATION;
+    r.s->check_only = check_only;
+    int failed = 0;
+    for (std::size_t number = 1; !text.empty(); ++number) {
+        const std::size_t end = text.find('\n');
+        const std::string_view line = text.substr(0, end);
+        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+        const std::string reason = replay_line(r, line);
+        if (reason.empty()) continue;
+        ++failed;
+        report(path + ":" + std::to_string(number) + ": " + reason + ": " + shortened(trim(line)));
+    }
+    return failed;
+}
+
+}  // namespace
+
+int replay_file(const std::string &path, bool optional, bool check_only,
+                const std::function<void(const std::string &line)> &report) {
+    static bool replaying = false;
+    if (replaying) {  // a file that holds "copy startup-config running-config" would never end
+        report(path + ": not read: a configuration is being replayed already");
+        return -1;
+    }
+    std::string text;
+    const int failed = read_file(path, configuration_limit, &text);
+    if (failed == ENOENT && optional) return 0;
+    if (failed != 0) {
+        report(path + ": cannot be read: " + std::strerror(failed));
+        return -1;
+    }
+    replaying = true;
+    const int lines = replay_text(path, text, check_only, report);
+    replaying = false;
+    return lines;
+}
+
+}  // namespace ravo::cli

@@ -1,0 +1,317 @@
+// Sessions: from a typed line to the handler's result.
+//
+// A line is split into words, what stands behind "|" becomes an output filter, and the words are matched against the
+// commands of the session's mode. In interface mode a line that is no command there is tried as a command of the global
+// mode, and then leaves interface mode: configurations can be typed and replayed without "exit" between their parts.
+// The handler gets a context that lives as long as its call; what it changes there (mode, current interface, privilege)
+// is taken back into the session.
+#include "cli/session.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <utility>
+
+#include "cli/format.h"
+#include "log.h"
+
+namespace ravo::cli {
+
+namespace {
+
+constexpr std::size_t history_limit = 100;
+
+void deliver(session &s, std::string_view text) {
+    if (!s.gone && s.output.text && s.output.text(text) < 0) s.gone = true;
+}
+
+// ---- What handlers print with ----
+
+__attribute__((format(printf, 2, 3))) int print_text(void *handle, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string text = format_text(format, arguments);
+    va_end(arguments);
+    session &s = *static_cast<print_target *>(handle)->owner;
+    return emit(s, text) < 0 ? -1 : static_cast<int>(text.size());
+}
+
+__attribute__((format(printf, 4, 5))) int print_view(void *target, const void *key, std::size_t key_length,
+                                                     const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string text = format_text(format, arguments);
+    va_end(arguments);
+    const auto *to = static_cast<const print_target *>(target);
+    if (!to->values) {
+        (void)emit(*to->owner, text);  // a session that is gone is noticed where the line ends
+        return 0;
+    }
+    const auto &value = to->owner->output.value;
+    const std::span<const std::uint8_t> bytes(static_cast<const std::uint8_t *>(key), key == nullptr ? 0 : key_length);
+    return value ? value(bytes, text) : 0;
+}
+
+bool is_session_mode(int mode) {
+    return mode == CLI_MODE_EXEC || mode == CLI_MODE_CONFIGURATION || mode == CLI_MODE_INTERFACE;
+}
+
+// ---- Choosing the command ----
+
+struct choice {
+    match found;
+    int mode;  // whose command it is
+};
+
+choice choose(const session &s, const std::vector<word> &words, std::string_view line) {
+    choice own{match_line(library_tree(), s.mode, s.privilege, words, line), s.mode};
+    if (s.mode != CLI_MODE_INTERFACE || own.found.result == match_result::complete ||
+        own.found.result == match_result::ambiguous)
+        return own;
+    choice global{match_line(library_tree(), CLI_MODE_CONFIGURATION, s.privilege, words, line), CLI_MODE_CONFIGURATION};
+    // The more of the line was understood, the more the fault has to say.
+    const bool better = global.found.result == match_result::complete || global.found.word > own.found.word;
+    return better ? global : own;
+}
+
+line_fault fault_of(const match &found, const std::vector<word> &words, std::string_view line) {
+    line_fault out;
+    if (found.result == match_result::incomplete) {
+        out.kind = fault_kind::incomplete;
+        return out;
+    }
+    const word &typed = words[found.word];
+    out.column = typed.column;
+    if (found.result == match_result::ambiguous) {
+        out.kind = fault_kind::ambiguous;
+        out.text = trim(line.substr(0, typed.end));
+    } else {
+        out.kind = fault_kind::invalid;
+        out.text = line.substr(typed.column, typed.end - typed.column);
+    }
+    return out;
+}
+
+// ---- Running it ----
+
+int run_for_each_of_range(session &s, cli_handler handler, const std::vector<std::string> &arguments) {
+    int result = 0;
+    for (struct interface *each : std::vector<struct interface *>(s.range)) {
+        s.ifp = each;
+        const int one = call_handler(s, handler, arguments);
+        if (result == 0) result = one;
+    }
+    return result;
+}
+
+int run_command(session &s, const choice &chosen, std::string_view line) {
+    const command &what = *chosen.found.what;
+    if (s.mode == CLI_MODE_INTERFACE && chosen.mode == CLI_MODE_CONFIGURATION) {
+        s.mode = CLI_MODE_CONFIGURATION;
+        s.ifp = nullptr;
+        s.range.clear();
+    }
+    if (s.check_only && what.role != command_role::movement) return 0;
+    s.rest = display_columns(line, chosen.found.rest);
+    const cli_handler handler = what.element->handler;
+    if (what.role == command_role::relay && what.mode == CLI_MODE_INTERFACE && !s.range.empty())
+        return run_for_each_of_range(s, handler, chosen.found.arguments);
+    return call_handler(s, handler, chosen.found.arguments);
+}
+
+int run_words(session &s, std::string_view line, const std::vector<word> &words, line_fault *fault) {
+    const choice chosen = choose(s, words, line);
+    if (chosen.found.result == match_result::complete) return run_command(s, chosen, line);
+    *fault = fault_of(chosen.found, words, line);
+    return 1;
+}
+
+line_fault fault_of(const filter_fault &found, std::string_view line, std::size_t behind_pipe) {
+    line_fault out;
+    out.column = behind_pipe + found.column;
+    switch (found.kind) {
+        case filter_fault::incomplete:
+            out.kind = fault_kind::incomplete;
+            break;
+        case filter_fault::ambiguous:
+            out.kind = fault_kind::ambiguous;
+            out.text = trim(line.substr(0, out.column + found.reason.size()));
+            break;
+        case filter_fault::pattern:
+            out.kind = fault_kind::bad_filter;
+            out.text = found.reason;
+            break;
+        default:
+            out.kind = fault_kind::invalid;
+            out.text = trim(line.substr(std::min(out.column, line.size())));
+    }
+    return out;
+}
+
+int run_filtered(session &s, std::string_view line, const split_line &parts, line_fault *fault) {
+    const std::size_t behind_pipe = parts.pipe + 1;
+    filter_fault found;
+    std::unique_ptr<line_filter> filter = filter_read(line.substr(behind_pipe), &found);
+    if (filter == nullptr) {
+        *fault = fault_of(found, line, behind_pipe);
+        return 1;
+    }
+    s.filter = std::move(filter);
+    const int result = run_words(s, line.substr(0, parts.pipe), parts.words, fault);
+    const std::unique_ptr<line_filter> done = std::exchange(s.filter, nullptr);
+    if (fault->kind == fault_kind::none) filter_finish(*done, [&](std::string_view text) { deliver(s, text); });
+    return result;
+}
+
+std::string_view without_line_end(std::string_view line) {
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+    return line;
+}
+
+void remember(session &s, std::string_view line) {
+    const std::string_view text = trim(line);
+    if (text.empty() || text.front() == '!') return;
+    s.history.emplace_back(text);
+    if (s.history.size() > history_limit) s.history.pop_front();
+}
+
+}  // namespace
+
+session_ptr session_open(session_output output, int privilege, std::string user) {
+    session_ptr out(new session);
+    out->output = std::move(output);
+    out->text_target = {out.get(), false};
+    out->value_target = {out.get(), true};
+    out->granted = std::clamp(privilege, 1, program_privilege);
+    out->privilege = out->granted;
+    out->user = std::move(user);
+    return out;
+}
+
+session_ptr session_capture(std::string *text, int privilege, std::string user) {
+    session_output output;
+    output.text = [text](std::string_view piece) {
+        text->append(piece);
+        return 0;
+    };
+    return session_open(std::move(output), privilege, std::move(user));
+}
+
+void session_delete::operator()(session *s) const {
+    if (s->monitor != 0) platform::log_remove_listener(s->monitor);
+    delete s;
+}
+
+void session_set_view(session &s, std::uint32_t view_flags, std::uint32_t show_all) {
+    s.view_flags = view_flags;
+    s.show_all = show_all;
+}
+
+void session_set_exact(session &s, bool exact) {
+    s.exact = exact;
+}
+
+int run_line(session &s, std::string_view line, std::size_t limit, line_fault *fault) {
+    *fault = {};
+    line = without_line_end(line);
+    if (line.size() > limit) {
+        fault->kind = fault_kind::too_long;
+        return 1;
+    }
+    const std::string_view text = trim(line);
+    if (text.empty() || text.front() == '!') return 0;
+    const split_line parts = split(line);
+    if (parts.pipe != std::string_view::npos && !parts.words.empty()) return run_filtered(s, line, parts, fault);
+    if (!parts.words.empty()) return run_words(s, line, parts.words, fault);
+    *fault = {fault_kind::invalid, parts.pipe, "|"};
+    return 1;
+}
+
+int session_run(session &s, std::string_view line) {
+    remember(s, line.substr(0, session_line_limit));
+    line_fault fault;
+    const int result = run_line(s, line, session_line_limit, &fault);
+    if (fault.kind != fault_kind::none) (void)emit(s, fault_for_terminal(fault, line, session_line_limit, 0));
+    return result;
+}
+
+std::string fault_for_terminal(const line_fault &fault, std::string_view line, std::size_t limit, std::size_t offset) {
+    switch (fault.kind) {
+        case fault_kind::none:
+            return {};
+        case fault_kind::invalid:
+            return std::string(offset + display_columns(line, fault.column), ' ') +
+                   "^\n% Invalid input detected at '^' marker.\n";
+        case fault_kind::incomplete:
+            return "% Incomplete command.\n";
+        case fault_kind::ambiguous:
+            return "% Ambiguous command: \"" + fault.text + "\"\n";
+        case fault_kind::too_long:
+            return "% Line too long: " + std::to_string(line.size()) + " bytes, at most " + std::to_string(limit) +
+                   "\n";
+        case fault_kind::bad_filter:
+            return "% Invalid pattern: " + fault.text + "\n";
+    }
+    return {};
+}
+
+bool session_closed(const session &s) {
+    return s.closed;
+}
+
+std::string_view session_prompt(const session &s) {
+    if (s.mode == CLI_MODE_INTERFACE) return "(config-if)#";
+    if (s.mode == CLI_MODE_CONFIGURATION) return "(config)#";
+    return "#";
+}
+
+int session_mode(const session &s) {
+    return s.mode;
+}
+
+int session_privilege(const session &s) {
+    return s.privilege;
+}
+
+session &session_of(struct cli *cli) {
+    return *static_cast<session *>(cli->session);
+}
+
+int emit(session &s, std::string_view text) {
+    if (s.filter != nullptr)
+        filter_feed(*s.filter, text, [&](std::string_view line) { deliver(s, line); });
+    else
+        deliver(s, text);
+    return s.gone ? -1 : 0;
+}
+
+struct cli context_of(session &s) {
+    struct cli out {};
+    out.print = print_text;
+    out.print_handle = &s.text_target;
+    out.view_flags = s.view_flags;
+    out.show_all = s.show_all;
+    out.view_print = print_view;
+    out.view_buffer = &s.value_target;
+    out.ifp = s.ifp;
+    out.mode = s.mode;
+    out.privilege = s.privilege;
+    out.session = &s;
+    return out;
+}
+
+int call_handler(session &s, cli_handler handler, const std::vector<std::string> &arguments) {
+    std::vector<std::string> words = arguments;
+    std::vector<char *> argv;
+    for (std::string &each : words) argv.push_back(each.data());
+    argv.push_back(nullptr);
+    struct cli context = context_of(s);
+    const int result = handler(&context, static_cast<int>(words.size()), argv.data());
+    if (is_session_mode(context.mode)) s.mode = context.mode;
+    s.ifp = s.mode == CLI_MODE_INTERFACE ? context.ifp : nullptr;
+    if (s.mode != CLI_MODE_INTERFACE) s.range.clear();
+    s.privilege = std::clamp(context.privilege, 1, s.granted);
+    return result;
+}
+
+}  // namespace ravo::cli

@@ -1,0 +1,87 @@
+// A session as the command library's own sources see it.
+#ifndef PLATFORM_LINUX_CLI_SESSION_H
+#define PLATFORM_LINUX_CLI_SESSION_H
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli.h"
+#include "cli/command_line.h"
+#include "cli/filter.h"
+#include "cli/match.h"
+#include "cli/words.h"
+
+namespace ravo::cli {
+
+// Longest line that a session takes, and that a file may hold: one line of a configuration can list all VLANs.
+inline constexpr std::size_t session_line_limit = 4096;
+inline constexpr std::size_t file_line_limit = 32768;
+
+// What the handles in a handler's context point to.
+struct print_target {
+    session *owner = nullptr;
+    bool values = false;  // keyed values, else text
+};
+
+struct session {
+    session_output output;
+    print_target text_target;
+    print_target value_target;
+    int granted = 1;    // highest privilege it may have
+    int privilege = 1;  // privilege it has
+    std::string user;   // for the log
+    int mode = CLI_MODE_EXEC;
+    struct interface *ifp = nullptr;        // current interface in interface mode
+    std::vector<struct interface *> range;  // the interfaces of "interface range", empty without one
+    std::uint32_t view_flags = 0;
+    std::uint32_t show_all = 0;
+    bool exact = false;                   // table walks begin with the row of the key itself
+    bool closed = false;                  // it was ended by a command
+    bool gone = false;                    // its output cannot be delivered any more
+    bool check_only = false;              // lines are parsed, only movements are run
+    std::unique_ptr<line_filter> filter;  // of the command that runs, null without one
+    std::deque<std::string> history;      // oldest first
+    int terminal_length = 24;             // lines of a page, 0: no pages
+    int monitor = 0;                      // listener id of "terminal monitor", 0 when off
+    std::size_t rest = 0;                 // column of what LINE stands for in the line that runs
+};
+
+enum class fault_kind { none, invalid, incomplete, ambiguous, too_long, bad_filter };
+
+// What is wrong with a line.
+struct line_fault {
+    fault_kind kind = fault_kind::none;
+    std::size_t column = 0;  // of the word, in bytes
+    std::string text;        // the word; of an ambiguous line all up to it; of a filter the reason
+};
+
+// Runs a line as session_run does, but leaves what is wrong with it to the caller. Returns the handler's result; 1 with
+// *fault filled when none was run.
+int run_line(session &s, std::string_view line, std::size_t limit, line_fault *fault);
+
+// What session_run prints for a fault. offset: column at which the line begins on the terminal.
+std::string fault_for_terminal(const line_fault &fault, std::string_view line, std::size_t limit, std::size_t offset);
+
+// Opens a session whose text is appended to *text.
+session_ptr session_capture(std::string *text, int privilege, std::string user);
+
+// The session of a handler's context.
+session &session_of(struct cli *cli);
+
+// Sends text to the session, through the filter of the running command.
+int emit(session &s, std::string_view text);
+
+// The context of the session's next handler.
+struct cli context_of(session &s);
+
+// Runs a handler in the session's place: fills its context and takes back what it changed.
+int call_handler(session &s, cli_handler handler, const std::vector<std::string> &arguments);
+
+}  // namespace ravo::cli
+
+#endif

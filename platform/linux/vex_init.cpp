@@ -1,0 +1,256 @@
+// The daemon's life, from the options to the exit status:
+//
+//   options -> (--help, --version, --check) -> log -> may we do this at all? -> switch description -> inventory
+//           -> the daemon's callbacks: commands, interfaces, start-up -> existing interfaces as events
+//           -> start-up configuration -> management socket -> ready -> event loop -> orderly end
+//
+// Whatever keeps the daemon from starting is one line on standard error and exit status 1. Nothing outside the process
+// is changed before the last of the checks passed, so a second daemon leaves the first one alone.
+#include "vex_init.h"
+
+#include <event2/event.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "channel.h"
+#include "cli/command_line.h"
+#include "frame.h"
+#include "inventory.h"
+#include "log.h"
+#include "loop.h"
+#include "management.h"
+#include "memmgr_budget.h"
+#include "osal_events.h"
+#include "service_status.h"
+#include "switch_description.h"
+
+// The interface service is one for the whole process and needs nothing handed to it.
+struct nsm_globals {};
+
+namespace {
+
+namespace platform = ravo::platform;
+
+std::uintptr_t registration[VEX_INIT_WORDS];
+
+struct event_delete {
+    void operator()(struct event *e) const { event_free(e); }
+};
+using event_ptr = std::unique_ptr<struct event, event_delete>;
+
+// ---- Faults at start ----
+
+void tell(const std::string &line) {
+    std::fputs((line + "\n").c_str(), stderr);
+    std::fflush(stderr);
+}
+
+// Ends the process. The line goes to standard error wherever the log goes: that is where whoever started us looks.
+[[noreturn]] void refuse(const std::string &line) {
+    if (platform::frame_get_options().log_target != "stderr")
+        platform::log_line(platform::log_level_error, "%s", line.c_str());
+    tell(line);
+    std::exit(1);
+}
+
+// ---- What the process was given ----
+
+std::vector<std::string> command_line_words() {
+    std::ifstream file("/proc/self/cmdline", std::ios::binary);
+    const std::string all((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    if (all.empty()) refuse("ravod: cannot read its options from /proc/self/cmdline; mount /proc");
+    std::vector<std::string> words;
+    for (std::size_t at = 0; at < all.size();) {
+        words.emplace_back(all.c_str() + at);
+        at += words.back().size() + 1;
+    }
+    words.erase(words.begin());
+    return words;
+}
+
+std::uint64_t effective_capabilities() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("CapEff:")) return std::strtoull(line.c_str() + std::strlen("CapEff:"), nullptr, 16);
+    return 0;
+}
+
+unsigned first_free_port() {
+    std::ifstream setting("/proc/sys/net/ipv4/ip_unprivileged_port_start");
+    unsigned port = 0;
+    return setting >> port ? port : 1024;
+}
+
+// ---- The daemon's callbacks ----
+
+template <typename callback>
+callback word_as(std::size_t position) {
+    return reinterpret_cast<callback>(registration[position]);
+}
+
+// What the callbacks return is not a verdict: the daemon ends the process itself when it cannot go on.
+void install_commands() {
+    if (const auto commands = word_as<vex_init_commands>(VEX_INIT_COMMANDS))
+        (void)commands(ravo::cli::library_globals());
+}
+
+void connect_and_start() {
+    static nsm_globals interfaces;
+    if (const auto connect = word_as<vex_init_nsm>(VEX_INIT_NSM)) (void)connect(&interfaces);
+    if (const auto start = word_as<vex_init_start>(VEX_INIT_START)) (void)start(nullptr, nullptr);
+}
+
+// ---- --check ----
+
+int check_files(const platform::frame_options &options) {
+    platform::switch_description description;
+    const std::vector<std::string> faults =
+        platform::switch_description_check(options.switch_file, !options.switch_file_given, &description);
+    for (const std::string &line : faults) tell(line);
+    install_commands();
+    const int bad_lines =
+        ravo::cli::replay_file(options.startup_config, !options.startup_config_given, /*check_only=*/true, tell);
+    return faults.empty() && bad_lines == 0 ? 0 : 1;
+}
+
+// ---- Start ----
+
+// Answers the options that only ask for something.
+void answer_and_leave(const platform::frame_options &options) {
+    if (options.help) std::fputs(platform::frame_help().c_str(), stdout);
+    if (options.version && !options.help) std::puts("ravod " RAVO_VERSION);
+    if (options.help || options.version) std::exit(0);
+    if (options.check) std::exit(check_files(options));
+}
+
+void read_options() {
+    platform::frame_options options;
+    const std::string reason = platform::frame_parse_options(command_line_words(), &options);
+    if (!reason.empty()) refuse("ravod: " + reason);
+    answer_and_leave(options);
+    const std::string log_fault = platform::log_open(options.log_target, options.log_threshold);
+    if (!log_fault.empty()) refuse("ravod: " + log_fault);
+    platform::frame_set_options(options);
+    platform::memmgr_set_budget(options.memory_budget);
+}
+
+void check_that_we_may_run(const platform::frame_options &options) {
+    const std::string missing = platform::frame_missing_capability(effective_capabilities(), first_free_port());
+    if (!missing.empty()) refuse("ravod: " + missing);
+    const std::string taken = platform::management_check(options.management_socket);
+    if (!taken.empty()) refuse("ravod: " + taken);
+}
+
+void open_inventory(const platform::frame_options &options) {
+    platform::switch_description description;
+    std::string fault;
+    if (!platform::switch_description_read(options.switch_file, !options.switch_file_given, &description, &fault))
+        refuse(fault);
+    platform::inventory_describe(description);
+    const std::string reason = platform::inventory_open();
+    if (!reason.empty()) refuse("ravod: " + reason);
+}
+
+void replay_startup_configuration(const platform::frame_options &options) {
+    const std::string &path = options.startup_config;
+    // The first save creates the file, so its absence keeps nothing from starting; but a path that was typed may be
+    // wrong.
+    if (options.startup_config_given && access(path.c_str(), F_OK) != 0 && errno == ENOENT)
+        platform::log_line(platform::log_level_warning,
+                           "%s: no such startup configuration; starting without one, \"write memory\" creates it",
+                           path.c_str());
+    (void)ravo::cli::replay_file(path, /*optional=*/true, /*check_only=*/false, [](const std::string &line) {
+        // Reported line by line; the lines that are good are in force.
+        platform::log_line(platform::log_level_error, "%s", line.c_str());
+    });
+}
+
+// ---- Signals ----
+
+void on_end_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/) {
+    platform::frame_stop(0);
+}
+
+void on_reload_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/) {
+    const std::string log_fault = platform::log_reopen();
+    if (!log_fault.empty()) platform::log_line(platform::log_level_error, "%s", log_fault.c_str());
+    const platform::frame_options &options = platform::frame_get_options();
+    platform::switch_description description;
+    std::string fault;
+    if (!platform::switch_description_read(options.switch_file, !options.switch_file_given, &description, &fault)) {
+        platform::log_line(platform::log_level_error, "%s (the switch description in use stays)", fault.c_str());
+        return;
+    }
+    platform::inventory_describe(description);
+    platform::log_line(platform::log_level_start, "ravod: switch description read again: %zu ports, %zu interfaces",
+                       description.ports.size(), description.interfaces.size());
+}
+
+std::vector<event_ptr> catch_signals() {
+    constexpr struct {
+        int signo;
+        event_callback_fn handler;
+    } rows[] = {{SIGTERM, on_end_signal}, {SIGINT, on_end_signal}, {SIGHUP, on_reload_signal}};
+    std::vector<event_ptr> events;
+    for (const auto &row : rows) {
+        events.emplace_back(evsignal_new(platform::loop_base(), row.signo, row.handler, nullptr));
+        if (events.back() == nullptr || event_add(events.back().get(), nullptr) != 0)
+            refuse(std::string("ravod: cannot catch signal ") + sigabbrev_np(row.signo));
+    }
+    // A peer that closed its end is noticed where it is written to.
+    signal(SIGPIPE, SIG_IGN);
+    return events;
+}
+
+// ---- End ----
+
+void end_in_order(std::vector<event_ptr> signals) {
+    platform::service_stopping();
+    platform::management_close();
+    platform::readers_free();
+    platform::timers_free();
+    platform::channel_close();
+    platform::inventory_close();
+    platform::service_watchdog_stop();
+    signals.clear();
+    platform::loop_free();
+    platform::log_close();
+    libevent_global_shutdown();
+}
+
+}  // namespace
+
+std::uintptr_t *VEX_INIT_alloc() {
+    return registration;
+}
+
+int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
+    read_options();
+    const platform::frame_options &options = platform::frame_get_options();
+    check_that_we_may_run(options);
+    std::vector<event_ptr> signals = catch_signals();
+    open_inventory(options);
+    install_commands();
+    connect_and_start();
+    platform::inventory_deliver_existing();
+    replay_startup_configuration(options);
+    const std::string reason = platform::management_open(options.management_socket);
+    if (!reason.empty()) refuse("ravod: " + reason);
+    platform::service_watchdog_start();
+    platform::service_ready();
+    const int status = platform::frame_run();
+    end_in_order(std::move(signals));
+    // main does not look at the result, so a status other than 0 ends the process here.
+    if (status != 0) std::exit(status);
+    return 0;
+}
