@@ -1,0 +1,92 @@
+# A thin face over the CMake presets. Each target first installs the Debian packages it needs (as root; else
+# it names the missing ones).
+#
+#   make run      build, then a tour: real clients get leases from real servers through the relay, in a lab
+#   make test     everything that is checked: unit tests (plain and sanitized), lab tests, lints
+#   make build    the programs, into build/
+#   make bench    what the relay costs, measured in the lab
+#   make fuzz     the fuzzers, FUZZ_SECONDS each (60)
+#   make vm-test  tests on a kernel with 802.1Q devices, in a virtual machine
+#   make deb      the Debian package
+#   make install  programs, unit, groups and manual pages, below PREFIX (/usr/local) and DESTDIR
+#   make clean    remove what was built
+
+PREFIX ?= /usr/local
+DESTDIR ?=
+FUZZ_SECONDS ?= 60
+PYTHON = /usr/bin/python3
+UNIT_DIR ?= $(if $(filter /usr,$(PREFIX)),/lib/systemd/system,/etc/systemd/system)
+SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.d)
+QUIET_CONFIGURE = cmake --log-level=WARNING
+
+.PHONY: help run test build bench fuzz vm-test deb install clean
+.NOTPARALLEL:
+
+help:
+	@sed -n 's/^#   \(make .*\)/\1/p' Makefile
+
+run:
+	@lab/check-host run
+	@packaging/dependencies build lab
+	@$(QUIET_CONFIGURE) --preset release >/dev/null
+	@cmake --build build --target ravod ravosh
+	@$(PYTHON) -B lab/run.py
+
+test:
+	@lab/check-host test
+	@packaging/dependencies build lab unit check
+	@$(PYTHON) -B tests/run
+
+build:
+	@packaging/dependencies build
+	@$(QUIET_CONFIGURE) --preset release >/dev/null
+	@cmake --build build
+
+bench:
+	@test -x bench/run || { echo "make bench: not available in this version" >&2; exit 1; }
+	@lab/check-host bench
+	@packaging/dependencies build lab bench
+	@$(QUIET_CONFIGURE) --preset release -DRAVO_BENCH=ON >/dev/null
+	@cmake --build build
+	@bench/run $(BENCH_ARGS)
+
+fuzz:
+	@test -f tests/fuzz/CMakeLists.txt || { echo "make fuzz: not available in this version" >&2; exit 1; }
+	@packaging/dependencies build fuzz
+	@$(QUIET_CONFIGURE) --preset fuzz >/dev/null
+	@cmake --build build-fuzz
+	@tests/fuzz/run --seconds $(FUZZ_SECONDS) build-fuzz
+
+vm-test:
+	@test -x tests/vm/run || { echo "make vm-test: not available in this version" >&2; exit 1; }
+	@packaging/dependencies build lab check vm
+	@$(QUIET_CONFIGURE) --preset release >/dev/null
+	@cmake --build build
+	@tests/vm/run
+
+deb:
+	@test -x packaging/build-deb || { echo "make deb: not available in this version" >&2; exit 1; }
+	@packaging/dependencies build deb
+	@packaging/build-deb
+
+install: build
+	@DESTDIR="$(DESTDIR)" cmake --install build --prefix "$(PREFIX)" --strip
+	@set -e; put() { echo "-- Installing: $(DESTDIR)$$2"; install -D -m 644 "$$1" "$(DESTDIR)$$2"; }; \
+	for unit in packaging/*.service; do \
+	    test -f "$$unit" || continue; \
+	    to="$(UNIT_DIR)/$${unit##*/}"; \
+	    put "$$unit" "$$to"; \
+	    sed -i 's,=/usr/sbin/,=$(PREFIX)/sbin/,; s,=/usr/bin/,=$(PREFIX)/bin/,' "$(DESTDIR)$$to"; \
+	done; \
+	for groups in packaging/*.sysusers; do \
+	    test -f "$$groups" || continue; \
+	    name="$${groups##*/}"; \
+	    put "$$groups" "$(SYSUSERS_DIR)/$${name%.sysusers}.conf"; \
+	done; \
+	for page in docs/man/*.[1-8]; do \
+	    test -f "$$page" || continue; \
+	    put "$$page" "$(PREFIX)/share/man/man$${page##*.}/$${page##*/}"; \
+	done
+
+clean:
+	rm -rf build build-debug build-clang build-fuzz lab-artifacts .pytest_cache

@@ -1,0 +1,482 @@
+// The interface database: its order, its copies, and look-up by address.
+#include "ravo_db_if.h"
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <random>
+
+#include "memmgr.h"
+#include "relay_fixture.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using RavoDbIf = Relay;
+using RavoDbIfUnstarted = UnstartedRelay;
+
+int add(const iface &record) {
+    return ravo_db_if_add(&record);
+}
+
+iface with_address(const std::string &name, const char *address, std::uint32_t ifindex = 0) {
+    iface record = record_named(name);
+    record.if_ip = fake::address(address);
+    record.ifindex = ifindex;
+    return record;
+}
+
+// Looks an address up. Returns the name found, "" for none.
+std::string found_by(const char *address) {
+    iface record{};
+    return ravo_if_ifinfo_get_by_addr(&record, fake::address(address)) == 1 ? record.name : "";
+}
+
+// ---- Order ----
+
+TEST_F(RavoDbIf, NamesAreOrderedByTheNumberAtTheirEnd) {
+    const struct {
+        const char *a;
+        const char *b;
+        int expected;
+    } pairs[] = {
+        {"vlan10", "vlan10", 0},
+        {"vlan10", "vlan9", 1},
+        {"vlan9", "vlan10", -1},
+        {"vlan10", "vlan010", 0},  // leading zeros
+        {"vlan5", "port5", 0},     // the rest of the name does not count
+        {"eth0/12", "vlan12", 0},  // the last run of digits
+        {"vlan1a", "vlan0", 0},    // no digits at the end
+        {"vlan", "", 0},
+        {"vlan65546", "vlan10", 0},  // modulo 65536
+        {"vlan32767", "vlan1", 1},
+        {"vlan32768", "vlan1", -1},  // signed: -32768
+        {"vlan65535", "vlan0", -1},  // signed: -1
+    };
+    for (const auto &pair : pairs) {
+        const iface a = record_named(pair.a);
+        const iface b = record_named(pair.b);
+        EXPECT_EQ(ravo_db_if_compare(&a, &b), pair.expected) << pair.a << " " << pair.b;
+    }
+}
+
+TEST_F(RavoDbIf, AMissingArgumentSortsFirst) {
+    const iface record = record_named("vlan1");
+    EXPECT_EQ(ravo_db_if_compare(nullptr, &record), -1);
+    EXPECT_EQ(ravo_db_if_compare(&record, nullptr), -1);
+    EXPECT_EQ(ravo_db_if_compare(nullptr, nullptr), -1);
+}
+
+TEST_F(RavoDbIf, AWalkGoesInOrder) {
+    for (const char *name : {"vlan100", "vlan9", "vlan40000", "vlan1", "eth0/12"})
+        EXPECT_EQ(add(record_named(name)), 1);
+    EXPECT_THAT(stored_names(), ElementsAre("vlan40000", "vlan1", "vlan9", "eth0/12", "vlan100"));
+}
+
+// ---- Start-up ----
+
+TEST_F(RavoDbIfUnstarted, StartUpResetsTheSettingsAndCreatesBothTrees) {
+    EXPECT_FALSE(ravo_db_if_tree_exists());
+    EXPECT_EQ(ravo_db_init(), 0);
+    EXPECT_TRUE(ravo_db_if_tree_exists());
+    EXPECT_EQ(fake::trees_used(), 2u);
+    EXPECT_THAT(fake::statuses, ElementsAre("28 2 \"\""));
+    EXPECT_EQ(settings_now().hops, 4u);
+}
+
+TEST_F(RavoDbIfUnstarted, WithoutATreeEverythingFailsSilently) {
+    iface record = record_named("vlan10");
+    struct interface *ifp = fake::add_vlan(10, {{"192.0.2.1"}});
+    EXPECT_EQ(ravo_db_if_add(&record), 0);
+    EXPECT_EQ(ravo_db_if_get(&record), 0);
+    EXPECT_EQ(ravo_db_if_get_first(&record), 0);
+    EXPECT_EQ(ravo_db_if_get_next(&record), 0);
+    EXPECT_EQ(ravo_db_if_delete("vlan10"), 0);
+    EXPECT_EQ(ravo_if_ifinfo_get_by_addr(&record, 0), 0);
+    EXPECT_EQ(RAVO_IF_Fill_Info(&record, ifp), 0);
+    EXPECT_EQ(ravo_if_del_all_if(), 0);
+    EXPECT_THAT(fake::printed, IsEmpty());
+}
+
+TEST_F(RavoDbIf, WithoutAnArgumentEverythingFailsSilently) {
+    add(record_named("vlan10"));
+    iface record = record_named("vlan10");
+    EXPECT_EQ(ravo_db_if_add(nullptr), 0);
+    EXPECT_EQ(ravo_db_if_get(nullptr), 0);
+    EXPECT_EQ(ravo_db_if_get_first(nullptr), 0);
+    EXPECT_EQ(ravo_db_if_get_next(nullptr), 0);
+    EXPECT_EQ(ravo_db_if_delete(nullptr), 0);
+    EXPECT_EQ(ravo_if_ifinfo_get_by_addr(nullptr, 0), 0);
+    EXPECT_EQ(RAVO_IF_Fill_Info(nullptr, fake::add_vlan(10)), 0);
+    EXPECT_EQ(RAVO_IF_Fill_Info(&record, nullptr), 0);
+    EXPECT_THAT(fake::printed, IsEmpty());
+    EXPECT_THAT(stored_names(), ElementsAre("vlan10"));
+}
+
+TEST_F(RavoDbIf, ASecondStartBeginsWithEmptyTrees) {
+    add(record_named("vlan10"));
+    ravo_db_init();
+    EXPECT_THAT(stored_names(), IsEmpty());
+    EXPECT_EQ(fake::trees_used(), 2u);
+    EXPECT_EQ(fake::blocks_used(), 0u);
+}
+
+// ---- Records ----
+
+TEST_F(RavoDbIf, ARecordIsCopiedWhole) {
+    iface record;
+    std::memset(&record, 0x41, sizeof record);
+    std::strcpy(record.name, "vlan10");
+    std::strcpy(record.aid, "agent");
+    for (opt60_host &host : record.opt60_hosts) std::strcpy(host.vendor, "vendor");
+    EXPECT_EQ(add(record), 1);
+    EXPECT_EQ(describe(*stored_record("vlan10")), describe(record));
+}
+
+TEST_F(RavoDbIf, AddingVlan10AndThenVlan010LeavesOneRecord) {
+    iface first = record_named("vlan10");
+    first.trusted = 1;
+    iface second = record_named("vlan010");
+    second.ifindex = 77;
+    EXPECT_EQ(add(first), 1);
+    EXPECT_EQ(add(second), 1);
+    EXPECT_THAT(stored_names(), ElementsAre("vlan010"));
+    EXPECT_EQ(describe(*stored_record("vlan10")), describe(second));
+    EXPECT_EQ(fake::blocks_used(), 1u);
+}
+
+TEST_F(RavoDbIf, ALookUpByAnotherNameOfTheSameNumberFindsTheRecord) {
+    add(record_named("port5"));
+    EXPECT_STREQ(stored_record("vlan5")->name, "port5");
+}
+
+TEST_F(RavoDbIf, GetLeavesTheBufferWhenThereIsNone) {
+    iface record = record_named("vlan10");
+    record.ifindex = 5;
+    EXPECT_EQ(ravo_db_if_get(&record), 0);
+    EXPECT_EQ(record.ifindex, 5u);
+}
+
+TEST_F(RavoDbIf, GetFirstClearsTheBufferWhenThereIsNone) {
+    iface record;
+    std::memset(&record, 0xff, sizeof record);
+    EXPECT_EQ(ravo_db_if_get_first(&record), 0);
+    EXPECT_EQ(describe(record), describe(iface{}));
+}
+
+TEST_F(RavoDbIf, GetNextOfTheLastRecordAndOfAnUnknownNameFails) {
+    add(record_named("vlan10"));
+    add(record_named("vlan20"));
+    iface record = record_named("vlan20");
+    EXPECT_EQ(ravo_db_if_get_next(&record), 0);
+    record = record_named("vlan15");
+    EXPECT_EQ(ravo_db_if_get_next(&record), 0);
+    record = record_named("vlan10");
+    EXPECT_EQ(ravo_db_if_get_next(&record), 1);
+    EXPECT_STREQ(record.name, "vlan20");
+}
+
+TEST_F(RavoDbIf, GetNextEndsAtASuccessorOfTheNameGiven) {
+    // port10 names the record vlan10; the successor bears the name that was asked for.
+    add(record_named("vlan10"));
+    add(record_named("port010x20"));
+    iface record = record_named("port010x20");
+    std::strcpy(record.name, "vlan10");
+    ASSERT_EQ(ravo_db_if_get_next(&record), 1);
+    iface alias = record_named("a10");
+    ASSERT_EQ(ravo_db_if_get_next(&alias), 1);
+    EXPECT_STREQ(alias.name, "port010x20");
+}
+
+TEST_F(RavoDbIf, AddFailsWithoutMemoryAndChangesNothing) {
+    fake::memory_budget = sizeof(iface);
+    EXPECT_EQ(add(record_named("vlan10")), 1);
+    EXPECT_EQ(add(record_named("vlan20")), 0);
+    EXPECT_EQ(add(with_address("vlan10", "192.0.2.1")), 1);  // an update needs none
+    EXPECT_THAT(stored_names(), ElementsAre("vlan10"));
+}
+
+TEST_F(RavoDbIf, AddSucceedsWhateverTheTreeAnswers) {
+    fake::script(fake::op::avl_insert);
+    EXPECT_EQ(add(with_address("vlan10", "192.0.2.1")), 1);
+    EXPECT_THAT(stored_names(), IsEmpty());
+    EXPECT_EQ(found_by("192.0.2.1"), "");
+}
+
+// ---- Delete ----
+
+TEST_F(RavoDbIf, DeletingWhatIsNotStoredSucceeds) {
+    EXPECT_EQ(ravo_db_if_delete("vlan10"), 1);
+    add(record_named("vlan10"));
+    EXPECT_EQ(ravo_db_if_delete("vlan11"), 1);
+    EXPECT_EQ(ravo_db_if_delete("a name that is far too long to be stored 10"), 1);
+    EXPECT_THAT(stored_names(), ElementsAre("vlan10"));
+}
+
+TEST_F(RavoDbIf, DeleteTakesTheRecordOutAndFreesIt) {
+    add(record_named("vlan10"));
+    add(record_named("vlan20"));
+    EXPECT_EQ(ravo_db_if_delete("vlan10"), 1);
+    EXPECT_THAT(stored_names(), ElementsAre("vlan20"));
+    EXPECT_EQ(fake::blocks_used(), 1u);
+}
+
+TEST_F(RavoDbIf, ARecordThatCannotBeRemovedStaysAndStaysCached) {
+    add(with_address("vlan10", "192.0.2.1", 1034));
+    ASSERT_EQ(found_by("192.0.2.1"), "vlan10");
+    fake::script(fake::op::avl_remove);
+    EXPECT_EQ(ravo_db_if_delete("vlan10"), 0);
+    EXPECT_THAT(stored_names(), ElementsAre("vlan10"));
+    fake::forget();
+    EXPECT_EQ(found_by("192.0.2.1"), "vlan10");
+    EXPECT_THAT(fake::traces(),
+                ElementsAre(fake::line{101, "ravo_if_ifinfo_get_by_addr (#):Matched interface cache vlan10\n"}));
+}
+
+TEST_F(RavoDbIf, DeletingAllTracesItsEntryAndExit) {
+    for (const char *name : {"vlan1", "vlan2", "vlan3"}) add(record_named(name));
+    EXPECT_EQ(ravo_if_del_all_if(), 0);
+    EXPECT_THAT(stored_names(), IsEmpty());
+    EXPECT_EQ(fake::blocks_used(), 0u);
+    EXPECT_THAT(fake::traces(), ElementsAre(fake::line{101, "ravo_if_del_all_if (#)++\n"},
+                                            fake::line{101, "ravo_if_del_all_if (#)--\n"}));
+}
+
+// ---- Look-up by address ----
+
+TEST_F(RavoDbIf, ALookUpMissesThenFindsThenHitsTheCache) {
+    add(with_address("vlan10", "192.0.2.1", 1034));
+    EXPECT_EQ(found_by("192.0.2.9"), "");
+    EXPECT_EQ(found_by("192.0.2.1"), "vlan10");
+    EXPECT_EQ(found_by("192.0.2.1"), "vlan10");
+    EXPECT_THAT(
+        fake::traces(),
+        ElementsAre(
+            fake::line{104, "ravo_if_ifinfo_get_by_addr (#): Get interface by addr failed,ip=192.0.2.9\n"},
+            fake::line{101,
+                       "ravo_if_ifinfo_get_by_addr (#): Get interface by addr succeed,ifindex=1034,ip=192.0.2.1\n"},
+            fake::line{101, "ravo_if_ifinfo_get_by_addr (#):Matched interface cache vlan10\n"}));
+}
+
+TEST_F(RavoDbIf, ALookUpCopiesTheWholeRecord) {
+    iface record = vlan_record(10, {"10.0.0.1"});
+    record.if_ip = fake::address("192.0.2.1");
+    record.trusted = 1;
+    add(record);
+    for (int i = 0; i < 2; ++i) {
+        iface out;
+        std::memset(&out, 0xff, sizeof out);
+        ASSERT_EQ(ravo_if_ifinfo_get_by_addr(&out, record.if_ip), 1);
+        EXPECT_EQ(describe(out), describe(record));
+    }
+}
+
+TEST_F(RavoDbIf, AMissLeavesTheBufferAndTheCache) {
+    add(with_address("vlan10", "192.0.2.1"));
+    ASSERT_EQ(found_by("192.0.2.1"), "vlan10");
+    iface out = record_named("untouched");
+    EXPECT_EQ(ravo_if_ifinfo_get_by_addr(&out, fake::address("192.0.2.9")), 0);
+    EXPECT_STREQ(out.name, "untouched");
+    fake::forget();
+    found_by("192.0.2.1");
+    EXPECT_THAT(fake::traces(101), ElementsAre("ravo_if_ifinfo_get_by_addr (#):Matched interface cache vlan10\n"));
+}
+
+TEST_F(RavoDbIf, ALookUpOfAddressZeroFindsARecordWithoutAddress) {
+    add(with_address("vlan10", "192.0.2.1"));
+    add(record_named("vlan20"));
+    EXPECT_EQ(found_by("0.0.0.0"), "vlan20");
+}
+
+TEST_F(RavoDbIf, OfSeveralRecordsTheFirstInOrderIsFound) {
+    add(with_address("vlan30", "192.0.2.1"));
+    add(with_address("vlan10", "192.0.2.1"));
+    add(with_address("vlan20", "192.0.2.1"));
+    EXPECT_EQ(found_by("192.0.2.1"), "vlan10");
+}
+
+TEST_F(RavoDbIf, TheCacheWinsOverAnEarlierRecord) {
+    add(with_address("vlan30", "192.0.2.1"));
+    ASSERT_EQ(found_by("192.0.2.1"), "vlan30");
+    add(with_address("vlan10", "192.0.2.1"));
+    EXPECT_EQ(found_by("192.0.2.1"), "vlan30");
+}
+
+TEST_F(RavoDbIf, AnUpdateInPlaceKeepsTheCache) {
+    add(with_address("vlan10", "192.0.2.1"));
+    ASSERT_EQ(found_by("192.0.2.1"), "vlan10");
+    add(with_address("vlan10", "192.0.2.7"));
+    fake::forget();
+    EXPECT_EQ(found_by("192.0.2.7"), "vlan10");
+    EXPECT_EQ(found_by("192.0.2.1"), "");
+    EXPECT_THAT(fake::traces(101), ElementsAre("ravo_if_ifinfo_get_by_addr (#):Matched interface cache vlan10\n"));
+}
+
+TEST_F(RavoDbIf, DeletingTheCachedRecordClearsTheCache) {
+    add(with_address("vlan10", "192.0.2.1", 1034));
+    add(with_address("vlan20", "192.0.2.1", 1044));
+    ASSERT_EQ(found_by("192.0.2.1"), "vlan10");
+    ravo_db_if_delete("vlan10");
+    EXPECT_EQ(found_by("192.0.2.1"), "vlan20");
+}
+
+TEST_F(RavoDbIf, DeletingAnotherRecordOfTheSameIfindexClearsTheCache) {
+    add(with_address("vlan30", "192.0.2.1", 7));
+    add(with_address("vlan20", "192.0.2.2", 7));
+    ASSERT_EQ(found_by("192.0.2.1"), "vlan30");
+    add(with_address("vlan10", "192.0.2.1", 8));
+    ASSERT_EQ(found_by("192.0.2.1"), "vlan30");  // from the cache
+    ravo_db_if_delete("vlan20");
+    EXPECT_EQ(found_by("192.0.2.1"), "vlan10");  // from the walk
+}
+
+TEST_F(RavoDbIf, DeletingARecordOfAnotherIfindexKeepsTheCache) {
+    add(with_address("vlan30", "192.0.2.1", 7));
+    add(with_address("vlan20", "192.0.2.2", 9));
+    ASSERT_EQ(found_by("192.0.2.1"), "vlan30");
+    add(with_address("vlan10", "192.0.2.1", 8));
+    ravo_db_if_delete("vlan20");
+    EXPECT_EQ(found_by("192.0.2.1"), "vlan30");
+}
+
+// What a look-up by address must answer: the cached record, else a walk from the first record on.
+class walked_database {
+  public:
+    void add(const iface &record) { records_[key_of(record)] = record; }
+
+    void remove(const iface &record) {
+        const auto found = records_.find(key_of(record));
+        if (found == records_.end()) return;
+        if (cache_ && records_.at(*cache_).ifindex == found->second.ifindex) cache_.reset();
+        records_.erase(found);
+    }
+
+    // The description of the record found, with how it was found.
+    std::string look_up(std::uint32_t address) {
+        if (cache_ && records_.at(*cache_).if_ip == address) return "cache " + describe(records_.at(*cache_));
+        for (const auto &[key, record] : records_) {
+            if (record.if_ip != address) continue;
+            cache_ = key;
+            return "walk " + describe(record);
+        }
+        return "none";
+    }
+
+    std::size_t size() const { return records_.size(); }
+
+  private:
+    static int key_of(const iface &record) {
+        std::uint16_t number = 0;
+        for (const char *at = record.name; *at != '\0'; ++at)
+            number =
+                *at >= '0' && *at <= '9' ? static_cast<std::uint16_t>(number * 10 + (*at - '0')) : std::uint16_t{0};
+        return static_cast<std::int16_t>(number);
+    }
+
+    std::map<int, iface> records_;
+    std::optional<int> cache_;
+};
+
+std::string looked_up(std::uint32_t address) {
+    fake::forget_printed();
+    iface record{};
+    const int found = ravo_if_ifinfo_get_by_addr(&record, address);
+    const std::vector<fake::line> lines = fake::traces();
+    if (lines.size() != 1) return "traced " + std::to_string(lines.size()) + " lines";
+    if (found == 0) return lines[0].level == 104 ? "none" : "none, wrongly traced";
+    const bool cached = lines[0].text.find("Matched interface cache") != std::string::npos;
+    return (cached ? "cache " : "walk ") + describe(record);
+}
+
+TEST_F(RavoDbIf, EveryLookUpAnswersAsAWalkWould) {
+    std::mt19937 random(20240229);
+    const auto below = [&random](unsigned limit) { return random() % limit; };
+    const char *const names[] = {"vlan1",     "vlan2",     "port2", "vlan3",   "vlan03",
+                                 "vlan40000", "vlan65535", "lo",    "vlan4094"};
+    walked_database expected;
+    std::size_t largest = 0;
+    for (int step = 0; step < 20000; ++step) {
+        iface record = record_named(names[below(std::size(names))]);
+        record.if_ip = htonl(below(5));
+        record.ifindex = below(4);
+        record.trusted = static_cast<std::uint32_t>(step);
+        switch (below(5)) {
+            case 0:
+            case 1:
+                ASSERT_EQ(add(record), 1);
+                expected.add(record);
+                break;
+            case 2: {
+                const bool refused = below(4) == 0;
+                const bool there = stored_record(record.name).has_value();
+                if (refused) fake::script(fake::op::avl_remove);
+                ASSERT_EQ(ravo_db_if_delete(record.name), refused && there ? 0 : 1);
+                fake::clear_scripts();
+                if (!refused) expected.remove(record);
+                break;
+            }
+            default:
+                ASSERT_EQ(looked_up(record.if_ip), expected.look_up(record.if_ip)) << "step " << step;
+        }
+        ASSERT_EQ(fake::blocks_used(), expected.size());
+        largest = std::max(largest, expected.size());
+    }
+    EXPECT_EQ(largest, 7u);  // all keys were stored at once
+}
+
+// ---- Filling from the system's interface ----
+
+TEST_F(RavoDbIf, FillTakesNumberHardwareAddressAndPrimaryAddress) {
+    fake::interface_spec spec;
+    spec.name = "vlan10";
+    spec.mac = {0x02, 0xab, 0x03, 0xcd, 0x04, 0xef};
+    spec.addresses = {{"192.0.2.1"}, {"192.0.2.2"}};
+    iface record = record_named("vlan10");
+    record.trusted = 1;
+    EXPECT_EQ(RAVO_IF_Fill_Info(&record, fake::add_interface(spec)), 0);
+
+    iface expected = record_named("vlan10");
+    expected.trusted = 1;
+    expected.ifindex = 1034;
+    expected.if_ip = fake::address("192.0.2.1");
+    expected.if_maclen = 6;
+    std::copy(spec.mac.begin(), spec.mac.end(), expected.if_mac);
+    EXPECT_EQ(describe(record), describe(expected));
+    EXPECT_THAT(fake::traces(),
+                ElementsAre(fake::line{101, "RAVO_IF_Fill_Info (#): Fill interface vlan10 information \n"},
+                            fake::line{101, "RAVO_IF_Fill_Info (#): ifindex=1034, MAC Len=6, MAC=02AB.03CD.04EF\n"}));
+}
+
+TEST_F(RavoDbIf, FillCopiesSixteenBytesOfHardwareAddress) {
+    fake::interface_spec spec;
+    spec.name = "vlan10";
+    spec.mac = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+    iface record = record_named("vlan10");
+    RAVO_IF_Fill_Info(&record, fake::add_interface(spec));
+    EXPECT_EQ(hex_of(record.if_mac, 16), "0102030405060708090a0b0c0d0e0f10");
+    EXPECT_EQ(record.if_maclen, 16u);
+}
+
+TEST_F(RavoDbIf, FillSkipsAddressesOfEitherFlag) {
+    iface record = record_named("vlan10");
+    RAVO_IF_Fill_Info(&record,
+                      fake::add_vlan(10, {{"192.0.2.1", 1}, {"192.0.2.2", 4}, {"192.0.2.3", 5}, {"192.0.2.4", 2}}));
+    EXPECT_STREQ(ravo_addr_text(record.if_ip).text, "192.0.2.4");
+}
+
+TEST_F(RavoDbIf, FillKeepsTheAddressWhenEveryOneIsFlagged) {
+    iface record = with_address("vlan10", "198.51.100.1");
+    RAVO_IF_Fill_Info(&record, fake::add_vlan(10, {{"192.0.2.1", 1}, {"192.0.2.2", 4}}));
+    EXPECT_STREQ(ravo_addr_text(record.if_ip).text, "198.51.100.1");
+    EXPECT_EQ(record.ifindex, 1034u);
+}
+
+TEST_F(RavoDbIf, FillKeepsTheAddressWithoutAnAddressList) {
+    iface record = with_address("vlan10", "198.51.100.1");
+    RAVO_IF_Fill_Info(&record, fake::add_vlan(10));
+    EXPECT_STREQ(ravo_addr_text(record.if_ip).text, "198.51.100.1");
+}
+
+}  // namespace
