@@ -1,0 +1,90 @@
+// Options come before or behind the file's name; "--" ends them, so that a file may have any name.
+#include "options.h"
+
+#include <string_view>
+
+#include "client.h"
+
+namespace ravo::client {
+
+namespace {
+
+// Finds the value of an option that needs one: behind "=" or the next word. Returns false when there is none.
+bool take_value(std::string_view name, const std::vector<std::string> &words, std::size_t *at, std::string *value) {
+    const std::string &word = words[*at];
+    if (word.size() > name.size()) {  // "--name=VALUE", "-cVALUE"
+        *value = word.substr(name.size() + (name.starts_with("--") ? 1 : 0));
+        return true;
+    }
+    if (*at + 1 == words.size()) return false;
+    *value = words[++*at];
+    return true;
+}
+
+bool is_option(const std::string &word, std::string_view name) {
+    if (!word.starts_with(name)) return false;
+    return !name.starts_with("--") || word.size() == name.size() || word[name.size()] == '=';
+}
+
+std::string take_file(const std::string &word, shell_options *out) {
+    if (out->has_file) return "more than one file: \"" + out->file + "\" and \"" + word + "\"";
+    out->has_file = true;
+    out->file = word;
+    return {};
+}
+
+// Reads the option at *at and moves *at to its last word.
+std::string take_option(const std::vector<std::string> &words, std::size_t *at, shell_options *out) {
+    const std::string &word = words[*at];
+    std::string value;
+    if (word == "--help" || word == "-h") {
+        out->help = true;
+    } else if (word == "--version") {
+        out->version = true;
+    } else if (is_option(word, "--management")) {
+        if (!take_value("--management", words, at, &value) || value.empty())
+            return "option --management needs the path of a socket";
+        out->socket = value;
+    } else if (is_option(word, "-c")) {
+        if (!take_value("-c", words, at, &value)) return "option -c needs a command";
+        out->commands.push_back(value);
+    } else {
+        return "unknown option \"" + word + "\"";
+    }
+    return {};
+}
+
+}  // namespace
+
+std::string parse_options(const std::vector<std::string> &words, shell_options *out) {
+    out->socket = default_socket;
+    bool options_ended = false;
+    for (std::size_t at = 0; at < words.size(); ++at) {
+        const std::string &word = words[at];
+        if (!options_ended && word == "--") {
+            options_ended = true;
+            continue;
+        }
+        const bool option = !options_ended && word.size() > 1 && word.front() == '-';
+        const std::string fault = option ? take_option(words, &at, out) : take_file(word, out);
+        if (!fault.empty()) return fault;
+    }
+    return {};
+}
+
+const char *help_text() {
+    return "Usage: ravosh [--management SOCKET] [-c COMMAND]... [FILE]\n"
+           "The command line of ravod, the DHCPv4 relay agent.\n"
+           "\n"
+           "  --management SOCKET  the daemon's management socket (/run/ravo/ravod.sock)\n"
+           "  -c COMMAND           run this command; more of them run in order in the same session\n"
+           "  FILE                 run the commands in this file, one a line (-: standard input)\n"
+           "  --version            print the version\n"
+           "  -h, --help           print this\n"
+           "\n"
+           "Without commands it is interactive on a terminal, else it reads commands from standard input.\n"
+           "Exit status: 0 if every command returned 0, 1 if one did not, 2 if the daemon could not be\n"
+           "reached or the usage was wrong.\n";
+}
+
+}  // namespace ravo::client

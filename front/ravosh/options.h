@@ -1,0 +1,28 @@
+// The options of ravosh.
+#ifndef FRONT_RAVOSH_OPTIONS_H
+#define FRONT_RAVOSH_OPTIONS_H
+
+#include <string>
+#include <vector>
+
+namespace ravo::client {
+
+struct shell_options {
+    std::string socket;                 // path of the management socket
+    std::vector<std::string> commands;  // of -c, in order
+    bool has_file = false;
+    std::string file;  // commands one a line; "-": standard input
+    bool version = false;
+    bool help = false;
+};
+
+// Reads the words of the command line, without the program's name. Returns an empty string, or one line with what is
+// wrong.
+std::string parse_options(const std::vector<std::string> &words, shell_options *out);
+
+// The text of --help.
+const char *help_text();
+
+}  // namespace ravo::client
+
+#endif
