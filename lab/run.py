@@ -26,7 +26,7 @@ def main():
         return refuse("the lab needs root, for network namespaces and raw sockets: sudo make run")
     reason = namespace.unavailable()
     if reason:
-        return refuse(f"the lab needs network namespaces: {reason}")
+        return refuse(f"the lab needs network namespaces, and this process may make none: {reason}")
     for program in ("ravod", "ravosh"):
         if not (BUILD / program).exists():
             return refuse(f"{BUILD / program} is not built yet: make build")

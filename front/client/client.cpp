@@ -223,7 +223,11 @@ answer converse(connection &c, const protocol::bytes &request, exchange &x, even
 answer request_status(connection &c, const protocol::bytes &request, std::uint32_t id, exchange &x) {
     if (c.fd < 0) return {outcome::lost, 1, {}, c.path + ": not connected"};
     answer a = converse(c, request, x, event::status, std::nullopt);
-    if (a.outcome == outcome::answered && x.status->id != id) return lost(c, "ravod answered another request");
+    if (a.outcome != outcome::answered) return a;
+    if (x.status->id != id) return lost(c, "ravod answered another request");
+    // Lines of the log may have come with the status; the descriptor does not become readable for them again.
+    exchange rest{x.to};
+    if (take_frames(c, rest) != event::other) lose(c);  // the next request tells
     return a;
 }
 

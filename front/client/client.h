@@ -25,7 +25,7 @@ namespace ravo::client {
 
 inline constexpr const char *default_socket = "/run/ravo/ravod.sock";
 
-// Views of a command's output: bits, 0 for plain.
+// Views of a command's output: bits. A person is shown the terminal view; 0 prints the lines of every view.
 inline constexpr std::uint8_t view_plain = 0;
 inline constexpr std::uint8_t view_terminal = 1;
 inline constexpr std::uint8_t view_settings = 2;
@@ -85,7 +85,7 @@ struct answer {
 
 struct command {
     std::string line;
-    std::uint8_t view = view_plain;
+    std::uint8_t view = view_terminal;
     bool show_all = false;     // plain lines in the settings view too
     bool interactive = false;  // a person is there to be asked
     bool confirmed = false;    // the person said yes

@@ -8,16 +8,17 @@
 
 #include <histedit.h>
 #include <poll.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <utility>
 
 #include "history_file.h"
 #include "terminal.h"
@@ -93,7 +94,7 @@ void leave_line(const editor &e, std::string_view key) {
     std::string moves = "\r";
     if (end / columns > at / columns) moves += "\033[" + std::to_string(end / columns - at / columns) + "B";
     if (end % columns > 0) moves += "\033[" + std::to_string(end % columns) + "C";
-    terminal_write(moves + std::string(key) + "\r\n");
+    terminal_write(moves + std::string(key) + "\n");
 }
 
 void draw_again(editor &e) {
@@ -251,7 +252,8 @@ void editor_delete::operator()(editor *e) const {
 editor_ptr editor_open(editor_host host) {
     std::setlocale(LC_CTYPE, "");
     catch_signals();
-    editor_ptr e(new editor{std::move(host)});
+    editor_ptr e(new editor);
+    e->host = std::move(host);
     e->line = el_init("ravosh", stdin, stdout, stderr);
     e->history = history_init();
     if (e->line == nullptr || e->history == nullptr) return nullptr;

@@ -45,7 +45,8 @@ typed editor_read(editor &e, std::string *line);
 // Adds a line to the history that the arrow keys walk.
 void editor_remember(editor &e, const std::string &line);
 
-// Shows whole lines above the line being typed, which is drawn again beneath them. Only from within the host's attend.
+// Shows whole lines above the line being typed, which is drawn again beneath them. For the host's functions,
+// which are called while a line is typed.
 void editor_show_above(editor &e, std::string_view text);
 
 // Tells whether Ctrl-C came since it was last asked, while no line was being typed.

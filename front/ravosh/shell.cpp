@@ -30,7 +30,6 @@ struct shell {
     std::string prompt_text = "#";
     int page = -1;
     editor_ptr line;
-    std::string waiting;  // lines to show above the line being typed
 };
 
 std::string host_name() {
@@ -138,14 +137,19 @@ bool run_typed(shell &sh, const std::string &line) {
     return true;
 }
 
+// Handlers for a request of the line being typed: log lines that come meanwhile are put aside.
+handlers log_lines_to(std::string *text) {
+    handlers to;
+    to.monitor = [text](std::string_view line) { *text += terminal_safe(line) + "\n"; };
+    to.cancelled = editor_take_interrupt;
+    return to;
+}
+
 std::string help_text_for(shell &sh, std::string_view line) {
     if (sh.daemon == nullptr) return "% Not connected.\n";
     std::vector<help_row> rows;
-    handlers to;
-    to.monitor = [&sh](std::string_view log_line) { sh.waiting += terminal_safe(log_line) + "\n"; };
-    const answer a = help(*sh.daemon, line, &rows, to);
-    std::string text = std::move(sh.waiting);
-    sh.waiting.clear();
+    std::string text;
+    const answer a = help(*sh.daemon, line, &rows, log_lines_to(&text));
     if (a.outcome != outcome::answered) {
         lose(sh);
         return text + std::string(lost_line);
@@ -161,13 +165,13 @@ std::string help_text_for(shell &sh, std::string_view line) {
 std::vector<std::string> completions(shell &sh, std::string_view line) {
     std::vector<std::string> words;
     if (sh.daemon == nullptr) return words;
-    handlers to;
-    to.monitor = [&sh](std::string_view log_line) { sh.waiting += terminal_safe(log_line) + "\n"; };
-    const answer a = complete(*sh.daemon, line, &words, to);
+    std::string text;
+    const answer a = complete(*sh.daemon, line, &words, log_lines_to(&text));
     if (a.outcome != outcome::answered) {
         lose(sh);
-        sh.waiting += lost_line;
+        text += lost_line;
     }
+    if (!text.empty()) editor_show_above(*sh.line, text);
     return words;
 }
 

@@ -40,7 +40,7 @@ class Namespace:
         self.fd = -1
         home = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
         try:
-            _check(_libc.unshare(CLONE_NEWNET), "no network namespace")
+            _check(_libc.unshare(CLONE_NEWNET), "unshare")
             try:
                 self.fd = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
             finally:

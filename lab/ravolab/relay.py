@@ -15,7 +15,7 @@ from pathlib import Path
 from .process import LabError, Process, wait_for
 
 REPOSITORY = Path(__file__).resolve().parents[2]
-BUILD = Path(os.environ.get("RAVO_BUILD", REPOSITORY / "build"))
+BUILD = Path(os.environ.get("RAVO_BUILD") or REPOSITORY / "build")
 
 
 class Relay:

@@ -231,6 +231,7 @@ class Tour:
         before = signal.signal(signal.SIGTTOU, signal.SIG_IGN)
         try:
             status = subprocess.run(["setpriv", "--pdeathsig", "KILL", *words], check=False,
+                                    env={**os.environ, "HOME": str(self.lab.folder)},  # where its history goes
                                     preexec_fn=lambda: _take_terminal(terminal)).returncode
         finally:
             os.tcsetpgrp(terminal, group)

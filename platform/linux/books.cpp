@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <list>
 #include <map>
 #include <memory>
 #include <new>
@@ -42,7 +43,7 @@ struct request_time {
 };
 
 struct watcher_slot {
-    int id;
+    int id;  // 0: taken off
     books_watcher watcher;
 };
 
@@ -56,11 +57,13 @@ std::size_t recorder_next = 0;
 std::uint64_t messages = 0;
 std::array<request_time, request_slots> requests;
 
-std::vector<watcher_slot> watchers;
+std::list<watcher_slot> watchers;  // a list: watchers may come and go while they are told
 int next_watcher = 1;
+bool telling = false;
 
 bool in_hand = false;
 bool rebroadcast = false;
+std::uint32_t sent = 0;  // copies of the message in hand
 book_entry current;
 std::span<const std::uint8_t> current_frame;
 
@@ -96,7 +99,8 @@ request_time &request_slot(const book_entry &entry) {
     return requests[(hash ^ hash >> 16) % request_slots];
 }
 
-// A request is remembered by its first sending; a reply learns how long its request has waited.
+// A request is remembered by its last sending: a client keeps one transaction from DISCOVER to ACK, and each reply is
+// to learn how long the request that it answers has waited.
 void relate(book_entry &entry) {
     request_time &slot = request_slot(entry);
     const bool same = slot.xid == entry.xid && slot.client == entry.client && slot.time_us != 0;
@@ -121,6 +125,7 @@ void count(book_counters &counters) {
     ++counters.received;
     ++counters.by_outcome[current.outcome];
     if (rebroadcast) ++counters.rebroadcast;
+    counters.sent += sent;
 }
 
 // Counts of a port are made when it is first heard of.
@@ -142,7 +147,17 @@ void open_entry(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const 
     current.port_ifindex = port_ifindex;
     current_frame = frame;
     rebroadcast = false;
+    sent = 0;
     in_hand = true;
+}
+
+// A watcher may take itself or another off: it is forgotten once all were told.
+void tell_watchers() {
+    telling = true;
+    for (watcher_slot &slot : watchers)
+        if (slot.id != 0) slot.watcher(current, current_frame);
+    telling = false;
+    watchers.remove_if([](const watcher_slot &slot) { return slot.id == 0; });
 }
 
 }  // namespace
@@ -165,8 +180,9 @@ void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const 
 }
 
 void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
-                std::span<const std::uint8_t> frame) {
+                std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message) {
     open_entry(vlan, port_ifindex, frame);
+    read_message(message, current);
     current.outcome = static_cast<std::uint8_t>(outcome);
     books_close();
 }
@@ -179,8 +195,7 @@ void books_close() {
     count_port();
     recorder[recorder_next] = current;
     recorder_next = recorder_next + 1 == recorder.size() ? 0 : recorder_next + 1;
-    // A watcher may take itself off, hence by index.
-    for (std::size_t i = 0; i < watchers.size(); ++i) watchers[i].watcher(current, current_frame);
+    if (!watchers.empty()) tell_watchers();
 }
 
 const book_counters &books_total() {
@@ -194,6 +209,13 @@ const book_counters &books_of_vlan(std::uint16_t vlan) {
 const book_counters &books_of_port(std::uint32_t port_ifindex) {
     const auto found = of_port.find(port_ifindex);
     return found == of_port.end() ? nothing : found->second;
+}
+
+std::vector<std::uint16_t> books_vlans() {
+    std::vector<std::uint16_t> seen;
+    for (std::uint16_t vlan = 1; vlan < vlans; ++vlan)
+        if (of_vlan[vlan].received != 0) seen.push_back(vlan);
+    return seen;
 }
 
 std::vector<std::uint32_t> books_ports() {
@@ -223,7 +245,9 @@ int books_watch(books_watcher watcher) {
 }
 
 void books_unwatch(int id) {
-    std::erase_if(watchers, [id](const watcher_slot &slot) { return slot.id == id; });
+    for (watcher_slot &slot : watchers)
+        if (slot.id == id) slot.id = 0;
+    if (!telling) watchers.remove_if([](const watcher_slot &slot) { return slot.id == 0; });
 }
 
 std::string_view outcome_word(relay_outcome outcome) {
@@ -243,13 +267,18 @@ std::string_view message_type_word(std::uint8_t type) {
 }  // namespace ravo::platform
 
 void outcome_record(relay_outcome outcome) {
-    if (!ravo::platform::in_hand) return;
-    if (outcome == OUTCOME_REBROADCAST) ravo::platform::rebroadcast = true;
-    ravo::platform::current.outcome = static_cast<std::uint8_t>(outcome);
+    namespace books = ravo::platform;
+    if (!books::in_hand || outcome < 0 || outcome >= OUTCOMES) return;
+    if (outcome == OUTCOME_REBROADCAST) books::rebroadcast = true;
+    if (outcome == OUTCOME_REBROADCAST || outcome == OUTCOME_DELIVERED) ++books::sent;
+    books::current.outcome = static_cast<std::uint8_t>(outcome);
 }
 
 void outcome_server(std::uint32_t server) {
-    ravo::platform::book_entry &entry = ravo::platform::current;
-    if (!ravo::platform::in_hand || entry.servers_count >= entry.servers.size()) return;
-    entry.servers[entry.servers_count++] = server;
+    namespace books = ravo::platform;
+    if (!books::in_hand) return;
+    ++books::sent;
+    books::book_entry &entry = books::current;
+    if (entry.servers_count < entry.servers.size()) entry.servers[entry.servers_count] = server;
+    if (entry.servers_count < UINT8_MAX) ++entry.servers_count;
 }

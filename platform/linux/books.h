@@ -24,6 +24,7 @@ struct book_counters {
     std::array<std::uint64_t, OUTCOMES> by_outcome{};
     std::uint64_t received = 0;     // all messages; equals the sum over by_outcome
     std::uint64_t rebroadcast = 0;  // broadcast again locally, whatever became of them then
+    std::uint64_t sent = 0;         // copies sent for them: one a server, one a client, one a local broadcast
 };
 
 // One message in the flight recorder.
@@ -37,9 +38,9 @@ struct book_entry {
     std::uint8_t type = 0;                   // option 53, 0: none
     std::array<std::uint8_t, 6> client{};    // client hardware address
     std::uint8_t outcome = OUTCOME_NONE;     // relay_outcome
-    std::uint8_t servers_count = 0;          // servers it was sent to
+    std::uint8_t servers_count = 0;          // servers it was sent to, 255 for more
     std::array<std::uint32_t, 4> servers{};  // of these, the first four; network byte order
-    std::int32_t answered_us = -1;           // of a reply: since the client's request; -1: not known
+    std::int32_t answered_us = -1;           // of a reply: since the client's last request; -1: not known
     std::uint8_t option82_size = 0;          // bytes of option 82's data it carried, at most 32 are kept
     std::array<std::uint8_t, 32> option82{};
 };
@@ -52,9 +53,10 @@ bool books_set_recorder(std::size_t messages);
 void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,
                 std::span<const std::uint8_t> message);
 
-// Opens and closes a message that the channel itself drops. vlan, port_ifindex: 0 when not known.
+// Opens and closes a message that the channel itself drops. vlan, port_ifindex: 0 when not known; message: the DHCP
+// message in the frame, empty when it cannot be told.
 void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
-                std::span<const std::uint8_t> frame);
+                std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message = {});
 
 // Closes the message in hand, if there is one.
 void books_close();
@@ -63,7 +65,8 @@ void books_close();
 const book_counters &books_total();
 const book_counters &books_of_vlan(std::uint16_t vlan);
 const book_counters &books_of_port(std::uint32_t port_ifindex);
-// The ports that received something, in order of their numbers.
+// The VLANs and the ports that received something, in order of their numbers.
+std::vector<std::uint16_t> books_vlans();
 std::vector<std::uint32_t> books_ports();
 void books_clear_counters();
 

@@ -244,18 +244,19 @@ bool examine(int kernel_ifindex, std::span<const std::uint8_t> bytes, const fram
     }
     // A VLAN id of 0 is a priority tag, which says nothing about the VLAN.
     const bool tagged = frame->tagged && frame->vid != 0;
+    const std::span<const std::uint8_t> message = frame->udp.subspan(channel_udp_header_size);
     switch (inventory_classify(kernel_ifindex, tagged, frame->vid, in)) {
         case ingress_result::ok:
             ++counters.delivered;
-            books_open(in->vlan, in->port_ifindex, bytes, frame->udp.subspan(channel_udp_header_size));
+            books_open(in->vlan, in->port_ifindex, bytes, message);
             return true;
         case ingress_result::unknown_vlan:
             ++counters.unknown_vlan;
-            books_drop(OUTCOME_UNKNOWN_VLAN, 0, in->port_ifindex, bytes);
+            books_drop(OUTCOME_UNKNOWN_VLAN, 0, in->port_ifindex, bytes, message);
             return false;
         case ingress_result::unknown_port:
             ++counters.unknown_port;
-            books_drop(OUTCOME_UNKNOWN_PORT, 0, 0, bytes);
+            books_drop(OUTCOME_UNKNOWN_PORT, 0, 0, bytes, message);
             return false;
     }
     return false;
@@ -364,6 +365,7 @@ ssize_t channel_receive(void *buffer, std::size_t size, int flags, struct sockad
 
 int channel_close() {
     if (!channel) return 0;
+    books_close();
     inventory_on_change(nullptr);
     for (const auto &[kernel_ifindex, t] : channel->taps) count_overruns(t);
     channel.reset();

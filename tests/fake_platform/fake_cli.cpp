@@ -57,8 +57,12 @@ int view_print(void *handle, const void *key, std::size_t key_length, const char
     target where = target::wrong;
     if (handle == to.context.print_handle) where = target::terminal;
     if (handle == to.context.view_buffer) where = target::buffer;
+    if (to.full) where = target::late;
     if (where == target::buffer) {
-        if (to.keyed_room == 0) return CLI_BUFFER_FULL;
+        if (to.keyed_room == 0) {
+            to.full = true;
+            return CLI_BUFFER_FULL;
+        }
         if (to.keyed_room > 0) --to.keyed_room;
     }
     to.outputs.push_back({where, copy_bytes(key, key_length), text});
@@ -85,6 +89,7 @@ session::session(const session &other)
       outputs(other.outputs),
       web_records(other.web_records),
       keyed_room(other.keyed_room),
+      full(other.full),
       exact_access(other.exact_access) {
     attach();
 }
@@ -95,6 +100,7 @@ session &session::operator=(const session &other) {
     outputs = other.outputs;
     web_records = other.web_records;
     keyed_room = other.keyed_room;
+    full = other.full;
     exact_access = other.exact_access;
     attach();
     return *this;
@@ -137,6 +143,7 @@ int session::run(cli_handler handler, const std::vector<std::string> &words) {
 void session::forget() {
     outputs.clear();
     web_records.clear();
+    full = false;
 }
 
 struct cli_globals *cli_globals_of_platform() {

@@ -17,6 +17,7 @@ enum class target {
     terminal,  // view_print with the ordinary handle
     buffer,    // view_print with the keyed-output buffer
     row,       // uib_snmp_key_send: the key is the row's
+    late,      // view_print after the buffer was full
     wrong      // a handle that belongs to neither
 };
 
@@ -35,6 +36,7 @@ class session {
     std::vector<output> outputs;     // in order
     std::vector<bytes> web_records;  // records handed to the web side
     int keyed_room = -1;             // keyed lines the buffer takes, -1: any number
+    bool full = false;               // the buffer answered that it is full
     bool exact_access = false;       // a table walk begins with the row of the key itself
 
     // A context for plain output, or with view_print and these view flags.

@@ -322,7 +322,7 @@ void install_quietly() {
 TEST_F(RavoMainDeathTest, AFaultPrintsFiveMessagesAndItsFrames) {
     volatile char *const page = forbidden_page();
     char address[32];
-    std::snprintf(address, sizeof address, "%p", const_cast<char *>(page));
+    std::snprintf(address, sizeof address, "%p", static_cast<void *>(const_cast<char *>(page)));
     EXPECT_EXIT(
         {
             install_quietly();
@@ -336,7 +336,7 @@ TEST_F(RavoMainDeathTest, AFaultPrintsFiveMessagesAndItsFrames) {
 TEST_F(RavoMainDeathTest, AReportHasAtMostTwentyFrames) {
     volatile char *const page = forbidden_page();
     char address[32];
-    std::snprintf(address, sizeof address, "%p", const_cast<char *>(page));
+    std::snprintf(address, sizeof address, "%p", static_cast<void *>(const_cast<char *>(page)));
     EXPECT_EXIT(
         {
             install_quietly();

@@ -73,10 +73,10 @@ TEST_F(RavoNsm, AKnownInterfaceIsRefreshedAndKeepsItsSettings) {
 }
 
 TEST_F(RavoNsm, AnInterfaceOfAnotherTypeGetsNoRecord) {
-    for (const std::uint16_t type : {0, 1, 6, 8, 65535}) {
+    for (const int type : {0, 1, 6, 8, 65535}) {
         fake::interface_spec spec;
         spec.name = "vlan10";
-        spec.hw_type = type;
+        spec.hw_type = static_cast<std::uint16_t>(type);
         spec.addresses = {{"192.0.2.1"}};
         fake::forget();
         struct interface *ifp = fake::add_interface(spec);

@@ -100,7 +100,7 @@ std::string extra_section(std::string_view daemon_text) {
     // Some global commands mean something else on an interface, so an interface section before them is left first.
     if (!globals.empty() && has_interface_line(daemon_text)) globals = "exit\n!\n" + globals;
     const std::string text = globals + interface_sections(*relay, settings->trust_all == 1);
-    return text.empty() ? text : "!\n" + text;
+    return text.empty() || daemon_text.empty() ? text : "!\n" + text;
 }
 
 }  // namespace ravo::cli

@@ -15,7 +15,7 @@ namespace ravo::cli {
 namespace {
 
 constexpr std::size_t pattern_limit = 128;
-constexpr std::size_t matched_part_limit = 4096;
+constexpr std::size_t matched_part_limit = 1024;
 
 // Takes away the quotes around a pattern that was typed in quotes.
 std::string_view unquoted(std::string_view text) {
@@ -69,6 +69,8 @@ bool passes(line_filter &filter, std::string_view line) {
         case filter_kind::count:
             filter.matches += matches(filter, line) ? 1 : 0;
             return false;
+        case filter_kind::json:  // what comes is the document already
+            return true;
     }
     return false;
 }
@@ -95,10 +97,11 @@ const filter_row *find_row(const word &typed, filter_fault *fault) {
 
 const std::vector<filter_row> &filter_rows() {
     static const std::vector<filter_row> rows = {
-        {"begin", filter_kind::begin, true, "From the first line that matches on"},
-        {"count", filter_kind::count, false, "The number of lines, or of those that match"},
-        {"exclude", filter_kind::exclude, true, "Lines that do not match"},
-        {"include", filter_kind::include, true, "Lines that match"},
+        {"begin", filter_kind::begin, pattern_use::required, "From the first line that matches on"},
+        {"count", filter_kind::count, pattern_use::optional, "The number of lines, or of those that match"},
+        {"exclude", filter_kind::exclude, pattern_use::required, "Lines that do not match"},
+        {"include", filter_kind::include, pattern_use::required, "Lines that match"},
+        {"json", filter_kind::json, pattern_use::none, "The data as JSON"},
     };
     return rows;
 }
@@ -117,8 +120,13 @@ std::unique_ptr<line_filter> filter_read(std::string_view text, filter_fault *fa
     const filter_row *row = find_row(name, fault);
     if (row == nullptr) return nullptr;
     const std::string_view pattern = unquoted(trim(text.substr(name.end)));
-    if (pattern.empty() && row->pattern_required) {
+    if (pattern.empty() && row->pattern == pattern_use::required) {
         fault->kind = filter_fault::incomplete;
+        return nullptr;
+    }
+    if (!pattern.empty() && row->pattern == pattern_use::none) {
+        fault->kind = filter_fault::invalid;
+        fault->column = text.find_first_not_of(" \t", name.end);
         return nullptr;
     }
     auto out = std::make_unique<line_filter>();

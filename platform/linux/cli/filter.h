@@ -13,7 +13,9 @@
 
 namespace ravo::cli {
 
-enum class filter_kind { include, exclude, begin, count };
+enum class filter_kind { include, exclude, begin, count, json };
+
+enum class pattern_use { required, optional, none };
 
 struct regex_delete {
     void operator()(regex_t *compiled) const {
@@ -34,7 +36,7 @@ struct line_filter {
 struct filter_row {
     std::string_view name;
     filter_kind kind;
-    bool pattern_required;
+    pattern_use pattern;
     std::string_view help;
 };
 const std::vector<filter_row> &filter_rows();

@@ -95,9 +95,10 @@ std::vector<help_row> filter_help(std::string_view text) {
         if (naming) {
             out.push_back({std::string(row.name), std::string(row.help)});
         } else if (out.empty()) {
-            out.push_back({"REGEX", "A regular expression, up to the end of the line"});
             const bool pattern_typed = !trim(text.substr(parts.words.front().end)).empty();
-            if (!row.pattern_required || pattern_typed) out.push_back({"<cr>", ""});
+            if (row.pattern != pattern_use::none)
+                out.push_back({"REGEX", "A regular expression, up to the end of the line"});
+            if (row.pattern != pattern_use::required || pattern_typed) out.push_back({"<cr>", ""});
         }
     }
     return out;

@@ -64,7 +64,7 @@ runner take(const candidate &each, const word &typed, std::string_view line) {
     out.at = each.taken.after;
     if (what.kind == token_kind::line) {
         out.rest = typed.column;
-        out.arguments.emplace_back(trim(line.substr(typed.column)));
+        out.arguments.emplace_back(trim(line.substr(std::min(typed.column, line.size()))));
     } else if (what.argument) {
         out.arguments.push_back(argument_of(what, typed));
     }

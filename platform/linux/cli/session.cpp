@@ -13,7 +13,9 @@
 #include <utility>
 
 #include "cli/format.h"
+#include "cli/show_json.h"
 #include "log.h"
+#include "relay_data.h"
 
 namespace ravo::cli {
 
@@ -104,6 +106,17 @@ int run_for_each_of_range(session &s, cli_handler handler, const std::vector<std
     return result;
 }
 
+int print_json(session &s, const command &what, const std::vector<std::string> &arguments) {
+    const json_builder build = find_json_builder(what.element->text);
+    const relay_access *relay = platform::relay_data();
+    if (build == nullptr || relay == nullptr) {
+        (void)emit(s, "% No JSON for this command\n");
+        return 1;
+    }
+    (void)emit(s, build(*relay, arguments));
+    return 0;
+}
+
 int run_command(session &s, const choice &chosen, std::string_view line) {
     const command &what = *chosen.found.what;
     if (s.mode == CLI_MODE_INTERFACE && chosen.mode == CLI_MODE_CONFIGURATION) {
@@ -113,6 +126,8 @@ int run_command(session &s, const choice &chosen, std::string_view line) {
     }
     if (s.check_only && what.role != command_role::movement) return 0;
     s.rest = display_columns(line, chosen.found.rest);
+    if (what.role != command_role::movement && s.filter != nullptr && s.filter->kind == filter_kind::json)
+        return print_json(s, what, chosen.found.arguments);
     const cli_handler handler = what.element->handler;
     if (what.role == command_role::relay && what.mode == CLI_MODE_INTERFACE && !s.range.empty())
         return run_for_each_of_range(s, handler, chosen.found.arguments);

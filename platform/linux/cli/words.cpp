@@ -17,7 +17,7 @@ bool is_blank(char c) {
 
 bool is_control(char c) {
     const auto byte = static_cast<unsigned char>(c);
-    return byte < 0x20 || byte == 0x7F;
+    return (byte < 0x20 && c != '\t') || byte == 0x7F;  // a tab that is no blank was quoted
 }
 
 word read_word(std::string_view line, std::size_t at) {

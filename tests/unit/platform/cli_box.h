@@ -20,8 +20,8 @@ struct relay_command {
     int mode;
     int privilege;
     const char *text;
-    const char *typed;                    // a line that is this command
-    std::vector<std::string> arguments;   // what its handler gets for that line
+    const char *typed;                   // a line that is this command
+    std::vector<std::string> arguments;  // what its handler gets for that line
 };
 
 // All commands of the relay, in the order they are installed.

@@ -188,9 +188,9 @@ TEST(Fault, IncompleteLines) {
                              "web set dhcp relay ifsettings vlan10"})
         EXPECT_EQ(s.print(line), "% Incomplete command.\n") << line;
     s.configure("vlan7");
-    for (const char *line : {"ip dhcp relay address", "no ip dhcp relay option60 string",
-                             "no ip dhcp relay option60 exact-match address",
-                             "ip dhcp relay option60 string ab exact-match address"})
+    for (const char *line :
+         {"ip dhcp relay address", "no ip dhcp relay option60 string", "no ip dhcp relay option60 exact-match address",
+          "ip dhcp relay option60 string ab exact-match address"})
         EXPECT_EQ(s.print(line), "% Incomplete command.\n") << line;
     EXPECT_TRUE(calls.empty());
 }
@@ -295,8 +295,8 @@ TEST(TextToNumber, TakesWholeDecimalNumbersOf32Bits) {
     EXPECT_EQ(ok, 1);
     EXPECT_EQ(cmd_str2int("+0012", &ok), 12);
     EXPECT_EQ(ok, 1);
-    for (const char *bad : {"", "-", "+", "2147483648", "-2147483649", "1x", " 1", "1 ", "--1", "0x1",
-                            "99999999999999999999999999"}) {
+    for (const char *bad :
+         {"", "-", "+", "2147483648", "-2147483649", "1x", " 1", "1 ", "--1", "0x1", "99999999999999999999999999"}) {
         ok = 7;
         EXPECT_EQ(cmd_str2int(bad, &ok), 0) << bad;
         EXPECT_EQ(ok, 0) << bad;
@@ -328,7 +328,8 @@ std::string random_line(std::mt19937 &random) {
         "web",  "set",  "terminal", "99999999", "",    "e",        "s",      "information", "trusted", "conf"};
     std::string line;
     for (std::size_t i = random() % 9; i > 0; --i) line += pieces[random() % pieces.size()] + (random() % 5 ? " " : "");
-    for (std::size_t i = random() % 3; i > 0 && !line.empty(); --i) line[random() % line.size()] = static_cast<char>(random());
+    for (std::size_t i = random() % 3; i > 0 && !line.empty(); --i)
+        line[random() % line.size()] = static_cast<char>(random());
     return line;
 }
 

@@ -237,8 +237,7 @@ struct view_shell {
 
     view_shell() {
         static cli_element element{"test views", print_views, nullptr, {}};
-        static const int installed =
-            cli_install_gen(ravo::cli::library_globals()->tree, CLI_MODE_EXEC, 1, 0, &element);
+        static const int installed = cli_install_gen(ravo::cli::library_globals()->tree, CLI_MODE_EXEC, 1, 0, &element);
         EXPECT_EQ(installed, 0);
         ravo::cli::session_output output;
         output.text = [this](std::string_view piece) {
@@ -341,8 +340,7 @@ std::vector<std::string> words_of(shell &s, std::string_view line) {
 
 TEST(Help, ListsWhatMayComeNext) {
     shell s;
-    EXPECT_THAT(words_of(s, "show ip dhcp relay "),
-                ElementsAre("detail", "information", "option", "|", "<cr>"));
+    EXPECT_THAT(words_of(s, "show ip dhcp relay "), ElementsAre("detail", "information", "option", "|", "<cr>"));
     EXPECT_THAT(words_of(s, "show ip dhcp relay"), ElementsAre("relay"));
     EXPECT_THAT(words_of(s, "sh ip dhcp relay option 6"), ElementsAre("60", "61"));
     EXPECT_THAT(words_of(s, "show v"), ElementsAre("version"));
@@ -391,10 +389,12 @@ TEST(Help, ListsOnlyWhatTheSessionMayUse) {
 
 TEST(Help, ForFilters) {
     shell s;
-    EXPECT_THAT(words_of(s, "show version | "), ElementsAre("begin", "count", "exclude", "include"));
+    EXPECT_THAT(words_of(s, "show version | "), ElementsAre("begin", "count", "exclude", "include", "json"));
     EXPECT_THAT(words_of(s, "show version | ex"), ElementsAre("exclude"));
     EXPECT_THAT(words_of(s, "show version | include "), ElementsAre("REGEX"));
     EXPECT_THAT(words_of(s, "show version | count "), ElementsAre("REGEX", "<cr>"));
+    EXPECT_THAT(words_of(s, "show version | json "), ElementsAre("<cr>"));
+    EXPECT_THAT(words_of(s, "show version | include a "), ElementsAre("REGEX", "<cr>"));
 }
 
 TEST(Completion, GivesWholeWords) {

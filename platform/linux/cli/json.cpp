@@ -1,0 +1,74 @@
+// A writer that only needs to know how deep it stands and whether a comma is due.
+#include "cli/json.h"
+
+#include <cstdio>
+
+namespace ravo::cli {
+
+namespace {
+
+std::string quoted(std::string_view value) {
+    std::string out = "\"";
+    for (const char c : value) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (byte < 0x20 || byte >= 0x7F) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(byte));
+            out += escaped;
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+void indent(json_writer &out) {
+    out.text.append(static_cast<std::size_t>(2 * out.depth), ' ');
+}
+
+void begin(json_writer &out, std::string_view name) {
+    if (out.depth > 0) out.text += out.fresh ? "\n" : ",\n";
+    out.fresh = false;
+    indent(out);
+    if (!name.empty()) out.text += quoted(name) + ": ";
+}
+
+}  // namespace
+
+void json_open(json_writer &out, std::string_view name, char bracket) {
+    begin(out, name);
+    out.text += bracket;
+    ++out.depth;
+    out.fresh = true;
+}
+
+void json_close(json_writer &out, char bracket) {
+    --out.depth;
+    if (!out.fresh) {
+        out.text += "\n";
+        indent(out);
+    }
+    out.text += bracket;
+    out.fresh = false;
+    if (out.depth == 0) out.text += "\n";
+}
+
+void json_string(json_writer &out, std::string_view name, std::string_view value) {
+    begin(out, name);
+    out.text += quoted(value);
+}
+
+void json_number(json_writer &out, std::string_view name, std::int64_t value) {
+    begin(out, name);
+    out.text += std::to_string(value);
+}
+
+void json_bool(json_writer &out, std::string_view name, bool value) {
+    begin(out, name);
+    out.text += value ? "true" : "false";
+}
+
+}  // namespace ravo::cli

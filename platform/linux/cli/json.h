@@ -1,0 +1,32 @@
+// JSON text, written piece by piece.
+#ifndef PLATFORM_LINUX_CLI_JSON_H
+#define PLATFORM_LINUX_CLI_JSON_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ravo::cli {
+
+// A document that is being written: one member or element a line.
+struct json_writer {
+    std::string text;
+    int depth = 0;
+    bool fresh = true;  // nothing stands in the open object or array yet
+};
+
+// Opens an object "{" or an array "[", which is the member of this name; an empty name for an element of an array and
+// for the document itself.
+void json_open(json_writer &out, std::string_view name, char bracket);
+// Closes it with "}" or "]".
+void json_close(json_writer &out, char bracket);
+
+// Members of an object, or with an empty name elements of an array. In texts, bytes that are not ASCII are written as
+// the characters of these numbers, so that the document is valid whatever they are.
+void json_string(json_writer &out, std::string_view name, std::string_view value);
+void json_number(json_writer &out, std::string_view name, std::int64_t value);
+void json_bool(json_writer &out, std::string_view name, bool value);
+
+}  // namespace ravo::cli
+
+#endif

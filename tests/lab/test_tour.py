@@ -1,0 +1,78 @@
+"""The tour of `make run`: what it shows, that it ends well, and whom it refuses."""
+
+import os
+import pty
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+from ravolab import cleanup
+
+REPOSITORY = Path(__file__).resolve().parents[2]
+TOUR = [sys.executable, "-B", REPOSITORY / "lab" / "run.py"]
+LIMIT = 120
+
+
+def folders():
+    return set(Path("/tmp").glob("ravo-lab-*"))
+
+
+def test_tour():
+    before = folders()
+    result = subprocess.run(TOUR, text=True, capture_output=True, timeout=LIMIT, stdin=subprocess.DEVNULL)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert "\033" not in result.stdout
+    assert max(map(len, result.stdout.splitlines())) <= 100
+    row = r"^  (swp\d)  (\d+) +(\w+) +\S+  (10\.\d+\.0\.\d+)  (\w+) at \S+ +[\d.]+ ms$"
+    leases = re.findall(row, result.stdout, re.M)
+    assert [(port, vlan, client, server) for port, vlan, client, _, server in leases] == [
+        ("swp1", "10", "udhcpc", "Kea"), ("swp2", "10", "dhclient", "Kea"),
+        ("swp3", "20", "dhcpcd", "dnsmasq"), ("swp4", "20", "udhcpc", "dnsmasq")]
+    assert all(address.startswith(f"10.{vlan}.0.") for _, vlan, _, address, _ in leases)
+    assert "client3  00 04 14 00 01 03  00 06 02 00 00 00 20 01  20    1       3     02:00:00:00:20:01" in result.stdout
+    assert "2 DISCOVERs entered swp1, none reached the server, no offer came back" in result.stdout
+    assert "VLAN 7, module 9, port 63, MAC de:ad:be:ef:00:01" in result.stdout
+    assert re.search(r"client 5 on swp5 got 10\.30\.0\.\d+ ", result.stdout)
+    assert folders() <= before
+
+
+def test_tour_has_colours_on_a_terminal_only_and_not_with_no_color():
+    for environment, coloured in (({"TERM": "xterm"}, True), ({"TERM": "xterm", "NO_COLOR": "1"}, False)):
+        master, slave = pty.openpty()
+        environment = {**{name: value for name, value in os.environ.items() if name != "NO_COLOR"}, **environment}
+        with subprocess.Popen(TOUR, stdin=subprocess.DEVNULL, stdout=slave, stderr=slave, env=environment) as tour:
+            os.close(slave)
+            shown = b""
+            while block := read_terminal(master):
+                shown += block
+            assert tour.wait(LIMIT) == 0
+        os.close(master)
+        assert (b"\033[" in shown) == coloured
+
+
+def read_terminal(master):
+    try:
+        return os.read(master, 65536)
+    except OSError:
+        return b""  # the last of the other side has closed it
+
+
+def test_refused_without_root():
+    result = subprocess.run(["setpriv", "--reuid=65534", "--clear-groups", *TOUR], text=True, capture_output=True,
+                            timeout=LIMIT, stdin=subprocess.DEVNULL)
+    assert (result.returncode, result.stdout) == (1, "")
+    assert result.stderr == "ravo: the lab needs root, for network namespaces and raw sockets: sudo make run\n"
+
+
+def test_refused_without_network_namespaces():
+    without = ["setpriv", "--bounding-set=-sys_admin", "--inh-caps=-sys_admin"]
+    result = subprocess.run([*without, *TOUR], text=True, capture_output=True, timeout=LIMIT, stdin=subprocess.DEVNULL)
+    assert (result.returncode, result.stdout) == (1, "")
+    assert result.stderr == ("ravo: the lab needs network namespaces, and this process may make none: "
+                             "unshare: Operation not permitted\n")
+
+
+def test_sweep_leaves_living_owners_alone(lab):
+    cleanup.sweep()
+    assert lab.folder.exists()

@@ -1,0 +1,482 @@
+// The server tables of an interface: adding, finding and deleting.
+#include "ravo_if_server.h"
+#include "relay_fixture.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using RavoServerTables = Relay;
+
+std::uint32_t ip(const char *text) {
+    return fake::address(text);
+}
+
+// An entry for a vendor class.
+opt60_host vendor_host(const char *vendor, std::uint32_t rule, const char *server) {
+    opt60_host host{};
+    host.used = 1;
+    host.match_rule = rule;
+    std::strcpy(host.vendor, vendor);
+    host.server = ip(server);
+    return host;
+}
+
+// An entry for a client identifier.
+opt61_host client_host(std::initializer_list<std::uint8_t> id, const char *server) {
+    opt61_host host{};
+    host.used = 1;
+    std::copy(id.begin(), id.end(), host.client_id);
+    host.client_id_len = static_cast<std::uint32_t>(id.size());
+    host.server = ip(server);
+    return host;
+}
+
+// ---- Plain servers ----
+
+TEST_F(RavoServerTables, AServerGoesIntoTheFirstEmptySlot) {
+    iface record = vlan_record(10);
+    EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, "10.0.0.1"), 0u);
+    EXPECT_EQ(describe(record), describe(vlan_record(10, {"10.0.0.1"})));
+    EXPECT_THAT(fake::traces(),
+                ElementsAre(fake::line{101,
+                                       "RAVO_IF_Add_Server_Host (#): Add server 10.0.0.1 to interface vlan10 and "
+                                       "ifindex=1034\n"},
+                            fake::line{101, "ravo_if_find_server_host_by_ip (#): Find server ip 10.0.0.1, ret=-1\n"},
+                            fake::line{101, "ravo_if_find_first_unused_server_host (#): array index =0"},
+                            fake::line{101, "RAVO_IF_Add_Server_Host (#): interface vlan10 find available index 0\n"}));
+}
+
+TEST_F(RavoServerTables, FourServersFitAndAFifthIsRefused) {
+    iface record = vlan_record(10);
+    for (const char *server : {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"})
+        EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, server), RAVO_OK);
+    const iface full = record;
+    EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, "10.0.0.5"), RAVO_ERR_SERVER_FULL);
+    EXPECT_EQ(describe(record), describe(full));
+    EXPECT_EQ(slots_of(record), "10.0.0.1 10.0.0.2 10.0.0.3 10.0.0.4");
+    EXPECT_EQ(record.server_count, 4u);
+}
+
+TEST_F(RavoServerTables, AnExistingServerIsReportedBeforeTheFullTable) {
+    iface record = vlan_record(10, {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"});
+    const iface before = record;
+    EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, "10.0.0.3"), RAVO_ERR_SERVER_EXISTS);
+    EXPECT_EQ(describe(record), describe(before));
+    EXPECT_EQ(fake::traces().back(),
+              (fake::line{101, "ravo_if_find_server_host_by_ip (#): Find server ip 10.0.0.3, ret=2\n"}));
+}
+
+TEST_F(RavoServerTables, AHoleIsFilledFirst) {
+    iface record = vlan_record(10, {"10.0.0.1", "0.0.0.0", "10.0.0.3"});
+    record.server_count = 2;
+    EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, "10.0.0.9"), RAVO_OK);
+    EXPECT_EQ(slots_of(record), "10.0.0.1 10.0.0.9 10.0.0.3 0.0.0.0");
+    EXPECT_EQ(record.server_count, 3u);
+}
+
+TEST_F(RavoServerTables, WithoutAnAddressNothingIsAdded) {
+    iface record = vlan_record(10);
+    const iface before = record;
+    EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, nullptr), RAVO_OK);
+    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phone", 0, nullptr), RAVO_OK);
+    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "0102", nullptr), RAVO_OK);
+    EXPECT_EQ(RAVO_IF_Add_Server_Host(nullptr, nullptr), RAVO_OK);
+    EXPECT_EQ(describe(record), describe(before));
+}
+
+TEST_F(RavoServerTables, AnInvalidAddressOrNoRecordIsAnAddressError) {
+    iface record = vlan_record(10);
+    const iface before = record;
+    for (const char *text : {"", "10.0.0.256", "10.0.0.1.2", "server", "10.0.0.x"}) {
+        EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, text), RAVO_ERR_SERVER_IP) << text;
+        EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phone", 0, text), RAVO_ERR_SERVER_IP) << text;
+        EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "0102", text), RAVO_ERR_SERVER_IP) << text;
+    }
+    EXPECT_EQ(RAVO_IF_Add_Server_Host(nullptr, "10.0.0.1"), RAVO_ERR_SERVER_IP);
+    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(nullptr, "phone", 0, "10.0.0.1"), RAVO_ERR_SERVER_IP);
+    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(nullptr, "0102", "10.0.0.1"), RAVO_ERR_SERVER_IP);
+    EXPECT_EQ(describe(record), describe(before));
+}
+
+TEST_F(RavoServerTables, FindsPlainServersAndEmptySlots) {
+    const iface record = vlan_record(10, {"10.0.0.1", "10.0.0.2"});
+    EXPECT_EQ(ravo_if_find_server_host_by_ip(&record, ip("10.0.0.2")), 1);
+    EXPECT_EQ(ravo_if_find_server_host_by_ip(&record, ip("10.0.0.9")), -1);
+    EXPECT_EQ(ravo_if_find_first_unused_server_host(&record), 2);
+    const iface full = vlan_record(10, {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"});
+    EXPECT_EQ(ravo_if_find_first_unused_server_host(&full), -1);
+    EXPECT_THAT(fake::traces(),
+                ElementsAre(fake::line{101, "ravo_if_find_server_host_by_ip (#): Find server ip 10.0.0.2, ret=1\n"},
+                            fake::line{101, "ravo_if_find_server_host_by_ip (#): Find server ip 10.0.0.9, ret=-1\n"},
+                            fake::line{101, "ravo_if_find_first_unused_server_host (#): array index =2"},
+                            fake::line{101, "ravo_if_find_first_unused_server_host (#): array index =-1"}));
+}
+
+TEST_F(RavoServerTables, DeletingTheFirstOfThreeMovesTheOthersUp) {
+    iface record = vlan_record(10, {"10.0.0.1", "10.0.0.2", "10.0.0.3"});
+    EXPECT_EQ(ravo_if_del_server_host(&record, "10.0.0.1"), 0u);
+    EXPECT_EQ(describe(record), describe(vlan_record(10, {"10.0.0.2", "10.0.0.3"})));
+}
+
+TEST_F(RavoServerTables, DeletingPacksInOnePass) {
+    // Two holes in a row are more than one pass closes.
+    iface record = vlan_record(10, {"10.0.0.1", "0.0.0.0", "0.0.0.0", "10.0.0.4"});
+    record.server_count = 2;
+    EXPECT_EQ(ravo_if_del_server_host(&record, "10.0.0.1"), 0u);
+    EXPECT_EQ(slots_of(record), "0.0.0.0 0.0.0.0 10.0.0.4 0.0.0.0");
+    EXPECT_EQ(record.server_count, 1u);
+}
+
+TEST_F(RavoServerTables, DeletingOneServerIsZeroWhateverRemains) {
+    iface record = vlan_record(10, {"10.0.0.1", "10.0.0.2"});
+    record.opt60_count = 3;
+    record.opt61_count = 2;
+    EXPECT_EQ(ravo_if_del_server_host(&record, "10.0.0.2"), 0u);
+}
+
+TEST_F(RavoServerTables, DeletingAnUnknownOrInvalidServerIsNoServer) {
+    iface record = vlan_record(10, {"10.0.0.1"});
+    const iface before = record;
+    for (const char *text : {"10.0.0.2", "10.0.0.256", "", "all"})
+        EXPECT_EQ(ravo_if_del_server_host(&record, text), RAVO_ERR_NO_SERVER) << text;
+    EXPECT_EQ(describe(record), describe(before));
+}
+
+TEST_F(RavoServerTables, DeletingAllServersReturnsTheOptionCounts) {
+    const struct {
+        std::uint32_t opt60;
+        std::uint32_t opt61;
+        std::uint32_t expected;
+    } rows[] = {{0, 0, 0}, {3, 0, 3}, {0, 2, 2}, {3, 2, 3}};
+    for (const auto &row : rows) {
+        iface record = vlan_record(10, {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"});
+        record.opt60_count = row.opt60;
+        record.opt61_count = row.opt61;
+        iface expected = vlan_record(10);
+        expected.opt60_count = row.opt60;
+        expected.opt61_count = row.opt61;
+        EXPECT_EQ(ravo_if_del_server_host(&record, nullptr), row.expected);
+        EXPECT_EQ(describe(record), describe(expected));
+    }
+}
+
+// ---- Servers by vendor class ----
+
+TEST_F(RavoServerTables, AVendorHostIsAddedWithItsRule) {
+    for (const std::uint32_t rule : {0u, 1u}) {
+        fake::forget();
+        iface record = vlan_record(10);
+        EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phone", rule, "10.0.0.1"), 0u);
+        iface expected = vlan_record(10);
+        expected.opt60_hosts[0] = vendor_host("phone", rule, "10.0.0.1");
+        expected.opt60_count = 1;
+        EXPECT_EQ(describe(record), describe(expected));
+        const std::vector<std::string> traces = fake::traces(101);
+        ASSERT_EQ(traces.size(), 4u);
+        EXPECT_EQ(traces[0],
+                  "RAVO_IF_Add_Option60_Server_Host (#): Add server 10.0.0.1,vendor string phone,match rule " +
+                      std::to_string(rule) + " to interface vlan10 and ifindex=1034 for option60\n");
+        EXPECT_EQ(traces[1], "ravo_if_find_option60_server_host_by_ip (#): Find server ip 10.0.0.1, ret=-1\n");
+        EXPECT_EQ(traces[2], "ravo_if_option60_find_first_unused_server_host (#): array index =0");
+        EXPECT_EQ(traces[3], "RAVO_IF_Add_Option60_Server_Host (#): interface vlan10 find available index 0\n");
+    }
+}
+
+TEST_F(RavoServerTables, AVendorHostIsADuplicateByTextRuleAndServerTogether) {
+    iface record = vlan_record(10);
+    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phone", 0, "10.0.0.1"), RAVO_OK);
+    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phone", 0, "10.0.0.1"), RAVO_ERR_SERVER_EXISTS);
+    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phone", 1, "10.0.0.1"), RAVO_OK);
+    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phones", 0, "10.0.0.1"), RAVO_OK);
+    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phone", 0, "10.0.0.2"), RAVO_OK);
+    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phones", 0, "10.0.0.1"), RAVO_ERR_SERVER_EXISTS);
+    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "fifth", 0, "10.0.0.2"), RAVO_ERR_SERVER_FULL);
+    EXPECT_EQ(record.opt60_count, 4u);
+}
+
+TEST_F(RavoServerTables, FindsVendorHosts) {
+    iface record = vlan_record(10);
+    record.opt60_hosts[1] = vendor_host("phone", 1, "10.0.0.1");
+    EXPECT_EQ(ravo_if_find_option60_server_host_by_ip(&record, "phone", 1, ip("10.0.0.1")), 1);
+    EXPECT_EQ(ravo_if_find_option60_server_host_by_ip(&record, "phone", 0, ip("10.0.0.1")), -1);
+    EXPECT_EQ(ravo_if_find_option60_server_host_by_ip(&record, "pho", 1, ip("10.0.0.1")), -1);
+    EXPECT_EQ(ravo_if_find_option60_server_host_by_ip(&record, "phone", 1, ip("10.0.0.2")), -1);
+    record.opt60_hosts[1].used = 0;
+    EXPECT_EQ(ravo_if_find_option60_server_host_by_ip(&record, "phone", 1, ip("10.0.0.1")), -1);
+    EXPECT_EQ(ravo_if_option60_find_first_unused_server_host(&record), 0);
+    for (opt60_host &host : record.opt60_hosts) host.used = 1;
+    EXPECT_EQ(ravo_if_option60_find_first_unused_server_host(&record), -1);
+    EXPECT_EQ(fake::traces(101).front(),
+              "ravo_if_find_option60_server_host_by_ip (#): Find server ip 10.0.0.1, ret=1\n");
+}
+
+// A record with four vendor hosts.
+iface with_vendor_hosts() {
+    iface record = vlan_record(10);
+    record.opt60_hosts[0] = vendor_host("phone", 0, "10.0.0.1");
+    record.opt60_hosts[1] = vendor_host("phone", 1, "10.0.0.2");
+    record.opt60_hosts[2] = vendor_host("camera", 1, "10.0.0.1");
+    record.opt60_hosts[3] = vendor_host("camera", 0, "10.0.0.2");
+    record.opt60_count = 4;
+    return record;
+}
+
+// The used entries as their indices: "023".
+std::string used60(const iface &record) {
+    std::string text;
+    for (int i = 0; i < RAVO_SERVERS; ++i)
+        if (record.opt60_hosts[i].used != 0) text += std::to_string(i);
+    return text;
+}
+
+TEST_F(RavoServerTables, VendorHostsAreDeletedByAllGivenCriteria) {
+    const struct {
+        const char *vendor;
+        const char *rule;
+        const char *address;
+        const char *left;
+    } rows[] = {
+        {"phone", nullptr, nullptr, "23"},
+        {nullptr, "exact-match", nullptr, "12"},
+        {nullptr, "partial-match", nullptr, "03"},
+        {nullptr, "anything else", nullptr, "03"},
+        {nullptr, nullptr, "10.0.0.1", "13"},
+        {"phone", "exact-match", nullptr, "123"},
+        {"camera", nullptr, "10.0.0.1", "013"},
+        {nullptr, "partial-match", "10.0.0.2", "023"},
+        {"camera", "exact-match", "10.0.0.2", "012"},
+        {"camera", "exact-match", "10.0.0.1", "0123"},
+        {"cam", nullptr, nullptr, "0123"},
+        {nullptr, nullptr, nullptr, ""},
+    };
+    for (const auto &row : rows) {
+        iface record = with_vendor_hosts();
+        const std::uint32_t left = ravo_if_del_option60_server_host(&record, row.vendor, row.rule, row.address);
+        EXPECT_EQ(used60(record), row.left);
+        EXPECT_EQ(record.opt60_count, std::strlen(row.left)) << row.left;
+        EXPECT_EQ(left, std::strlen(row.left)) << row.left;
+        const opt60_host empty{};
+        for (const opt60_host &host : record.opt60_hosts)
+            if (host.used == 0) {
+                EXPECT_EQ(std::memcmp(&host, &empty, sizeof host), 0) << row.left;
+            }
+    }
+}
+
+TEST_F(RavoServerTables, AnInvalidAddressDeletesNoVendorHost) {
+    iface record = with_vendor_hosts();
+    const iface before = record;
+    EXPECT_EQ(ravo_if_del_option60_server_host(&record, "phone", nullptr, "10.0.0.256"), RAVO_ERR_NO_SERVER);
+    EXPECT_EQ(ravo_if_del_option60_server_host(&record, nullptr, nullptr, "x"), RAVO_ERR_NO_SERVER);
+    EXPECT_EQ(describe(record), describe(before));
+}
+
+TEST_F(RavoServerTables, DeletingVendorHostsReturnsTheFirstCountThatIsNotZero) {
+    const struct {
+        std::uint32_t servers;
+        std::uint32_t opt61;
+        const char *vendor;
+        std::uint32_t expected;
+    } rows[] = {
+        {1, 2, "phone", 1}, {0, 3, "phone", 3}, {0, 0, "phone", 2},
+        {1, 2, nullptr, 1}, {0, 3, nullptr, 3}, {0, 0, nullptr, 0},
+    };
+    for (const auto &row : rows) {
+        iface record = with_vendor_hosts();
+        record.server_count = row.servers;
+        record.opt61_count = row.opt61;
+        EXPECT_EQ(ravo_if_del_option60_server_host(&record, row.vendor, nullptr, nullptr), row.expected);
+    }
+}
+
+TEST_F(RavoServerTables, DeletingAllVendorHostsBesideOnePlainServerReturnsOne) {
+    iface record = with_vendor_hosts();
+    record.server_db[0] = ip("10.0.0.9");
+    record.server_count = 1;
+    EXPECT_EQ(ravo_if_del_option60_server_host(&record, nullptr, nullptr, nullptr), 1u);
+    EXPECT_EQ(describe(record), describe(vlan_record(10, {"10.0.0.9"})));
+}
+
+// ---- Servers by client identifier ----
+
+TEST_F(RavoServerTables, AClientHostIsAddedWithItsBytes) {
+    iface record = vlan_record(10);
+    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "0a0b", "10.0.0.1"), 0u);
+    iface expected = vlan_record(10);
+    expected.opt61_hosts[0] = client_host({0x0a, 0x0b}, "10.0.0.1");
+    expected.opt61_count = 1;
+    EXPECT_EQ(describe(record), describe(expected));
+    EXPECT_THAT(
+        fake::traces(),
+        ElementsAre(
+            fake::line{101,
+                       "RAVO_IF_Add_Option61_Server_Host (#): Add server 10.0.0.1,client-id 0a0b to interface "
+                       "vlan10 and ifindex=1034 for option60\n"},
+            fake::line{101, "ravo_if_find_option61_server_host_by_ip (#): Find server ip 10.0.0.1, ret=-1\n"},
+            fake::line{101, "ravo_if_option61_find_first_unused_server_host (#): array index =0"},
+            fake::line{101, "RAVO_IF_Add_Option61_Server_Host (#): interface vlan10 find available index 0\n"}));
+}
+
+TEST_F(RavoServerTables, AnOddNumberOfDigitsGivesTheFirstAByteOfItsOwn) {
+    const struct {
+        std::string digits;
+        std::string bytes;
+    } rows[] = {
+        {"abc", "0abc"},
+        {"ABC", "0abc"},
+        {"0a0b", "0a0b"},
+        {"f", "0f"},
+        {"00", "00"},
+        {"12345", "012345"},
+        {std::string(256, 'e'), std::string(256, 'e')},
+        {std::string(258, '7'), std::string(258, '7')},
+        {std::string(257, '9'), "0" + std::string(257, '9')},
+    };
+    for (const auto &row : rows) {
+        iface record = vlan_record(10);
+        EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, row.digits.c_str(), "10.0.0.1"), RAVO_OK);
+        const opt61_host &host = record.opt61_hosts[0];
+        EXPECT_EQ(host.client_id_len, row.bytes.size() / 2) << row.digits;
+        std::string whole = row.bytes;
+        whole.resize(2 * sizeof host.client_id, '0');
+        EXPECT_EQ(hex_of(host.client_id, sizeof host.client_id), whole) << row.digits;
+    }
+}
+
+TEST_F(RavoServerTables, MoreDigitsThanFitAreLeftOut) {
+    iface record = vlan_record(10);
+    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, std::string(600, 'a').c_str(), "10.0.0.1"), RAVO_OK);
+    EXPECT_EQ(record.opt61_hosts[0].client_id_len, 129u);
+    EXPECT_EQ(record.opt61_hosts[1].used, 0u);
+}
+
+TEST_F(RavoServerTables, IdentifiersThatDifferAfterTheFourthByteAreTheSameHost) {
+    iface record = vlan_record(10);
+    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "01020304AA", "10.0.0.1"), RAVO_OK);
+    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "01020304BB", "10.0.0.1"), RAVO_ERR_SERVER_EXISTS);
+    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "01020305AA", "10.0.0.1"), RAVO_OK);
+    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "01020304BB", "10.0.0.2"), RAVO_OK);
+    EXPECT_EQ(record.opt61_count, 3u);
+}
+
+TEST_F(RavoServerTables, AFifthClientHostIsRefused) {
+    iface record = vlan_record(10);
+    for (const char *digits : {"01", "02", "03", "04"})
+        EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, digits, "10.0.0.1"), RAVO_OK);
+    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "05", "10.0.0.1"), RAVO_ERR_SERVER_FULL);
+    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "04", "10.0.0.1"), RAVO_ERR_SERVER_EXISTS);
+    EXPECT_EQ(record.opt61_count, 4u);
+}
+
+TEST_F(RavoServerTables, FindsClientHosts) {
+    iface record = vlan_record(10);
+    record.opt61_hosts[2] = client_host({1, 2, 3, 4, 5}, "10.0.0.1");
+    const std::uint8_t same[] = {1, 2, 3, 4, 99};
+    const std::uint8_t other[] = {1, 2, 3, 5, 5};
+    EXPECT_EQ(ravo_if_find_option61_server_host_by_ip(&record, same, ip("10.0.0.1")), 2);
+    EXPECT_EQ(ravo_if_find_option61_server_host_by_ip(&record, other, ip("10.0.0.1")), -1);
+    EXPECT_EQ(ravo_if_find_option61_server_host_by_ip(&record, same, ip("10.0.0.2")), -1);
+    record.opt61_hosts[2].used = 0;
+    EXPECT_EQ(ravo_if_find_option61_server_host_by_ip(&record, same, ip("10.0.0.1")), -1);
+    EXPECT_EQ(ravo_if_option61_find_first_unused_server_host(&record), 0);
+    for (opt61_host &host : record.opt61_hosts) host.used = 1;
+    EXPECT_EQ(ravo_if_option61_find_first_unused_server_host(&record), -1);
+    EXPECT_EQ(fake::traces(101).front(),
+              "ravo_if_find_option61_server_host_by_ip (#): Find server ip 10.0.0.1, ret=2\n");
+}
+
+iface with_client_hosts() {
+    iface record = vlan_record(10);
+    record.opt61_hosts[0] = client_host({1, 2, 3, 4, 5}, "10.0.0.1");
+    record.opt61_hosts[1] = client_host({1, 2, 3, 4, 6}, "10.0.0.2");
+    record.opt61_hosts[2] = client_host({9}, "10.0.0.1");
+    record.opt61_count = 3;
+    return record;
+}
+
+std::string used61(const iface &record) {
+    std::string text;
+    for (int i = 0; i < RAVO_SERVERS; ++i)
+        if (record.opt61_hosts[i].used != 0) text += std::to_string(i);
+    return text;
+}
+
+TEST_F(RavoServerTables, ClientHostsAreDeletedByAllGivenCriteria) {
+    const std::uint8_t four[] = {1, 2, 3, 4, 77};
+    const std::uint8_t nine[] = {9, 0, 0, 0};
+    const std::uint8_t none[] = {9, 9, 9, 9};
+    const struct {
+        const std::uint8_t *client_id;
+        const char *address;
+        const char *left;
+    } rows[] = {
+        {four, nullptr, "2"},     {nine, nullptr, "01"},     {none, nullptr, "012"}, {nullptr, "10.0.0.1", "1"},
+        {four, "10.0.0.2", "02"}, {nine, "10.0.0.2", "012"}, {nullptr, nullptr, ""},
+    };
+    for (const auto &row : rows) {
+        iface record = with_client_hosts();
+        const std::uint32_t left = ravo_if_del_option61_server_host(&record, row.client_id, row.address);
+        EXPECT_EQ(used61(record), row.left);
+        EXPECT_EQ(record.opt61_count, std::strlen(row.left));
+        EXPECT_EQ(left, std::strlen(row.left));
+        for (const opt61_host &host : record.opt61_hosts)
+            if (host.used == 0) {
+                EXPECT_EQ(hex_of(host.client_id, sizeof host.client_id), std::string(258, '0'));
+                EXPECT_EQ(host.client_id_len, 0u);
+                EXPECT_EQ(host.server, 0u);
+            }
+    }
+}
+
+TEST_F(RavoServerTables, AnInvalidAddressDeletesNoClientHost) {
+    iface record = with_client_hosts();
+    const iface before = record;
+    EXPECT_EQ(ravo_if_del_option61_server_host(&record, nullptr, "10.0.0.256"), RAVO_ERR_NO_SERVER);
+    EXPECT_EQ(describe(record), describe(before));
+}
+
+TEST_F(RavoServerTables, DeletingClientHostsReturnsTheFirstCountThatIsNotZero) {
+    const std::uint8_t nine[] = {9, 0, 0, 0};
+    const struct {
+        std::uint32_t servers;
+        std::uint32_t opt60;
+        const std::uint8_t *client_id;
+        std::uint32_t expected;
+    } rows[] = {
+        {4, 3, nine, 4}, {0, 3, nine, 2}, {0, 0, nine, 2}, {4, 3, nullptr, 4}, {0, 3, nullptr, 3}, {0, 0, nullptr, 0},
+    };
+    for (const auto &row : rows) {
+        iface record = with_client_hosts();
+        record.server_count = row.servers;
+        record.opt60_count = row.opt60;
+        EXPECT_EQ(ravo_if_del_option61_server_host(&record, row.client_id, nullptr), row.expected);
+    }
+}
+
+TEST_F(RavoServerTables, TheLastClientHostGivenByItsBytesLeavesTheVendorCount) {
+    iface record = vlan_record(10);
+    record.opt61_hosts[0] = client_host({9}, "10.0.0.1");
+    record.opt61_count = 1;
+    record.opt60_count = 2;
+    const std::uint8_t nine[] = {9, 0, 0, 0};
+    EXPECT_EQ(ravo_if_del_option61_server_host(&record, nine, nullptr), 2u);
+}
+
+// ---- Reset ----
+
+TEST_F(RavoServerTables, ResetDeletesEveryInterfaceAndClosesEverySocket) {
+    const iface record = vlan_record(10, {"10.0.0.1"});
+    ravo_db_if_add(&record);
+    set_setting(&ravo_agent::hops, 9);
+    RAVO_IF_Create_fd();
+    fake::forget();
+    EXPECT_EQ(RAVO_IF_Reset(), 0);
+    EXPECT_EQ(settings_now().hops, 4u);
+    EXPECT_THAT(stored_names(), IsEmpty());
+    EXPECT_TRUE(fake::sockets.empty());
+    EXPECT_THAT(fake::statuses, ElementsAre("28 2 \"\""));
+}
+
+}  // namespace
