@@ -226,10 +226,11 @@ int read_character(EditLine *line, wchar_t *out) {
 
 void bind_keys(EditLine *line) {
     el_set(line, EL_EDITOR, "emacs");
-    el_set(line, EL_ADDFN, "ravo-help", "List what may come next", key_help);
-    el_set(line, EL_ADDFN, "ravo-complete", "Complete the word", key_complete);
-    el_set(line, EL_ADDFN, "ravo-drop", "Drop the line", key_drop);
-    el_set(line, EL_ADDFN, "ravo-end", "Leave configuration mode", key_end);
+    // In wide characters the editor keeps the texts as they are; of others it makes copies that it never frees.
+    el_wset(line, EL_ADDFN, L"ravo-help", L"List what may come next", key_help);
+    el_wset(line, EL_ADDFN, L"ravo-complete", L"Complete the word", key_complete);
+    el_wset(line, EL_ADDFN, L"ravo-drop", L"Drop the line", key_drop);
+    el_wset(line, EL_ADDFN, L"ravo-end", L"Leave configuration mode", key_end);
     el_set(line, EL_BIND, "?", "ravo-help", nullptr);
     el_set(line, EL_BIND, "^I", "ravo-complete", nullptr);
     el_set(line, EL_BIND, "^C", "ravo-drop", nullptr);
@@ -250,7 +251,8 @@ void editor_delete::operator()(editor *e) const {
 }
 
 editor_ptr editor_open(editor_host host) {
-    std::setlocale(LC_CTYPE, "");
+    // A terminal that is not said to have an encoding is taken to have the usual one.
+    if (std::setlocale(LC_CTYPE, "") == nullptr || MB_CUR_MAX == 1) (void)std::setlocale(LC_CTYPE, "C.UTF-8");
     catch_signals();
     editor_ptr e(new editor);
     e->host = std::move(host);

@@ -103,4 +103,12 @@ bool management_viewer_may_run(std::string_view line) {
     return abbreviates(first, "terminal") && abbreviates(next_word(&line), "length");
 }
 
+bool management_viewer_may_see(std::string_view line, std::string_view word) {
+    const std::string longer = std::string(line.substr(0, line.find_last_of(" \t") + 1)) + std::string(word);
+    std::string_view left = longer;
+    // On the way to "terminal length" its first word alone is in order too.
+    if (abbreviates(next_word(&left), "terminal") && next_word(&left).empty()) return true;
+    return management_viewer_may_run(longer);
+}
+
 }  // namespace ravo::platform

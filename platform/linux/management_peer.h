@@ -43,6 +43,9 @@ management_rights management_rights_of(const management_peer &peer, const manage
 // session alone ("exit", "terminal length"), a comment, or nothing.
 bool management_viewer_may_run(std::string_view line);
 
+// Tells whether such a session is told of this word, which could stand where the line's last, half-typed word stands.
+bool management_viewer_may_see(std::string_view line, std::string_view word);
+
 }  // namespace ravo::platform
 
 #endif

@@ -234,13 +234,19 @@ bool serve_run(management_session &s, std::span<const std::uint8_t> payload) {
     return true;
 }
 
+// A session that may only look is not shown what it would be refused.
+bool is_told_of(const management_session &s, std::string_view line, std::string_view word) {
+    return s.rights.may_change || management_viewer_may_see(line, word);
+}
+
 bool serve_help(management_session &s, std::span<const std::uint8_t> payload) {
     const std::optional<protocol::ask_message> ask = protocol::read_ask(payload);
     if (!ask) return false;
     const bool good = ask->line.size() <= protocol::max_command_line && !has_control_characters(ask->line);
     if (good) {
         for (const cli::help_row &row : cli::session_help(*s.line, ask->line))
-            if (!send_frame(s, protocol::help_frame({row.word, row.text}))) return true;
+            if (is_told_of(s, ask->line, row.word) && !send_frame(s, protocol::help_frame({row.word, row.text})))
+                return true;
     }
     send_status(s, ask->id, good ? 0 : 1);
     return true;
@@ -252,7 +258,9 @@ bool serve_complete(management_session &s, std::span<const std::uint8_t> payload
     const bool good = ask->line.size() <= protocol::max_command_line && !has_control_characters(ask->line);
     if (good) {
         for (const std::string &word : cli::session_complete(*s.line, ask->line))
-            if (!send_frame(s, protocol::make_frame(protocol::frame_type::completion, word))) return true;
+            if (is_told_of(s, ask->line, word) &&
+                !send_frame(s, protocol::make_frame(protocol::frame_type::completion, word)))
+                return true;
     }
     send_status(s, ask->id, good ? 0 : 1);
     return true;

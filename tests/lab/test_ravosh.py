@@ -371,7 +371,8 @@ def test_log_lines_do_not_disturb_the_line_being_typed(person, sh):
     one.types("show vers")
     one.sees("show vers")
     assert sh("-c", "show privilege").returncode == 0
-    one.sees("management: session 2 of user root begins with privilege 31")
+    one.sees("of user root begins with privilege 31\r\n")
+    one.sees("of user root ends\r\n")
     one.sees_prompt()
     one.sees("show vers")
     one.types("ion\r")

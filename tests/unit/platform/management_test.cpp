@@ -844,6 +844,18 @@ TEST_F(ManagementPeers, ViewersMayNotChange) {
     }
 }
 
+TEST_F(ManagementPeers, ViewersAreNotToldOfWhatTheyMayNotRun) {
+    const auto ask = [](frame_type type, const std::string &line) {
+        return std::string(protocol::as_text(protocol::ask_frame(type, {1, line})));
+    };
+    const std::string heard = talk_as(path, somebody, {viewers},
+                                      hello + ask(frame_type::help, "") + ask(frame_type::complete, "terminal ") +
+                                          ask(frame_type::complete, "show test b") + run("exit"));
+    for (const char *word : {"show", "exit", "terminal", "length", "big"}) EXPECT_THAT(heard, HasSubstr(word));
+    for (const char *word : {"configure", "reload", "test change", "monitor", "write"})
+        EXPECT_THAT(heard, Not(HasSubstr(word)));
+}
+
 TEST_F(ManagementPeers, ViewersCannotStartInConfigurationMode) {
     const std::string heard =
         talk_as(path, somebody, {viewers}, std::string(protocol::as_text(protocol::hello_frame({1, 31, 5}))));
