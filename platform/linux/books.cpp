@@ -173,6 +173,10 @@ bool books_set_recorder(std::size_t size) {
     return true;
 }
 
+std::size_t books_recorder_size() {
+    return recorder.size();
+}
+
 void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,
                 std::span<const std::uint8_t> message) {
     open_entry(vlan, port_ifindex, frame);

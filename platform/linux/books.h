@@ -48,6 +48,7 @@ struct book_entry {
 // Sets the number of messages that the flight recorder holds (1 to 1000000; 4096 at start). Empties it. Returns false
 // when there is no memory, and changes nothing.
 bool books_set_recorder(std::size_t messages);
+std::size_t books_recorder_size();
 
 // Opens a message: frame as received, message: the DHCP message in it. Closes the one before.
 void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,

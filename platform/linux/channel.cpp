@@ -25,6 +25,8 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "books.h"
 #include "channel_frame.h"
@@ -33,6 +35,7 @@
 #include "log.h"
 #include "loop.h"
 #include "osal.h"
+#include "trap.h"
 
 namespace ravo::platform {
 namespace {
@@ -102,6 +105,14 @@ bool needs_check(const tap &t) {
     return !t.socket.is_open() || t.checks_left > 0;
 }
 
+// Only what is heard is trapped: what nobody hears would be lost.
+void trap_heard_devices(const open_channel &c) {
+    std::vector<tap_device> heard;
+    for (const auto &[kernel_ifindex, t] : c.taps)
+        if (t.socket.is_open()) heard.push_back({kernel_ifindex, t.name});
+    trap_follow(std::move(heard));
+}
+
 // Opens what is not open, and anew what lost its device. Returns 0, or the last reason why a tap could not be opened.
 int repair_taps(open_channel &c) {
     int failure = 0;
@@ -122,6 +133,7 @@ int repair_taps(open_channel &c) {
         check_again = check_again || needs_check(t);
     }
     if (check_again) event_add(c.check_timer.get(), &check_interval);
+    trap_heard_devices(c);
     return failure;
 }
 
@@ -299,6 +311,7 @@ void hold_udp_port(open_channel &c) {
 }
 
 int fail_open(int reason) {
+    trap_release();
     channel.reset();
     errno = reason;
     return -1;
@@ -366,6 +379,7 @@ ssize_t channel_receive(void *buffer, std::size_t size, int flags, struct sockad
 int channel_close() {
     if (!channel) return 0;
     books_close();
+    trap_release();
     inventory_on_change(nullptr);
     for (const auto &[kernel_ifindex, t] : channel->taps) count_overruns(t);
     channel.reset();

@@ -79,13 +79,16 @@ void mark_once(reading &r, const std::string &what, const toml::source_position 
 struct table_shape {
     std::string_view name;
     std::span<const std::string_view> keys;
-    std::string_view keys_text;  // the same for a person
+    std::string_view keys_text;   // the same for a person
+    std::string_view needs_text;  // those that it must have
 };
 
-constexpr std::string_view port_keys[] = {"device", "module", "port"};
+constexpr std::string_view port_keys[] = {"device", "module", "port", "trap"};
 constexpr std::string_view interface_keys[] = {"vlan", "device"};
-constexpr table_shape port_shape = {"[[port]]", port_keys, "device, module and port"};
-constexpr table_shape interface_shape = {"[[interface]]", interface_keys, "vlan and device"};
+constexpr std::string_view channel_keys[] = {"trap", "recorder"};
+constexpr table_shape port_shape = {"[[port]]", port_keys, "device, module, port and trap", "device, module and port"};
+constexpr table_shape interface_shape = {"[[interface]]", interface_keys, "vlan and device", "vlan and device"};
+constexpr table_shape channel_shape = {"[channel]", channel_keys, "trap and recorder", ""};
 
 void check_keys(reading &r, const toml::table &table, const table_shape &shape) {
     for (const auto &[key, value] : table)
@@ -99,26 +102,40 @@ const toml::node *required(reading &r, const toml::table &table, std::string_vie
     const toml::node *value = table.get(key);
     if (value == nullptr)
         note(r, table.source().begin,
-             std::string(shape.name) + " without " + quoted(key) + "; it needs " + std::string(shape.keys_text));
+             std::string(shape.name) + " without " + quoted(key) + "; it needs " + std::string(shape.needs_text));
     return value;
+}
+
+std::optional<std::uint32_t> number_of(reading &r, const toml::node &node, std::string_view key, std::int64_t low,
+                                       std::int64_t high) {
+    const std::string range = std::to_string(low) + " to " + std::to_string(high);
+    const auto *number = node.as_integer();
+    if (number == nullptr) {
+        note(r, node.source().begin, quoted(key) + " must be a number from " + range + ", not " + type_name(node));
+        return std::nullopt;
+    }
+    if (number->get() < low || number->get() > high) {
+        note(r, node.source().begin,
+             std::string(key) + " " + std::to_string(number->get()) + " is out of range; it must be " + range);
+        return std::nullopt;
+    }
+    return static_cast<std::uint32_t>(number->get());
 }
 
 std::optional<std::uint32_t> read_number(reading &r, const toml::table &table, std::string_view key,
                                          const table_shape &shape, std::int64_t low, std::int64_t high) {
     const toml::node *node = required(r, table, key, shape);
+    return node == nullptr ? std::nullopt : number_of(r, *node, key, low, high);
+}
+
+// A key that may be left out.
+std::optional<bool> read_flag(reading &r, const toml::table &table, std::string_view key) {
+    const toml::node *node = table.get(key);
     if (node == nullptr) return std::nullopt;
-    const std::string range = std::to_string(low) + " to " + std::to_string(high);
-    const auto *number = node->as_integer();
-    if (number == nullptr) {
-        note(r, node->source().begin, quoted(key) + " must be a number from " + range + ", not " + type_name(*node));
-        return std::nullopt;
-    }
-    if (number->get() < low || number->get() > high) {
-        note(r, node->source().begin,
-             std::string(key) + " " + std::to_string(number->get()) + " is out of range; it must be " + range);
-        return std::nullopt;
-    }
-    return static_cast<std::uint32_t>(number->get());
+    const auto *flag = node->as_boolean();
+    if (flag != nullptr) return flag->get();
+    note(r, node->source().begin, quoted(key) + " must be true or false, not " + type_name(*node));
+    return std::nullopt;
 }
 
 // What the kernel takes as a device name.
@@ -159,7 +176,8 @@ void read_port(reading &r, const toml::table &table) {
     if (module && port)
         mark_once(r, "port " + std::to_string(*module) + "/" + std::to_string(*port), table.get("port")->source().begin,
                   "give each port a number of its own");
-    if (device && module && port) r.found.ports.push_back({*device, *module, *port});
+    const auto trap = read_flag(r, table, "trap");
+    if (device && module && port) r.found.ports.push_back({*device, *module, *port, trap});
 }
 
 void read_interface(reading &r, const toml::table &table) {
@@ -174,12 +192,31 @@ void read_interface(reading &r, const toml::table &table) {
     if (vlan && device) r.found.interfaces.push_back({*vlan, *device});
 }
 
+void read_channel(reading &r, const toml::table &table) {
+    check_keys(r, table, channel_shape);
+    r.found.channel.trap = read_flag(r, table, "trap").value_or(false);
+    const toml::node *recorder = table.get("recorder");
+    if (recorder == nullptr) return;
+    r.found.channel.recorder =
+        number_of(r, *recorder, "recorder", 1, described_recorder_max).value_or(described_recorder_default);
+}
+
 // The tables a description may have. A new one is a row here and a reader above.
 struct top_table {
     std::string_view name;
+    bool list;  // there may be many: [[NAME]]
     void (*read)(reading &r, const toml::table &table);
 };
-constexpr top_table top_tables[] = {{"port", read_port}, {"interface", read_interface}};
+constexpr top_table top_tables[] = {
+    {"port", true, read_port}, {"interface", true, read_interface}, {"channel", false, read_channel}};
+
+void read_single(reading &r, const top_table &which, const toml::node &node) {
+    const toml::table *table = node.as_table();
+    if (table != nullptr) return which.read(r, *table);
+    const std::string name(which.name);
+    const std::string got = node.is_array_of_tables() ? "[[" + name + "]]" : type_name(node);
+    note(r, node.source().begin, "expected [" + name + "], not " + got + "; there is one such table");
+}
 
 void read_list(reading &r, const top_table &which, const toml::node &node) {
     const std::string wanted = "[[" + std::string(which.name) + "]]";
@@ -206,11 +243,11 @@ const top_table *find_top_table(std::string_view name) {
 void read_tables(reading &r, const toml::table &root) {
     for (const auto &[key, value] : root) {
         if (const top_table *known = find_top_table(key.str()))
-            read_list(r, *known, value);
+            known->list ? read_list(r, *known, value) : read_single(r, *known, value);
         else
             note(r, key.source().begin,
                  "unknown " + std::string(value.is_table() || value.is_array_of_tables() ? "table " : "key ") +
-                     quoted(key.str()) + "; there are [[port]] and [[interface]]");
+                     quoted(key.str()) + "; there are [[port]], [[interface]] and [channel]");
     }
 }
 

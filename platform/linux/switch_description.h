@@ -3,6 +3,7 @@
 #define PLATFORM_LINUX_SWITCH_DESCRIPTION_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,9 +15,10 @@ inline constexpr std::uint32_t described_module_max = 32;
 inline constexpr std::uint32_t described_port_max = 63;
 
 struct described_port {
-    std::string device;    // name of the kernel's device
-    std::uint32_t module;  // 1 to described_module_max
-    std::uint32_t port;    // 0 to 63: number within the module; 1 to 63 in the first
+    std::string device;          // name of the kernel's device
+    std::uint32_t module;        // 1 to described_module_max
+    std::uint32_t port;          // 0 to 63: number within the module; 1 to 63 in the first
+    std::optional<bool> trap{};  // clients' broadcasts go to the relay only; none: as the channel says
     bool operator==(const described_port &) const = default;
 };
 
@@ -26,9 +28,20 @@ struct described_interface {
     bool operator==(const described_interface &) const = default;
 };
 
+// Messages that the flight recorder holds.
+inline constexpr std::uint32_t described_recorder_default = 4096;
+inline constexpr std::uint32_t described_recorder_max = 1000000;
+
+struct described_channel {
+    bool trap = false;  // clients' broadcasts go to the relay only, on all ports that do not say otherwise
+    std::uint32_t recorder = described_recorder_default;  // 1 to described_recorder_max
+    bool operator==(const described_channel &) const = default;
+};
+
 struct switch_description {
     std::vector<described_port> ports;
     std::vector<described_interface> interfaces;
+    described_channel channel{};
     bool operator==(const switch_description &) const = default;
 };
 

@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "books.h"
 #include "channel.h"
 #include "cli/command_line.h"
 #include "frame.h"
@@ -33,6 +34,7 @@
 #include "osal_events.h"
 #include "service_status.h"
 #include "switch_description.h"
+#include "trap.h"
 
 // The interface service is one for the whole process and needs nothing handed to it.
 struct nsm_globals {};
@@ -151,12 +153,23 @@ void check_that_we_may_run(const platform::frame_options &options) {
     if (!taken.empty()) refuse("ravod: " + taken);
 }
 
+// Puts a description in force.
+void describe(const platform::switch_description &description) {
+    platform::inventory_describe(description);
+    platform::trap_describe(description);
+    const std::uint32_t wanted = description.channel.recorder;
+    if (platform::books_recorder_size() != wanted && !platform::books_set_recorder(wanted))
+        platform::log_line(platform::log_level_error, "no memory for a recorder of %u messages; it holds %zu", wanted,
+                           platform::books_recorder_size());
+}
+
 void open_inventory(const platform::frame_options &options) {
     platform::switch_description description;
     std::string fault;
     if (!platform::switch_description_read(options.switch_file, !options.switch_file_given, &description, &fault))
         refuse(fault);
-    platform::inventory_describe(description);
+    platform::trap_remove_stale();
+    describe(description);
     const std::string reason = platform::inventory_open();
     if (!reason.empty()) refuse("ravod: " + reason);
 }
@@ -191,7 +204,7 @@ void on_reload_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/)
         platform::log_line(platform::log_level_error, "%s (the switch description in use stays)", fault.c_str());
         return;
     }
-    platform::inventory_describe(description);
+    describe(description);
     platform::log_line(platform::log_level_start, "ravod: switch description read again: %zu ports, %zu interfaces",
                        description.ports.size(), description.interfaces.size());
 }

@@ -56,19 +56,19 @@ void note(const std::string &call) {
 
 }  // namespace
 
-struct interface *add_interface(const interface_spec &spec) {
-    const std::uint32_t number = spec.ifindex != 0 ? spec.ifindex : if_utl_ifname_to_ifindex(spec.name.c_str());
+struct interface *add_interface(const interface_setup &setup) {
+    const std::uint32_t number = setup.ifindex != 0 ? setup.ifindex : if_utl_ifname_to_ifindex(setup.name.c_str());
     std::unique_ptr<entry> &made = interfaces[number];
     if (!made) made = std::make_unique<entry>();
     struct interface &object = made->object;
     object = {};
-    store_name(object.name, spec.name);
+    store_name(object.name, setup.name);
     object.ifindex = number;
-    object.hw_type = spec.hw_type;
-    object.hw_addr_len = static_cast<std::uint32_t>(spec.mac.size());
-    std::copy_n(spec.mac.begin(), std::min(spec.mac.size(), sizeof object.hw_addr), object.hw_addr);
+    object.hw_type = setup.hw_type;
+    object.hw_addr_len = static_cast<std::uint32_t>(setup.mac.size());
+    std::copy_n(setup.mac.begin(), std::min(setup.mac.size(), sizeof object.hw_addr), object.hw_addr);
     made->addresses.clear();
-    for (const address_spec &one : spec.addresses)
+    for (const address_setup &one : setup.addresses)
         made->addresses.push_back({nullptr, &object, address(one.address.c_str()), one.prefix_length, one.flags});
     for (std::size_t i = 0; i < made->addresses.size(); ++i)
         made->addresses[i].next = i + 1 < made->addresses.size() ? &made->addresses[i + 1] : nullptr;
@@ -76,11 +76,11 @@ struct interface *add_interface(const interface_spec &spec) {
     return &object;
 }
 
-struct interface *add_vlan(int vlan, const std::vector<address_spec> &addresses) {
-    interface_spec spec;
-    spec.name = "vlan" + std::to_string(vlan);
-    spec.addresses = addresses;
-    return add_interface(spec);
+struct interface *add_vlan(int vlan, const std::vector<address_setup> &addresses) {
+    interface_setup setup;
+    setup.name = "vlan" + std::to_string(vlan);
+    setup.addresses = addresses;
+    return add_interface(setup);
 }
 
 struct connected *connected_of(const struct interface *ifp, const char *text) {
@@ -170,10 +170,10 @@ struct interface *ifg_get_by_name(const char *name) {
     const std::uint32_t number = if_utl_ifname_to_ifindex(wanted.c_str());
     if (number == 0) return nullptr;
     if (struct interface *known = ifg_lookup_by_index(number)) return known;
-    fake::interface_spec spec;
-    spec.name = wanted;
-    spec.mac = {};
-    return fake::add_interface(spec);
+    fake::interface_setup setup;
+    setup.name = wanted;
+    setup.mac = {};
+    return fake::add_interface(setup);
 }
 
 struct interface *ifg_lookup_by_index(std::uint32_t ifindex) {

@@ -10,25 +10,25 @@
 
 namespace fake {
 
-struct address_spec {
+struct address_setup {
     std::string address;  // "192.0.2.1"
     std::uint8_t flags = 0;
     std::uint8_t prefix_length = 24;
 };
 
-struct interface_spec {
+struct interface_setup {
     std::string name;           // "vlan10"
     std::uint32_t ifindex = 0;  // 0: the number of the name
     std::uint16_t hw_type = NSM_IF_TYPE_VLAN;
     std::vector<std::uint8_t> mac = {0x00, 0x00, 0x5e, 0x00, 0x53, 0x01};
-    std::vector<address_spec> addresses = {};
+    std::vector<address_setup> addresses = {};
 };
 
 // Makes an interface, or gives the one of this name other values. It lives until the reset.
-struct interface *add_interface(const interface_spec &spec);
+struct interface *add_interface(const interface_setup &setup);
 
 // The VLAN interface vlanN with its addresses.
-struct interface *add_vlan(int vlan, const std::vector<address_spec> &addresses = {});
+struct interface *add_vlan(int vlan, const std::vector<address_setup> &addresses = {});
 
 // The address object of an interface, or NULL.
 struct connected *connected_of(const struct interface *ifp, const char *address);

@@ -6,9 +6,11 @@ has been dropped and is not just late.
 
 import itertools
 import re
+import socket
+import threading
 
 from ravolab import craft
-from ravolab.decode import decode_dhcp, option82, relayed_request
+from ravolab.decode import decode, decode_dhcp, option82, relayed_request
 
 COUNTED = ("DISCOVER", "OFFER", "REQUEST", "ACK", "DECLINE", "NAK", "INFORM", "RELEASE")
 _xids = itertools.count(0x52410001)
@@ -130,3 +132,72 @@ class Stage:
         """Every reply the server sent before has been dealt with, and what of it passed is in the client's capture."""
         request = self.relayed(self.ask(host), server)
         self.delivered(self.answer(request, server=server), host)
+
+
+class Steady:
+    """One client that asks again and again, and a server that answers each time, in two threads, while a block runs.
+
+        with Steady(stage, stage.lab.client(3)) as steady:
+            ...                                     # whatever happens to others
+        steady.check()                              # each question was answered once
+    """
+
+    def __init__(self, stage, host, server=2):
+        """server: a server host of which the client's VLAN is served, and whose port 67 nobody else reads."""
+        self.stage, self.host, self.server = stage, host, server
+        self.asked, self.answers = [], {}
+        self._stop = threading.Event()
+        with host.namespace.entered():
+            self._wire = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, 0)
+            self._wire.bind((host.device, 0x0800))
+        self._wire.settimeout(3)
+        self._socket = stage.sockets[f"server{server}"]
+        self._socket.settimeout(0.05)
+        self._threads = [threading.Thread(target=self._ask), threading.Thread(target=self._answer)]
+
+    def __enter__(self):
+        self._asking, self._answering = self._threads
+        self._answering.start()
+        self._asking.start()
+        return self
+
+    def __exit__(self, *_):
+        self._stop.set()
+        for thread in self._threads:
+            thread.join()
+        self._wire.close()
+
+    def _ask(self):
+        while not self._stop.is_set():
+            payload = craft.message("DISCOVER", mac=self.host.mac, xid=fresh_xid())
+            xid = decode_dhcp(payload).xid
+            self.asked.append(xid)
+            self._wire.send(craft.broadcast(payload, self.host.mac))
+            try:
+                while xid not in self.answers:
+                    packet = decode(self._wire.recv(2048))
+                    if packet.dhcp and packet.dhcp.op == 2:
+                        self.answers.setdefault(packet.dhcp.xid, []).append(packet)
+            except TimeoutError:
+                continue  # lost; check() tells
+
+    def _answer(self):
+        # Until the client has stopped, so that its last question is answered.
+        while self._asking.is_alive() or not self._stop.is_set():
+            try:
+                data, _ = self._socket.recvfrom(2048)
+            except TimeoutError:
+                continue
+            message = decode_dhcp(data)
+            if message is None or message.relay_information is None or message.chaddr != self.host.mac:
+                continue
+            carried = message.relay_information.raw
+            reply = craft.message("OFFER", op=2, mac=message.chaddr, xid=message.xid, giaddr=message.giaddr,
+                                  yiaddr="10.20.0.99", options=[(82, carried)])
+            self._socket.sendto(reply, (message.giaddr, 67))
+
+    def check(self, least=10):
+        lost = [xid for xid in self.asked if xid not in self.answers]
+        assert lost == [], f"{len(lost)} of {len(self.asked)} exchanges of {self.host} were lost"
+        assert len(self.asked) >= least
+        assert {len(packets) for packets in self.answers.values()} == {1}

@@ -167,6 +167,17 @@ TEST_F(RavoCliConfigDeathTest, RelayOffClosesBeforeItChangesTheSetting) {
         testing::ExitedWithCode(1), testing::StrEq("close(): Input/output error\nrelay_enable=1\n"));
 }
 
+TEST_F(RavoCliConfig, AnyOtherRelayStateIsNeitherOnNorOff) {
+    set_setting(&ravo_agent::relay_enable, 2);
+    EXPECT_EQ(run(ravo_cmd_relay), silent);
+    EXPECT_EQ(settings_now().relay_enable, 1u);
+    EXPECT_EQ(fake::sockets.size(), 3u);
+    set_setting(&ravo_agent::relay_enable, 2);
+    EXPECT_EQ(run(ravo_cmd_no_relay), silent);
+    EXPECT_EQ(settings_now().relay_enable, 0u);
+    EXPECT_TRUE(fake::sockets.empty());
+}
+
 TEST_F(RavoCliConfig, SettingsSurviveRelayOff) {
     run(ravo_cmd_hops, {"9"});
     run(ravo_cmd_relay);

@@ -425,20 +425,20 @@ TEST_F(RavoDbIf, EveryLookUpAnswersAsAWalkWould) {
 // ---- Filling from the system's interface ----
 
 TEST_F(RavoDbIf, FillTakesNumberHardwareAddressAndPrimaryAddress) {
-    fake::interface_spec spec;
-    spec.name = "vlan10";
-    spec.mac = {0x02, 0xab, 0x03, 0xcd, 0x04, 0xef};
-    spec.addresses = {{"192.0.2.1"}, {"192.0.2.2"}};
+    fake::interface_setup setup;
+    setup.name = "vlan10";
+    setup.mac = {0x02, 0xab, 0x03, 0xcd, 0x04, 0xef};
+    setup.addresses = {{"192.0.2.1"}, {"192.0.2.2"}};
     iface record = record_named("vlan10");
     record.trusted = 1;
-    EXPECT_EQ(RAVO_IF_Fill_Info(&record, fake::add_interface(spec)), 0);
+    EXPECT_EQ(RAVO_IF_Fill_Info(&record, fake::add_interface(setup)), 0);
 
     iface expected = record_named("vlan10");
     expected.trusted = 1;
     expected.ifindex = 1034;
     expected.if_ip = fake::address("192.0.2.1");
     expected.if_maclen = 6;
-    std::copy(spec.mac.begin(), spec.mac.end(), expected.if_mac);
+    std::copy(setup.mac.begin(), setup.mac.end(), expected.if_mac);
     EXPECT_EQ(describe(record), describe(expected));
     EXPECT_THAT(fake::traces(),
                 ElementsAre(fake::line{101, "RAVO_IF_Fill_Info (#): Fill interface vlan10 information \n"},
@@ -446,11 +446,11 @@ TEST_F(RavoDbIf, FillTakesNumberHardwareAddressAndPrimaryAddress) {
 }
 
 TEST_F(RavoDbIf, FillCopiesSixteenBytesOfHardwareAddress) {
-    fake::interface_spec spec;
-    spec.name = "vlan10";
-    spec.mac = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+    fake::interface_setup setup;
+    setup.name = "vlan10";
+    setup.mac = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
     iface record = record_named("vlan10");
-    RAVO_IF_Fill_Info(&record, fake::add_interface(spec));
+    RAVO_IF_Fill_Info(&record, fake::add_interface(setup));
     EXPECT_EQ(hex_of(record.if_mac, 16), "0102030405060708090a0b0c0d0e0f10");
     EXPECT_EQ(record.if_maclen, 16u);
 }

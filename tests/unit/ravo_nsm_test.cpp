@@ -74,12 +74,12 @@ TEST_F(RavoNsm, AKnownInterfaceIsRefreshedAndKeepsItsSettings) {
 
 TEST_F(RavoNsm, AnInterfaceOfAnotherTypeGetsNoRecord) {
     for (const int type : {0, 1, 6, 8, 65535}) {
-        fake::interface_spec spec;
-        spec.name = "vlan10";
-        spec.hw_type = static_cast<std::uint16_t>(type);
-        spec.addresses = {{"192.0.2.1"}};
+        fake::interface_setup setup;
+        setup.name = "vlan10";
+        setup.hw_type = static_cast<std::uint16_t>(type);
+        setup.addresses = {{"192.0.2.1"}};
         fake::forget();
-        struct interface *ifp = fake::add_interface(spec);
+        struct interface *ifp = fake::add_interface(setup);
         EXPECT_EQ(ravo_nsm_if_up(ifp), 0);
         EXPECT_THAT(stored_names(), IsEmpty());
         EXPECT_THAT(trace_texts(), ElementsAre("ravo_nsm_if_up (#) interface vlan10 up or add address\n"));

@@ -26,7 +26,7 @@ std::string quoted(std::string_view value) {
 }
 
 void indent(json_writer &out) {
-    out.text.append(static_cast<std::size_t>(2 * out.depth), ' ');
+    out.text.append(2 * static_cast<std::size_t>(out.depth), ' ');
 }
 
 void begin(json_writer &out, std::string_view name) {

@@ -34,6 +34,7 @@ cli_tree make_tree() {
     install_file_commands(&tree);
     install_movement(&tree, CLI_MODE_CONFIGURATION);
     install_local_relay_commands(&tree);
+    install_books_commands(&tree);
     return tree;
 }
 

@@ -113,8 +113,9 @@ int print_json(session &s, const command &what, const std::vector<std::string> &
         (void)emit(s, "% No JSON for this command\n");
         return 1;
     }
-    (void)emit(s, build(*relay, arguments));
-    return 0;
+    const std::string text = build(*relay, arguments);
+    (void)emit(s, text);
+    return text.starts_with('%') ? 1 : 0;
 }
 
 int run_command(session &s, const choice &chosen, std::string_view line) {

@@ -11,6 +11,7 @@
 #include <memory>
 #include <type_traits>
 
+#include "cli/books_json.h"
 #include "cli/json.h"
 #include "cli/words.h"
 
@@ -234,6 +235,12 @@ constexpr builder_row rows[] = {
     {"show ip dhcp relay information trusted-sources", trusted_sources},
     {"show ip dhcp relay option [60|61]", options},
     {"show ip dhcp relay xid-port-mapping", transactions},
+    {"show ip dhcp relay statistics", statistics_json},
+    {"show ip dhcp relay statistics vlan <1-4094>", statistics_of_vlan_json},
+    {"show ip dhcp relay statistics port PORT", statistics_of_port_json},
+    {"show ip dhcp relay client", clients_json},
+    {"show ip dhcp relay client MAC", client_json},
+    {"show interfaces brief", interfaces_json},
 };
 
 }  // namespace

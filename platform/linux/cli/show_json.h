@@ -25,7 +25,8 @@
 
 namespace ravo::cli {
 
-// Writes the document of one command. arguments: as its handler would get them.
+// Writes the document of one command. arguments: as its handler would get them. One that begins with "%" is no document
+// but the line that tells what is wrong with an argument.
 using json_builder = std::string (*)(const relay_access &relay, const std::vector<std::string> &arguments);
 
 // The builder for the command with this text, or null.

@@ -67,6 +67,7 @@ void install_show_commands(cli_tree *tree);
 void install_file_commands(cli_tree *tree);
 void install_local_relay_commands(cli_tree *tree);
 void install_range_commands(cli_tree *tree);
+void install_books_commands(cli_tree *tree);  // what became of messages
 
 }  // namespace ravo::cli
 

@@ -105,6 +105,53 @@ TEST_F(SwitchDescription, EmptyFileDescribesNothing) {
     EXPECT_EQ(good("# nothing yet\nport = []\n"), switch_description{});
 }
 
+TEST_F(SwitchDescription, ChannelAndTraps) {
+    const switch_description d = good(R"(
+[channel]
+trap = true
+recorder = 1000000
+[[port]]
+device = "swp1"
+module = 1
+port = 1
+trap = false
+[[port]]
+device = "swp2"
+module = 1
+port = 2
+trap = true
+[[port]]
+device = "swp3"
+module = 1
+port = 3
+)");
+    EXPECT_EQ(d, (switch_description{{{"swp1", 1, 1, false}, {"swp2", 1, 2, true}, {"swp3", 1, 3, std::nullopt}},
+                                     {},
+                                     {.trap = true, .recorder = 1000000}}));
+    EXPECT_EQ(good("[channel]\nrecorder = 1\n").channel.recorder, 1u);
+    EXPECT_EQ(good("[channel]\n"), switch_description{});
+    EXPECT_EQ(switch_description{}.channel.recorder, 4096u);
+    EXPECT_FALSE(switch_description{}.channel.trap);
+}
+
+TEST_F(SwitchDescription, FaultsOfTheChannel) {
+    EXPECT_THAT(faults("[channel]\nrecorder = 0\n"),
+                ElementsAre("2:12: recorder 0 is out of range; it must be 1 to 1000000"));
+    EXPECT_THAT(faults("[channel]\nrecorder = 1000001\n"),
+                ElementsAre("2:12: recorder 1000001 is out of range; it must be 1 to 1000000"));
+    EXPECT_THAT(faults("[channel]\nrecorder = \"many\"\n"),
+                ElementsAre("2:12: \"recorder\" must be a number from 1 to 1000000, not a text"));
+    EXPECT_THAT(faults("[channel]\ntrap = 1\n"), ElementsAre("2:8: \"trap\" must be true or false, not a number"));
+    EXPECT_THAT(faults("[channel]\ntarp = true\n"),
+                ElementsAre("2:1: unknown key \"tarp\" in [channel]; it has trap and recorder"));
+    EXPECT_THAT(faults("[[channel]]\n"),
+                ElementsAre("1:1: expected [channel], not [[channel]]; there is one such table"));
+    EXPECT_THAT(faults("channel = true\n"),
+                ElementsAre("1:11: expected [channel], not true or false; there is one such table"));
+    EXPECT_THAT(faults("[[port]]\ndevice = \"a\"\nmodule = 1\nport = 1\ntrap = \"yes\"\n"),
+                ElementsAre("5:8: \"trap\" must be true or false, not a text"));
+}
+
 // ---- The file itself ----
 
 TEST_F(SwitchDescription, MissingFileIsAnEmptyDescriptionWhenOptional) {
@@ -170,23 +217,23 @@ TEST_F(SwitchDescription, EveryCutOfAGoodFileIsReadOrRefused) {
 
 TEST_F(SwitchDescription, UnknownTableOrKeyAtTheTop) {
     EXPECT_THAT(faults("[ports]\nx = 1\n"),
-                ElementsAre("1:2: unknown table \"ports\"; there are [[port]] and [[interface]]"));
+                ElementsAre("1:2: unknown table \"ports\"; there are [[port]], [[interface]] and [channel]"));
     EXPECT_THAT(faults("\n[[vlan]]\n"),
-                ElementsAre("2:3: unknown table \"vlan\"; there are [[port]] and [[interface]]"));
+                ElementsAre("2:3: unknown table \"vlan\"; there are [[port]], [[interface]] and [channel]"));
     EXPECT_THAT(faults("hostname = \"x\"\n"),
-                ElementsAre("1:1: unknown key \"hostname\"; there are [[port]] and [[interface]]"));
+                ElementsAre("1:1: unknown key \"hostname\"; there are [[port]], [[interface]] and [channel]"));
 }
 
 TEST_F(SwitchDescription, UnknownKeyInATable) {
     EXPECT_THAT(faults("[[port]]\ndevice = \"a\"\nmodule = 1\nport = 1\nspeed = 10\n"),
-                ElementsAre("5:1: unknown key \"speed\" in [[port]]; it has device, module and port"));
+                ElementsAre("5:1: unknown key \"speed\" in [[port]]; it has device, module, port and trap"));
     EXPECT_THAT(faults("[[interface]]\nvlan = 1\ndevice = \"a\"\nVlan = 2\n"),
                 ElementsAre("4:1: unknown key \"Vlan\" in [[interface]]; it has vlan and device"));
 }
 
 TEST_F(SwitchDescription, KeyThatBreaksTheLineStaysOneLine) {
     EXPECT_THAT(faults("\"a\\nb\" = 1\n"),
-                ElementsAre("1:1: unknown key \"a b\"; there are [[port]] and [[interface]]"));
+                ElementsAre("1:1: unknown key \"a b\"; there are [[port]], [[interface]] and [channel]"));
 }
 
 TEST_F(SwitchDescription, SingleTableInsteadOfAList) {
@@ -286,7 +333,7 @@ TEST_F(SwitchDescription, AllFaultsAreToldInOrderOfTheirPlace) {
         ElementsAre("3:10: module 0 is out of range; it must be 1 to 32",
                     "4:8: port 64 is out of range; it must be 0 to 63",
                     "6:8: vlan 0 is out of range; it must be 1 to 4094",
-                    "8:2: unknown table \"x\"; there are [[port]] and [[interface]]"));
+                    "8:2: unknown table \"x\"; there are [[port]], [[interface]] and [channel]"));
 }
 
 }  // namespace
