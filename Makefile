@@ -34,7 +34,7 @@ run:
 
 test:
 	@lab/check-host test
-	@packaging/dependencies build lab unit check
+	@packaging/dependencies build lab unit check deb
 	@$(PYTHON) -B tests/run
 
 build:
@@ -49,6 +49,7 @@ bench:
 	@$(QUIET_CONFIGURE) --preset release -DRAVO_BENCH=ON >/dev/null
 	@cmake --build build
 	@bench/run $(BENCH_ARGS)
+	@bench/configuration
 
 fuzz:
 	@test -f tests/fuzz/CMakeLists.txt || { echo "make fuzz: not available in this version" >&2; exit 1; }

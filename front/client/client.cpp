@@ -55,6 +55,8 @@ struct exchange {
     std::vector<std::string> *words = nullptr;
     std::optional<protocol::status_message> status = {};
     std::string refusal = {};
+    bool streaming = false;    // the command goes on
+    bool interrupted = false;  // and was told to end
 };
 
 void lose(connection &c) {
@@ -127,6 +129,10 @@ event take_frame(connection &c, std::uint8_t type, std::span<const std::uint8_t>
             return event::other;
         case protocol::frame_type::monitor:
             if (x.to->monitor) x.to->monitor(text);
+            return event::other;
+        case protocol::frame_type::stream:
+            x.streaming = true;
+            if (x.to->streaming) x.to->streaming();
             return event::other;
         case protocol::frame_type::completion:
             if (x.words != nullptr) x.words->emplace_back(text);
@@ -202,14 +208,20 @@ answer answer_of(connection &c, event seen, const exchange &x) {
 // Sends a request and handles what comes until the event that is waited for. limit: the latest time, if any.
 answer converse(connection &c, const protocol::bytes &request, exchange &x, event wanted,
                 std::optional<steady_clock::time_point> limit) {
+    static const protocol::bytes interrupt = protocol::interrupt_frame();
     std::span<const std::uint8_t> out(request);
     for (;;) {
         const event seen = take_frames(c, x);
         if (seen == wanted || seen == event::refused || seen == event::malformed) return answer_of(c, seen, x);
         if (seen != event::other) return answer_of(c, event::malformed, x);
         if (x.to->cancelled && x.to->cancelled()) {
-            lose(c);
-            return {outcome::cancelled, 1, {}, {}};
+            // A second time it is meant: a daemon that does not end the command either is given up.
+            if (!x.streaming || x.interrupted) {
+                lose(c);
+                return {outcome::cancelled, 1, {}, {}};
+            }
+            x.interrupted = true;
+            out = interrupt;  // the request itself is out: the daemon answered it with a stream
         }
         if (limit && steady_clock::now() >= *limit) return lost(c, "ravod does not answer");
         pollfd wait{c.fd, static_cast<short>(out.empty() ? POLLIN : POLLIN | POLLOUT), 0};

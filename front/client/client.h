@@ -67,7 +67,11 @@ struct handlers {
     std::function<void(std::span<const std::uint8_t> record)> record = {};  // a record for the web side
     std::function<void(std::span<const std::uint8_t> key)> row_key = {};    // key of the row that follows
     std::function<void(std::string_view line)> monitor = {};                // a line of the log
-    std::function<bool()> cancelled = {};  // asked now and then: true gives up and ends the connection
+    // The command goes on: what it prints comes as it happens, until it is cancelled or ends by itself.
+    std::function<void()> streaming = {};
+    // Asked now and then: true ends a command that goes on, whose answer then comes; of any other command it gives up
+    // and ends the connection.
+    std::function<bool()> cancelled = {};
 };
 
 enum class outcome {

@@ -32,6 +32,7 @@ enum class frame_type : std::uint8_t {
     run = 2,
     help = 3,
     complete = 4,
+    interrupt = 5,
     // From the daemon.
     welcome = 129,
     refused = 130,
@@ -43,6 +44,7 @@ enum class frame_type : std::uint8_t {
     help_row = 136,
     completion = 137,
     status = 138,
+    stream = 139,
 };
 
 struct frame_head {
@@ -66,6 +68,11 @@ inline bytes make_frame(frame_type type, std::span<const std::uint8_t> payload) 
 }
 inline bytes make_frame(frame_type type, std::string_view payload) {
     return make_frame(type, as_bytes(payload));
+}
+
+// A frame without a payload.
+inline bytes make_frame(frame_type type) {
+    return {static_cast<std::uint8_t>(type), 0, 0, 0, 0};
 }
 
 // ---- To the daemon ----
@@ -126,6 +133,7 @@ struct ask_message {
 
 inline bytes ask_frame(frame_type type, const ask_message &m) {
     byte_writer out;
+    out.out.reserve(sizeof m.id + m.line.size());
     out.u32(m.id).rest(m.line);
     return make_frame(type, out.out);
 }
@@ -137,7 +145,17 @@ inline std::optional<ask_message> read_ask(std::span<const std::uint8_t> payload
     return m;
 }
 
+// End a command that goes on; without one it is nothing.
+inline bytes interrupt_frame() {
+    return make_frame(frame_type::interrupt);
+}
+
 // ---- From the daemon ----
+
+// The command that runs goes on: its output comes as it happens, its status when it is interrupted or ends by itself.
+inline bytes stream_frame() {
+    return make_frame(frame_type::stream);
+}
 
 // The answer to a hello.
 struct welcome_message {

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "client.h"
 
@@ -54,10 +55,22 @@ void write_out(batch &b, std::string_view text) {
 
 void run_line(batch &b, const std::string &line) {
     std::string text;
+    bool streaming = false;
     handlers to;
-    to.text = [&text](std::string_view piece) { text += piece; };
-    to.monitor = [&text](std::string_view log_line) { text.append(log_line).push_back('\n'); };
+    // What comes as it happens is of use only at once.
+    const auto take = [&](std::string_view piece) {
+        text += piece;
+        if (streaming && !b.over) write_out(b, std::exchange(text, {}));
+    };
+    to.text = take;
+    to.monitor = [&](std::string_view log_line) { take(std::string(log_line) + "\n"); };
+    to.streaming = [&] {
+        streaming = true;
+        take({});
+    };
+    to.cancelled = [&b] { return b.over; };
     const answer a = run(*b.daemon, {.line = line}, to);
+    if (b.over) return;
     write_out(b, text);
     if (b.over) return;
     if (a.outcome != outcome::answered) {

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "batch.h"
@@ -118,9 +119,18 @@ bool run_typed(shell &sh, const std::string &line) {
     if (!have_daemon(sh)) return true;
     const std::size_t prompt_width = prompt(sh).size();
     std::string text;
+    bool streaming = false;
     handlers to;
-    to.text = [&text](std::string_view piece) { text += piece; };
-    to.monitor = [&text](std::string_view log_line) { text.append(log_line).push_back('\n'); };
+    const auto take = [&](std::string_view piece) {
+        text += piece;
+        if (streaming) terminal_write(terminal_safe(std::exchange(text, {})));
+    };
+    to.text = take;
+    to.monitor = [&](std::string_view log_line) { take(std::string(log_line) + "\n"); };
+    to.streaming = [&] {
+        streaming = true;
+        take({});
+    };
     to.cancelled = editor_take_interrupt;
     command what{.line = line, .interactive = true};
     answer a = run(*sh.daemon, what, to);

@@ -19,7 +19,7 @@ import time
 
 from .cleanup import USER_SIGNALS
 from .decode import decode
-from .process import LabError
+from .process import PATIENCE, LabError
 
 ETH_P_ALL = 3
 SOL_PACKET, PACKET_AUXDATA = 263, 8
@@ -158,6 +158,7 @@ class Capture:
 
     def wait(self, condition, timeout=5, what="such packet"):
         """The first packet, captured already or yet to come, for which condition(packet) holds."""
+        timeout *= PATIENCE
         end = time.monotonic() + timeout
         at = 0
         with self._changed:

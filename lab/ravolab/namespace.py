@@ -11,7 +11,7 @@ import socket
 import subprocess
 from pathlib import Path
 
-from .process import LabError
+from .process import PATIENCE, LabError
 
 CLONE_NEWNET = 0x40000000
 _libc = ctypes.CDLL(None, use_errno=True)
@@ -79,7 +79,7 @@ class Namespace:
     def run(self, *argv, check=True, input=None, timeout=30):
         """Run a short command in the namespace; its result as of subprocess.run, with text output."""
         result = subprocess.run(["nsenter", f"--net={self.path}", "--", *map(str, argv)], input=input, text=True,
-                                capture_output=True, timeout=timeout)
+                                capture_output=True, timeout=timeout * PATIENCE)
         if check and result.returncode != 0:
             raise LabError(f"{self.name}: {' '.join(map(str, argv))}: {result.stderr.strip() or result.stdout.strip()}")
         return result

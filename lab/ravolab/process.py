@@ -18,6 +18,9 @@ import threading
 import time
 from pathlib import Path
 
+# On an emulated machine everything takes longer: what is waited for gets this many times the usual limit.
+PATIENCE = float(os.environ.get("RAVO_LAB_PATIENCE") or 1)
+
 
 class LabError(Exception):
     """Something in the lab did not come up, answer or happen in time; the text is for a person."""
@@ -28,6 +31,7 @@ def wait_for(condition, timeout, what, interval=0.01):
 
     what: the thing waited for, as the end of "no ... within N seconds", or a function that tells it.
     """
+    timeout *= PATIENCE
     end = time.monotonic() + timeout
     while True:
         result = condition()
@@ -91,6 +95,7 @@ class Process:
         return self.log_path.read_text(errors="replace")
 
     def wait(self, timeout=10):
+        timeout *= PATIENCE
         try:
             return self._popen.wait(timeout)
         except subprocess.TimeoutExpired:
@@ -107,7 +112,7 @@ class Process:
         if self.alive:
             self.send_signal(number)
             try:
-                return self._popen.wait(timeout)
+                return self._popen.wait(timeout * PATIENCE)
             except subprocess.TimeoutExpired:
                 self.kill()
         return self._popen.wait()

@@ -12,7 +12,7 @@ import socket
 import subprocess
 from pathlib import Path
 
-from .process import LabError, Process, wait_for
+from .process import PATIENCE, LabError, Process, wait_for
 
 REPOSITORY = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("RAVO_BUILD") or REPOSITORY / "build")
@@ -84,7 +84,8 @@ class Relay:
         words = [str(self.build / "ravosh"), "--management", str(self.socket)]
         for command in commands:
             words += ["-c", command]
-        return subprocess.run(words, text=True, capture_output=True, timeout=timeout, stdin=subprocess.DEVNULL)
+        return subprocess.run(words, text=True, capture_output=True, timeout=timeout * PATIENCE,
+                              stdin=subprocess.DEVNULL)
 
     def sh(self, *commands, timeout=30):
         """Run commands that must succeed; what the daemon printed."""

@@ -170,6 +170,8 @@ class Dhcpd(Server):
         result = {}
         for address, body in blocks:
             mac = re.search(r"hardware ethernet ([0-9a-f:]+);", body)
+            # A later block of an address takes the place of the earlier ones.
+            result = {owner: held for owner, held in result.items() if held != address}
             if mac and re.search(r"^\s*binding state active;", body, re.M):
                 result[mac[1]] = address
         return result

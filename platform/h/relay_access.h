@@ -77,6 +77,8 @@ struct relay_access {
     int (*interface_get)(const char *name, struct relay_interface *out);  // 1 found, 0 not
     int (*interface_first)(struct relay_interface *out);                  // 1, or 0 when there is none
     int (*interface_next)(struct relay_interface *inout);                 // 1, or 0 at the end
+    // Makes the record of an interface that has none, without settings. Returns 1, 0 on failure.
+    int (*interface_make)(const char *name);
     int (*transaction_first)(struct relay_transaction *out);
     int (*transaction_next)(struct relay_transaction *inout);
     // Local relay on (1) or off (0). Returns 1 when it changed, 0 when it was so already.

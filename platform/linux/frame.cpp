@@ -99,7 +99,7 @@ constexpr option_row option_rows[] = {
     {"--management", "SOCKET", set_management, "where ravosh finds the daemon (/run/ravo/ravod.sock)"},
     {"--log-level", "LEVEL", set_log_level, "error, warning (the default) or trace"},
     {"--log-to", "TARGET", set_log_to, "stderr (the default), syslog or a file"},
-    {"--memory-budget", "BYTES", set_memory_budget, "most memory for the relay's records (no limit)"},
+    {"--memory-budget", "BYTES", set_memory_budget, "most memory for the relay's records (134217728; 0: no limit)"},
     {"--check", "", set_check, "check switch description and startup configuration, then exit 0 or 1"},
     {"--version", "", set_version, "print the version and exit"},
     {"--help", "", set_help, "print this help and exit"},

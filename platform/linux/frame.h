@@ -17,7 +17,7 @@ struct frame_options {
     std::string management_socket = "/run/ravo/ravod.sock";
     int log_threshold = 103;
     std::string log_target = "stderr";
-    std::size_t memory_budget = 0;  // bytes for the relay's records, 0: no limit
+    std::size_t memory_budget = 128u << 20;  // bytes for the relay's records, 0: no limit
     bool check = false;
     bool version = false;
     bool help = false;

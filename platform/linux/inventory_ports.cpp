@@ -21,6 +21,7 @@ void take_back(port_table *table, const std::string &device) {
     const auto found = table->number_of.find(device);
     if (found == table->number_of.end()) return;
     table->search_from = std::min(table->search_from, found->second);
+    table->of_kernel.erase(found->second);
     table->device_of.erase(found->second);
     table->number_of.erase(found);
 }
@@ -51,6 +52,10 @@ std::uint32_t port_table_number(port_table *table, const std::string &device, in
     if (found != table->number_of.end()) return found->second;
 
     auto number = static_cast<std::uint32_t>(kernel_ifindex);
+    // The kernel gives a number to one device at a time: whoever had this one for its kernel number was renamed or is
+    // gone.
+    if (is_port_number(kernel_ifindex) && table->of_kernel.contains(number))
+        take_back(table, std::string(table->device_of[number]));
     if (!is_port_number(kernel_ifindex) || table->device_of.contains(number)) {
         number = lowest_free(table);
         if (is_port_number(kernel_ifindex))
@@ -66,6 +71,7 @@ std::uint32_t port_table_number(port_table *table, const std::string &device, in
         return 0;
     }
     give(table, device, number);
+    if (number == static_cast<std::uint32_t>(kernel_ifindex)) table->of_kernel.insert(number);
     return number;
 }
 

@@ -1,14 +1,15 @@
 // The numbers of the front-panel ports: which device is which port.
 //
 // A port's number is 5120 + 64 * (module - 1) + port. The description gives it; without one a device whose kernel
-// number lies in the range of ports keeps that, and any other gets the lowest free one from 5121 on. A number once
-// given stays with the device of that name for the life of the process.
+// number lies in the range of ports keeps that, under whatever name, and any other gets the lowest free one from 5121
+// on. A number once given otherwise stays with the device of that name for the life of the process.
 #ifndef PLATFORM_LINUX_INVENTORY_PORTS_H
 #define PLATFORM_LINUX_INVENTORY_PORTS_H
 
 #include <cstdint>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "switch_description.h"
 
@@ -20,6 +21,7 @@ inline constexpr std::uint32_t last_port_number = 21439;  // module 255, port 63
 struct port_table {
     std::unordered_map<std::string, std::uint32_t> number_of;  // by device name
     std::unordered_map<std::uint32_t, std::string> device_of;  // by number
+    std::unordered_set<std::uint32_t> of_kernel;               // numbers that are their devices' kernel numbers
     std::uint32_t search_from = first_port_number;             // every number below is taken
 };
 

@@ -64,6 +64,7 @@ struct management_session {
     protocol::run_message request;  // the running command
     std::int32_t page = -1;         // lines of a page, -1: not set
     bool running = false;           // a command's handler may be printing
+    bool streaming = false;         // the command of the request goes on
     bool muted = false;             // what it prints is dropped
     bool ending = false;            // ends when everything is written
     bool dead = false;              // ends as soon as the loop has its turn
@@ -121,6 +122,7 @@ void refuse(management_session &s, protocol::refusal reason, const std::string &
 int take_text(management_session &s, std::string_view text) {
     if (s.dead) return -1;
     if (s.muted) return 0;
+    if (s.streaming) return send_frame(s, protocol::make_frame(protocol::frame_type::output, text)) ? 0 : -1;
     // Nobody asked for what comes outside of a command: it must not be taken for a command's output.
     if (!s.running) return send_frame(s, protocol::make_frame(protocol::frame_type::monitor, text)) ? 0 : -1;
     s.text += text;
@@ -157,6 +159,8 @@ bool confirm(management_session &s, std::string_view question) {
     return false;
 }
 
+void end_stream(management_session &s, int result);
+
 cli::session_output output_of(management_session *s) {
     cli::session_output output;
     output.text = [s](std::string_view text) { return take_text(*s, text); };
@@ -170,6 +174,7 @@ cli::session_output output_of(management_session *s) {
     output.monitor = [s](std::string_view text) { take_monitor_line(*s, text); };
     output.terminal_length = [s](int lines) { s->page = lines; };
     output.confirm = [s](std::string_view question) { return confirm(*s, question); };
+    output.stream_end = [s](int result) { end_stream(*s, result); };
     return output;
 }
 
@@ -188,6 +193,13 @@ void send_status(management_session &s, std::uint32_t id, int result) {
     if ((status.flags & protocol::status_closed) == 0) return;
     s.ending = true;
     bufferevent_disable(s.stream.get(), EV_READ);
+}
+
+// A command that went on is over.
+void end_stream(management_session &s, int result) {
+    if (!s.streaming) return;
+    s.streaming = false;
+    send_status(s, s.request.id, result);
 }
 
 // ---- Requests ----
@@ -230,7 +242,11 @@ bool serve_run(management_session &s, std::span<const std::uint8_t> payload) {
     s.request.line = without_line_end(s.request.line);
     s.text = fault_of_line(s, s.request.line);
     const int result = s.text.empty() ? run_line(s) : 1;
-    send_status(s, s.request.id, result);
+    s.streaming = cli::session_streaming(*s.line);
+    if (!s.streaming)
+        send_status(s, s.request.id, result);
+    else
+        (void)send_in_order(s, protocol::stream_frame());  // a failure ends the session
     return true;
 }
 
@@ -310,7 +326,11 @@ bool serve_frame(management_session &s, std::uint8_t type, std::span<const std::
     // A session begins with one hello; nothing else may come before it, and no other after it.
     if (s.line == nullptr)
         return type == static_cast<std::uint8_t>(protocol::frame_type::hello) && serve_hello(s, payload);
+    // Whatever the client wants next, a command that goes on is over then.
+    if (s.streaming) end_stream(s, cli::session_interrupt(*s.line));
     switch (static_cast<protocol::frame_type>(type)) {
+        case protocol::frame_type::interrupt:
+            return payload.empty();
         case protocol::frame_type::run:
             return serve_run(s, payload);
         case protocol::frame_type::help:

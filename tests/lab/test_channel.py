@@ -223,7 +223,8 @@ def test_a_tag_with_its_interface(stage, routed_port, priority):
     request = stage.check_relayed(sent, routed_port)
     reply = stage.answer(request)
     packet = stage.delivered(reply, routed_port)
-    assert (packet.vlan, packet.src_mac, packet.dst, packet.dhcp.type) == (30, "02:00:00:00:30:01", "10.30.0.77", "OFFER")
+    assert (packet.vlan, packet.src_mac) == (30, "02:00:00:00:30:01")
+    assert (packet.dst, packet.dhcp.type) == ("10.30.0.77", "OFFER")
 
 
 def test_other_tags_and_none_on_that_port(stage, routed_port):

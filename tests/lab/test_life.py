@@ -248,7 +248,6 @@ def test_a_port_is_removed_and_comes_back(stage, steady):
         check_exchange(stage, host, "10.10.0.1")
 
 
-@pytest.mark.xfail(strict=True, reason="a renamed port gets another number, although its kernel number names the port")
 def test_a_port_is_renamed(stage, steady):
     """Messages still pass, once; the number is that of the device."""
     lab, host = stage.lab, stage.lab.client(1)

@@ -298,7 +298,8 @@ def test_every_truncation_and_every_claim(stage):
     all, and the relay stays alive."""
     stage.configure()
     host = stage.lab.client(1)
-    whole = craft.message("DISCOVER", mac=host.mac, xid=0x77000000, options=[(12, b"laptop"), (60, b"v"), (61, b"1234")])
+    whole = craft.message("DISCOVER", mac=host.mac, xid=0x77000000,
+                          options=[(12, b"laptop"), (60, b"v"), (61, b"1234")])
     since = stage.at["server1"].mark()
     for length in range(len(whole)):
         host.send(craft.broadcast(whole[:length], host.mac))

@@ -18,6 +18,7 @@
 #include "packet_bytes.h"
 #include "packet_frame.h"
 #include "packet_message.h"
+#include "packet_pcap.h"
 #include "pkt_origin.h"
 #include "ravo_db.h"
 #include "ravo_db_if.h"
@@ -185,6 +186,7 @@ class relay_test : public testing::Test {
         counted_before = counters();
     }
     void TearDown() override {
+        leave_pcap();
         ravo_if_close_all_fd();
         ravo_db_exit();
         EXPECT_EQ(fake::leftovers(), std::vector<std::string>{});

@@ -175,15 +175,14 @@ TEST_F(Client, FailedSendIsTracedAndNotRepeated) {
     fake::script(fake::op::sendmsg, {.error = ENETDOWN});
     deliver(offer());
     expect_silence();
-    const trace_lines expected = {
-        {101, "ravo_if_send_to_client (#)\n"},
-        {101, "sendEtherFrame (#): interface=vlan100, face->if_maclen=6, sizeof 6\n"},
-        {104, "sendEtherFrame (#): raw_sock_fd=101, sendmsg error Network is down\n"},
-        {101, "===========msg ====================\n"},
-        {101, "sendEtherFrame (#): raw_sock_fd=101, res -1"},
-        {101, "interface=vlan100\n"},
-        {101, "iface->if_ip 192.0.2.1\n"},
-        {101, "iface->if_mac 00.00.5e.00.53.01, iface->if_maclen=6\n"}};
+    const trace_lines expected = {{101, "ravo_if_send_to_client (#)\n"},
+                                  {101, "sendEtherFrame (#): interface=vlan100, face->if_maclen=6, sizeof 6\n"},
+                                  {104, "sendEtherFrame (#): raw_sock_fd=101, sendmsg error Network is down\n"},
+                                  {101, "===========msg ====================\n"},
+                                  {101, "sendEtherFrame (#): raw_sock_fd=101, res -1"},
+                                  {101, "interface=vlan100\n"},
+                                  {101, "iface->if_ip 192.0.2.1\n"},
+                                  {101, "iface->if_mac 00.00.5e.00.53.01, iface->if_maclen=6\n"}};
     EXPECT_EQ(fake::traces(), expected);
     expect_outcomes({OUTCOME_SEND_FAILED});
 }

@@ -106,13 +106,23 @@ int local_relay_set(int on) {
     return 1;
 }
 
-int interface_local_relay_set(const char *name, int on) {
+// The record of an interface: the stored one, or a new one that is not stored yet.
+iface stored_or_new(const char *name) {
     iface record = named(name);
-    if (ravo_db_if_get(&record) == 0) {
-        record = named(name);
-        record.in_use = 1;
-        record.ifindex = if_utl_ifname_to_ifindex(name);
-    }
+    if (ravo_db_if_get(&record) != 0) return record;
+    record = named(name);
+    record.in_use = 1;
+    record.ifindex = if_utl_ifname_to_ifindex(name);
+    return record;
+}
+
+int interface_make(const char *name) {
+    const iface record = stored_or_new(name);
+    return ravo_db_if_add(&record);
+}
+
+int interface_local_relay_set(const char *name, int on) {
+    iface record = stored_or_new(name);
     if (on != 0)
         RAVO_Enable_Dhcp_LocalRelay(&record);
     else
@@ -127,6 +137,7 @@ const relay_access ravo_access = {
     .interface_get = interface_get,
     .interface_first = interface_first,
     .interface_next = interface_next,
+    .interface_make = interface_make,
     .transaction_first = transaction_first,
     .transaction_next = transaction_next,
     .local_relay_set = local_relay_set,

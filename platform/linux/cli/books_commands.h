@@ -11,6 +11,7 @@ namespace ravo::cli {
 
 void install_statistics_commands(cli_tree *tree);
 void install_client_commands(cli_tree *tree);
+void install_monitor_commands(cli_tree *tree);
 
 // Prints what is wrong with an argument. Returns 1.
 int books_refuse(struct cli *cli, const std::string &line);

@@ -106,6 +106,7 @@ void install_statistics_commands(cli_tree *tree) {
 void install_books_commands(cli_tree *tree) {
     install_statistics_commands(tree);
     install_client_commands(tree);
+    install_monitor_commands(tree);
 }
 
 }  // namespace ravo::cli

@@ -33,6 +33,9 @@ struct session_output {
     // print nothing and return 1; the question is put to the person, and after a yes the command is run again and this
     // returns true. Empty: nobody to ask, go on.
     std::function<bool(std::string_view question)> confirm;
+    // A command whose output goes on (session_streaming) ended by itself, with this result; the session can run the
+    // next line. Empty: the session runs no such commands.
+    std::function<void(int result)> stream_end;
 };
 
 struct session;
@@ -56,6 +59,12 @@ void session_set_exact(session &s, bool exact);
 // 1 for an error. session_closed tells afterwards whether the line ended the session ("exit" in execution mode).
 int session_run(session &s, std::string_view line);
 bool session_closed(const session &s);
+
+// Tells whether the line that was run last goes on: its text comes as it happens, until the session is interrupted or
+// the command ends by itself. What session_run returned means nothing then.
+bool session_streaming(const session &s);
+// Ends such a command; no other line may be run before. Returns its result.
+int session_interrupt(session &s);
 
 // Text that goes with the mode: "#", "(config)#", "(config-if)#".
 std::string_view session_prompt(const session &s);

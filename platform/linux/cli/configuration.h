@@ -17,7 +17,12 @@ std::string extra_section(std::string_view daemon_text);
 // or one line with the reason; the file is then untouched.
 std::string save_file(const std::string &path, std::string_view text);
 
-// Reads a whole file of at most limit bytes. Returns 0, or the error number (EFBIG for a larger one).
+// Why a path may be neither replaced nor erased: something else than an ordinary file is there, such as /dev/null.
+// Empty when it may; a path where nothing is may.
+std::string not_a_file(const std::string &path);
+
+// Reads a whole file of at most limit bytes. Returns 0, or the error number (EFBIG for a larger one). /dev/null is an
+// empty file; other devices, pipes and sockets are refused (EINVAL).
 int read_file(const std::string &path, std::size_t limit, std::string *out);
 
 // Most bytes that a file of commands may have.

@@ -5,6 +5,7 @@
 // Whoever is killed on the way leaves at most a file ".new" behind, which the next save takes over.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -85,6 +86,10 @@ int keep_predecessor(const std::string &path) {
     return failed != 0 ? failed : replace(path + ".1", old);
 }
 
+bool is_null_device(const struct stat &status) {
+    return S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
+}
+
 std::string remedy(int error) {
     if (error == ENOSPC || error == EDQUOT) return "; make room on the disk";
     if (error == EROFS) return "; the file system is read-only";
@@ -94,7 +99,15 @@ std::string remedy(int error) {
 
 }  // namespace
 
+std::string not_a_file(const std::string &path) {
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode)) return {};
+    return S_ISDIR(status.st_mode) ? "it is a folder" : "it is a device or the like, not a file";
+}
+
 std::string save_file(const std::string &path, std::string_view text) {
+    const std::string fault = not_a_file(path);
+    if (!fault.empty()) return path + " cannot be written: " + fault;
     int failed = keep_predecessor(path);
     if (failed != 0) return path + ".1 cannot be written: " + std::strerror(failed) + remedy(failed);
     failed = replace(path, text);
@@ -108,6 +121,10 @@ int read_file(const std::string &path, std::size_t limit, std::string *out) {
     struct stat status;
     if (fstat(file.get(), &status) != 0) return errno;
     if (S_ISDIR(status.st_mode)) return EISDIR;
+    if (is_null_device(status)) {
+        out->clear();
+        return 0;
+    }
     if (!S_ISREG(status.st_mode)) return EINVAL;
     std::string text;
     char room[65536];

@@ -24,9 +24,24 @@ int fail(struct cli *cli, const std::string &reason) {
     return 1;
 }
 
+// Writes the running configuration. Returns false when a section could not be written whole for want of memory.
+bool write_configuration(std::string *text) {
+    bool whole = true;
+    const session_ptr s = session_capture(text, program_privilege, "running configuration");
+    for (const config_section &section : library_tree().sections) {
+        struct cli context = context_of(*s);
+        // A writer counts its sections and one more; none at all means that it gave up.
+        if (section.writer(&context) == 0) whole = false;
+    }
+    *text += extra_section(*text);
+    return whole;
+}
+
 int show_running(struct cli *cli, int /*argc*/, char ** /*argv*/) {
-    (void)emit(session_of(cli), running_configuration());
-    return 0;
+    std::string text;
+    const bool whole = write_configuration(&text);
+    (void)emit(session_of(cli), text);
+    return whole ? 0 : fail(cli, "memory is short: the configuration above is not whole");
 }
 
 int show_startup(struct cli *cli, int /*argc*/, char ** /*argv*/) {
@@ -39,7 +54,11 @@ int show_startup(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 }
 
 int save(struct cli *cli, int /*argc*/, char ** /*argv*/) {
-    const std::string reason = save_file(startup_path(), running_configuration());
+    std::string text;
+    const bool whole = write_configuration(&text);
+    const std::string reason =
+        whole ? save_file(startup_path(), text)
+              : "memory is short, the configuration cannot be written whole; " + startup_path() + " is as it was";
     if (!reason.empty()) {
         platform::log_line(platform::log_level_error, "configuration not saved: %s", reason.c_str());
         return fail(cli, reason);
@@ -49,6 +68,8 @@ int save(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 }
 
 int erase(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    const std::string fault = not_a_file(startup_path());
+    if (!fault.empty()) return fail(cli, startup_path() + " cannot be erased: " + fault);
     const session &s = session_of(cli);
     if (s.output.confirm && !s.output.confirm("Erase the startup configuration?")) return 1;
     if (unlink(startup_path().c_str()) == 0 || errno == ENOENT) return 0;
@@ -95,13 +116,8 @@ void install_file_commands(cli_tree *tree) {
 
 std::string running_configuration() {
     std::string text;
-    const session_ptr s = session_capture(&text, program_privilege, "running configuration");
-    for (const config_section &section : library_tree().sections) {
-        struct cli context = context_of(*s);
-        // Not used: the count says how many sections were written, and a writer that runs short of memory logs nothing.
-        (void)section.writer(&context);
-    }
-    return text + extra_section(text);
+    (void)write_configuration(&text);  // who wants it whole asks for it in a command
+    return text;
 }
 
 }  // namespace ravo::cli

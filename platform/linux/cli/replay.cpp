@@ -9,6 +9,9 @@
 
 #include "cli/configuration.h"
 #include "cli/session.h"
+#include "log.h"
+#include "nsm.h"
+#include "relay_data.h"
 
 namespace ravo::cli {
 
@@ -58,8 +61,21 @@ std::string reason_printed(std::string_view printed, int result) {
 
 struct replayer {
     session_ptr s;
-    std::string printed;  // by the line that runs
+    std::string printed;                    // by the line that runs
+    const struct interface *ifp = nullptr;  // the interface whose section is read
 };
+
+// The relay's section of a configuration has a line for every record, also for one without settings: such a line brings
+// its record back, which entering an interface does not do otherwise.
+void restore_record(replayer &r) {
+    const struct interface *now = r.s->mode == CLI_MODE_INTERFACE && r.s->range.empty() ? r.s->ifp : nullptr;
+    const bool entered = now != nullptr && now != r.ifp;
+    r.ifp = now;
+    const relay_access *relay = platform::relay_data();
+    if (!entered || r.s->check_only || relay == nullptr) return;
+    if (relay->interface_make(now->name) == 0)
+        platform::log_line(platform::log_level_error, "no memory for the record of interface %s", now->name);
+}
 
 // Runs a line. Returns an empty string, or why it failed.
 std::string replay_line(replayer &r, std::string_view line) {
@@ -88,6 +104,7 @@ int replay_text(const std::string &path, std::string_view text, bool check_only,
         const std::string_view line = text.substr(0, end);
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
         const std::string reason = replay_line(r, line);
+        restore_record(r);
         if (reason.empty()) continue;
         ++failed;
         report(path + ":" + std::to_string(number) + ": " + reason + ": " + shortened(trim(line)));

@@ -174,7 +174,11 @@ int run_filtered(session &s, std::string_view line, const split_line &parts, lin
     }
     s.filter = std::move(filter);
     const int result = run_words(s, line.substr(0, parts.pipe), parts.words, fault);
-    const std::unique_ptr<line_filter> done = std::exchange(s.filter, nullptr);
+    std::unique_ptr<line_filter> done = std::exchange(s.filter, nullptr);
+    if (s.stream_stop) {
+        s.stream_filter = std::move(done);
+        return result;
+    }
     if (fault->kind == fault_kind::none) filter_finish(*done, [&](std::string_view text) { deliver(s, text); });
     return result;
 }
@@ -215,6 +219,8 @@ session_ptr session_capture(std::string *text, int privilege, std::string user) 
 
 void session_delete::operator()(session *s) const {
     if (s->monitor != 0) platform::log_remove_listener(s->monitor);
+    s->gone = true;
+    (void)session_interrupt(*s);  // nobody is left to be told the result
     delete s;
 }
 
@@ -299,6 +305,43 @@ int emit(session &s, std::string_view text) {
     else
         deliver(s, text);
     return s.gone ? -1 : 0;
+}
+
+// ---- Commands that go on ----
+
+bool stream_begin(session &s, std::function<int()> stop) {
+    if (!s.output.stream_end || s.stream_stop) return false;
+    s.stream_stop = std::move(stop);
+    return true;
+}
+
+int stream_emit(session &s, std::string_view text) {
+    std::swap(s.filter, s.stream_filter);
+    const int result = emit(s, text);
+    std::swap(s.filter, s.stream_filter);
+    return result;
+}
+
+static void finish_stream_filter(session &s) {
+    const std::unique_ptr<line_filter> filter = std::exchange(s.stream_filter, nullptr);
+    if (filter != nullptr) filter_finish(*filter, [&](std::string_view text) { deliver(s, text); });
+}
+
+void stream_finish(session &s, int result) {
+    s.stream_stop = nullptr;
+    finish_stream_filter(s);
+    s.output.stream_end(result);
+}
+
+bool session_streaming(const session &s) {
+    return static_cast<bool>(s.stream_stop);
+}
+
+int session_interrupt(session &s) {
+    if (!s.stream_stop) return 0;
+    const int result = std::exchange(s.stream_stop, nullptr)();
+    finish_stream_filter(s);
+    return result;
 }
 
 struct cli context_of(session &s) {

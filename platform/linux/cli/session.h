@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -40,15 +41,17 @@ struct session {
     std::vector<struct interface *> range;  // the interfaces of "interface range", empty without one
     std::uint32_t view_flags = 0;
     std::uint32_t show_all = 0;
-    bool exact = false;                   // table walks begin with the row of the key itself
-    bool closed = false;                  // it was ended by a command
-    bool gone = false;                    // its output cannot be delivered any more
-    bool check_only = false;              // lines are parsed, only movements are run
-    std::unique_ptr<line_filter> filter;  // of the command that runs, null without one
-    std::deque<std::string> history;      // oldest first
-    int terminal_length = 24;             // lines of a page, 0: no pages
-    int monitor = 0;                      // listener id of "terminal monitor", 0 when off
-    std::size_t rest = 0;                 // column of what LINE stands for in the line that runs
+    bool exact = false;                          // table walks begin with the row of the key itself
+    bool closed = false;                         // it was ended by a command
+    bool gone = false;                           // its output cannot be delivered any more
+    bool check_only = false;                     // lines are parsed, only movements are run
+    std::unique_ptr<line_filter> filter;         // of the command that runs, null without one
+    std::unique_ptr<line_filter> stream_filter;  // of the command that goes on
+    std::function<int()> stream_stop;            // ends it and returns its result; empty when there is none
+    std::deque<std::string> history;             // oldest first
+    int terminal_length = 24;                    // lines of a page, 0: no pages
+    int monitor = 0;                             // listener id of "terminal monitor", 0 when off
+    std::size_t rest = 0;                        // column of what LINE stands for in the line that runs
 };
 
 enum class fault_kind { none, invalid, incomplete, ambiguous, too_long, bad_filter };
@@ -75,6 +78,14 @@ session &session_of(struct cli *cli);
 
 // Sends text to the session, through the filter of the running command.
 int emit(session &s, std::string_view text);
+
+// For a handler whose output goes on after it returned. stop: called once, when the session is interrupted or ends;
+// returns the command's result. Returns false when the session cannot have that; the handler then says so.
+bool stream_begin(session &s, std::function<int()> stop);
+// Sends text of the command that goes on, through its filter. Returns negative when the session is gone.
+int stream_emit(session &s, std::string_view text);
+// The command ends by itself; stop is not called any more.
+void stream_finish(session &s, int result);
 
 // The context of the session's next handler.
 struct cli context_of(session &s);

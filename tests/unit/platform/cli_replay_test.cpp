@@ -297,10 +297,17 @@ int interface_local_relay_set(const char *name, int on) {
     return 1;
 }
 
+std::vector<std::string> made_interfaces;
+int interface_make(const char *name) {
+    made_interfaces.emplace_back(name);
+    return 1;
+}
+
 constexpr relay_access fake_relay = {.settings = get_settings,
                                      .interface_get = nullptr,
                                      .interface_first = get_first,
                                      .interface_next = get_next,
+                                     .interface_make = interface_make,
                                      .transaction_first = nullptr,
                                      .transaction_next = nullptr,
                                      .local_relay_set = local_relay_set,
@@ -321,10 +328,12 @@ class Running : public Configuration {
         vlan_request.clear();
         vlan_result = 1;
         local_relay_interfaces.clear();
+        made_interfaces.clear();
     }
     static relay_interface iface(const char *name) {
         relay_interface out{};
         std::snprintf(out.name, sizeof out.name, "%s", name);
+        out.ifindex = 1034;  // records without an index are a case of their own
         return out;
     }
 };
@@ -332,9 +341,18 @@ class Running : public Configuration {
 TEST_F(Running, IsTheRelaysSectionAlone) {
     section_text = "ip dhcp relay\n!\n!\ninterface vlan10\n ip dhcp relay information trusted\n";
     interfaces = {iface("vlan10")};
+    interfaces[0].trusted = 1;
     EXPECT_EQ(running_configuration(), section_text);
     EXPECT_EQ(shell_.print("show running-config"), section_text);
     EXPECT_EQ(shell_.print("show running-config | include interface"), "interface vlan10\n");
+}
+
+TEST_F(Running, ComesBackWithTheRecordsThatHaveNoSettings) {
+    write("!\ninterface vlan10\n!\ninterface vlan20\n!\nexit\ninterface vlan10\n");
+    EXPECT_EQ(replay_file(path_, false, true, [](const std::string &) {}), 0);
+    EXPECT_EQ(made_interfaces, std::vector<std::string>{}) << "only checked";
+    EXPECT_EQ(replay_file(path_, false, false, [](const std::string &) {}), 0);
+    EXPECT_EQ(made_interfaces, (std::vector<std::string>{"vlan10", "vlan20", "vlan10"}));
 }
 
 TEST_F(Running, AddsWhatTheRelaysSectionLeavesOut) {

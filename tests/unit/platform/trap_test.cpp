@@ -111,7 +111,7 @@ TEST_F(Trap, StopsNothingElse) {
     EXPECT_TRUE(forwarded({.fragment = 0x2000})) << "the channel takes no fragments either";
     EXPECT_TRUE(forwarded({.fragment = 0x0005}));
     const far_end from("c1"), to("c2");
-    from.send({.ethertype = 0x0806});
+    from.send(frame_fields{.ethertype = 0x0806});
     EXPECT_FALSE(to.receive(0x0806).empty());
 }
 

@@ -1,0 +1,292 @@
+"""The configuration saved, replayed, spoiled and lost: what comes back is what was there, and what does not is told."""
+
+import json
+import os
+import random
+import re
+import signal
+import subprocess
+import time
+
+import pytest
+
+from managed import Daemon
+from ravolab.relay import BUILD
+
+DEVICES = ("vlan2", "vlan7", "vlan30", "vlan100", "vlan4094")
+QUIET_START = r"RAVO: installSignalHandlers \d+ sig=11\n"
+
+
+@pytest.fixture
+def daemon(tmp_path):
+    daemon = Daemon(tmp_path, DEVICES)
+    yield daemon
+    daemon.close()
+
+
+# ---- Random configurations ----
+
+LETTERS = "abcXYZ019 \t\"!?\\|#';-.é"
+
+
+def quoted(text):
+    return '"' + text.replace("\\", "\\\\").replace('"', '\\"') + '"'
+
+
+def address(dice):
+    return f"{dice.randint(1, 223)}.{dice.randint(0, 255)}.{dice.randint(0, 255)}.{dice.randint(1, 254)}"
+
+
+def global_lines(dice):
+    choices = ("ip dhcp relay", "ip dhcp relay information option", "no ip dhcp relay information check",
+               f"ip dhcp relay information policy {dice.choice(('keep', 'drop'))}",
+               f"ip dhcp relay hops {dice.choice([hops for hops in range(1, 17) if hops != 4])}",
+               "ip dhcp relay information trust-all", "ip dhcp local-relay",
+               "ip dhcp local-relay vlan " + ",".join(map(str, dice.sample(range(1, 4095), dice.randint(1, 300)))))
+    lines = [line for line in choices if dice.random() < 0.5]
+    dice.shuffle(lines)
+    return lines
+
+
+def option60_line(dice):
+    word = "".join(dice.choice(LETTERS.replace("\t", "")) for _ in range(dice.randint(1, 20)))
+    rule = dice.choice(("exact-match", "partial-match"))
+    return f"ip dhcp relay option60 string {quoted(word)} {rule} address {address(dice)}"
+
+
+def option61_line(dice):
+    digits = "".join(dice.choice("0123456789abcdefABCDEF") for _ in range(dice.randint(1, 256)))
+    return f"ip dhcp relay option61 hex 0x{digits} address {address(dice)}"
+
+
+def interface_lines(dice):
+    """Of one interface: any of its settings, or a record whose settings were all taken back."""
+    kind = dice.random()
+    if kind < 0.05:
+        return ["ip dhcp relay address 192.0.2.1", "no ip dhcp relay address"]
+    if kind < 0.1:
+        return ["no ip dhcp relay information trusted"]
+    lines = [f"ip dhcp relay address {each}" for each in {address(dice) for _ in range(dice.randint(0, 4))}]
+    lines += [option60_line(dice) for _ in range(dice.randint(0, 2))]
+    lines += [option61_line(dice) for _ in range(dice.randint(0, 2))]
+    lines += ["ip dhcp local-relay"] * (dice.random() < 0.3)
+    dice.shuffle(lines)
+    # Behind the others: taken back on an interface without settings, it leaves a record without an index.
+    lines += dice.choice(([], ["ip dhcp relay information trusted"], ["no ip dhcp relay information trusted"]))
+    return lines
+
+
+def random_configuration(number):
+    dice = random.Random(number)
+    lines = global_lines(dice)
+    for vlan in {*dice.sample(range(1, 4095), dice.randint(0, 195)), *dice.sample((2, 7, 30, 100, 4094), 3)}:
+        lines += [f"interface vlan {vlan}", *interface_lines(dice)]
+    return lines
+
+
+def records(daemon):
+    shown = {command: daemon.sh("-c", command) for command in ("show running-config", "show ip dhcp relay option")}
+    for command in ("show ip dhcp relay", "show ip dhcp relay detail", "show ip dhcp relay option",
+                    "show ip dhcp relay information trusted-sources"):
+        document = json.loads(daemon.sh("-c", f"{command} | json"))
+        document.pop("sockets", None)  # numbers of descriptors
+        for interface in document.get("interfaces", ()):
+            # A record that "no ... trusted" made has no index; it comes back with that of its name.
+            interface["ifindex"] = interface.get("ifindex") or 1024 + int(interface["name"].removeprefix("vlan"))
+        shown[f"{command} | json"] = document
+    return shown
+
+
+@pytest.mark.parametrize("number", range(15))
+def test_a_random_configuration_comes_back_whole(daemon, number):
+    daemon.start()
+    assert daemon.configure(random_configuration(number)) == ""
+    before = records(daemon)
+    assert before["show ip dhcp relay detail | json"]["interfaces"]
+    assert daemon.sh("-c", "write memory") == f"Saved as {daemon.startup}\n"
+    assert daemon.sh("-c", "show startup-config") == before["show running-config"]
+    daemon.restart()
+    assert re.fullmatch(QUIET_START, daemon.log)
+    after = records(daemon)
+    for command, shown in before.items():
+        assert after[command] == shown, command
+
+
+# ---- Saving ----
+
+def test_a_file_without_room_on_its_disk_stays_as_it_was(daemon):
+    folder = daemon.startup.parent
+    daemon.start(contained=True, mount_script=f"mount -t tmpfs -o size=16k tmpfs {folder}")
+    daemon.configure(["ip dhcp relay hops 7"])
+    daemon.sh("-c", "write memory")
+    saved = daemon.sh("-c", "show startup-config")
+    assert saved == "ip dhcp relay hops 7\n!\n"
+    lines = [f"interface range vlan {10 * i}-{10 * i + 9}\nip dhcp relay address 192.0.2.1" for i in range(1, 100)]
+    daemon.configure(lines)
+    reason = f"{daemon.startup} cannot be written: No space left on device; make room on the disk"
+    for command in ("write memory", "write", "copy running-config startup-config"):
+        assert daemon.sh("-c", command, status=1) == f"% {reason}\n"
+        assert daemon.sh("-c", "show startup-config") == saved
+    assert f"configuration not saved: {reason}\n" in daemon.log
+    assert reason in daemon.sh("-c", "show logging")
+    # With room again a save succeeds.
+    daemon.sh("-c", "reset relay", "-c", "write memory")
+    assert daemon.sh("-c", "show startup-config") == daemon.sh("-c", "show running-config")
+
+
+def test_a_read_only_file_system_is_told(daemon):
+    folder = daemon.startup.parent
+    daemon.startup.write_text("ip dhcp relay hops 7\n")
+    daemon.start(contained=True, mount_script=f"mount --bind {folder} {folder}\nmount -o remount,bind,ro {folder}")
+    daemon.configure(["ip dhcp relay hops 8"])
+    assert daemon.sh("-c", "write memory", status=1) == \
+        f"% {daemon.startup}.1 cannot be written: Read-only file system; the file system is read-only\n"
+    assert daemon.sh("-c", "write erase", status=1) == f"% {daemon.startup} cannot be erased: Read-only file system\n"
+    assert daemon.startup.read_text() == "ip dhcp relay hops 7\n"
+    assert os.listdir(folder) == ["startup-config"]
+
+
+def test_what_is_no_file_is_neither_replaced_nor_erased(daemon):
+    daemon.startup = daemon.folder / "folder"
+    daemon.startup.mkdir()
+    daemon.start()
+    assert f"{daemon.startup}: cannot be read: Is a directory\n" in daemon.log
+    for command, verb in (("write memory", "written"), ("write erase", "erased")):
+        assert daemon.sh("-c", command, status=1) == f"% {daemon.startup} cannot be {verb}: it is a folder\n"
+    # The daemon has a /dev/null of its own here, which is safe to lose.
+    assert daemon.process.stop() == 0
+    daemon.startup = daemon.folder / "null"
+    subprocess.run(["mknod", daemon.startup, "c", "1", "3"], check=True)
+    daemon.start()
+    assert re.fullmatch(QUIET_START, daemon.log)
+    for command, verb in (("write memory", "written"), ("write erase", "erased")):
+        assert daemon.sh("-c", command, status=1) == \
+            f"% {daemon.startup} cannot be {verb}: it is a device or the like, not a file\n"
+    assert daemon.startup.is_char_device()
+    assert daemon.sh("-c", "show startup-config") == ""
+    assert daemon.sh("-c", "copy startup-config running-config") == ""
+    assert daemon.process.stop() == 0
+    daemon.startup = "/dev/null"
+    daemon.start()
+    assert re.fullmatch(QUIET_START, daemon.log)
+
+
+def test_a_saved_file_is_private_and_its_predecessor_kept(daemon):
+    daemon.start()
+    for hops in (7, 8, 9):
+        daemon.configure([f"ip dhcp relay hops {hops}", "do write memory"])
+    names = {"startup-config": "ip dhcp relay hops 9\n!\n", "startup-config.1": "ip dhcp relay hops 8\n!\n"}
+    assert sorted(os.listdir(daemon.startup.parent)) == sorted(names)
+    for name, text in names.items():
+        file = daemon.startup.parent / name
+        assert (file.read_text(), file.stat().st_mode & 0o777) == (text, 0o600)
+
+
+def test_who_is_killed_while_saving_leaves_the_old_or_the_new_file(daemon):
+    dice = random.Random(4)
+    daemon.start()
+    vlans = "interface range vlan 1-400\n"
+    daemon.configure([f"{vlans}ip dhcp relay address 192.0.2.1", "do write memory"])
+    outcomes = []
+    for number in range(30):
+        old = daemon.startup.read_bytes()
+        daemon.configure([f"ip dhcp relay hops {5 + number % 12}"])
+        new = daemon.sh("-c", "show running-config").encode()
+        assert new != old
+        save = subprocess.Popen([BUILD / "ravosh", "--management", daemon.socket, "-c", "write memory"],
+                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        # The moment is random on purpose; nothing is waited for.
+        time.sleep(dice.uniform(0, 0.03))
+        daemon.process.send_signal(signal.SIGKILL)
+        daemon.process.wait()
+        save.wait(10)
+        found = daemon.startup.read_bytes()
+        assert found in (old, new)
+        outcomes.append(found == new)
+        daemon.start()
+        assert re.fullmatch(QUIET_START, daemon.log)
+        assert daemon.sh("-c", "show running-config").encode() == found
+    print(f"{sum(outcomes)} of 30 saves were done when the daemon was killed")
+
+
+# ---- Faulty files ----
+
+def test_lines_that_fail_are_told_and_the_others_count(daemon):
+    lines = ["! a comment", "ip dhcp relay hops 9", "ip dhcp relay hops 17", "ip dhcp", "nonsense here",
+             "interface vlan 10", " ip dhcp relay address 192.0.2.1", " ip dhcp relay address 999.0.2.1",
+             " ip dhcp relay option61 hex 12 address 192.0.2.1", "interface vlan 4095",
+             "ip dhcp relay information check", " ip dhcp relay option60 string \"open exact-match address 192.0.2.1",
+             "\tip\x01 dhcp", "x" * 40000,
+             "interface vlan 11", " ip dhcp relay address 192.0.2.2\r", "end", "show privilege | include (", "exit"]
+    daemon.startup.write_text("\n".join(lines), newline="")
+    place = f"{daemon.startup}:"
+    refused_by_the_parser = [
+        f'{place}3: invalid input at "17", column 20: {lines[2]}',
+        f"{place}4: incomplete command: {lines[3]}",
+        f'{place}5: invalid input at "nonsense", column 1: {lines[4]}',
+        f'{place}8: invalid input at "999.0.2.1", column 24: {lines[7].strip()}',
+        f'{place}10: invalid input at "4095", column 16: {lines[9]}',
+        f'{place}12: invalid input at "option60", column 16: {lines[11].strip()}',
+        f'{place}13: invalid input at "ip?", column 2: ip? dhcp',
+        f"{place}14: line of 40000 bytes, at most 32768 can be read: {'x' * 120}...",
+        f"{place}18: invalid pattern: Unmatched ( or \\(: {lines[17]}"]
+    refused_by_the_relay = [
+        f'{place}9: Client-id hex number must begin with "0x": {lines[8].strip()}',
+        f"{place}11: Set the same configuration current configuration: {lines[10]}"]
+    checked = subprocess.run([BUILD / "ravod", "--check", "--startup-config", daemon.startup], capture_output=True,
+                             text=True, timeout=30)
+    assert (checked.stdout + checked.stderr).splitlines() == refused_by_the_parser
+    assert checked.returncode == 1
+    daemon.start()
+    told = [line for line in daemon.log.splitlines() if place in line]
+    assert sorted(told) == sorted(refused_by_the_parser + refused_by_the_relay)
+    kept = daemon.sh("-c", "show logging")
+    assert all(line in kept for line in told)
+    assert daemon.sh("-c", "show running-config") == (
+        "ip dhcp relay hops 9\n!\n!\ninterface vlan10\n ip dhcp relay address 192.0.2.1\n!\ninterface vlan11\n"
+        " ip dhcp relay address 192.0.2.2\n")
+
+
+# ---- Reset, copy, erase, ranges ----
+
+def test_reset_brings_back_the_defaults(daemon):
+    daemon.start()
+    fresh = records(daemon)
+    fresh_sockets = json.loads(daemon.sh("-c", "show ip dhcp relay detail | json"))["sockets"]
+    daemon.configure(["ip dhcp relay", "ip dhcp relay information option", "ip dhcp relay information policy keep",
+                      "no ip dhcp relay information check", "ip dhcp relay hops 16",
+                      "ip dhcp local-relay vlan 1-4094", "ip dhcp local-relay", "interface range vlan 1-300",
+                      "ip dhcp relay address 192.0.2.1", "ip dhcp local-relay",
+                      "ip dhcp relay option60 string a exact-match address 192.0.2.1",
+                      "ip dhcp relay option61 hex 0x01 address 192.0.2.1"])
+    assert records(daemon) != fresh
+    assert json.loads(daemon.sh("-c", "show ip dhcp relay detail | json"))["sockets"] != fresh_sockets
+    assert daemon.sh("-c", "reset relay") == ""
+    assert records(daemon) == fresh
+    assert json.loads(daemon.sh("-c", "show ip dhcp relay detail | json"))["sockets"] == fresh_sockets
+    assert "relay reset by root\n" in daemon.log
+
+
+def test_copy_brings_back_what_was_saved_and_erase_removes_it(daemon):
+    daemon.start()
+    daemon.configure(random_configuration(99))
+    daemon.sh("-c", "copy running-config startup-config")
+    before = records(daemon)
+    assert daemon.sh("-c", "reset relay", "-c", "copy startup-config running-config") == ""
+    assert records(daemon) == before
+    assert daemon.sh("-c", "write erase", "-c", "write erase") == ""
+    missing = f'% {daemon.startup} does not exist; "write memory" creates it\n'
+    assert daemon.sh("-c", "show startup-config", status=1) == missing
+    assert daemon.sh("-c", "copy startup-config running-config", status=1) == \
+        f"% {daemon.startup}: cannot be read: No such file or directory\n"
+    assert records(daemon) == before
+
+
+def test_a_range_configures_each_of_its_interfaces(daemon):
+    daemon.start()
+    daemon.configure(["interface range vlan 10,20-30", " ip dhcp relay address 192.0.2.1", "end"])
+    expected = "".join(f"!\ninterface vlan{vlan}\n ip dhcp relay address 192.0.2.1\n" for vlan in (10, *range(20, 31)))
+    assert daemon.sh("-c", "show running-config") == expected
+    for wrong in ("0", "4095", "30-20", "10,", "a", "10-"):
+        assert daemon.configure([f"interface range vlan {wrong}"], status=1).startswith("% Invalid VLAN list: ")
+    assert daemon.sh("-c", "show running-config") == expected

@@ -1,0 +1,317 @@
+"""`monitor ip dhcp relay`: messages as they happen, to a session or into a capture file, until it is interrupted."""
+
+import os
+import re
+import signal
+import socket
+import stat
+import struct
+import subprocess
+
+import pexpect
+import pytest
+
+from ravolab.craft import broadcast, message
+from ravolab.process import wait_for
+
+NOBODY = "192.0.2.200"  # on the uplink, where no server answers
+WHEN = r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} "
+
+
+def discover(host, xid):
+    host.send(broadcast(message("DISCOVER", mac=host.mac, xid=xid), host.mac))
+
+
+def line(host, xid, vlan=10):
+    return (rf"{WHEN}DISCOVER {host.mac} xid 0x{xid:08x} vlan {vlan} port 1/{host.port}: relayed to {NOBODY} "
+            r"\(relayed to servers\)")
+
+
+@pytest.fixture
+def relay(lab, relay):
+    relay.configure("interface vlan 10", f"ip dhcp relay address {NOBODY}", "exit",
+                    "interface vlan 20", f"ip dhcp relay address {NOBODY}", "exit", "ip dhcp relay")
+    return relay
+
+
+class Monitor:
+    """A ravosh that runs one command, its output in a file."""
+
+    def __init__(self, relay, command):
+        self.path = relay.lab.fresh_folder("monitor") / "output"
+        with open(self.path, "wb") as out:
+            self.process = subprocess.Popen([relay.build / "ravosh", "--management", relay.socket, "-c", command],
+                                            stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT)
+
+    @property
+    def lines(self):
+        return self.path.read_text().splitlines()
+
+    def wait_begun(self, host):
+        """Send messages until one is shown; the shown lines are forgotten by the caller's counting from here."""
+        xid = iter(range(0x1000, 0x2000))
+
+        def seen():
+            discover(host, next(xid))
+            return self.lines
+        wait_for(seen, 10, "first line of the monitor")
+        return self
+
+    def wait_line(self, pattern):
+        return wait_for(lambda: next((each for each in self.lines if re.fullmatch(pattern, each)), None), 10,
+                        f"line {pattern} among {self.lines}")
+
+    def end(self):
+        self.process.send_signal(signal.SIGINT)
+        return self.process.wait(10)
+
+
+@pytest.fixture
+def watch(relay):
+    started = []
+
+    def begin(command):
+        started.append(Monitor(relay, command))
+        return started[-1]
+
+    yield begin
+    for each in started:
+        if each.process.poll() is None:
+            each.process.kill()
+            each.process.wait(10)
+
+
+def sessions_watching(relay):
+    """Descriptors of ravod that are sessions of its management socket."""
+    return sum(os.readlink(f"/proc/{relay.pid}/fd/{fd}").startswith("socket:") for fd in os.listdir(f"/proc/{relay.pid}/fd"))
+
+
+def test_lines_come_until_ctrl_c(lab, relay, watch):
+    host = lab.client(1)
+    before = sessions_watching(relay)
+    monitor = watch("monitor ip dhcp relay").wait_begun(host)
+    discover(host, 1)
+    monitor.wait_line(line(host, 1))
+    assert monitor.process.poll() is None
+    assert monitor.end() == -signal.SIGINT
+    wait_for(lambda: sessions_watching(relay) == before, 5, "session gone")
+    discover(host, 2)
+    assert relay.sh("show version")
+
+
+@pytest.mark.parametrize("words, mine", [("mac {mac}", True), ("vlan 10", True), ("port 1/1", True),
+                                         ("mac {mac} vlan 10 port 1/1", True), ("mac {mac} vlan 20", False)])
+def test_only_what_was_asked_for(lab, relay, watch, words, mine):
+    host, other = lab.client(1), lab.client(3)
+    every = watch("monitor ip dhcp relay").wait_begun(host)
+    some = watch(f"monitor ip dhcp relay {words.format(mac=host.mac)}")
+    if mine:
+        some.wait_begun(host)
+    else:
+        # It shows nothing, so it has begun once the daemon has one session more and answers behind it.
+        wait_for(lambda: re.search(r"session \d+ of user \S+ begins(.|\n)*session \d+ of user \S+ begins", relay.log), 5,
+                 "second session")
+        relay.sh("show version")
+    discover(other, 3)
+    discover(host, 4)
+    every.wait_line(line(other, 3, vlan=20))
+    every.wait_line(line(host, 4))
+    if mine:
+        some.wait_line(line(host, 4))
+    assert not [each for each in some.lines if other.mac in each]
+    assert bool(some.lines) == mine
+
+
+def test_filter_behind_it(lab, relay, watch):
+    host = lab.client(1)
+    monitor = watch("monitor ip dhcp relay | exclude 0x00000005").wait_begun(host)
+    discover(host, 5)
+    discover(host, 6)
+    monitor.wait_line(line(host, 6))
+    assert not [each for each in monitor.lines if "0x00000005" in each]
+
+
+def test_ctrl_c_in_the_shell_goes_back_to_the_prompt(lab, relay):
+    host = lab.client(1)
+    shell = pexpect.spawn(str(relay.build / "ravosh"), ["--management", str(relay.socket)], encoding="utf-8", timeout=10,
+                          env={**os.environ, "TERM": "xterm", "HOME": str(relay.folder)})
+    try:
+        shell.expect("# ?$")
+        shell.sendline("monitor ip dhcp relay")
+        wait_for(lambda: (discover(host, 7), shell.expect([line(host, 7), pexpect.TIMEOUT], timeout=0.2))[1] == 0, 10,
+                 "first line")
+        shell.sendintr()
+        shell.expect("# ?$")
+        shell.sendline("show privilege")
+        shell.expect("Current privilege level is 31")
+        shell.sendline("exit")
+        shell.expect(pexpect.EOF)
+    finally:
+        shell.close(force=True)
+
+
+def test_capture_is_readable_with_comments(lab, relay, watch, tmp_path):
+    host, other = lab.client(1), lab.client(3)
+    path = tmp_path / "relay.pcapng"
+    monitor = watch(f"monitor ip dhcp relay port 1/1 pcap {path}")
+    relay.wait_log(f"messages are captured in {path} for user ")
+    discover(host, 0x11)
+    discover(other, 0x12)
+    host.send(broadcast(message("DISCOVER", mac=host.mac, xid=0x13, hops=17), host.mac))
+    wait_for(lambda: "0x00000013" in relay.sh(f"show ip dhcp relay client {host.mac}"), 5, "last message")
+    assert stat.S_IMODE(path.stat().st_mode) == 0o600
+    read = subprocess.run(["tshark", "-n", "-r", path, "-T", "fields", "-e", "dhcp.id", "-e", "dhcp.hw.mac_addr",
+                           "-e", "frame.comment"], text=True, capture_output=True, check=True, timeout=60)
+    rows = [row.split("\t") for row in read.stdout.splitlines()]
+    assert [(row[0], row[1]) for row in rows] == [("0x00000011", host.mac), ("0x00000013", host.mac)]
+    assert re.fullmatch(line(host, 0x11), rows[0][2])
+    assert re.fullmatch(rf"{WHEN}DISCOVER {host.mac} xid 0x00000013 vlan 10 port 1/1: hop-limit "
+                        r"\(passed too many relays\)", rows[1][2])
+    assert monitor.lines == []
+    monitor.end()
+
+
+def test_capture_ends_at_its_size(lab, relay, watch, tmp_path):
+    host = lab.client(1)
+    path = tmp_path / "relay.pcapng"
+    monitor = watch(f"monitor ip dhcp relay pcap {path} size 1")
+    relay.wait_log(f"messages are captured in {path} for user ")
+    frame = broadcast(message("DISCOVER", mac=host.mac, xid=1, padding=bytes(1100)), host.mac)
+
+    def ended():
+        for _ in range(100):
+            host.send(frame)
+        return monitor.process.poll() is not None
+    wait_for(ended, 20, "end of the capture")
+    assert monitor.process.returncode == 0
+    assert monitor.lines[0] == "The capture has reached its size"
+    messages = int(re.fullmatch(rf"(\d+) messages in {path}", monitor.lines[1])[1])
+    assert 990_000 < path.stat().st_size <= 1_001_000
+    read = subprocess.run(["tshark", "-n", "-r", path, "-T", "fields", "-e", "frame.len"], text=True,
+                          capture_output=True, check=True, timeout=60)
+    assert read.stdout == f"{len(frame)}\n" * messages
+
+
+def test_what_is_refused(lab, relay, tmp_path):
+    other = tmp_path / "other.pcapng"
+    other.write_text("precious")
+    for command, said in (
+            ("monitor ip dhcp relay mac 1", '% "1" is no hardware address; '),
+            ("monitor ip dhcp relay port swp1", '% "swp1" is no port; '),
+            ("monitor ip dhcp relay pcap relay.pcapng", '% "relay.pcapng" is no file for a capture; '),
+            ("monitor ip dhcp relay pcap /etc/passwd", '% "/etc/passwd" is no file for a capture; '),
+            (f"monitor ip dhcp relay pcap {other}", f"% {other} exists and is no capture; name another file"),
+            (f"monitor ip dhcp relay pcap {tmp_path}/no/x.pcapng", f"% cannot write {tmp_path}/no/x.pcapng: No such"),
+            ("monitor ip dhcp relay | json", "% No JSON for this command")):
+        result = relay.run(command, timeout=10)
+        assert (result.returncode, result.stdout[:len(said)]) == (1, said)
+    assert other.read_text() == "precious"
+
+
+class Session:
+    """A session of the management socket, frame by frame."""
+
+    HELLO, RUN, INTERRUPT, WELCOME, REFUSED, OUTPUT, STATUS, STREAM = 1, 2, 5, 129, 130, 131, 138, 139
+
+    def __init__(self, relay):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(10)
+        self.socket.connect(str(relay.socket))
+        self.send(self.HELLO, b"RAVO" + struct.pack("!HBB", 1, 31, 4))
+        assert self.receive()[0] == self.WELCOME
+
+    def send(self, kind, payload=b""):
+        self.socket.sendall(struct.pack("!BI", kind, len(payload)) + payload)
+
+    def run(self, number, line):
+        self.send(self.RUN, struct.pack("!IBBB", number, 1, 0, 0) + line.encode())
+
+    def take(self, size):
+        data = b""
+        while len(data) < size:
+            piece = self.socket.recv(size - len(data))
+            assert piece, "closed"
+            data += piece
+        return data
+
+    def receive(self):
+        kind, length = struct.unpack("!BI", self.take(5))
+        return kind, self.take(length)
+
+    def receive_status(self):
+        """(id, result) of the next status; output before it is passed over."""
+        while (frame := self.receive())[0] == self.OUTPUT:
+            pass
+        assert frame[0] == self.STATUS
+        return struct.unpack("!Ii", frame[1][:8])
+
+
+@pytest.fixture
+def session(relay):
+    opened = Session(relay)
+    yield opened
+    opened.socket.close()
+
+
+def test_interrupt_ends_it_with_a_status(lab, session):
+    session.run(7, "monitor ip dhcp relay")
+    assert session.receive() == (Session.STREAM, b"")
+    discover(lab.client(1), 1)
+    kind, text = session.receive()
+    assert kind == Session.OUTPUT
+    assert re.fullmatch(line(lab.client(1), 1) + "\n", text.decode())
+    session.send(Session.INTERRUPT)
+    assert session.receive_status() == (7, 0)
+    discover(lab.client(1), 2)
+    session.run(8, "show privilege")
+    assert session.receive() == (Session.OUTPUT, b"Current privilege level is 31\n"), "the second message is not shown"
+    assert session.receive_status() == (8, 0)
+
+
+def test_next_request_ends_it_too(session):
+    session.run(1, "monitor ip dhcp relay")
+    session.run(2, "monitor ip dhcp relay vlan 10")
+    session.run(3, "show privilege")
+    assert session.receive() == (Session.STREAM, b"")
+    assert session.receive_status() == (1, 0)
+    assert session.receive() == (Session.STREAM, b"")
+    assert session.receive_status() == (2, 0)
+    assert session.receive_status() == (3, 0)
+
+
+def test_interrupt_of_nothing_is_nothing(session):
+    session.send(Session.INTERRUPT)
+    session.run(1, "show privilege")
+    assert session.receive_status() == (1, 0)
+    session.send(Session.INTERRUPT, b"x")
+    assert session.receive()[0] == Session.REFUSED
+
+
+def test_count_behind_it_is_told_at_the_end(lab, session):
+    session.run(1, "monitor ip dhcp relay | count DISCOVER")
+    assert session.receive() == (Session.STREAM, b"")
+    for xid in range(3):
+        discover(lab.client(1), xid)
+    watching = "show ip dhcp relay client"
+    wait_for(lambda: b"         3\n" in subprocess.run(
+        [lab.relays[-1].build / "ravosh", "--management", lab.relays[-1].socket, "-c", watching],
+        capture_output=True, timeout=10).stdout, 5, "three messages")
+    session.send(Session.INTERRUPT)
+    assert session.receive() == (Session.OUTPUT, b"3\n")
+    assert session.receive_status() == (1, 0)
+
+
+def test_session_that_ends_takes_the_capture_along(lab, relay, session, tmp_path):
+    path = tmp_path / "relay.pcapng"
+    session.run(1, f"monitor ip dhcp relay pcap {path}")
+    assert session.receive() == (Session.STREAM, b"")
+    discover(lab.client(1), 1)
+    wait_for(lambda: path.stat().st_size > 300, 5, "message in the file")
+    assert [os.readlink(f"/proc/{relay.pid}/fd/{fd}") for fd in os.listdir(f"/proc/{relay.pid}/fd")].count(str(path)) == 1
+    session.socket.close()
+    wait_for(lambda: str(path) not in [os.readlink(f"/proc/{relay.pid}/fd/{fd}")
+                                       for fd in os.listdir(f"/proc/{relay.pid}/fd")], 5, "file closed")
+    size = path.stat().st_size
+    discover(lab.client(1), 2)
+    wait_for(lambda: "0x00000002" in relay.sh(f"show ip dhcp relay client {lab.client(1).mac}"), 5, "message done with")
+    assert path.stat().st_size == size

@@ -1,0 +1,116 @@
+"""The Debian package: what is in it, and what installing and removing it leaves, in a folder that plays the machine."""
+
+import os
+import re
+import subprocess
+
+import pytest
+from conftest import REPOSITORY
+
+VERSION = (REPOSITORY / "VERSION").read_text().strip()
+
+FOLDER, FILE, PROGRAM = "drwxr-xr-x", "-rw-r--r--", "-rwxr-xr-x"
+
+
+def run(*words, **more):
+    """Standard output of a command that must succeed."""
+    result = subprocess.run([str(word) for word in words], text=True, capture_output=True, timeout=600, **more)
+    assert result.returncode == 0, f"{words}: status {result.returncode}\n{result.stdout[-2000:]}{result.stderr[-4000:]}"
+    return result.stdout
+
+
+@pytest.fixture(scope="module")
+def package():
+    printed = run("make", "--no-print-directory", "deb", cwd=REPOSITORY)
+    architecture = run("dpkg", "--print-architecture").strip()
+    assert printed.splitlines()[-1] == f"build/ravo_{VERSION}_{architecture}.deb"
+    return REPOSITORY / printed.splitlines()[-1]
+
+
+def entries(package):
+    """{path: "MODE OWNER"} of what the package unpacks."""
+    rows = (line.split(maxsplit=5) for line in run("dpkg-deb", "-c", package).splitlines())
+    return {path.removeprefix(".").rstrip("/") or "/": f"{mode} {owner}" for mode, owner, _, _, _, path in rows}
+
+
+def test_contents(package):
+    documents = [path.name for path in (REPOSITORY / "docs").glob("*.md")]
+    expected = {
+        "/etc/ravo": FOLDER,
+        "/lib/systemd/system/ravod.service": FILE,
+        "/usr/bin/ravosh": PROGRAM,
+        "/usr/lib/sysusers.d/ravo.conf": FILE,
+        "/usr/sbin/ravod": PROGRAM,
+        **{f"/usr/share/doc/ravo/{name}": FILE for name in ("README.md", "changelog.gz", "copyright", *documents)},
+        "/usr/share/man/man1/ravosh.1.gz": FILE,
+        "/usr/share/man/man5/switch.toml.5.gz": FILE,
+        "/usr/share/man/man8/ravod.8.gz": FILE,
+    }
+    for path in list(expected):
+        while path != "/":
+            path = os.path.dirname(path)
+            expected[path] = FOLDER
+    assert entries(package) == {path: f"{mode} root/root" for path, mode in expected.items()}
+
+
+def test_control(package):
+    def field(name):
+        return run("dpkg-deb", "-f", package, name).strip()
+
+    assert (field("Package"), field("Version")) == ("ravo", VERSION)
+    depends = {word.split()[0] for word in field("Depends").split(", ")}
+    assert depends >= {"libc6", "libedit2", "libevent-core-2.1-7", "libmnl0", "libstdc++6", "libsystemd0", "passwd"}
+
+
+class Machine:
+    """A folder with what dpkg needs to take it for a machine; scripts of packages run against it from outside."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        for name in ("var/lib/dpkg/info", "var/lib/dpkg/updates", "var/lib/dpkg/triggers", "etc"):
+            (folder / name).mkdir(parents=True)
+        (folder / "var/lib/dpkg/status").touch()
+        (folder / "var/lib/dpkg/available").touch()
+        self.before = self.files()
+
+    def dpkg(self, *words):
+        return run("dpkg", f"--root={self.folder}", "--force-depends", "--force-script-chrootless", "--log=/dev/null",
+                   *words, stdin=subprocess.DEVNULL)
+
+    def files(self):
+        """Everything but dpkg's own notes."""
+        found = (path.relative_to(self.folder).as_posix() for path in self.folder.rglob("*"))
+        return {path for path in found if not path.startswith("var/lib/dpkg/")}
+
+
+def group_names(machine):
+    return {line.split(":")[0] for line in (machine.folder / "etc/group").read_text().splitlines()}
+
+
+def test_install_remove_and_purge(package, tmp_path):
+    machine = Machine(tmp_path / "machine")
+    machine.dpkg("-i", package)
+    assert group_names(machine) >= {"ravo", "ravo-admin"}
+    assert run(machine.folder / "usr/sbin/ravod", "--version") == f"ravod {VERSION}\n"
+    assert run(machine.folder / "usr/bin/ravosh", "--version") == f"ravosh {VERSION}\n"
+    unit = (machine.folder / "lib/systemd/system/ravod.service").read_text()
+    program = re.search(r"^ExecStart=(\S+)", unit, re.M)[1]
+    assert (machine.folder / program.lstrip("/")).is_file()
+    assert not list(machine.folder.rglob("*.wants")), "a service was enabled"
+
+    configuration = machine.folder / "etc/ravo"
+    for name in ("startup-config", "startup-config.1", "switch.toml"):
+        (configuration / name).write_text("!\n")
+    machine.dpkg("-r", "ravo")
+    assert sorted(path.name for path in configuration.iterdir()) == ["startup-config", "startup-config.1", "switch.toml"]
+    machine.dpkg("-P", "ravo")
+    assert [path.name for path in configuration.iterdir()] == ["switch.toml"]
+
+
+def test_a_purge_leaves_nothing_of_the_daemons(package, tmp_path):
+    machine = Machine(tmp_path / "machine")
+    machine.dpkg("-i", package)
+    (machine.folder / "etc/ravo/startup-config").write_text("!\n")
+    machine.dpkg("-P", "ravo")
+    left = {path for path in machine.files() - machine.before if "ravo" in path}
+    assert left == set()

@@ -1,0 +1,194 @@
+"""Which VLAN and port a message belongs to where the kernel has VLANs, with messages made byte by byte."""
+
+import pytest
+from ravolab import Vlan
+
+PRIORITY = 5 << 13
+
+
+@pytest.fixture
+def host(stage, request):
+    """The host on the port that the test names."""
+    return stage.lab.client(request.param)
+
+
+def on_port(number):
+    return pytest.mark.parametrize("host", [number], indirect=True, ids=[f"port{number}"])
+
+
+# ---- A VLAN-aware bridge ----
+
+@on_port(1)
+def test_access_port(stage, host):
+    """The interface has the switch's own number for VLAN 10 as its kernel index."""
+    stage.check_passes(host, 10)
+
+
+@on_port(2)
+def test_access_port_of_an_interface_with_another_index(stage, host):
+    stage.check_passes(host, 20)
+
+
+@on_port(3)
+def test_trunk_port(stage, host):
+    for vlan in (10, 20):
+        stage.check_passes(host, vlan, tag=vlan, back=vlan)
+
+
+@on_port(3)
+def test_priority_beside_a_vlan(stage, host):
+    stage.check_passes(host, 20, tag=20 | PRIORITY, back=20)
+
+
+@on_port(1)
+def test_priority_tag_on_an_access_port(stage, host):
+    """A tag with VLAN 0 says nothing about the VLAN: the port's own one counts."""
+    for tag in (0, PRIORITY):
+        stage.check_passes(host, 10, tag=tag)
+
+
+@on_port(1)
+def test_own_vlan_tagged_on_an_access_port(stage, host):
+    """The bridge takes it, and so does the relay; the answer leaves untagged as everything does there."""
+    stage.check_passes(host, 10, tag=10)
+
+
+@on_port(1)
+def test_foreign_vlan_on_an_access_port(stage, host):
+    """VLAN 20 has its interface, but the port is no member: the bridge drops such frames."""
+    stage.check_dropped(host, 20, 40, 99, then=None)
+
+
+@on_port(3)
+def test_tags_without_an_interface_and_no_tag_on_a_trunk(stage, host):
+    """31 is on the port and has no interface, 32 is on no port; the trunk has no VLAN for untagged frames."""
+    stage.check_dropped(host, 31, 32, None, 0, PRIORITY, 4095, then=10)
+
+
+@on_port(1)
+def test_unicast_to_the_interface(stage, host):
+    """Port, bridge and VLAN device all hear it, and the kernel delivers it to port 67: it is relayed once."""
+    stage.check_passes(host, 10, to="10.10.0.1")
+
+
+@on_port(3)
+def test_unicast_with_a_tag(stage, host):
+    stage.check_passes(host, 20, tag=20, back=20, to="10.20.0.1")
+
+
+# ---- Changes while it runs ----
+
+@on_port(1)
+def test_pvid_changes(stage, host):
+    try:
+        stage.lab.bridge("vlan add dev swp1 vid 20 pvid untagged")
+        stage.wait_port(1, 20)
+        stage.check_passes(host, 20)
+        stage.check_passes(host, 10, tag=10)  # VLAN 10 is still on the port
+        stage.lab.bridge("vlan add dev swp1 vid 20")
+        stage.wait_port(1, 0)
+        stage.check_dropped(host, None, then=10)
+    finally:
+        stage.lab.bridge("vlan del dev swp1 vid 20", "vlan add dev swp1 vid 10 pvid untagged")
+        stage.wait_port(1, 10)
+    stage.check_passes(host, 10)
+
+
+@on_port(3)
+def test_vlan_leaves_a_trunk(stage, host):
+    """The tap hears the frame that the bridge drops."""
+    stage.lab.bridge("vlan del dev swp3 vid 20", "vlan add dev swp3 vid 10 pvid untagged")
+    try:
+        stage.wait_port(3, 10)
+        stage.check_dropped(host, 20, then=10)
+        stage.check_passes(host, 10)
+    finally:
+        stage.lab.bridge("vlan add dev swp3 vid 20", "vlan add dev swp3 vid 10")
+        stage.wait_port(3, 0)
+    stage.check_passes(host, 20, tag=20, back=20)
+
+
+@on_port(2)
+def test_port_leaves_the_bridge_and_comes_back_elsewhere(stage, host):
+    """A port that left the bridge has lost its VLANs; it comes back into another one."""
+    before = stage.outcomes()
+    stage.lab.switch.ip("link set swp2 nomaster")
+    stage.wait_port(2, 0)
+    lost = stage.ask_tagged(host, None)
+    try:
+        stage.lab.switch.ip("link set swp2 master br0")
+        stage.lab.bridge("vlan add dev swp2 vid 10 pvid untagged")
+        stage.wait_port(2, 10)
+        stage.check_passes(host, 10)
+        assert stage.seen("server1", lost.xid) == []
+        assert stage.outcomes()["relayed"] == before.get("relayed", 0) + 1
+    finally:
+        stage.lab.bridge("vlan del dev swp2 vid 10", "vlan add dev swp2 vid 20 pvid untagged")
+        stage.wait_port(2, 20)
+    stage.check_passes(host, 20)
+
+
+@on_port(3)
+def test_interface_comes_and_goes(stage, host):
+    """VLAN 31 is on the port all the while."""
+    lab = stage.lab
+    lab.switch.ip("link add link br0 name br0.31 address 02:00:00:00:31:01 type vlan id 31",
+                  "link set br0.31 up", "addr add 10.31.0.1/24 dev br0.31")
+    lab.vlans[31] = Vlan(31, "10.31.0.1", "02:00:00:00:31:01", [])
+    try:
+        stage.wait_interface(31, "br0.31")
+        stage.relay.configure("interface vlan 31", "ip dhcp relay address 192.0.2.11")
+        stage.check_passes(host, 31, tag=31, back=31)
+    finally:
+        del lab.vlans[31]
+        lab.switch.ip("link del br0.31")
+    stage.wait_interface(31, None)
+    stage.check_dropped(host, 31, then=10)
+
+
+@on_port(3)
+def test_bridge_is_made_again(stage, host):
+    """Its ports and VLAN devices go with it; what comes in its place works as before."""
+    lab = stage.lab
+    lab.switch.ip("link del br0")
+    lab.switch.ip("link add br0 address 02:00:00:00:00:b0 type bridge stp_state 0 forward_delay 0 vlan_filtering 1 "
+                  "vlan_default_pvid 0", "link set br0 up")
+    lab.set_up_bridge()
+    lab.set_up_bridge_interfaces()
+    for vlan, device in ((10, "vlan10"), (20, "up20"), (99, "vlan99")):
+        stage.wait_interface(vlan, device)
+    lab.configure(stage.relay, 10, 20)
+    stage.check_passes(host, 20, tag=20, back=20)
+    stage.check_passes(lab.client(1), 10)
+
+
+# ---- Without a bridge ----
+
+@on_port(4)
+def test_vlan_device_on_a_nic(stage, host):
+    stage.check_passes(host, 40, tag=40, back=40)
+    stage.check_passes(host, 40, tag=40 | PRIORITY, back=40)
+
+
+@on_port(4)
+def test_unicast_to_a_vlan_device_on_a_nic(stage, host):
+    stage.check_passes(host, 40, tag=40, back=40, to="10.40.0.1")
+
+
+@on_port(4)
+def test_other_tags_and_none_on_the_nic(stage, host):
+    stage.check_dropped(host, None, 0, PRIORITY, 10, 30, 41, then=40)
+
+
+@on_port(5)
+def test_described_routed_port(stage, host):
+    """No VLAN in the kernel: the description makes the device the interface of VLAN 30."""
+    stage.check_passes(host, 30)
+    stage.check_passes(host, 30, tag=PRIORITY)
+    stage.check_passes(host, 30, to="10.30.0.1")
+
+
+@on_port(5)
+def test_tags_on_a_described_routed_port(stage, host):
+    """Also its own VLAN's: the kernel has no device that would take it."""
+    stage.check_dropped(host, 10, 30, 31, then=None)
