@@ -42,13 +42,9 @@ std::string inventory_open();
 std::string inventory_open_with_buffer(int receive_buffer);
 void inventory_close();
 
-// Calls the daemon's hooks for every interface and address that exists, in order of interface number; from then on for
-// every change. To be called once, after the daemon's start-up callback. Does nothing while there is no client.
-void inventory_deliver_existing();
-
 // Calls the daemon's hooks for every VLAN interface and address that exists now; from then on changes are delivered as
-// they come. Called once by the frame, after the daemon's start-up callback. Does nothing when nsm_client_start was not
-// called.
+// they come. Called after the daemon's start-up callback, and again after its reset, which forgets all interfaces. Does
+// nothing when nsm_client_start was not called.
 void inventory_deliver_existing();
 
 // The devices to listen on now.

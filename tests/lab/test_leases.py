@@ -115,3 +115,14 @@ def test_no_lease_while_the_relay_is_off(lab, relay):
     assert client.lease() is None
     assert len(at_client.dhcp("DISCOVER", mac=host.mac)) == 2
     assert at_server.dhcp(mac=host.mac) == []
+
+
+def test_lease_after_a_reset(lab, relay):
+    """A reset forgets all interfaces; those that exist come back at once, so that the relay can be configured anew."""
+    host, server = lab.client(1), of_kind(lab, Dnsmasq)
+    configure(relay, server)
+    at_server = lab.capture(server.host)
+    relay.sh("reset relay")
+    configure(relay, server)
+    assert server.owns(host.run(Udhcpc).address)
+    assert at_server.dhcp("DISCOVER", mac=host.mac)[-1].dhcp.giaddr == lab.vlans[host.vlan].address

@@ -61,8 +61,9 @@ def test_foreign_vlan_on_an_access_port(stage, host):
 
 @on_port(3)
 def test_tags_without_an_interface_and_no_tag_on_a_trunk(stage, host):
-    """31 is on the port and has no interface, 32 is on no port; the trunk has no VLAN for untagged frames."""
-    stage.check_dropped(host, 31, 32, None, 0, PRIORITY, 4095, then=10)
+    """30 and 31 are on the port, 30 has its interface elsewhere and 31 none; 35 is on no port; the trunk has no VLAN
+    for untagged frames."""
+    stage.check_dropped(host, 30, 31, 35, None, 0, PRIORITY, 4095, then=10)
 
 
 @on_port(1)
@@ -96,14 +97,14 @@ def test_pvid_changes(stage, host):
 
 @on_port(3)
 def test_vlan_leaves_a_trunk(stage, host):
-    """The tap hears the frame that the bridge drops."""
-    stage.lab.bridge("vlan del dev swp3 vid 20", "vlan add dev swp3 vid 10 pvid untagged")
+    """The tap hears the frame that the bridge drops. VLANs come and go by the range."""
+    stage.lab.bridge("vlan del dev swp3 vid 18-22", "vlan add dev swp3 vid 10 pvid untagged")
     try:
         stage.wait_port(3, 10)
         stage.check_dropped(host, 20, then=10)
         stage.check_passes(host, 10)
     finally:
-        stage.lab.bridge("vlan add dev swp3 vid 20", "vlan add dev swp3 vid 10")
+        stage.lab.bridge("vlan add dev swp3 vid 19-21", "vlan add dev swp3 vid 10")
         stage.wait_port(3, 0)
     stage.check_passes(host, 20, tag=20, back=20)
 
@@ -130,7 +131,7 @@ def test_port_leaves_the_bridge_and_comes_back_elsewhere(stage, host):
 
 @on_port(3)
 def test_interface_comes_and_goes(stage, host):
-    """VLAN 31 is on the port all the while."""
+    """VLAN 31 is on the port all the while, as one of a range."""
     lab = stage.lab
     lab.switch.ip("link add link br0 name br0.31 address 02:00:00:00:31:01 type vlan id 31",
                   "link set br0.31 up", "addr add 10.31.0.1/24 dev br0.31")

@@ -1,7 +1,8 @@
 """A lab whose switch has real VLANs.
 
                 access     access    trunk      a NIC with     routed port,
-                VLAN 10    VLAN 20   10, 20, 31 VLAN 40 on it  VLAN 30
+                VLAN 10    VLAN 20   10, 20,    VLAN 40 on it  VLAN 30
+                                     30 to 33
                   │          │          │          │             │
                 swp1       swp2       swp3       swp4          swp5
                   └──────────┼──────────┤          │             │
@@ -10,7 +11,7 @@
                              │          │
                            swp9       swp10      access ports of VLAN 99: server hosts 1 and 2
 
-The bridge is VLAN-aware and gives no port a VLAN by itself. VLAN 31 exists on it, and no interface for it.
+The bridge is VLAN-aware and gives no port a VLAN by itself. VLANs 30 to 33 exist on it without an interface there.
 """
 
 import json
@@ -78,9 +79,9 @@ class VlanLab(Lab):
     def set_up_bridge(self):
         self.switch.ip(*(f"link set {port} master br0" for port in ("swp1", "swp2", "swp3", "swp9", "swp10")))
         self.bridge("vlan add dev swp1 vid 10 pvid untagged", "vlan add dev swp2 vid 20 pvid untagged",
-                    *(f"vlan add dev swp3 vid {vlan}" for vlan in (10, 20, 31)),
+                    *(f"vlan add dev swp3 vid {vlans}" for vlans in ("10", "20", "30-33")),
                     *(f"vlan add dev {port} vid 99 pvid untagged" for port in ("swp9", "swp10")),
-                    *(f"vlan add dev br0 vid {vlan} self" for vlan in (10, 20, 31, 99)))
+                    *(f"vlan add dev br0 vid {vlans} self" for vlans in ("10", "20", "30-33", "99")))
 
     def set_up_bridge_interfaces(self):
         self.switch.ip(

@@ -8,6 +8,7 @@
 
 #include "cli/command_line.h"
 #include "cli/tree.h"
+#include "inventory.h"
 #include "log.h"
 
 namespace ravo::cli {
@@ -75,7 +76,10 @@ std::vector<installed_command> installed_commands() {
 
 int run_reset() {
     const cli_reset reset = library_tree().reset;
-    return reset == nullptr ? 1 : reset();
+    if (reset == nullptr) return 1;
+    const int result = reset();
+    platform::inventory_deliver_existing();  // the daemon forgot them, and the system will not tell of them again
+    return result;
 }
 
 }  // namespace ravo::cli
