@@ -48,7 +48,7 @@ TEST(FrameOptions, WithoutAnyAreTheDefaults) {
     EXPECT_EQ(options.management_socket, "/run/ravo/ravod.sock");
     EXPECT_EQ(options.log_threshold, ravo::platform::log_level_warning);
     EXPECT_EQ(options.log_target, "stderr");
-    EXPECT_EQ(options.memory_budget, 0U);
+    EXPECT_EQ(options.memory_budget, 128U << 20);
     EXPECT_FALSE(options.check || options.version || options.help);
 }
 
