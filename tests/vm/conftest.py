@@ -10,6 +10,8 @@ import pytest
 REPOSITORY = Path(__file__).resolve().parents[2]
 sys.path[:0] = [str(REPOSITORY / "lab"), str(REPOSITORY / "tests/lab")]
 
+pytest.register_assert_rewrite("scripted", "vlan_lab")
+
 from ravolab import cleanup  # noqa: E402
 from vlan_lab import VlanLab, VlanStage  # noqa: E402
 

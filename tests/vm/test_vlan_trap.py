@@ -17,7 +17,7 @@ def filters(lab, device):
 
 @pytest.fixture
 def trapped(lab, relay):
-    """The trap on all ports; VLAN 10 with local relay and without a server elsewhere. Port 2 is in VLAN 10 too, with a server on it."""
+    """The trap on all ports, and local relay in VLAN 10, whose one server stands on port 2 of that VLAN."""
     host = lab.client(2)
 
     def describe(text, trap_is_set):
@@ -38,8 +38,8 @@ def trapped(lab, relay):
         yield server
     finally:
         describe(lab.description, False)
-        relay.configure("interface vlan 10", "no ip dhcp local-relay", "ip dhcp relay address 192.0.2.11", "exit", "no ip dhcp local-relay vlan 10",
-                        "no ip dhcp local-relay")
+        relay.configure("interface vlan 10", "no ip dhcp local-relay", "ip dhcp relay address 192.0.2.11", "exit",
+                        "no ip dhcp local-relay vlan 10", "no ip dhcp local-relay")
         server.stop()
         host.address = None
         host.namespace.ip("addr del 10.10.0.250/24 dev eth0")
