@@ -5,6 +5,7 @@
     text = relay.sh("show ip dhcp relay detail")
 """
 
+import contextlib
 import os
 import re
 import signal
@@ -57,6 +58,14 @@ class Relay:
     @property
     def pid(self):
         return self.process.pid
+
+    def descriptors(self):
+        """What ravod's open descriptors are, as the kernel names them; one that closes meanwhile does not count."""
+        found = []
+        for fd in os.listdir(f"/proc/{self.pid}/fd"):
+            with contextlib.suppress(FileNotFoundError):
+                found.append(os.readlink(f"/proc/{self.pid}/fd/{fd}"))
+        return found
 
     @property
     def alive(self):

@@ -1,6 +1,5 @@
 """`monitor ip dhcp relay`: messages as they happen, to a session or into a capture file, until it is interrupted."""
 
-import contextlib
 import os
 import re
 import signal
@@ -84,11 +83,7 @@ def watch(relay):
 
 def sessions_watching(relay):
     """Descriptors of ravod that are sessions of its management socket."""
-    count = 0
-    for fd in os.listdir(f"/proc/{relay.pid}/fd"):
-        with contextlib.suppress(FileNotFoundError):  # closed since it was listed
-            count += os.readlink(f"/proc/{relay.pid}/fd/{fd}").startswith("socket:")
-    return count
+    return sum(name.startswith("socket:") for name in relay.descriptors())
 
 
 def test_lines_come_until_ctrl_c(lab, relay, watch):
@@ -312,10 +307,9 @@ def test_session_that_ends_takes_the_capture_along(lab, relay, session, tmp_path
     assert session.receive() == (Session.STREAM, b"")
     discover(lab.client(1), 1)
     wait_for(lambda: path.stat().st_size > 300, 5, "message in the file")
-    assert [os.readlink(f"/proc/{relay.pid}/fd/{fd}") for fd in os.listdir(f"/proc/{relay.pid}/fd")].count(str(path)) == 1
+    assert relay.descriptors().count(str(path)) == 1
     session.socket.close()
-    wait_for(lambda: str(path) not in [os.readlink(f"/proc/{relay.pid}/fd/{fd}")
-                                       for fd in os.listdir(f"/proc/{relay.pid}/fd")], 5, "file closed")
+    wait_for(lambda: str(path) not in relay.descriptors(), 5, "file closed")
     size = path.stat().st_size
     discover(lab.client(1), 2)
     wait_for(lambda: "0x00000002" in relay.sh(f"show ip dhcp relay client {lab.client(1).mac}"), 5, "message done with")
