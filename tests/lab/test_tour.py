@@ -3,8 +3,10 @@
 import os
 import pty
 import re
+import shutil
 import subprocess
 import sys
+import tempfile
 from pathlib import Path
 
 from ravolab import cleanup
@@ -59,8 +61,13 @@ def read_terminal(master):
 
 
 def test_refused_without_root():
-    result = subprocess.run(["setpriv", "--reuid=65534", "--clear-groups", *TOUR], text=True, capture_output=True,
-                            timeout=LIMIT, stdin=subprocess.DEVNULL)
+    with tempfile.TemporaryDirectory() as folder:
+        # A copy that everybody may read: the repository may lie in root's home.
+        os.chmod(folder, 0o755)
+        copy = shutil.copytree(REPOSITORY / "lab", Path(folder) / "lab")
+        tour = [*TOUR[:-1], Path(copy) / "run.py"]
+        result = subprocess.run(["setpriv", "--reuid=65534", "--clear-groups", *tour], text=True, capture_output=True,
+                                timeout=LIMIT, stdin=subprocess.DEVNULL, cwd="/")
     assert (result.returncode, result.stdout) == (1, "")
     assert result.stderr == "ravo: the lab needs root, for network namespaces and raw sockets: sudo make run\n"
 
