@@ -26,7 +26,6 @@ namespace ravo::client {
 inline constexpr const char *default_socket = "/run/ravo/ravod.sock";
 
 // Views of a command's output: bits. A person is shown the terminal view; 0 prints the lines of every view.
-inline constexpr std::uint8_t view_plain = 0;
 inline constexpr std::uint8_t view_terminal = 1;
 inline constexpr std::uint8_t view_settings = 2;
 inline constexpr std::uint8_t view_keyed = 4;
