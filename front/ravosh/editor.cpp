@@ -8,6 +8,7 @@
 
 #include <histedit.h>
 #include <poll.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -158,7 +159,8 @@ unsigned char key_complete(EditLine *line, int /*key*/) {
     const std::string last = text.substr(text.find_last_of(" \t") + 1);
     std::string put = common_start(words);
     if (words.size() == 1) put += " ";
-    if (put.size() > last.size() && put.starts_with(last))
+    // The daemon takes letters of either case; what was typed stays.
+    if (put.size() > last.size() && strncasecmp(put.c_str(), last.c_str(), last.size()) == 0)
         return el_insertstr(line, put.c_str() + last.size()) == 0 ? CC_REFRESH : CC_ERROR;
     if (words.size() == 1) return CC_REFRESH_BEEP;
     leave_line(e, "");

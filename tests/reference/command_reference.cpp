@@ -24,7 +24,7 @@ constexpr const char *introduction = R"(# Command reference
 
 Every command of ravo's command line, by the mode it is given in. `docs/examples.md` shows them at work.
 
-Words in lower case are typed as they stand, or abbreviated as far as no other word fits. The others stand for a value:
+Words in lower case are typed as they stand, in letters of either case, or abbreviated as far as no other word fits. The others stand for a value:
 
 | in a command | stands for |
 | --- | --- |

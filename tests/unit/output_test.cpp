@@ -266,6 +266,7 @@ TEST_F(Output, AddressesAsText) {
     EXPECT_STREQ(addressText(AF_INET6, &six, buffer, sizeof buffer), "2001:db8::1");
     EXPECT_STREQ(addressText(77, &six, buffer, sizeof buffer), "< ???? >");
     EXPECT_STREQ(addressText(AF_INET, &four, buffer, 9), "< ???? >") << "no room for the address";
+    EXPECT_STREQ(addressText(AF_INET, &four, buffer, 4), "< ?") << "no room for that either";
 }
 
 // ---- Bounded appends ----

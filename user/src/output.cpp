@@ -7,6 +7,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -123,8 +124,11 @@ void writeMsgLine(const char *text, std::size_t length) {
 }
 
 const char *addressText(int family, const void *address, char *buffer, std::size_t size) {
-    if (inet_ntop(family, address, buffer, static_cast<socklen_t>(size)) == nullptr)
-        std::snprintf(buffer, size, "%s", "< ???? >");
+    if (inet_ntop(family, address, buffer, static_cast<socklen_t>(size)) != nullptr || size == 0) return buffer;
+    constexpr const char unknown[] = "< ???? >";
+    const std::size_t length = std::min(sizeof unknown, size) - 1;
+    std::memcpy(buffer, unknown, length);
+    buffer[length] = '\0';
     return buffer;
 }
 

@@ -82,7 +82,7 @@ void filter_line(line_filter &filter, std::string_view line, const filter_sink &
 const filter_row *find_row(const word &typed, filter_fault *fault) {
     const filter_row *found = nullptr;
     for (const filter_row &row : filter_rows()) {
-        if (typed.quoted || !row.name.starts_with(typed.text)) continue;
+        if (typed.quoted || !begins_with(row.name, typed.text)) continue;
         if (found != nullptr) {
             fault->kind = filter_fault::ambiguous;
             return nullptr;

@@ -169,8 +169,8 @@ fit fits(const token &what, const word &typed) {
     in_addr address;
     switch (what.kind) {
         case token_kind::keyword:
-            if (what.text == typed.text) return fit::exact;
-            return what.text.starts_with(typed.text) ? fit::abbreviated : fit::none;
+            if (is_keyword_text(what.text, typed.text)) return fit::exact;
+            return begins_with(what.text, typed.text) ? fit::abbreviated : fit::none;
         case token_kind::number:
             return read_number(typed.text, what.high, &number) && number >= what.low ? fit::value : fit::none;
         case token_kind::address:
@@ -198,10 +198,15 @@ std::string argument_of(const token &what, const word &typed) {
 std::uint16_t vlan_of_ifname(std::string_view text) {
     // The interface service takes the same names, but makes an object of what it is asked for, which half-typed lines
     // must not.
+    const std::string prefix = "vlan";
     if (text.empty() || text.size() >= IF_UTL_NAME_SIZE) return 0;
     const bool number = std::all_of(text.begin(), text.end(), is_digit);
-    const std::uint16_t vlan = platform::vlan_of_name((number ? "vlan" : "") + std::string(text));
-    return vlan != 0 ? vlan : platform::inventory_vlan_of_device(std::string(text));
+    if (number) return platform::vlan_of_name(prefix + std::string(text));
+    if (const std::uint16_t vlan = platform::vlan_of_name(text); vlan != 0) return vlan;
+    // A device's name is taken as it stands; "Vlan10" is nobody's name but for people.
+    if (const std::uint16_t vlan = platform::inventory_vlan_of_device(std::string(text)); vlan != 0) return vlan;
+    if (!is_keyword_text(prefix, text.substr(0, prefix.size()))) return 0;
+    return platform::vlan_of_name(prefix + std::string(text.substr(prefix.size())));
 }
 
 }  // namespace ravo::cli

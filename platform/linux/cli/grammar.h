@@ -74,7 +74,8 @@ fit fits(const token &what, const word &typed);
 // buffer, everything else as typed.
 std::string argument_of(const token &what, const word &typed);
 
-// The VLAN of the interface that a word names: "vlan10", "vlan010", "10", or the device that carries it; 0 for none.
+// The VLAN of the interface that a word names: "vlan10", "Vlan10", "vlan010", "10", or the device that carries it; 0
+// for none.
 std::uint16_t vlan_of_ifname(std::string_view text);
 
 }  // namespace ravo::cli

@@ -35,7 +35,7 @@ half_line read_half(const session &s, std::string_view line) {
         out.between = false;
         out.words.pop_back();
     }
-    if (s.mode != CLI_MODE_EXEC && !out.words.empty() && out.words.front().text == "do") {
+    if (s.mode != CLI_MODE_EXEC && !out.words.empty() && is_keyword_text("do", out.words.front().text)) {
         out.mode = CLI_MODE_EXEC;
         out.words.erase(out.words.begin());
     }
@@ -52,7 +52,7 @@ bool can_become(const word &prefix, const token &what) {
     if (prefix.quoted) return false;
     switch (what.kind) {
         case token_kind::keyword:
-            return what.text.starts_with(prefix.text);
+            return begins_with(what.text, prefix.text);
         case token_kind::number:
             return only_of(prefix.text, "0123456789");
         case token_kind::address:
@@ -91,7 +91,7 @@ std::vector<help_row> filter_help(std::string_view text) {
     const bool naming = parts.words.empty() || parts.words.front().end == text.size();
     const std::string prefix = parts.words.empty() ? "" : parts.words.front().text;
     for (const filter_row &row : filter_rows()) {
-        if (!row.name.starts_with(prefix)) continue;
+        if (!begins_with(row.name, prefix)) continue;
         if (naming) {
             out.push_back({std::string(row.name), std::string(row.help)});
         } else if (out.empty()) {
@@ -106,12 +106,11 @@ std::vector<help_row> filter_help(std::string_view text) {
 
 void add_interface_names(std::string_view prefix, std::vector<std::string> *out) {
     for (const struct interface *each = ifg_first(); each != nullptr; each = ifg_next(each))
-        if (std::string_view(each->name).starts_with(prefix)) out->emplace_back(each->name);
+        if (begins_with(each->name, prefix)) out->emplace_back(each->name);
 }
 
 bool takes_a_filter(const half_line &half) {
-    return half.mode == CLI_MODE_EXEC && !half.words.empty() &&
-           std::string_view("show").starts_with(half.words.front().text);
+    return half.mode == CLI_MODE_EXEC && !half.words.empty() && begins_with("show", half.words.front().text);
 }
 
 }  // namespace

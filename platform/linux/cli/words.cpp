@@ -15,6 +15,11 @@ bool is_blank(char c) {
     return c == ' ' || c == '\t';
 }
 
+// Keywords are ASCII; what locale the daemon runs in must not matter to them.
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 bool is_control(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return (byte < 0x20 && c != '\t') || byte == 0x7F;  // a tab that is no blank was quoted
@@ -77,6 +82,15 @@ std::string quote_word(std::string_view text) {
         out += c;
     }
     return out + "\"";
+}
+
+bool begins_with(std::string_view keyword, std::string_view text) {
+    return text.size() <= keyword.size() &&
+           std::equal(text.begin(), text.end(), keyword.begin(), [](char a, char b) { return lower(a) == lower(b); });
+}
+
+bool is_keyword_text(std::string_view keyword, std::string_view text) {
+    return keyword.size() == text.size() && begins_with(keyword, text);
 }
 
 std::string_view trim(std::string_view text) {

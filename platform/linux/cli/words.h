@@ -30,6 +30,10 @@ split_line split(std::string_view line);
 // The text as one word of a line: as it stands when that is read back unchanged, else in quotes.
 std::string quote_word(std::string_view text);
 
+// Whether a keyword begins with a text, and whether it is that text; letters of either case are the same.
+bool begins_with(std::string_view keyword, std::string_view text);
+bool is_keyword_text(std::string_view keyword, std::string_view text);
+
 // The text without blanks, tabs and line ends at both its ends.
 std::string_view trim(std::string_view text);
 

@@ -206,7 +206,8 @@ TEST(Fit, Keywords) {
     EXPECT_EQ(fit_of("information", "information"), fit::exact);
     EXPECT_EQ(fit_of("information", "i"), fit::abbreviated);
     EXPECT_EQ(fit_of("information", "informations"), fit::none);
-    EXPECT_EQ(fit_of("information", "INFORMATION"), fit::none);
+    EXPECT_EQ(fit_of("information", "INFORMATION"), fit::exact);
+    EXPECT_EQ(fit_of("information", "Inf"), fit::abbreviated);
     EXPECT_EQ(fit_of("information", "\"information\""), fit::none);
     EXPECT_EQ(fit_of("information", "\"\""), fit::none);
 }
@@ -230,9 +231,9 @@ TEST(Fit, Addresses) {
 }
 
 TEST(Fit, InterfaceNames) {
-    for (const char *good : {"vlan10", "vlan010", "10", "010", "vlan4094"})
+    for (const char *good : {"vlan10", "vlan010", "10", "010", "vlan4094", "VLAN10", "Vlan010"})
         EXPECT_EQ(fit_of("IFNAME", good), fit::value) << good;
-    for (const char *bad : {"vlan", "vlan0", "vlan4095", "0", "4095", "eth-none", "VLAN10", "vlan10x", "vlan-1",
+    for (const char *bad : {"vlan", "vlan0", "vlan4095", "0", "4095", "eth-none", "VLAN", "VLAN0", "vlan10x", "vlan-1",
                             "vlan0000000000000000000010"})
         EXPECT_EQ(fit_of("IFNAME", bad), fit::none) << bad;
 }

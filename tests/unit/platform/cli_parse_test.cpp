@@ -143,6 +143,18 @@ TEST(Abbreviation, IsTakenWhenUnique) {
     EXPECT_EQ(relay_commands()[command_called()].text, std::string("no ip dhcp relay"));
 }
 
+TEST(Abbreviation, LettersOfEitherCaseAreTheSame) {
+    shell s;
+    EXPECT_EQ(arguments_of(s, "SHOW Ip dhcp Relay OPTION 61"), std::vector<std::string>{"61"});
+    EXPECT_TRUE(arguments_of(s, "Cl I D R D C").empty());
+    EXPECT_EQ(s.print("C"), "% Ambiguous command: \"C\"\n");
+    EXPECT_EQ(s.print("SHOX"), invalid_at(0));
+    s.configure();
+    EXPECT_EQ(arguments_of(s, "IP DHCP RELAY INFORMATION POLICY KEEP"), std::vector<std::string>{"keep"});
+    EXPECT_EQ(arguments_of(s, "Interface Vlan 10"), std::vector<std::string>{"10"});
+    EXPECT_EQ(arguments_of(s, "interface VLAN010"), std::vector<std::string>{"vlan10"});
+}
+
 TEST(Abbreviation, AWholeWordWinsOverLongerOnes) {
     shell s;
     s.configure();
