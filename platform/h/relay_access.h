@@ -86,7 +86,8 @@ struct relay_access {
     // Adds or removes VLAN ids: 8192 bytes of 4096 16-bit ids in host order (0: none), one byte whose lowest bit means
     // add, one byte unused. Returns 1; 0 when the list has no room (then nothing is changed).
     int (*local_relay_vlans)(const void *request);
-    // Local relay of one interface on (1) or off (0); the record is made when there is none. Returns 1, 0 on failure.
+    // Local relay of one interface on (1) or off (0); to turn it on the record is made when there is none. Returns 1,
+    // 0 on failure.
     int (*interface_local_relay_set)(const char *name, int on);
 };
 

@@ -122,7 +122,9 @@ int interface_make(const char *name) {
 }
 
 int interface_local_relay_set(const char *name, int on) {
-    iface record = stored_or_new(name);
+    iface record = named(name);
+    if (on == 0 && ravo_db_if_get(&record) == 0) return 1;  // off already: no reason to make a record
+    record = stored_or_new(name);
     if (on != 0)
         RAVO_Enable_Dhcp_LocalRelay(&record);
     else
