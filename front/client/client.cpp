@@ -40,7 +40,8 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr std::size_t read_size = std::size_t{64} * 1024;
-constexpr int slice_ms = 200;  // how often a wait looks whether it was cancelled
+constexpr std::size_t longest_sent = protocol::max_request - 256;  // bytes of a line; its frame has a head too
+constexpr int slice_ms = 200;                                      // how often a wait looks whether it was cancelled
 
 std::string error_text(int error) {
     return strerrordesc_np(error);
@@ -312,21 +313,21 @@ answer run(connection &c, const command &what, const handlers &to) {
     if (what.confirmed) m.flags |= protocol::run_confirmed;
     m.line = what.line;
     // The daemon judges a long line; one that is too long for a frame cannot get there.
-    if (m.line.size() > protocol::max_request / 2) m.line.resize(protocol::max_request / 2);
+    if (m.line.size() > longest_sent) m.line.resize(longest_sent);
     return request_status(c, protocol::run_frame(m), m.id, x);
 }
 
 answer help(connection &c, std::string_view line, std::vector<help_row> *rows, const handlers &to) {
     exchange x{&to, rows};
     const std::uint32_t id = c.next_id++;
-    line = line.substr(0, protocol::max_request / 2);
+    line = line.substr(0, longest_sent);
     return request_status(c, protocol::ask_frame(protocol::frame_type::help, {id, std::string(line)}), id, x);
 }
 
 answer complete(connection &c, std::string_view line, std::vector<std::string> *words, const handlers &to) {
     exchange x{&to, nullptr, words};
     const std::uint32_t id = c.next_id++;
-    line = line.substr(0, protocol::max_request / 2);
+    line = line.substr(0, longest_sent);
     return request_status(c, protocol::ask_frame(protocol::frame_type::complete, {id, std::string(line)}), id, x);
 }
 

@@ -23,7 +23,7 @@ inline constexpr std::uint16_t version = 1;
 inline constexpr std::size_t head_size = 5;
 inline constexpr std::size_t max_request = 64 * 1024;    // payload of a frame to the daemon
 inline constexpr std::size_t max_reply = 1024 * 1024;    // payload of a frame from the daemon
-inline constexpr std::size_t max_command_line = 4096;    // bytes of a command line
+inline constexpr std::size_t max_command_line = 0x8000;  // bytes of a command line
 inline constexpr std::size_t max_output_piece = 0x8000;  // longer text is sent in several frames
 
 enum class frame_type : std::uint8_t {

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "client.h"
+#include "management_protocol.h"
 
 namespace ravo::client {
 
@@ -91,7 +92,8 @@ struct line_source {
     bool ended = false;
     bool failed = false;
 };
-constexpr std::size_t longest_line = std::size_t{32} * 1024;
+// Longer than any that the daemon takes, so that what is cut off here is never taken for the whole line.
+constexpr std::size_t longest_line = 2 * protocol::max_command_line;
 
 void read_more(line_source &source) {
     char piece[16384];

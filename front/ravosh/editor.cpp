@@ -9,6 +9,7 @@
 #include <histedit.h>
 #include <poll.h>
 #include <strings.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -106,6 +107,35 @@ void draw_again(editor &e) {
 
 // ---- Keys ----
 
+// Makes Ctrl-C a signal again while the daemon is asked something: one that does not answer can be given up.
+struct interruptible {
+    termios before{};
+    bool changed = false;
+    interruptible() {
+        constexpr cc_t ctrl_c = 3;
+        if (tcgetattr(STDIN_FILENO, &before) != 0) return;
+        termios with_signals = before;
+        with_signals.c_lflag |= static_cast<tcflag_t>(ISIG);
+        with_signals.c_cc[VINTR] = ctrl_c;
+        changed = tcsetattr(STDIN_FILENO, TCSANOW, &with_signals) == 0;
+    }
+    interruptible(const interruptible &) = delete;
+    interruptible &operator=(const interruptible &) = delete;
+    ~interruptible() {
+        if (changed) tcsetattr(STDIN_FILENO, TCSANOW, &before);
+    }
+};
+
+std::string ask_help(const editor &e, std::string_view text) {
+    const interruptible meanwhile;
+    return e.host.help(text);
+}
+
+std::vector<std::string> ask_completions(const editor &e, std::string_view text) {
+    const interruptible meanwhile;
+    return e.host.complete(text);
+}
+
 bool inside_quotes(std::string_view text) {
     bool inside = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -122,7 +152,7 @@ unsigned char key_help(EditLine *line, int /*key*/) {
     editor &e = editor_of(line);
     const std::string text = before_cursor(line);
     if (inside_quotes(text)) return el_insertstr(line, "?") == 0 ? CC_REFRESH : CC_ERROR;
-    const std::string help = e.host.help(text);
+    const std::string help = ask_help(e, text);
     leave_line(e, "?");
     terminal_write(help);
     draw_again(e);
@@ -154,7 +184,7 @@ std::string in_columns(const std::vector<std::string> &words) {
 unsigned char key_complete(EditLine *line, int /*key*/) {
     editor &e = editor_of(line);
     const std::string text = before_cursor(line);
-    const std::vector<std::string> words = e.host.complete(text);
+    const std::vector<std::string> words = ask_completions(e, text);
     if (words.empty()) return CC_REFRESH_BEEP;
     const std::string last = text.substr(text.find_last_of(" \t") + 1);
     std::string put = common_start(words);

@@ -17,10 +17,10 @@ constexpr int ctrl_z = 26;
 
 enum class choice { page, line, quit };
 
-choice ask() {
+choice ask(bool (*ended)()) {
     terminal_write(more);
     for (;;) {
-        const int key = terminal_read_key();
+        const int key = terminal_read_key(ended);
         choice chosen = choice::page;
         if (key == 'q' || key == 'Q' || key == ctrl_c || key == ctrl_z || key < 0) {
             chosen = choice::quit;
@@ -36,7 +36,7 @@ choice ask() {
 
 }  // namespace
 
-void page_text(std::string_view text, std::size_t lines) {
+void page_text(std::string_view text, std::size_t lines, bool (*ended)()) {
     if (lines == 0) {
         terminal_write(text);
         return;
@@ -50,7 +50,7 @@ void page_text(std::string_view text, std::size_t lines) {
         const std::size_t rows = terminal_rows_of(text.substr(0, text.find('\n')), terminal_get_size().columns);
         // A line that is longer than a page is shown nevertheless.
         if (rows > left && !page_empty) {
-            const choice chosen = ask();
+            const choice chosen = ask(ended);
             if (chosen == choice::quit) return;
             left = chosen == choice::line ? rows : whole_page;
         }

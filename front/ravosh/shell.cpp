@@ -104,7 +104,7 @@ bool have_daemon(shell &sh) {
 
 bool ask_person(const std::string &question) {
     terminal_write(terminal_safe(question) + " [y/N] ");
-    const int key = terminal_read_key();
+    const int key = terminal_read_key(editor_take_interrupt);
     const bool yes = key == 'y' || key == 'Y';
     terminal_write(yes ? "y\n" : "n\n");
     return yes;
@@ -114,9 +114,16 @@ std::size_t page_length(const shell &sh) {
     return sh.page >= 0 ? static_cast<std::size_t>(sh.page) : terminal_get_size().rows;
 }
 
+// What leaves the shell also while there is no daemon to run it.
+bool is_exit(std::string_view line) {
+    constexpr std::string_view blanks = " \t";
+    const std::size_t first = std::min(line.find_first_not_of(blanks), line.size());
+    return line.substr(first, line.find_last_not_of(blanks) + 1 - first) == "exit";
+}
+
 // Runs a line and shows the answer. Returns false when the session is over.
 bool run_typed(shell &sh, const std::string &line) {
-    if (!have_daemon(sh)) return true;
+    if (!have_daemon(sh)) return !is_exit(line);
     const std::size_t prompt_width = prompt(sh).size();
     std::string text;
     bool streaming = false;
@@ -140,7 +147,7 @@ bool run_typed(shell &sh, const std::string &line) {
         a = run(*sh.daemon, what, to);
     }
     if (sh.daemon != nullptr && a.outcome == outcome::answered) take_state(sh);
-    page_text(terminal_safe(shift_caret(text, prompt_width)), page_length(sh));
+    page_text(terminal_safe(shift_caret(text, prompt_width)), page_length(sh), editor_take_interrupt);
     if (a.outcome == outcome::answered) return !state(*sh.daemon).closed;
     tell(a.outcome == outcome::cancelled ? "% Given up; the session begins anew." : "% " + a.reason);
     lose(sh);

@@ -51,10 +51,11 @@ terminal_size terminal_get_size() {
     return {size.ws_row, size.ws_col};
 }
 
-int terminal_read_key() {
+int terminal_read_key(bool (*ended)()) {
     const raw_mode raw;
     unsigned char key = 0;
-    const ssize_t got = read(STDIN_FILENO, &key, 1);
+    ssize_t got = read(STDIN_FILENO, &key, 1);
+    while (got < 0 && errno == EINTR && !ended()) got = read(STDIN_FILENO, &key, 1);
     if (got != 1) return -1;
     if (key != escape) return key;
     pollfd more{STDIN_FILENO, POLLIN, 0};

@@ -16,9 +16,10 @@ struct terminal_size {
 // The window's size now; 24 x 80 when the terminal does not tell.
 terminal_size terminal_get_size();
 
-// Waits for one key, without Enter, echo or signals. Returns it as a byte (an escape sequence counts as one key and is
-// returned as ESC), or -1 when there is no more input.
-int terminal_read_key();
+// Waits for one key, without Enter, echo or signals from the keyboard. ended: asked whenever another signal came, such
+// as that of a resized window; true: wait no longer. Returns the key as a byte (an escape sequence counts as one key
+// and is returned as ESC), or -1 when there is no more input.
+int terminal_read_key(bool (*ended)());
 
 // Writes to the terminal at once.
 void terminal_write(std::string_view text);

@@ -23,7 +23,7 @@ from .process import PATIENCE, LabError
 
 ETH_P_ALL = 3
 SOL_PACKET, PACKET_AUXDATA = 263, 8
-SO_TIMESTAMPNS = 35
+SO_TIMESTAMPNS, SO_RCVBUFFORCE = 35, 33
 TP_STATUS_VLAN_VALID = 1 << 4
 PACKET_OUTGOING = 4
 
@@ -50,7 +50,8 @@ class _Reader:
         with self._lock:
             self._gone.append((capture, done))
         self._wake()
-        done.wait(5)
+        if not done.wait(60):
+            raise LabError(f"the thread that reads captures does not answer at {capture.name}")
 
     def _wake(self):
         os.write(self._wake_write, b"x")
@@ -67,9 +68,8 @@ class _Reader:
             with self._lock:
                 gone, self._gone = self._gone, []
             for capture, done in gone:
-                capture._read()  # what is still queued belongs to the capture
                 self._selector.unregister(capture._socket)
-                capture._socket.close()
+                capture._finish()
                 done.set()
 
 
@@ -84,22 +84,32 @@ def _the_reader():
 
 
 class Capture:
-    """All frames of one device from now on, as a growing list of decode.Packet."""
+    """All frames of one device from now on, as a growing list of decode.Packet.
+
+    Whoever looks at the list finds every frame that has passed until then, whether or not the thread has come to it.
+    """
 
     def __init__(self, namespace, device, name=None):
         self.device = device
         self.name = name or f"{namespace.name}-{device}"
         self._packets = []
         self._changed = threading.Condition()
+        self._reading = threading.Lock()  # held while frames go from the socket to the list, in their order
         with namespace.entered():
             self._socket = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, 0)
             self._socket.setsockopt(SOL_PACKET, PACKET_AUXDATA, 1)
             self._socket.setsockopt(socket.SOL_SOCKET, SO_TIMESTAMPNS, 1)
-            self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 8 << 20)
+            self._make_room(8 << 20)
             self._socket.bind((device, ETH_P_ALL))
         self._socket.setblocking(False)
         self._open = True
         _the_reader().add(self)
+
+    def _make_room(self, size):
+        try:
+            self._socket.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, size)
+        except PermissionError:  # root of a container; as much as everybody is granted
+            self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, size)
 
     def __enter__(self):
         return self
@@ -113,19 +123,26 @@ class Capture:
             _the_reader().remove(self)
 
     def _read(self):
-        while True:
-            try:
-                raw, control, _, source = self._socket.recvmsg(65536, 256)
-            except BlockingIOError:
-                return
-            except OSError:
-                continue  # "network is down" is reported once when the device goes down
-            if len(raw) < 14:
-                continue
-            packet = self._decode(raw, control, source)
-            with self._changed:
-                self._packets.append(packet)
-                self._changed.notify_all()
+        """Take over what the socket holds, if it is still open."""
+        with self._reading:
+            while self._socket.fileno() >= 0:
+                try:
+                    raw, control, _, source = self._socket.recvmsg(65536, 256)
+                except BlockingIOError:
+                    return
+                except OSError:
+                    continue  # "network is down" is reported once when the device goes down
+                if len(raw) < 14:
+                    continue
+                packet = self._decode(raw, control, source)
+                with self._changed:
+                    self._packets.append(packet)
+                    self._changed.notify_all()
+
+    def _finish(self):
+        self._read()  # what is still queued belongs to the capture
+        with self._reading:
+            self._socket.close()
 
     def _decode(self, raw, control, source):
         stamp = time.time()
@@ -141,13 +158,13 @@ class Capture:
 
     @property
     def packets(self):
+        self._read()
         with self._changed:
             return list(self._packets)
 
     def mark(self):
         """A place in the capture, for `since`."""
-        with self._changed:
-            return len(self._packets)
+        return len(self.packets)
 
     def dhcp(self, kind=None, *, mac=None, xid=None, since=0, where=None):
         """The DHCP packets of that type, client and transaction, in order."""
@@ -156,7 +173,7 @@ class Capture:
                 and (mac is None or packet.dhcp.chaddr == mac) and (xid is None or packet.dhcp.xid == xid)
                 and (where is None or where(packet))]
 
-    def wait(self, condition, timeout=5, what="such packet"):
+    def wait(self, condition, timeout=30, what="such packet"):
         """The first packet, captured already or yet to come, for which condition(packet) holds."""
         timeout *= PATIENCE
         end = time.monotonic() + timeout
@@ -172,7 +189,7 @@ class Capture:
                     raise LabError(f"no {what} at {self.name} within {timeout:g} seconds")
                 self._changed.wait(left)
 
-    def wait_dhcp(self, kind=None, *, mac=None, xid=None, since=0, timeout=5):
+    def wait_dhcp(self, kind=None, *, mac=None, xid=None, since=0, timeout=30):
         earlier = set(map(id, self.packets[:since]))
         return self.wait(lambda packet: id(packet) not in earlier and packet.dhcp is not None
                          and (kind is None or packet.dhcp.type == kind)

@@ -40,9 +40,10 @@ def sweep():
     removed = []
     for folder in Path(tempfile.gettempdir()).glob(f"{_PREFIX}*"):
         owner = re.fullmatch(rf"{_PREFIX}(\d+)-(\d+)-\w+", folder.name)
-        if owner and _start_time(owner[1]) != owner[2] and folder.stat().st_uid == os.getuid():
-            shutil.rmtree(folder, ignore_errors=True)
-            removed.append(folder)
+        with contextlib.suppress(FileNotFoundError):  # another lab may have swept it meanwhile
+            if owner and _start_time(owner[1]) != owner[2] and folder.stat().st_uid == os.getuid():
+                shutil.rmtree(folder, ignore_errors=True)
+                removed.append(folder)
     return removed
 
 

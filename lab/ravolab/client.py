@@ -5,8 +5,10 @@
     lease = client.wait_lease()
     client.release()
 
-Each runs in a mount and PID namespace of its own with a script of the lab, which writes what the client
-learned to a file and sets the address on the client's own device; nothing of the host is touched.
+Each asks at once and, where it can be told so, not again for ten seconds: on a busy machine a second question would
+only blur what is seen of the first. Each runs in a mount and PID namespace of its own with a script of the lab, which
+writes what the client learned to a file and sets the address on the client's own device; nothing of the host is
+touched.
 """
 
 import dataclasses
@@ -51,7 +53,7 @@ class Client:
     variables = {}  # shell expressions for what the script records
     sets_address = False  # the client sets the address itself
 
-    def __init__(self, lab, host, *, options=(), script_status=0, timeout=15):
+    def __init__(self, lab, host, *, options=(), script_status=0, timeout=120):
         """options: further words of the command line; script_status: what the script answers when bound
         (dhclient declines an address whose script fails)."""
         self.lab, self.host, self.options, self.timeout = lab, host, list(options), timeout
@@ -141,12 +143,12 @@ class Udhcpc(Client):
     variables = {"reason": "$1", "address": "$ip", "server": "$serverid", "router": "$router", "seconds": "$lease"}
 
     def command(self):
-        return [self.program, "-f", "-n", "-i", self.host.device, "-s", self.script, "-t", "5", "-T", "1",
+        return [self.program, "-f", "-n", "-i", self.host.device, "-s", self.script, "-t", "10", "-T", "10",
                 *self.options]
 
     def release(self):
         self.process.send_signal(signal.SIGUSR2)
-        wait_for(lambda: "unicasting a release" in self.log, 5, "release from udhcpc")
+        wait_for(lambda: "unicasting a release" in self.log, 30, "release from udhcpc")
         self.stop()
 
 
@@ -157,7 +159,7 @@ class Dhclient(Client):
 
     def write_configuration(self):
         (self.folder / "conf").write_text(
-            "timeout 15;\nretry 1;\ninitial-delay 0;\ninitial-interval 1;\nbackoff-cutoff 2;\nselect-timeout 0;\n"
+            "timeout 100;\nretry 1;\ninitial-delay 0;\ninitial-interval 10;\nbackoff-cutoff 10;\nselect-timeout 0;\n"
             "request subnet-mask, routers, dhcp-lease-time, dhcp-server-identifier;\n")
 
     def _words(self, *mode):
@@ -171,7 +173,7 @@ class Dhclient(Client):
         self.stop()
         (self.folder / "pid").unlink(missing_ok=True)
         releasing = self._process(self._words("-d", "-r"))
-        releasing.wait(10)
+        releasing.wait()
 
 
 class Dhcpcd(Client):
@@ -184,7 +186,7 @@ class Dhcpcd(Client):
 
     def write_configuration(self):
         (self.folder / "conf").write_text(
-            "ipv4only\nnoipv4ll\nnoarp\nnodelay\nnodev\nnohook resolv.conf, hostname, ntp.conf\ntimeout 15\nreboot 0\n"
+            "ipv4only\nnoipv4ll\nnoarp\nnodelay\nnodev\nnohook resolv.conf, hostname, ntp.conf\ntimeout 100\nreboot 0\n"
             "clientid\noption routers\nrequire dhcp_server_identifier\n")
 
     def command(self):
@@ -193,4 +195,4 @@ class Dhcpcd(Client):
 
     def release(self):
         self.process.send_signal(signal.SIGALRM)  # "release the lease and end"
-        self.process.wait(10)
+        self.process.wait()

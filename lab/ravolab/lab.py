@@ -172,6 +172,7 @@ class Lab:
             f"type veth peer name {host.device} address {host.mac} netns {host.namespace.path}",
             f"link set {host.port_device} master vlan{host.vlan} up")
         host.namespace.ip(f"link set {host.device} up")
+        self.switch.wait_up(host.port_device, self.vlans[host.vlan].device)
         self.vlans[host.vlan].ports.append(host.port)
 
     def add_client(self, port, vlan):

@@ -6,12 +6,13 @@ gone, however they ended. `path` is how other programs enter it while this proce
 
 import contextlib
 import ctypes
+import json
 import os
 import socket
 import subprocess
 from pathlib import Path
 
-from .process import PATIENCE, LabError
+from .process import PATIENCE, LabError, wait_for
 
 CLONE_NEWNET = 0x40000000
 _libc = ctypes.CDLL(None, use_errno=True)
@@ -76,7 +77,7 @@ class Namespace:
         with self.entered():
             Path("/proc/sys/net", setting).write_text(f"{value}\n")
 
-    def run(self, *argv, check=True, input=None, timeout=30):
+    def run(self, *argv, check=True, input=None, timeout=60):
         """Run a short command in the namespace; its result as of subprocess.run, with text output."""
         result = subprocess.run(["nsenter", f"--net={self.path}", "--", *map(str, argv)], input=input, text=True,
                                 capture_output=True, timeout=timeout * PATIENCE)
@@ -89,6 +90,26 @@ class Namespace:
         result = self.run("ip", "-batch", "-", check=False, input="".join(f"{line}\n" for line in lines))
         if result.returncode != 0:
             raise LabError(f"{self.name}: ip: {result.stderr.strip()}\n  " + "\n  ".join(lines))
+
+    def look(self, *argv):
+        """The output of a command that changes nothing. One that hangs is started once more: on a busy machine tc(8)
+        has been seen to wait for an answer of the kernel that never came."""
+        try:
+            return self.run(*argv, timeout=20).stdout
+        except subprocess.TimeoutExpired:
+            return self.run(*argv).stdout
+
+    def wait_up(self, *devices):
+        """Wait until these devices pass frames. The kernel sees to that behind the command that sets them up: until
+        then a device sends nothing, and a bridge forwards nothing out of its port."""
+        def ready(link):
+            port = link.get("linkinfo", {}).get("info_slave_data")
+            return link["operstate"] == "UP" and (port is None or port["state"] == "forwarding")
+
+        def up():
+            shown = json.loads(self.look("ip", "-json", "-details", "link", "show"))
+            return {link["ifname"] for link in shown if ready(link)} >= set(devices)
+        wait_for(up, 30, f"operation of {', '.join(devices)}")
 
     def ifindex(self, device):
         with self.entered():

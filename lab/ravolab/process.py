@@ -18,7 +18,8 @@ import threading
 import time
 from pathlib import Path
 
-# On an emulated machine everything takes longer: what is waited for gets this many times the usual limit.
+# Limits are for what never comes, and long enough for a machine with much else to do. On an emulated machine everything
+# takes longer still: what is waited for gets this many times the usual limit.
 PATIENCE = float(os.environ.get("RAVO_LAB_PATIENCE") or 1)
 
 
@@ -94,7 +95,7 @@ class Process:
         """What the program printed so far."""
         return self.log_path.read_text(errors="replace")
 
-    def wait(self, timeout=10):
+    def wait(self, timeout=60):
         timeout *= PATIENCE
         try:
             return self._popen.wait(timeout)
@@ -107,7 +108,7 @@ class Process:
             with contextlib.suppress(ProcessLookupError):
                 os.kill(pid, number)
 
-    def stop(self, number=signal.SIGTERM, timeout=5):
+    def stop(self, number=signal.SIGTERM, timeout=60):
         """End the program and return its exit status; killed when it does not follow in time."""
         if self.alive:
             self.send_signal(number)
@@ -123,7 +124,7 @@ class Process:
             with contextlib.suppress(ProcessLookupError):
                 os.kill(inner, signal.SIGKILL)  # its starter collects it and ends
             with contextlib.suppress(subprocess.TimeoutExpired):
-                return self._popen.wait(2)
+                return self._popen.wait(30 * PATIENCE)
         if self.alive:
             self._popen.kill()
         return self._popen.wait()

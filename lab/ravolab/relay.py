@@ -36,7 +36,7 @@ class Relay:
         self.startup_file.write_text(startup_config or "")
         self.process = None
 
-    def start(self, timeout=15):
+    def start(self, timeout=60):
         words = [self.build / "ravod", "--management", self.socket, "--switch", self.switch_file,
                  "--startup-config", self.startup_file, "--log-level", self.log_level, "--log-to", "stderr"]
         self.process = Process(self.namespace, [*words, *self.options], self.folder / "log", env=self.env,
@@ -75,7 +75,7 @@ class Relay:
     def log(self):
         return self.process.log if self.process else ""
 
-    def wait_log(self, pattern, timeout=5, since=0):
+    def wait_log(self, pattern, timeout=30, since=0):
         """The first match of the regular expression in the log behind offset since."""
         return wait_for(lambda: re.search(pattern, self.log[since:]), timeout,
                         f"line matching {pattern!r} in ravod's log")
@@ -88,7 +88,7 @@ class Relay:
         self.stop()
         return self.start()
 
-    def run(self, *commands, timeout=30):
+    def run(self, *commands, timeout=60):
         """Run commands in one ravosh session; result with returncode, stdout and stderr."""
         words = [str(self.build / "ravosh"), "--management", str(self.socket)]
         for command in commands:
@@ -96,7 +96,7 @@ class Relay:
         return subprocess.run(words, text=True, capture_output=True, timeout=timeout * PATIENCE,
                               stdin=subprocess.DEVNULL)
 
-    def sh(self, *commands, timeout=30):
+    def sh(self, *commands, timeout=60):
         """Run commands that must succeed; what the daemon printed."""
         result = self.run(*commands, timeout=timeout)
         if result.returncode != 0:

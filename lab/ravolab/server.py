@@ -46,7 +46,7 @@ class Server:
         first, last = self.pool
         return first <= int(address.rsplit(".", 1)[1]) <= last
 
-    def start(self, timeout=15):
+    def start(self, timeout=60):
         self.write_configuration()
         argv, env = self.command()
         argv[0] = self.lab.program(argv[0])

@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "outcome_words.h"
 
@@ -27,7 +28,8 @@ constexpr std::size_t default_recorder = 4096;
 constexpr std::size_t largest_recorder = 1000000;
 constexpr std::size_t request_slots = 8192;  // a power of two
 
-constexpr std::size_t dhcp_fixed = 240;  // fixed header and magic cookie
+constexpr std::size_t ethernet_addresses = 12;  // destination, source
+constexpr std::size_t dhcp_fixed = 240;         // fixed header and magic cookie
 constexpr std::uint8_t option_pad = 0;
 constexpr std::uint8_t option_type = 53;
 constexpr std::uint8_t option_agent = 82;
@@ -62,7 +64,6 @@ int next_watcher = 1;
 bool telling = false;
 
 bool in_hand = false;
-bool rebroadcast = false;
 std::uint32_t sent = 0;  // copies of the message in hand
 book_entry current;
 std::span<const std::uint8_t> current_frame;
@@ -73,8 +74,16 @@ std::int64_t now_us() {
     return static_cast<std::int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
 }
 
-// Takes message type and option 82 out of the options; a chain that breaks off tells what it told until there.
+void keep_option82(std::span<const std::uint8_t> data, book_entry &entry) {
+    entry.has_option82 = true;
+    entry.option82_length = static_cast<std::uint8_t>(data.size());
+    std::copy_n(data.begin(), std::min(data.size(), entry.option82.size()), entry.option82.begin());
+}
+
+// Takes message type and option 82 out of the options: of several the first, as the relay does. A chain that breaks off
+// tells what it told until there.
 void read_options(std::span<const std::uint8_t> message, book_entry &entry) {
+    bool has_type = false;
     for (std::size_t at = dhcp_fixed; at < message.size() && message[at] != option_end;) {
         if (message[at] == option_pad) {
             ++at;
@@ -83,12 +92,8 @@ void read_options(std::span<const std::uint8_t> message, book_entry &entry) {
         if (at + 2 > message.size()) return;
         const std::size_t size = message[at + 1];
         if (at + 2 + size > message.size()) return;
-        if (message[at] == option_type && size >= 1) entry.type = message[at + 2];
-        if (message[at] == option_agent) {
-            const std::size_t kept = std::min(size, entry.option82.size());
-            entry.option82_size = static_cast<std::uint8_t>(kept);
-            std::memcpy(entry.option82.data(), message.data() + at + 2, kept);
-        }
+        if (message[at] == option_type && size >= 1 && !std::exchange(has_type, true)) entry.type = message[at + 2];
+        if (message[at] == option_agent && !entry.has_option82) keep_option82(message.subspan(at + 2, size), entry);
         at += 2 + size;
     }
 }
@@ -112,6 +117,7 @@ void relate(book_entry &entry) {
 
 void read_message(std::span<const std::uint8_t> message, book_entry &entry) {
     if (message.size() < dhcp_fixed - 4) return;
+    entry.has_message = true;
     const std::uint8_t op = message[0];
     entry.op = op == op_request || op == op_reply ? op : 0;
     entry.xid = static_cast<std::uint32_t>(message[4]) << 24 | static_cast<std::uint32_t>(message[5]) << 16 |
@@ -124,7 +130,7 @@ void read_message(std::span<const std::uint8_t> message, book_entry &entry) {
 void count(book_counters &counters) {
     ++counters.received;
     ++counters.by_outcome[current.outcome];
-    if (rebroadcast) ++counters.rebroadcast;
+    if (current.rebroadcast) ++counters.rebroadcast;
     counters.sent += sent;
 }
 
@@ -138,17 +144,10 @@ void count_port() {
     }
 }
 
-void open_entry(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame) {
-    books_close();
-    current = {};
-    current.number = ++messages;
-    current.time_us = now_us();
-    current.vlan = vlan;
-    current.port_ifindex = port_ifindex;
-    current_frame = frame;
-    rebroadcast = false;
-    sent = 0;
-    in_hand = true;
+// What cannot be read as a message is its sender's all the same.
+void read_sender(std::span<const std::uint8_t> frame, book_entry &entry) {
+    if (entry.has_message || frame.size() < ethernet_addresses) return;
+    std::memcpy(entry.client.data(), frame.data() + entry.client.size(), entry.client.size());
 }
 
 // A watcher may take itself or another off: it is forgotten once all were told.
@@ -178,15 +177,24 @@ std::size_t books_recorder_size() {
 }
 
 void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,
-                std::span<const std::uint8_t> message) {
-    open_entry(vlan, port_ifindex, frame);
+                std::span<const std::uint8_t> message, const book_tag &tag) {
+    books_close();
+    current = {};
+    current.number = ++messages;
+    current.time_us = now_us();
+    current.vlan = vlan;
+    current.port_ifindex = port_ifindex;
+    current.tag = tag;
+    current_frame = frame;
+    sent = 0;
+    in_hand = true;
     read_message(message, current);
+    read_sender(frame, current);
 }
 
 void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
-                std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message) {
-    open_entry(vlan, port_ifindex, frame);
-    read_message(message, current);
+                std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message, const book_tag &tag) {
+    books_open(vlan, port_ifindex, frame, message, tag);
     current.outcome = static_cast<std::uint8_t>(outcome);
     books_close();
 }
@@ -273,7 +281,7 @@ std::string_view message_type_word(std::uint8_t type) {
 void outcome_record(relay_outcome outcome) {
     namespace books = ravo::platform;
     if (!books::in_hand || outcome < 0 || outcome >= OUTCOMES) return;
-    if (outcome == OUTCOME_REBROADCAST) books::rebroadcast = true;
+    if (outcome == OUTCOME_REBROADCAST) books::current.rebroadcast = true;
     if (outcome == OUTCOME_REBROADCAST || outcome == OUTCOME_DELIVERED) ++books::sent;
     books::current.outcome = static_cast<std::uint8_t>(outcome);
 }

@@ -27,22 +27,32 @@ struct book_counters {
     std::uint64_t sent = 0;         // copies sent for them: one a server, one a client, one a local broadcast
 };
 
+// The VLAN tag that a frame came with, which the kernel has taken out of its bytes.
+struct book_tag {
+    std::uint16_t protocol = 0;  // EtherType, host byte order; 0: no tag
+    std::uint16_t tci = 0;       // 3 bits priority, 1 bit, 12 bits VLAN id; host byte order
+};
+
 // One message in the flight recorder.
 struct book_entry {
     std::uint64_t number = 0;  // counts the messages; 0: empty entry
     std::int64_t time_us = 0;  // when it was received, microseconds since 1970
     std::uint32_t xid = 0;     // host byte order
     std::uint32_t port_ifindex = 0;
-    std::uint16_t vlan = 0;                  // VLAN id it came in on
-    std::uint8_t op = 0;                     // 1 request, 2 reply, 0 not a DHCP message
+    std::uint16_t vlan = 0;  // of the VLAN interface it came in on, 0: on none
+    book_tag tag;
+    bool has_message = false;                // op, type, xid and option 82 could be read
+    std::uint8_t op = 0;                     // 1 request, 2 reply, 0 neither
     std::uint8_t type = 0;                   // option 53, 0: none
-    std::array<std::uint8_t, 6> client{};    // client hardware address
+    std::array<std::uint8_t, 6> client{};    // client hardware address; the frame's source where that cannot be read
     std::uint8_t outcome = OUTCOME_NONE;     // relay_outcome
+    bool rebroadcast = false;                // broadcast again locally, whatever the outcome
     std::uint8_t servers_count = 0;          // servers it was sent to, 255 for more
-    std::array<std::uint32_t, 4> servers{};  // of these, the first four; network byte order
+    std::array<std::uint32_t, 8> servers{};  // of these, the first eight; network byte order
     std::int32_t answered_us = -1;           // of a reply: since the client's last request; -1: not known
-    std::uint8_t option82_size = 0;          // bytes of option 82's data it carried, at most 32 are kept
-    std::array<std::uint8_t, 32> option82{};
+    bool has_option82 = false;
+    std::uint8_t option82_length = 0;         // bytes of option 82's data it carried
+    std::array<std::uint8_t, 32> option82{};  // of these, the first ones
 };
 
 // Sets the number of messages that the flight recorder holds (1 to 1000000; 4096 at start). Empties it. Returns false
@@ -52,12 +62,13 @@ std::size_t books_recorder_size();
 
 // Opens a message: frame as received, message: the DHCP message in it. Closes the one before.
 void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,
-                std::span<const std::uint8_t> message);
+                std::span<const std::uint8_t> message, const book_tag &tag = {});
 
 // Opens and closes a message that the channel itself drops. vlan, port_ifindex: 0 when not known; message: the DHCP
 // message in the frame, empty when it cannot be told.
 void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
-                std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message = {});
+                std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message = {},
+                const book_tag &tag = {});
 
 // Closes the message in hand, if there is one.
 void books_close();

@@ -41,6 +41,7 @@ namespace ravo::platform {
 namespace {
 
 constexpr std::uint16_t dhcp_server_port = 67;
+constexpr std::size_t in_ip_part_destination = 12;
 constexpr std::uint64_t pending_mark = ~std::uint64_t{0};  // epoll's word for the eventfd; a tap's is its device number
 constexpr std::size_t frames_per_call = frame_batch::capacity;  // frames dropped in one call before others get a turn
 constexpr int checks_after_down = 10;                           // a removal follows the device's going down closely
@@ -48,6 +49,7 @@ constexpr timeval check_interval{.tv_sec = 1, .tv_usec = 0};
 
 struct tap {
     std::string name;
+    bool uplink = false;
     channel_descriptor socket;  // closed: could not be opened yet
     int checks_left = 0;        // how often it is still to be checked whether the device was removed
     bool failure_logged = false;
@@ -73,6 +75,7 @@ struct open_channel {
 
 std::unique_ptr<open_channel> channel;
 channel_counters counters;
+std::uint64_t forgotten_lost = 0;  // of the overruns, those that are not told any more
 
 int watch(open_channel &c, int fd, std::uint64_t word) {
     epoll_event interest{};
@@ -109,7 +112,7 @@ bool needs_check(const tap &t) {
 void trap_heard_devices(const open_channel &c) {
     std::vector<tap_device> heard;
     for (const auto &[kernel_ifindex, t] : c.taps)
-        if (t.socket.is_open()) heard.push_back({kernel_ifindex, t.name});
+        if (t.socket.is_open() && !t.uplink) heard.push_back({kernel_ifindex, t.name});
     trap_follow(std::move(heard));
 }
 
@@ -139,8 +142,8 @@ int repair_taps(open_channel &c) {
 
 // Makes the taps those the inventory wants. Returns as repair_taps.
 int follow_inventory(open_channel &c) {
-    std::map<int, std::string> wanted;
-    for (tap_device &device : inventory_taps()) wanted.emplace(device.kernel_ifindex, std::move(device.name));
+    std::map<int, tap_device> wanted;
+    for (tap_device &device : inventory_taps()) wanted.emplace(device.kernel_ifindex, std::move(device));
     for (auto it = c.taps.begin(); it != c.taps.end();) {
         if (wanted.contains(it->first)) {
             ++it;
@@ -149,7 +152,11 @@ int follow_inventory(open_channel &c) {
             it = c.taps.erase(it);
         }
     }
-    for (auto &[kernel_ifindex, name] : wanted) c.taps[kernel_ifindex].name = std::move(name);
+    for (auto &[kernel_ifindex, device] : wanted) {
+        tap &t = c.taps[kernel_ifindex];
+        t.name = std::move(device.name);
+        t.uplink = device.uplink;
+    }
     return repair_taps(c);
 }
 
@@ -235,15 +242,31 @@ relay_outcome count_drop(frame_result result) {
     return OUTCOME_NONE;
 }
 
+book_tag tag_of(const frame_aux &aux) {
+    return aux.tagged ? book_tag{.protocol = aux.tpid, .tci = aux.tci} : book_tag{};
+}
+
 // Drops a broken frame; its place is told as far as it can be known.
 void drop_frame(int kernel_ifindex, std::span<const std::uint8_t> bytes, const frame_aux &aux, frame_result result) {
-    const relay_outcome outcome = count_drop(result);
-    if (outcome == OUTCOME_NONE) return;
     constexpr std::uint16_t vid_bits = 0x0FFF;
     const std::uint16_t vid = aux.tci & vid_bits;
     ingress in;
-    (void)inventory_classify(kernel_ifindex, aux.tagged && vid != 0, vid, &in);  // unknown: the totals hold it alone
-    books_drop(outcome, in.vlan, in.port_ifindex, bytes);
+    // unknown: the totals hold it alone
+    if (inventory_classify(kernel_ifindex, aux.tagged && vid != 0, vid, &in) == ingress_result::elsewhere) return;
+    const relay_outcome outcome = count_drop(result);
+    if (outcome == OUTCOME_NONE) return;
+    books_drop(outcome, in.vlan, in.port_ifindex, bytes, {}, tag_of(aux));
+}
+
+// A frame that came in on an uplink. Whoever answers needs no VLAN; who asks does. On an uplink that is no port, what
+// is for others is none of the relay's business.
+ingress_result classify_uplink(const dhcp_frame &frame, std::span<const std::uint8_t> message, const ingress &in) {
+    constexpr std::uint8_t bootreply = 2;  // RFC 2131 section 2: op
+    std::uint32_t destination;
+    std::memcpy(&destination, frame.ip_part.data() + in_ip_part_destination, sizeof destination);
+    const bool ours = inventory_is_interface_address(destination);
+    if (ours && !message.empty() && message.front() == bootreply) return ingress_result::ok;
+    return ours || in.port_ifindex != 0 ? ingress_result::unknown_vlan : ingress_result::elsewhere;
 }
 
 // Checks and classifies one frame; what is dropped is counted. Returns whether it is to be delivered.
@@ -257,18 +280,23 @@ bool examine(int kernel_ifindex, std::span<const std::uint8_t> bytes, const fram
     // A VLAN id of 0 is a priority tag, which says nothing about the VLAN.
     const bool tagged = frame->tagged && frame->vid != 0;
     const std::span<const std::uint8_t> message = frame->udp.subspan(channel_udp_header_size);
-    switch (inventory_classify(kernel_ifindex, tagged, frame->vid, in)) {
+    ingress_result place = inventory_classify(kernel_ifindex, tagged, frame->vid, in);
+    if (place == ingress_result::uplink) place = classify_uplink(*frame, message, *in);
+    switch (place) {
         case ingress_result::ok:
             ++counters.delivered;
-            books_open(in->vlan, in->port_ifindex, bytes, message);
+            books_open(in->vlan, in->port_ifindex, bytes, message, tag_of(aux));
             return true;
         case ingress_result::unknown_vlan:
             ++counters.unknown_vlan;
-            books_drop(OUTCOME_UNKNOWN_VLAN, 0, in->port_ifindex, bytes, message);
+            books_drop(OUTCOME_UNKNOWN_VLAN, 0, in->port_ifindex, bytes, message, tag_of(aux));
             return false;
         case ingress_result::unknown_port:
             ++counters.unknown_port;
-            books_drop(OUTCOME_UNKNOWN_PORT, 0, 0, bytes, message);
+            books_drop(OUTCOME_UNKNOWN_PORT, 0, 0, bytes, message, tag_of(aux));
+            return false;
+        case ingress_result::uplink:
+        case ingress_result::elsewhere:
             return false;
     }
     return false;
@@ -391,6 +419,14 @@ const channel_counters &channel_statistics() {
         for (const auto &[kernel_ifindex, t] : channel->taps) count_overruns(t);
     }
     return counters;
+}
+
+std::uint64_t channel_lost() {
+    return channel_statistics().overrun - forgotten_lost;
+}
+
+void channel_forget_lost() {
+    forgotten_lost = channel_statistics().overrun;
 }
 
 }  // namespace ravo::platform

@@ -28,7 +28,7 @@ int channel_close();
 struct channel_counters {
     std::uint64_t delivered = 0;
     std::uint64_t truncated = 0;  // shorter than its headers say or need, or its lengths contradict each other
-    std::uint64_t fragment = 0;   // part of a fragmented packet (the kernel's filter refuses those, uncounted)
+    std::uint64_t fragment = 0;   // first part of a fragmented packet (the kernel's filter refuses later ones)
     std::uint64_t bad_ip_checksum = 0;
     std::uint64_t bad_udp_checksum = 0;
     std::uint64_t unknown_vlan = 0;  // no VLAN interface for the tag or PVID
@@ -36,6 +36,9 @@ struct channel_counters {
     std::uint64_t overrun = 0;       // lost in the kernel before it was read
 };
 const channel_counters &channel_statistics();
+// Messages lost in the kernel since the last call of channel_forget_lost, or since the start.
+std::uint64_t channel_lost();
+void channel_forget_lost();
 
 }  // namespace ravo::platform
 

@@ -31,7 +31,7 @@ constexpr std::uint32_t at_tagged_ip = 18;
 constexpr std::uint32_t in_ip_fragment = 6;
 constexpr std::uint32_t in_ip_protocol = 9;
 constexpr std::uint32_t in_udp_destination = 2;
-constexpr std::uint32_t any_fragment = 0x3FFF;  // RFC 791 section 3.1: more fragments, or an offset
+constexpr std::uint32_t fragment_offset = 0x1FFF;  // RFC 791 section 3.1
 constexpr std::uint32_t dhcp_server_port = 67;
 constexpr std::uint32_t whole_frame = 0x40000;
 
@@ -66,7 +66,9 @@ constexpr sock_filter if_any_set(unsigned here, std::uint32_t bits, unsigned yes
     return BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, bits, distance(here, yes), distance(here, no));
 }
 
-// "IPv4, UDP, no fragment, destination port 67", with and without an inline tag. A load beyond the frame refuses it.
+// "IPv4, UDP, no later fragment, destination port 67", with and without an inline tag. A load beyond the frame refuses
+// it. A first fragment says that it is for DHCP, so it is let through to be dropped with its reason told; the later
+// ones say nothing of ports.
 constexpr unsigned untagged = 12;
 constexpr unsigned port = 18;
 constexpr unsigned yes = 19;
@@ -80,14 +82,14 @@ constexpr std::array dhcp_filter{
     /*  5 */ load_byte(at_tagged_ip + in_ip_protocol),
     /*  6 */ if_equal(6, IPPROTO_UDP, 7, no),
     /*  7 */ load_half(at_tagged_ip + in_ip_fragment),
-    /*  8 */ if_any_set(8, any_fragment, no, 9),
+    /*  8 */ if_any_set(8, fragment_offset, no, 9),
     /*  9 */ index_ip_header(at_tagged_ip),
     /* 10 */ load_half_indexed(at_tagged_ip + in_udp_destination),
     /* 11 */ go(11, port),
     /* 12 */ load_byte(at_ip + in_ip_protocol),
     /* 13 */ if_equal(13, IPPROTO_UDP, 14, no),
     /* 14 */ load_half(at_ip + in_ip_fragment),
-    /* 15 */ if_any_set(15, any_fragment, no, 16),
+    /* 15 */ if_any_set(15, fragment_offset, no, 16),
     /* 16 */ index_ip_header(at_ip),
     /* 17 */ load_half_indexed(at_ip + in_udp_destination),
     /* 18 */ if_equal(port, dhcp_server_port, yes, no),

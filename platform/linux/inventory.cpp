@@ -128,7 +128,7 @@ void inventory_deliver_existing() {
 std::vector<tap_device> inventory_taps() {
     std::vector<tap_device> taps;
     for (const auto &[ifindex, device] : the_model().devices)
-        if (device.tap) taps.push_back({ifindex, device.record.name});
+        if (device.tap || device.uplink) taps.push_back({ifindex, device.record.name, !device.tap});
     std::sort(taps.begin(), taps.end(),
               [](const tap_device &a, const tap_device &b) { return a.kernel_ifindex < b.kernel_ifindex; });
     return taps;
@@ -136,6 +136,10 @@ std::vector<tap_device> inventory_taps() {
 
 ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t tag, ingress *out) {
     return model_classify(the_model(), kernel_ifindex, tagged, tag, out);
+}
+
+bool inventory_is_interface_address(std::uint32_t address) {
+    return model_is_interface_address(&the_model(), address);
 }
 
 int inventory_kernel_ifindex(std::uint32_t switch_ifindex) {

@@ -18,6 +18,7 @@ namespace ravo::platform {
 struct tap_device {
     int kernel_ifindex;
     std::string name;
+    bool uplink = false;  // no port: of what comes in, only replies to a VLAN interface's address are of use
     bool operator==(const tap_device &) const = default;
 };
 
@@ -30,6 +31,8 @@ enum class ingress_result {
     ok,
     unknown_vlan,  // no VLAN interface for the frame's tag or the port's PVID
     unknown_port,  // the device is no tap (any more)
+    uplink,        // of no VLAN, but for the box itself: its device has an address of its own
+    elsewhere,     // read on another device too, and to be judged there
 };
 
 // Installs the description; used at start and again on SIGHUP (then everything is classified anew).
@@ -52,6 +55,9 @@ std::vector<tap_device> inventory_taps();
 
 // Classifies a frame received on a tap. tagged, tag: its 802.1Q VLAN id if it had a tag (0 counts as untagged).
 ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t tag, ingress *out);
+
+// Tells whether an IPv4 address, in network byte order, is one of a VLAN interface's.
+bool inventory_is_interface_address(std::uint32_t address);
 
 // The kernel's device number for one of the switch's interface numbers; 0 when no such device exists now.
 int inventory_kernel_ifindex(std::uint32_t switch_ifindex);

@@ -47,7 +47,7 @@ struct address_record {
     std::uint32_t address = 0;  // network byte order
     std::uint32_t peer = 0;     // network byte order; the same as address but on point-to-point links
     std::uint8_t prefix_length = 0;
-    std::uint8_t scope = 0;  // RT_SCOPE_...: the kernel sorts primary addresses by it
+    std::uint8_t scope = 0;  // RT_SCOPE_...: the lower, the wider
     bool secondary = false;
     bool operator==(const address_record &) const = default;
 };

@@ -4,6 +4,10 @@
 // is one, else, on a member of a bridge, to the bridge, which passes it on as it is or, when VLAN-aware, to the VLAN
 // device or the bridge itself. Where it ends is a device that is an interface or none. The relay listens on the lowest
 // devices only, and on each once, so that it sees a message once however many devices it climbs.
+//
+// Servers may be reached over a device of no VLAN. Where such an "uplink" has an address of its own, what comes in on
+// it is for the box, and read there: a reply needs no VLAN, as its destination tells the interface it is for. An uplink
+// is no port, and has no number.
 #include "inventory_ingress.h"
 
 #include <utility>
@@ -35,29 +39,29 @@ bool stands_on_another(const inventory_model &model, const device_record &device
     return device.kind == device_kind::vlan && model.devices.contains(device.lower);
 }
 
-std::uint16_t resolve(const inventory_model &model, const model_device &device, std::uint16_t tag, int depth);
+const model_device *resolve(const inventory_model &model, const model_device &device, std::uint16_t tag, int depth);
 
 // A frame that a VLAN-aware bridge takes from a member.
-std::uint16_t resolve_aware(const inventory_model &model, const model_device &member, const model_device &bridge,
-                            std::uint16_t tag, int depth) {
+const model_device *resolve_aware(const inventory_model &model, const model_device &member, const model_device &bridge,
+                                  std::uint16_t tag, int depth) {
     const std::uint16_t vlan = tag != 0 ? tag : member.pvid;
-    if (vlan == 0 || !member.vlans || !member.vlans->test(vlan)) return 0;
+    if (vlan == 0 || !member.vlans || !member.vlans->test(vlan)) return nullptr;
     if (const model_device *upper = vlan_device_on(model, bridge.record.ifindex, vlan))
         return resolve(model, *upper, 0, depth + 1);
-    return vlan == bridge.pvid ? resolve(model, bridge, 0, depth + 1) : std::uint16_t{0};
+    return vlan == bridge.pvid ? resolve(model, bridge, 0, depth + 1) : nullptr;
 }
 
-// Follows a frame up from a device; tag 0: untagged. Returns the VLAN of the interface it ends at, 0 for none.
-std::uint16_t resolve(const inventory_model &model, const model_device &device, std::uint16_t tag, int depth) {
-    if (depth > max_depth) return 0;
-    if (tag == 0 && device.described) return own_vlan(model, device);
+// Follows a frame up from a device; tag 0: untagged. Returns the device it ends at, NULL for none.
+const model_device *resolve(const inventory_model &model, const model_device &device, std::uint16_t tag, int depth) {
+    if (depth > max_depth) return nullptr;
+    if (tag == 0 && device.described) return &device;
     if (tag != 0)
         if (const model_device *upper = vlan_device_on(model, device.record.ifindex, tag))
             return resolve(model, *upper, 0, depth + 1);
     if (const model_device *bridge = bridge_of(model, device))
         return bridge->record.vlan_filtering ? resolve_aware(model, device, *bridge, tag, depth)
                                              : resolve(model, *bridge, tag, depth + 1);
-    return tag == 0 ? own_vlan(model, device) : std::uint16_t{0};
+    return tag == 0 ? &device : nullptr;
 }
 
 // Tells whether any frame that comes in on the device can end at an interface.
@@ -77,6 +81,11 @@ bool is_tap(const inventory_model &model, const model_device &device) {
     const device_record &record = device.record;
     return record.ethernet && record.kind != device_kind::bridge && !stands_on_another(model, record) &&
            reaches_interface(model, device, 0);
+}
+
+bool is_uplink(const inventory_model &model, const model_device &device) {
+    return device.record.ethernet && !device.addresses.empty() && own_vlan(model, device) == 0 &&
+           resolve(model, device, 0, 0) == &device;
 }
 
 void suspect(inventory_model *model, int ifindex, int depth) {
@@ -102,11 +111,13 @@ bool model_settle_taps(inventory_model *model) {
         const auto found = model->devices.find(ifindex);
         if (found == model->devices.end()) continue;
         model_device &device = found->second;
-        const bool now = is_tap(*model, device);
-        if (now != device.tap) model->taps_changed = true;
-        device.tap = now;
+        const bool tap = is_tap(*model, device);
+        const bool uplink = is_uplink(*model, device);
+        if (tap != device.tap || uplink != device.uplink) model->taps_changed = true;
+        device.tap = tap;
+        device.uplink = uplink;
         device.port = 0;
-        if (now) taps.push_back(&device);
+        if (tap) taps.push_back(&device);
     }
     model->suspects.clear();
 
@@ -121,11 +132,17 @@ bool model_settle_taps(inventory_model *model) {
 ingress_result model_classify(const inventory_model &model, int ifindex, bool tagged, std::uint16_t tag, ingress *out) {
     *out = {};
     const model_device *device = model_find(model, ifindex);
-    if (device == nullptr || !device->tap) return ingress_result::unknown_port;
-    if (tagged && tag > last_vlan) return ingress_result::unknown_vlan;
+    if (device == nullptr || (!device->tap && !device->uplink)) return ingress_result::unknown_port;
+    // What ends at no interface is a port's fault; an uplink that is no port does not answer for other frames.
+    const ingress_result lost = device->tap ? ingress_result::unknown_vlan : ingress_result::elsewhere;
+    if (tagged && tag > last_vlan) return lost;
     out->port_ifindex = device->port;
-    out->vlan = resolve(model, *device, tagged ? tag : std::uint16_t{0}, 0);
-    return out->vlan != 0 ? ingress_result::ok : ingress_result::unknown_vlan;
+    const model_device *end = resolve(model, *device, tagged ? tag : std::uint16_t{0}, 0);
+    if (end == nullptr) return lost;
+    out->vlan = own_vlan(model, *end);
+    if (out->vlan != 0) return device->tap ? ingress_result::ok : ingress_result::elsewhere;
+    if (!end->uplink) return lost;
+    return end == device ? ingress_result::uplink : ingress_result::elsewhere;
 }
 
 }  // namespace ravo::platform

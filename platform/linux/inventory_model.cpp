@@ -9,6 +9,7 @@
 #include "inventory_model.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "inventory_ingress.h"
 #include "inventory_names.h"
@@ -76,6 +77,7 @@ void give_up_claim(inventory_model *model, model_device *device) {
     std::erase(claimants, device->record.ifindex);
     if (was_interface) {
         model->changed_vlans.insert(device->claim);
+        model->interface_addresses_known = false;
         suspect_below(model, device->record.ifindex);
         if (!claimants.empty()) suspect_below(model, claimants.front());
     }
@@ -91,6 +93,7 @@ void raise_claim(inventory_model *model, model_device *device, claim wanted) {
     device->described = wanted.described;
     if (claimants.size() > 1) return;
     model->changed_vlans.insert(wanted.vlan);
+    model->interface_addresses_known = false;
     suspect_below(model, device->record.ifindex);
 }
 
@@ -161,7 +164,7 @@ void move_device(inventory_model *model, model_device *device, const device_reco
     device->record = now;
     link_record(model, now);
     suspect_below(model, now.ifindex);
-    if (before.name != now.name && device->tap) model->taps_changed = true;
+    if (before.name != now.name && (device->tap || device->uplink)) model->taps_changed = true;
     if (before.master != now.master) {
         device->vlans.reset();
         device->pvid = 0;
@@ -196,7 +199,7 @@ void apply(inventory_model *model, const device_gone &change) {
     if (device == nullptr) return;
     suspect_below(model, change.ifindex);
     give_up_claim(model, device);
-    if (device->tap) model->taps_changed = true;
+    if (device->tap || device->uplink) model->taps_changed = true;
     unlink_record(model, device->record);
     model->refused.erase(device->record.name);
     model->devices.erase(change.ifindex);
@@ -245,14 +248,23 @@ bool same_address(const address_record &a, const address_record &b) {
     return a.address == b.address && a.peer == b.peer && a.prefix_length == b.prefix_length;
 }
 
-// Keeps the kernel's order: primary addresses by falling scope, each after those of its scope, then the secondary ones.
+// Primary addresses from the widest scope to the narrowest, each after those of its scope, then the secondary ones.
+// deliberate: the kernel begins with the narrowest scope. The relay takes the first address for its own, and servers
+// have no road back to a link-local one.
 void insert_address(std::vector<address_record> *list, const address_record &added) {
     auto place = list->begin();
     if (added.secondary)
         place = list->end();
     else
-        while (place != list->end() && !place->secondary && place->scope >= added.scope) ++place;
+        while (place != list->end() && !place->secondary && place->scope <= added.scope) ++place;
     list->insert(place, added);
+}
+
+// Without an address a device is no uplink, with one it may be.
+void note_addresses(inventory_model *model, const model_device &device) {
+    mark_changed(model, device);
+    model->suspects.insert(device.record.ifindex);
+    model->interface_addresses_known = false;
 }
 
 void apply(inventory_model *model, const address_seen &change) {
@@ -266,7 +278,7 @@ void apply(inventory_model *model, const address_seen &change) {
         list.erase(known);
     }
     insert_address(&list, change.address);
-    mark_changed(model, *device);
+    note_addresses(model, *device);
 }
 
 void apply(inventory_model *model, const address_gone &change) {
@@ -274,16 +286,27 @@ void apply(inventory_model *model, const address_gone &change) {
     if (device == nullptr) return;
     const auto gone = std::erase_if(device->addresses,
                                     [&](const address_record &other) { return same_address(other, change.address); });
-    if (gone != 0) mark_changed(model, *device);
+    if (gone != 0) note_addresses(model, *device);
 }
 
 void replace_addresses(inventory_model *model, model_device *device, std::vector<address_record> now) {
     if (device->addresses == now) return;
     device->addresses = std::move(now);
-    mark_changed(model, *device);
+    note_addresses(model, *device);
 }
 
 }  // namespace
+
+bool model_is_interface_address(inventory_model *model, std::uint32_t address) {
+    auto &all = model->interface_addresses;
+    if (!std::exchange(model->interface_addresses_known, true)) {
+        all.clear();
+        for (std::uint32_t vlan = 1; vlan <= last_vlan; ++vlan)
+            if (const model_device *device = model_interface(*model, vlan))
+                for (const address_record &one : device->addresses) all.insert(one.address);
+    }
+    return all.contains(address);
+}
 
 void model_describe(inventory_model *model, const switch_description &description) {
     model->described_vlan.clear();
@@ -320,7 +343,7 @@ void model_reconcile(inventory_model *model, const std::vector<inventory_change>
         if (const auto *device = std::get_if<device_seen>(&change)) addresses.try_emplace(device->device.ifindex);
         if (const auto *address = std::get_if<address_seen>(&change)) {
             const auto list = addresses.find(address->ifindex);
-            if (list != addresses.end()) list->second.push_back(address->address);
+            if (list != addresses.end()) insert_address(&list->second, address->address);
         }
         if (const auto *vlans = std::get_if<vlans_seen>(&change)) with_vlans.insert(vlans->ifindex);
     }

@@ -25,10 +25,11 @@ struct model_device {
     device_record record;
     std::unique_ptr<std::bitset<4096>> vlans;  // VLANs it has on its bridge; null: none known
     std::uint16_t pvid = 0;                    // its PVID there, 0 none
-    std::vector<address_record> addresses;     // in the kernel's order
+    std::vector<address_record> addresses;     // the relay's own would be the first
     std::uint16_t claim = 0;                   // VLAN whose interface it could be, 0 none
     bool described = false;                    // the claim comes from the description
-    bool tap = false;                          // frames are read here
+    bool tap = false;                          // frames of VLANs are read here
+    bool uplink = false;                       // replies are read here that come in on no VLAN
     std::uint32_t port = 0;                    // of a tap: its port number, 0 none
 };
 
@@ -47,6 +48,8 @@ struct inventory_model {
     std::set<int> suspects;                   // devices that may have become, or ceased to be, taps
     std::unordered_set<std::string> refused;  // names of devices refused with a line in the log
     bool taps_changed = false;
+    std::unordered_set<std::uint32_t> interface_addresses;  // of all VLAN interfaces, once asked for
+    bool interface_addresses_known = false;
 
     inventory_model() : claimants(last_vlan + 1) {}
 };
@@ -70,6 +73,9 @@ const model_device *model_find(const inventory_model &model, const std::string &
 
 // As inventory_classify.
 ingress_result model_classify(const inventory_model &model, int ifindex, bool tagged, std::uint16_t tag, ingress *out);
+
+// As inventory_is_interface_address.
+bool model_is_interface_address(inventory_model *model, std::uint32_t address);
 
 constexpr std::uint64_t model_vlan_key(int ifindex, std::uint16_t vlan) {
     return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(ifindex)) << 16) | vlan;

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "cli/words.h"
+
 namespace ravo::platform {
 
 namespace {
@@ -58,8 +60,9 @@ std::string_view next_word(std::string_view *line) {
     return word;
 }
 
+// In letters of either case, as the command library takes keywords.
 bool abbreviates(std::string_view word, std::string_view keyword) {
-    return !word.empty() && keyword.starts_with(word);
+    return !word.empty() && cli::begins_with(keyword, word);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "pcapng.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,7 +29,8 @@ constexpr std::uint64_t section_length_unknown = ~std::uint64_t{0};
 constexpr std::uint16_t link_ethernet = 1;
 constexpr std::uint16_t option_end = 0, option_comment = 1;
 constexpr std::size_t longest_comment = 0xFFFF;
-constexpr std::string_view name_end = ".pcapng";
+constexpr std::array<std::string_view, 2> name_ends = {".pcapng", ".pcap"};
+constexpr std::size_t addresses_size = 12;  // destination and source; a tag follows them
 
 template <typename number>
 void put(std::vector<std::uint8_t> &out, number value) {
@@ -37,9 +39,13 @@ void put(std::vector<std::uint8_t> &out, number value) {
     out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
-void put_padded(std::vector<std::uint8_t> &out, std::span<const std::uint8_t> bytes) {
+void put_bytes(std::vector<std::uint8_t> &out, std::span<const std::uint8_t> bytes) {
     out.insert(out.end(), bytes.begin(), bytes.end());
-    out.insert(out.end(), (4 - bytes.size() % 4) % 4, 0);
+}
+
+// Fills what was put up to a unit; blocks begin at one.
+void pad(std::vector<std::uint8_t> &out, std::size_t size) {
+    out.insert(out.end(), (4 - size % 4) % 4, 0);
 }
 
 // A block is begun without its length, which end_block puts in both its places.
@@ -60,12 +66,23 @@ std::string failure(const std::string &path, int reason) {
     return "cannot write " + path + ": " + std::strerror(reason);
 }
 
+// A whole path whose last part has a name before its ending.
+bool is_capture_name(std::string_view path) {
+    const auto fits = [path](std::string_view end) {
+        return path.ends_with(end) && path.size() > end.size() && path[path.size() - end.size() - 1] != '/';
+    };
+    return path.starts_with('/') && std::any_of(name_ends.begin(), name_ends.end(), fits);
+}
+
 // Tells why the file that is open may not be written to; empty when it may.
 std::string refuse_file(int fd, const std::string &path) {
     struct stat status {};
     if (fstat(fd, &status) != 0) return failure(path, errno);
     if (!S_ISREG(status.st_mode)) return path + " is no regular file; name another";
     if (status.st_nlink != 1) return path + " has other names too; name another file";
+    // Held as long as the file is open: two captures in one file would write over each other.
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0)
+        return errno == EWOULDBLOCK ? path + " is being captured to already; name another file" : failure(path, errno);
     std::uint32_t first = 0;
     if (status.st_size == 0 || (pread(fd, &first, sizeof first, 0) == sizeof first && first == block_section))
         return {};
@@ -89,20 +106,26 @@ void pcapng_begin(std::vector<std::uint8_t> &out) {
 }
 
 void pcapng_frame(std::vector<std::uint8_t> &out, std::int64_t time_us, std::span<const std::uint8_t> frame,
-                  std::string_view comment) {
+                  std::string_view comment, std::span<const std::uint8_t> tag) {
     const auto time = static_cast<std::uint64_t>(time_us);
-    const auto length = static_cast<std::uint32_t>(frame.size());
+    if (frame.size() < addresses_size) tag = {};
+    const auto length = static_cast<std::uint32_t>(frame.size() + tag.size());
+    const std::size_t before_tag = tag.empty() ? 0 : addresses_size;
     const std::size_t block = begin_block(out, block_packet);
     put(out, std::uint32_t{0});  // the interface
     put(out, static_cast<std::uint32_t>(time >> 32));
     put(out, static_cast<std::uint32_t>(time));
     put(out, length);
     put(out, length);
-    put_padded(out, frame);
+    put_bytes(out, frame.first(before_tag));
+    put_bytes(out, tag);
+    put_bytes(out, frame.subspan(before_tag));
+    pad(out, length);
     comment = comment.substr(0, longest_comment);
     put(out, option_comment);
     put(out, static_cast<std::uint16_t>(comment.size()));
-    put_padded(out, {reinterpret_cast<const std::uint8_t *>(comment.data()), comment.size()});
+    put_bytes(out, {reinterpret_cast<const std::uint8_t *>(comment.data()), comment.size()});
+    pad(out, comment.size());
     put(out, option_end);
     put(out, std::uint16_t{0});
     end_block(out, block);
@@ -113,8 +136,8 @@ pcapng_file::~pcapng_file() {
 }
 
 std::string pcapng_file::open(const std::string &path) {
-    if (!path.starts_with('/') || !path.ends_with(name_end) || path.ends_with("/" + std::string(name_end)))
-        return "\"" + path + "\" is no file for a capture; give a whole path that ends in .pcapng";
+    if (!is_capture_name(path))
+        return "\"" + path + "\" is no file for a capture; give a whole path that ends in .pcapng or .pcap";
     // A pipe or a device in the file's place must not hold the daemon up.
     const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
     if (fd < 0 && errno == ELOOP) return path + " is a symbolic link; name the file itself";
@@ -135,9 +158,10 @@ std::string pcapng_file::open(const std::string &path) {
     return put(room_);
 }
 
-std::string pcapng_file::write(std::int64_t time_us, std::span<const std::uint8_t> frame, std::string_view comment) {
+std::string pcapng_file::write(std::int64_t time_us, std::span<const std::uint8_t> frame, std::string_view comment,
+                               std::span<const std::uint8_t> tag) {
     room_.clear();
-    pcapng_frame(room_, time_us, frame, comment);
+    pcapng_frame(room_, time_us, frame, comment, tag);
     return put(room_);
 }
 
@@ -149,7 +173,7 @@ std::string pcapng_file::put(const std::vector<std::uint8_t> &bytes) {
         if (count < 0 && errno == EINTR) continue;
         if (count <= 0) {
             const int reason = count < 0 ? errno : ENOSPC;
-            (void)ftruncate(fd_, static_cast<off_t>(size_));  // the reason is told already
+            (void)!ftruncate(fd_, static_cast<off_t>(size_));  // the reason is told already
             return failure(path_, reason);
         }
         done += static_cast<std::size_t>(count);

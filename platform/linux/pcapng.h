@@ -14,11 +14,12 @@ namespace ravo::platform {
 // Appends the head of a capture: one section with one interface, Ethernet, times in microseconds.
 void pcapng_begin(std::vector<std::uint8_t> &out);
 
-// Appends one frame. time_us: microseconds since 1970; comment: UTF-8, cut at 65535 bytes.
+// Appends one frame. time_us: microseconds since 1970; comment: UTF-8, cut at 65535 bytes; tag: a VLAN tag that was
+// taken out of the frame, 4 bytes or none, and is put back behind its addresses.
 void pcapng_frame(std::vector<std::uint8_t> &out, std::int64_t time_us, std::span<const std::uint8_t> frame,
-                  std::string_view comment);
+                  std::string_view comment, std::span<const std::uint8_t> tag = {});
 
-// A capture file that is being written.
+// A capture file that is being written, by one writer at a time.
 class pcapng_file {
   public:
     pcapng_file() = default;
@@ -26,14 +27,15 @@ class pcapng_file {
     pcapng_file &operator=(const pcapng_file &) = delete;
     ~pcapng_file();
 
-    // Makes the file and writes the head. path: absolute, ending in ".pcapng". A new file gets mode 0600; one that is
-    // there is replaced when it is a capture or empty, and refused when it is anything else. Returns an empty string,
-    // or the reason in one line.
+    // Makes the file and writes the head. path: absolute, ending in ".pcapng" or ".pcap". A new file gets mode 0600;
+    // one that is there is replaced when it is a capture or empty, and refused when it is anything else. Returns an
+    // empty string, or the reason in one line.
     std::string open(const std::string &path);
 
-    // Writes one frame. Returns an empty string, or the reason in one line; the file then ends behind its last whole
-    // frame.
-    std::string write(std::int64_t time_us, std::span<const std::uint8_t> frame, std::string_view comment);
+    // Writes one frame, as pcapng_frame makes it. Returns an empty string, or the reason in one line; the file then
+    // ends behind its last whole frame.
+    std::string write(std::int64_t time_us, std::span<const std::uint8_t> frame, std::string_view comment,
+                      std::span<const std::uint8_t> tag = {});
 
     // Bytes written.
     std::uint64_t size() const { return size_; }

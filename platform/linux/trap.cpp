@@ -23,7 +23,7 @@ namespace {
 
 struct trapped_device {
     std::string name;
-    bool made_qdisc = false;  // the filter's place is ours to remove
+    bool own_qdisc = false;  // the filter's place is ours to remove
 };
 
 bool trap_all = false;
@@ -50,18 +50,17 @@ void log_failure(const std::string &device, int reason) {
 }
 
 void trap_device(const tap_device &device) {
-    bool made = false;
-    const int reason = trap_filter_add(device.kernel_ifindex, &made);
+    const auto known = trapped.find(device.kernel_ifindex);
+    bool own_qdisc = known != trapped.end() && known->second.own_qdisc;
+    const int reason = trap_filter_add(device.kernel_ifindex, &own_qdisc);
     if (reason == ENODEV) return;  // the inventory is about to say so
     if (reason != 0) return log_failure(device.name, reason);
     failed.erase(device.name);
-    trapped_device &entry = trapped[device.kernel_ifindex];
-    entry.name = device.name;
-    entry.made_qdisc = entry.made_qdisc || made;
+    trapped[device.kernel_ifindex] = {.name = device.name, .own_qdisc = own_qdisc};
 }
 
 void free_device(int kernel_ifindex, const trapped_device &device) {
-    const int reason = trap_filter_remove(kernel_ifindex, device.made_qdisc);
+    const int reason = trap_filter_remove(kernel_ifindex, device.own_qdisc);
     if (reason != 0)
         log_line(log_level_error,
                  "cannot remove the trap from device %s: %s; \"tc filter del dev %s ingress pref 67\" does",
@@ -91,7 +90,8 @@ void trap_remove_stale() {
         if (!trap_filter_exists(kernel_ifindex)) continue;
         log_line(log_level_warning, "device %s still had the trap of a relay that ended without removing it",
                  each->if_name);
-        free_device(kernel_ifindex, {.name = each->if_name, .made_qdisc = true});
+        const bool own_qdisc = trap_filter_has_own_qdisc(kernel_ifindex);
+        free_device(kernel_ifindex, {.name = each->if_name, .own_qdisc = own_qdisc});
     }
 }
 

@@ -30,6 +30,8 @@ namespace {
 constexpr std::uint32_t filter_handle = 0x7261766F;
 constexpr std::uint32_t filter_priority = 67;  // before the filters that come without a priority of their own
 constexpr std::uint32_t filter_info = filter_priority << 16;
+constexpr std::uint32_t others_mark =
+    0x00010001;  // class id of the filter in a qdisc that is not ours; no class has it
 constexpr char filter_kind[] = "bpf";
 constexpr char qdisc_kind[] = "clsact";
 constexpr std::uint32_t ingress = TC_H_MAKE(TC_H_CLSACT, TC_H_MIN_INGRESS);
@@ -40,7 +42,7 @@ constexpr std::uint32_t egress = TC_H_MAKE(TC_H_CLSACT, TC_H_MIN_EGRESS);
 constexpr std::uint32_t drop = TC_ACT_SHOT;
 constexpr std::uint32_t pass = 0xFFFFFFFF;  // TC_ACT_UNSPEC: the filters behind this one decide
 
-// "Broadcast on the wire, IPv4, UDP, no fragment, destination port 67": what the channel's taps take, and broadcast. A
+// "Broadcast on the wire, IPv4, UDP, no fragment, destination port 67": what the channel can deliver, and broadcast. A
 // VLAN tag is no longer in the frame here. Jumps count from the next instruction.
 constexpr std::array<sock_filter, 15> program{{
     BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 0),
@@ -127,21 +129,34 @@ int order(const request &r) {
     return ask(r, [](const nlmsghdr * /*nothing but the acknowledgement comes*/) {});
 }
 
-int find_kind(const nlattr *attribute, void *kind) {
-    if (mnl_attr_get_type(attribute) == TCA_KIND && mnl_attr_validate(attribute, MNL_TYPE_NUL_STRING) >= 0)
-        *static_cast<std::string_view *>(kind) = mnl_attr_get_str(attribute);
+// A filter as the kernel tells it.
+struct seen_filter {
+    tcmsg about{};
+    std::string_view kind;
+    std::uint32_t class_id = 0;
+};
+
+int read_option(const nlattr *attribute, void *filter) {
+    if (mnl_attr_get_type(attribute) == TCA_BPF_CLASSID && mnl_attr_validate(attribute, MNL_TYPE_U32) >= 0)
+        static_cast<seen_filter *>(filter)->class_id = mnl_attr_get_u32(attribute);
     return MNL_CB_OK;
 }
 
-std::string_view kind_of(const nlmsghdr *message) {
-    std::string_view kind;
-    (void)mnl_attr_parse(message, sizeof(tcmsg), find_kind, &kind);  // find_kind never fails
-    return kind;
+// The kind stands before the options, whose meaning depends on it.
+int read_filter(const nlattr *attribute, void *filter) {
+    auto *out = static_cast<seen_filter *>(filter);
+    const std::uint16_t type = mnl_attr_get_type(attribute);
+    if (type == TCA_KIND && mnl_attr_validate(attribute, MNL_TYPE_NUL_STRING) >= 0)
+        out->kind = mnl_attr_get_str(attribute);
+    if (type == TCA_OPTIONS && out->kind == filter_kind)
+        (void)mnl_attr_parse_nested(attribute, read_option, out);  // read_option never fails
+    return MNL_CB_OK;
 }
 
-// Calls a function with each filter at one side of a device: its record and its kind.
-int each_filter(int kernel_ifindex, std::uint32_t side,
-                const std::function<void(const tcmsg &about, std::string_view kind)> &visit) {
+using filter_visitor = std::function<void(const seen_filter &filter)>;
+
+// Calls a function with each filter at one side of a device.
+int each_filter(int kernel_ifindex, std::uint32_t side, const filter_visitor &visit) {
     tcmsg about{};
     about.tcm_ifindex = kernel_ifindex;
     about.tcm_parent = side;
@@ -149,15 +164,17 @@ int each_filter(int kernel_ifindex, std::uint32_t side,
     begin(r, RTM_GETTFILTER, NLM_F_DUMP, about);
     return ask(r, [&](const nlmsghdr *message) {
         if (message->nlmsg_type != RTM_NEWTFILTER || mnl_nlmsg_get_payload_len(message) < sizeof(tcmsg)) return;
-        tcmsg found;
-        std::memcpy(&found, mnl_nlmsg_get_payload(message), sizeof found);
+        seen_filter found;
+        std::memcpy(&found.about, mnl_nlmsg_get_payload(message), sizeof found.about);
+        (void)mnl_attr_parse(message, sizeof(tcmsg), read_filter, &found);  // read_filter never fails
         // A filter list without filters has the handle 0.
-        if (found.tcm_handle != 0) visit(found, kind_of(message));
+        if (found.about.tcm_handle != 0) visit(found);
     });
 }
 
-bool is_ours(const tcmsg &about, std::string_view kind) {
-    return kind == filter_kind && about.tcm_handle == filter_handle && (about.tcm_info & 0xFFFF0000) == filter_info;
+bool is_ours(const seen_filter &filter) {
+    return filter.kind == filter_kind && filter.about.tcm_handle == filter_handle &&
+           (filter.about.tcm_info & 0xFFFF0000) == filter_info;
 }
 
 int add_qdisc(int kernel_ifindex, bool *made) {
@@ -172,7 +189,7 @@ int add_qdisc(int kernel_ifindex, bool *made) {
 // Leaves it when anyone has filters on either side of it, or when that cannot be told.
 int remove_unused_qdisc(int kernel_ifindex) {
     int filters = 0;
-    const auto count = [&](const tcmsg &, std::string_view) { ++filters; };
+    const auto count = [&](const seen_filter &) { ++filters; };
     if (each_filter(kernel_ifindex, ingress, count) != 0 || each_filter(kernel_ifindex, egress, count) != 0) return 0;
     if (filters != 0) return 0;
     request r;
@@ -181,7 +198,7 @@ int remove_unused_qdisc(int kernel_ifindex) {
     return order(r);
 }
 
-int add_filter(int kernel_ifindex) {
+int add_filter(int kernel_ifindex, bool own_qdisc) {
     request r;
     begin(r, RTM_NEWTFILTER, NLM_F_ACK | NLM_F_CREATE, about_filter(kernel_ifindex));
     mnl_attr_put_strz(r.head, TCA_KIND, filter_kind);
@@ -189,6 +206,7 @@ int add_filter(int kernel_ifindex) {
     mnl_attr_put_u16(r.head, TCA_BPF_OPS_LEN, static_cast<std::uint16_t>(program.size()));
     mnl_attr_put(r.head, TCA_BPF_OPS, sizeof program, program.data());
     mnl_attr_put_u32(r.head, TCA_BPF_FLAGS, TCA_BPF_FLAG_ACT_DIRECT);
+    if (!own_qdisc) mnl_attr_put_u32(r.head, TCA_BPF_CLASSID, others_mark);
     mnl_attr_nest_end(r.head, options);
     return order(r);
 }
@@ -199,12 +217,14 @@ int unless_gone(int reason) {
 
 }  // namespace
 
-int trap_filter_add(int kernel_ifindex, bool *made_qdisc) {
-    const int reason = add_qdisc(kernel_ifindex, made_qdisc);
+int trap_filter_add(int kernel_ifindex, bool *own_qdisc) {
+    bool made = false;
+    const int reason = add_qdisc(kernel_ifindex, &made);
     if (reason != 0) return reason;
-    const int failure = add_filter(kernel_ifindex);
+    const int failure = add_filter(kernel_ifindex, *own_qdisc || made);
     // Only what was made here goes again; that it cannot be removed adds nothing to the reason.
-    if (failure != 0 && *made_qdisc) (void)remove_unused_qdisc(kernel_ifindex);
+    if (failure != 0 && made) (void)remove_unused_qdisc(kernel_ifindex);
+    if (failure == 0) *own_qdisc = *own_qdisc || made;
     return failure;
 }
 
@@ -221,9 +241,16 @@ int trap_filter_remove(int kernel_ifindex, bool with_qdisc) {
 bool trap_filter_exists(int kernel_ifindex) {
     bool found = false;
     // A device that is gone or has no such place has no filter.
-    (void)each_filter(kernel_ifindex, ingress,
-                      [&](const tcmsg &about, std::string_view kind) { found = found || is_ours(about, kind); });
+    (void)each_filter(kernel_ifindex, ingress, [&](const seen_filter &filter) { found = found || is_ours(filter); });
     return found;
+}
+
+bool trap_filter_has_own_qdisc(int kernel_ifindex) {
+    bool own = false;
+    (void)each_filter(kernel_ifindex, ingress, [&](const seen_filter &filter) {
+        own = own || (is_ours(filter) && filter.class_id != others_mark);
+    });
+    return own;
 }
 
 }  // namespace ravo::platform

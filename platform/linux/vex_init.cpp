@@ -114,14 +114,31 @@ void connect_and_start() {
 
 // ---- --check ----
 
+// Learns which devices there are, whose names stand for interfaces. Returns what keeps it from that.
+std::string look_around(const platform::switch_description &description) {
+    platform::inventory_describe(description);
+    return platform::inventory_open();
+}
+
+// The lines of the startup configuration are judged as they are at a start, by a relay that lives in this process
+// alone: without sockets, and without a word to the log, the init system or a running daemon.
 int check_files(const platform::frame_options &options) {
+    unsetenv("NOTIFY_SOCKET");
+    std::string fault = platform::log_open("/dev/null", platform::log_level_error);
     platform::switch_description description;
-    const std::vector<std::string> faults =
+    std::vector<std::string> faults =
         platform::switch_description_check(options.switch_file, !options.switch_file_given, &description);
+    if (fault.empty()) fault = look_around(faults.empty() ? description : platform::switch_description{});
+    if (!fault.empty()) faults.push_back("ravod: " + fault);
     for (const std::string &line : faults) tell(line);
+    platform::memmgr_set_budget(options.memory_budget);
     install_commands();
+    connect_and_start();
+    platform::inventory_deliver_existing();
     const int bad_lines =
         ravo::cli::replay_file(options.startup_config, !options.startup_config_given, /*check_only=*/true, tell);
+    platform::inventory_close();
+    platform::loop_free();
     return faults.empty() && bad_lines == 0 ? 0 : 1;
 }
 

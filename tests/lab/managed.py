@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+import re
 import socket
 import struct
 import subprocess
@@ -12,6 +13,20 @@ from ravolab.relay import BUILD
 
 HELLO, RUN, STATUS = 1, 2, 138
 WELCOME, REFUSED, OUTPUT, VALUE, ROW_KEY = 129, 130, 131, 132, 134
+
+
+def sessions(relay):
+    """The numbers of the management sessions that there are, of a relay that logs everything."""
+    told = re.findall(r"^management: session (\d+) of user .*? (begins|ends|is closed)\b", relay.log, re.M)
+    return {number for number, what in told if what == "begins"} - {number for number, what in told if what != "begins"}
+
+
+def descriptors_at_rest(relay):
+    """Of which kinds ravod's descriptors are when nobody but this function has a session, in order."""
+    with Session(relay.socket) as session:
+        wait_for(lambda: len(sessions(relay)) == 1, 30, "end of the other sessions")
+        session.run("show privilege")  # served behind the closing of what has ended
+        return sorted(name.split(":")[0] for name in relay.descriptors())
 
 
 class Daemon:
@@ -26,12 +41,12 @@ class Daemon:
         if devices:
             self.namespace.ip(*(f"link add {name} type bridge" for name in devices))
 
-    def start(self, **how):
-        """how: as of Process, for a mount namespace of the daemon's own."""
+    def start(self, *options, **how):
+        """options: of ravod, beside the usual ones; how: as of Process, for a mount namespace of the daemon's own."""
         self.starts += 1
         log = self.folder / f"log{self.starts}"
         self.process = Process(self.namespace, [BUILD / "ravod", "--management", self.socket, "--log-level", "warning",
-                                                "--startup-config", self.startup], log, **how)
+                                                "--startup-config", self.startup, *options], log, **how)
         wait_for(self.answers, 60, lambda: f"answer from ravod; its log:\n{self.log[-2000:]}\nreadiness")
         return self
 
@@ -70,7 +85,7 @@ class Session:
 
     def __init__(self, path, privilege=31, mode=4):
         self.socket = socket.socket(socket.AF_UNIX)
-        self.socket.settimeout(30)
+        self.socket.settimeout(60)
         self.socket.connect(str(path))
         with contextlib.suppress(BrokenPipeError):  # refused before it said a word; the refusal can be read
             self.send(HELLO, struct.pack(">4sHBB", b"RAVO", 1, privilege, mode))

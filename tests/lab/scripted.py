@@ -62,6 +62,13 @@ class Stage:
         host.send(self.unicast(host, payload, to) if to else craft.broadcast(payload, host.mac))
         return decode_dhcp(payload)
 
+    def ask_in_vain(self, host):
+        """Broadcast a DISCOVER that is not to be relayed, and wait until it is in the switch; the message sent."""
+        with self.lab.capture(host.port_device) as at_port:
+            sent = self.ask(host)
+            at_port.wait_dhcp(xid=sent.xid)
+        return sent
+
     def unicast(self, host, payload, address):
         """The frame of a message from the host to its VLAN interface."""
         vlan = self.lab.vlans[host.vlan]
@@ -123,7 +130,7 @@ class Stage:
     def delivered(self, sent, host):
         """Wait for a reply at the client; the packet there."""
         return self.at[host.name].wait(lambda packet: not packet.outgoing and packet.dhcp is not None
-                                       and packet.dhcp.op == 2 and packet.dhcp.xid == sent.xid, 5, "reply")
+                                       and packet.dhcp.op == 2 and packet.dhcp.xid == sent.xid, 30, "reply")
 
     def replies(self, host, xid):
         return [packet for packet in self.seen(host.name, xid) if packet.dhcp.op == 2]
@@ -150,7 +157,7 @@ class Steady:
         with host.namespace.entered():
             self._wire = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, 0)
             self._wire.bind((host.device, 0x0800))
-        self._wire.settimeout(3)
+        self._wire.settimeout(30)
         self._socket = stage.sockets[f"server{server}"]
         self._socket.settimeout(0.05)
         self._threads = [threading.Thread(target=self._ask), threading.Thread(target=self._answer)]

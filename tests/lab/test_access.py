@@ -58,7 +58,7 @@ def test_viewers_see_and_change_nothing(guarded):
     viewer = as_member(VIEWERS)
     assert shell(guarded, viewer, "show privilege", status=0) == "Current privilege level is 2\n"
     for command in ("show version", "show ip dhcp relay", "show ip dhcp relay | json", "show logging",
-                    "show interfaces brief", "show history", "sh ver", "terminal length 0", "exit"):
+                    "show interfaces brief", "show history", "sh ver", "SHOW Version", "terminal length 0", "exit"):
         shell(guarded, viewer, command, status=0)
     for command in ("configure terminal", "write memory", "reset relay", "terminal monitor", "logging level trace",
                     "enable", "clear ip dhcp relay detail counter"):

@@ -16,7 +16,7 @@ from scripted import Stage, Steady
 
 RAVOD = BUILD / "ravod"
 STARTED = "RAVO: installSignalHandlers 114 sig=11\n"
-LIMIT = 30
+LIMIT = 60
 
 
 @pytest.fixture(scope="module")
@@ -89,7 +89,7 @@ def test_a_second_daemon_is_refused_and_the_first_goes_on_relaying(stage):
     relay = stage.relay
     with Steady(stage, stage.lab.client(3)) as steady:
         second = relay.namespace.run(RAVOD, "--switch", relay.switch_file, "--management", relay.socket, check=False)
-        wait_for(lambda: len(steady.asked) > 10, 5, "steady traffic")
+        wait_for(lambda: len(steady.asked) > 10, 30, "steady traffic")
     assert (second.returncode, second.stdout, second.stderr.count("\n")) == (1, "", 1)
     assert str(relay.socket) in second.stderr
     steady.check()
@@ -152,7 +152,7 @@ def test_port_67_in_use_is_told_and_does_not_matter(lab):
         request = stage.check_relayed(sent, host)
         reply = stage.answer(request)
         stage.delivered(reply, host)
-        other.settimeout(5)
+        other.settimeout(LIMIT)
         assert other.recv(2048) == sent.raw
         assert other.recv(2048) == reply.raw
         stage.close()
@@ -204,7 +204,7 @@ def calm(stage):
     with Steady(stage, stage.lab.client(3)) as steady:
         yield stage.relay
         assert stage.relay.sh("show service status") == "DHCP relay on\n"
-        wait_for(lambda: len(steady.asked) > 10, 5, "steady traffic")
+        wait_for(lambda: len(steady.asked) > 10, 30, "steady traffic")
     steady.check()
     # One client's unread output may grow to 8 MiB.
     assert memory(stage.relay) - before < 24 << 20
@@ -295,7 +295,7 @@ def test_a_hello_that_does_not_come_and_a_frame_that_does_not_end(calm):
         slow.sendall(HELLO + frame(2, bytes(100))[:50])
         assert drain(silent) == frame(130, b"\x05its hello did not come in time")
         assert drain(slow).endswith(frame(130, b"\x05it began a frame and did not finish it in time"))
-        assert 9 < time.monotonic() - started < 15
+        assert 9 < time.monotonic() - started < 40  # at a busy machine's ease
 
 
 def test_too_many_sessions(calm):
@@ -307,7 +307,7 @@ def test_too_many_sessions(calm):
     finally:
         for client in clients:
             client.close()
-    wait_for(lambda: calm.run("show version").returncode == 0, 5, "free session")
+    wait_for(lambda: calm.run("show version").returncode == 0, 30, "free session")
 
 
 def test_a_client_that_leaves_in_the_middle(calm):

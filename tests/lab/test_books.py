@@ -3,12 +3,14 @@
 import json
 import random
 import re
+import signal
+import socket
 
 import pytest
 
 from ravolab import Dnsmasq, Kea, Udhcpc
 from ravolab.craft import broadcast, message
-from ravolab.decode import frame_header
+from ravolab.decode import checksum, frame_header
 from ravolab.process import wait_for
 
 NOBODY = "192.0.2.200"  # on the uplink, where no server answers
@@ -40,7 +42,7 @@ def nonzero(block):
 
 def received(relay, count):
     """Wait until that many messages were received; the statistics."""
-    return wait_for(lambda: (seen := statistics(relay))["total"]["received"] >= count and seen, 10,
+    return wait_for(lambda: (seen := statistics(relay))["total"]["received"] >= count and seen, 30,
                     f"{count} messages received")
 
 
@@ -83,7 +85,7 @@ def test_the_recorder_tells_the_exchange(lab, relay):
     assert [each["outcome"] for each in told["messages"]] == ["delivered", "relayed", "delivered", "relayed"]
     assert told["messages"][3]["servers"] == [server.address]
     assert told["messages"][0]["option82"]["mac"] == vlan.mac
-    assert 0 < told["messages"][0]["answered_us"] < 5_000_000
+    assert 0 < told["messages"][0]["answered_us"] < 60_000_000
     assert "answered_us" not in told["messages"][1]
 
     clients = document(relay, "show ip dhcp relay client")["clients"]
@@ -148,6 +150,104 @@ def test_reasons_of_replies(lab, relay):
                                                                  ("reply", "no-option82")]
 
 
+def test_reasons_of_frames_that_are_no_message(lab, relay):
+    """What cannot be read is told to who asks for its sender, and of a first fragment it is known what it was."""
+    host = lab.client(1)
+    relay.configure("ip dhcp relay")
+    whole = broadcast(message("DISCOVER", mac="02:00:00:00:aa:01", xid=1), host.mac)
+    first = whole[:20] + b"\x20\x00" + whole[22:24] + bytes(2) + whole[26:]
+    ip_sum = checksum(first[14:34])
+    frames = {"fragment": first[:24] + ip_sum.to_bytes(2, "big") + first[26:],
+              "bad-udp-checksum": whole[:40] + b"\xbe\xef" + whole[42:],
+              "truncated": whole[:-1]}
+    for frame in frames.values():
+        host.send(frame)
+    host.send(broadcast(message("DISCOVER", mac=host.mac, xid=2), host.mac, vlan=777))
+    host.send(broadcast(message("DISCOVER", mac=host.mac, xid=3, op=3), host.mac))
+    seen = received(relay, len(frames) + 2)
+    assert nonzero(seen["total"]) == dict.fromkeys([*frames, "unknown-vlan", "unknown-operation"], 1)
+    lines = relay.sh(f"show ip dhcp relay client {host.mac}").splitlines()[1:]
+    assert [line[24:] for line in lines] == [
+        f"DISCOVER {host.mac} xid 0x00000003 vlan 10 port 1/1: unknown-operation (neither request nor reply)",
+        f"DISCOVER {host.mac} xid 0x00000002 vlan 777 port 1/1: unknown-vlan (no VLAN interface for its VLAN)",
+        f"- {host.mac} vlan 10 port 1/1: truncated (shorter than its headers say)",
+        f"- {host.mac} vlan 10 port 1/1: bad-udp-checksum (wrong UDP checksum)",
+        f"- {host.mac} vlan 10 port 1/1: fragment (part of a fragmented packet)"]
+    told = document(relay, f"show ip dhcp relay client {host.mac}")["messages"]
+    assert [(each["op"], each.get("xid"), each["vlan"]) for each in told] == [
+        ("", "0x00000003", 10), ("request", "0x00000002", 777), ("", None, 10), ("", None, 10), ("", None, 10)]
+    assert [(each["client"], each["messages"], each["op"]) for each in document(relay, "show ip dhcp relay client")[
+        "clients"]] == [(host.mac, 2, "")]
+
+
+def test_more_reasons(lab, relay):
+    host, other = lab.client(1), lab.client(3)
+    relay.configure("ip dhcp relay information option", "ip dhcp relay information policy drop",
+                    "interface vlan 10", f"ip dhcp relay address {NOBODY}", "exit",
+                    "interface vlan 20", "ip dhcp relay address 203.0.113.7", "exit", "ip dhcp relay")
+    foreign = [(82, b"\x01\x05eth/1\x02\x02\xab\xcd")]
+    lab.switch.ip("route add unreachable 203.0.113.0/24")
+    try:
+        host.send(broadcast(message("DISCOVER", mac=host.mac, xid=1, giaddr="198.51.100.1", options=foreign), host.mac))
+        host.send(broadcast(message(None, mac=host.mac, xid=2, options=[(53, b"\x09")]), host.mac))
+        host.send(broadcast(message(None, mac=host.mac, xid=3, options=[(53, b"\x00")]), host.mac))
+        other.send(broadcast(message("DISCOVER", mac=other.mac, xid=4), other.mac))
+        seen = received(relay, 4)
+    finally:
+        lab.switch.ip("route del unreachable 203.0.113.0/24")
+    assert nonzero(seen["total"]) == {"policy-drop": 1, "unknown-message-type": 2, "send-failed": 1}
+    assert {block["port"]: nonzero(block) for block in seen["ports"]}["1/3"] == {"send-failed": 1}
+    told = document(relay, f"show ip dhcp relay client {host.mac}")["messages"][-1]
+    assert told["option82"] == {"bytes": foreign[0][1].hex(), "length": 11, "circuit_id": b"eth/1".hex(),
+                                "remote_id": "abcd"}
+    assert relay.sh(f"show ip dhcp relay client {host.mac}").splitlines()[-1].endswith(
+        'policy-drop (option 82 of another relay, policy drop), option 82 circuit id "eth/1" remote id abcd')
+
+
+def test_every_server_is_told(lab, relay):
+    """A request that its vendor class and its client identifier send to four servers each."""
+    host = lab.client(1)
+    servers = [f"192.0.2.{number}" for number in range(201, 209)]
+    relay.configure("interface vlan 10", "ip dhcp relay information trusted",
+                    *(f"ip dhcp relay option60 string phone exact-match address {each}" for each in servers[:4]),
+                    *(f"ip dhcp relay option61 hex 0x01020304 address {each}" for each in servers[4:]),
+                    "exit", "ip dhcp relay")
+    host.send(broadcast(message("DISCOVER", mac=host.mac, xid=1, giaddr="10.10.0.1", options=[
+        (60, b"phone"), (61, b"\x01\x02\x03\x04"), (82, b"\x01\x01a")]), host.mac))
+    assert received(relay, 1)["total"]["sent"] == 8
+    told = document(relay, f"show ip dhcp relay client {host.mac}")["messages"][0]
+    assert (told["servers"], told["servers_count"]) == (servers, 8)
+    assert f": relayed to {', '.join(servers)} (relayed to servers)" in relay.sh(f"show ip dhcp relay client {host.mac}")
+
+
+def test_messages_that_came_too_fast_are_told(lab, relay):
+    """A daemon that is held up loses what the kernel has no room for; how much is told beside the books."""
+    host = lab.client(1)
+    relay.configure("ip dhcp relay")
+    frame = broadcast(message("DISCOVER", mac=host.mac, xid=1, padding=bytes(1000)), host.mac)
+    with host.namespace.entered():
+        wire = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, 0)
+    with wire:
+        wire.bind((host.device, 0))
+        relay.process.send_signal(signal.SIGSTOP)
+        try:
+            for _ in range(8000):
+                wire.send(frame)
+        finally:
+            relay.process.send_signal(signal.SIGCONT)
+    last = broadcast(message("DISCOVER", mac="02:00:00:00:aa:01", xid=9), host.mac)
+    wait_for(lambda: (host.send(last), "02:00:00:00:aa:01" in relay.sh("show ip dhcp relay client"))[1], 60,
+             "a message behind the flood")
+    seen = statistics(relay)["total"]
+    assert 0 < seen["lost"] < 8000
+    assert block_sum(seen) == seen["received"]
+    assert f"\n{seen['lost']} messages more came faster than they could be read and were lost\n" in relay.sh(
+        "show ip dhcp relay statistics")
+    relay.sh("clear ip dhcp relay statistics")
+    assert statistics(relay)["total"]["lost"] == 0
+    assert "lost" not in relay.sh("show ip dhcp relay statistics")
+
+
 def test_interfaces_without_a_server(lab, relay):
     """A VLAN that was never configured, and one whose server was taken away."""
     host, other = lab.client(1), lab.client(3)
@@ -164,7 +264,9 @@ def test_nothing_is_received_while_the_relay_is_off(lab, relay):
     host.send(broadcast(message("DISCOVER", mac=host.mac, xid=1), host.mac))
     received(relay, 1)
     relay.configure("no ip dhcp relay")
-    host.send(broadcast(message("DISCOVER", mac=host.mac, xid=2), host.mac))
+    with lab.capture(host.port_device) as at_port:
+        host.send(broadcast(message("DISCOVER", mac=host.mac, xid=2), host.mac))
+        at_port.wait_dhcp(xid=2)  # it is in the switch, and not just on its way
     relay.configure("ip dhcp relay")
     host.send(broadcast(message("DISCOVER", mac=host.mac, xid=3), host.mac))
     received(relay, 2)
@@ -188,6 +290,18 @@ def random_frame(dice, mac):
     return frame
 
 
+def let_answer(relay, host):
+    """Wait until the server has answered whatever was relayed to it. Where that was too much for its queue it may have
+    missed a question, so that one is asked after the other until there is an answer."""
+    mac = "02:00:00:00:aa:99"
+
+    def answered():
+        host.send(broadcast(message("DISCOVER", mac=mac, xid=99), host.mac))
+        told = relay.run(f"show ip dhcp relay client {mac} | json")
+        return told.returncode == 0 and any(each["op"] == "reply" for each in json.loads(told.stdout)["messages"])
+    wait_for(answered, 60, "answer of the server", interval=0.5)
+
+
 def block_sum(block):
     return sum(block["outcomes"].values())
 
@@ -206,9 +320,10 @@ def test_sum_of_outcomes_is_what_was_received(lab, relay):
         for number, host in enumerate(hosts):
             host.send(broadcast(message("DISCOVER", mac=f"02:00:00:00:aa:0{number}", xid=9), host.mac))
         for number in range(2):
-            wait_for(lambda mac=f"02:00:00:00:aa:0{number}": mac in relay.sh("show ip dhcp relay client"), 10,
+            wait_for(lambda mac=f"02:00:00:00:aa:0{number}": mac in relay.sh("show ip dhcp relay client"), 30,
                      "the last message")
         assert len(first.packets) + len(second.packets) >= 1500
+    let_answer(relay, hosts[0])
     seen = statistics(relay)
     for block in [seen["total"], *seen["vlans"], *seen["ports"]]:
         assert block_sum(block) == block["received"]

@@ -202,6 +202,8 @@ def add_vlan30(stage, host):
     """The interface vlan30 has been made: give it its address and a server."""
     stage.lab.vlans[30] = Vlan(30, "10.30.0.1", "02:00:00:00:30:01", [5])
     stage.lab.switch.ip("addr add 10.30.0.1/24 dev vlan30", "link set vlan30 up")
+    stage.lab.switch.wait_up("vlan30")
+    host.namespace.wait_up(host.device)
     stage.relay.configure("interface vlan 30", "ip dhcp relay address 192.0.2.11")
     host.vlan = 30
 
@@ -304,6 +306,52 @@ def test_a_routed_port_is_port_and_interface_at_once(stage):
         lab.switch.ip("link del vlan30")
         host.namespace.close()
         lab.vlans.pop(30, None)
+
+
+@pytest.fixture
+def uplink(stage):
+    """The first server's port leaves its VLAN and is a routed device with an address of its own; its server host."""
+    switch, server = stage.lab.switch, stage.lab.server_host(1)
+    try:
+        switch.ip("link set swp9 nomaster", "addr add 198.51.100.1/24 dev swp9")
+        server.namespace.ip("addr add 198.51.100.2/24 dev eth0", "route add 10.10.0.0/16 via 198.51.100.1")
+        stage.relay.configure("interface vlan 10", "no ip dhcp relay address", "ip dhcp relay address 198.51.100.2")
+        yield server
+    finally:
+        server.namespace.run("ip", "route", "del", "10.10.0.0/16", check=False)
+        server.namespace.run("ip", "addr", "del", "198.51.100.2/24", "dev", "eth0", check=False)
+        switch.run("ip", "addr", "del", "198.51.100.1/24", "dev", "swp9", check=False)
+        switch.ip("link set swp9 master vlan99")
+        switch.wait_up("swp9")
+
+
+def test_servers_behind_a_device_of_no_vlan(stage, uplink):
+    """The road to the servers is no VLAN of the switch, the reply is delivered all the same, once."""
+    host = stage.lab.client(1)
+    sent = stage.ask(host)
+    request = stage.relayed(sent)
+    assert (request.src, request.dst) == ("198.51.100.1", "198.51.100.2")
+    assert request.dhcp.relay_information.raw == stage.information(host)[2:]
+    reply = stage.answer(request)
+    stage.delivered(reply, host)
+    stage.fence_replies(host)
+    assert len(stage.replies(host, reply.xid)) == 1
+
+
+def test_of_such_a_device_only_replies_to_an_interface_are_read(stage, uplink):
+    host, there = stage.lab.client(1), stage.sockets["server1"]
+    request = stage.relayed(stage.ask(host))
+    stage.relay.sh("clear ip dhcp relay statistics")
+    question = craft.message("DISCOVER", mac="02:00:00:00:77:77", xid=fresh_xid())
+    there.sendto(stage.build_answer(request).raw, ("198.51.100.1", 67))  # to the box, but to no interface of the relay
+    there.sendto(question, ("198.51.100.1", 67))
+    uplink.send(craft.broadcast(question, uplink.mac))
+    there.sendto(question, ("10.10.0.1", 67))
+    stage.delivered(stage.answer(request), host)
+    assert stage.seen("server1", decode_dhcp(question).xid) == []
+    told = stage.relay.sh("show ip dhcp relay statistics").split("\n\n")[0]
+    rows = dict(line.split(None, 2)[:2] for line in told.splitlines() if line.startswith("  ") and line[-1] != ":")
+    assert rows == {"received": "2", "sent": "1", "delivered": "1", "unknown-vlan": "1"}
 
 
 # ---- IPv4 ----
@@ -434,7 +482,7 @@ def provoke(stage):
         for port in (67, 68):
             stage.sockets["server1"].sendto(b"x" * 300, (address, port))
     stage.sockets["server1"].sendto(b"x", ("192.0.2.1", 9))
-    capture.wait(lambda packet: refused_ports([packet]) == [9], 5, "refusal of port 9")
+    capture.wait(lambda packet: refused_ports([packet]) == [9], 30, "refusal of port 9")
     return refused_ports(capture.packets)
 
 

@@ -4,6 +4,7 @@ import os
 import signal
 import subprocess
 import sys
+import tempfile
 import textwrap
 from pathlib import Path
 
@@ -12,6 +13,7 @@ import pytest
 from ravolab import wait_for
 
 LAB_FOLDER = Path(__file__).resolve().parents[2] / "lab"
+LIMIT = 60
 
 RUNNER = """
 import sys, time
@@ -24,7 +26,7 @@ with Lab(servers=2) as lab:
     lab.add_server(Dnsmasq, host=2)
     client = lab.client(1).start(Dhcpcd)
     print("up", flush=True)
-    time.sleep(60)
+    time.sleep(600)
 """
 
 
@@ -40,73 +42,110 @@ def relatives(folder):
     return found
 
 
-def spaces(pids=("[0-9]*",)):
-    """The network namespaces of these processes, of all without any named; this test's own left out.
+class Spaces:
+    """The network namespaces that these processes are in, this test's own left out.
 
     A process that ends loses its command line first and its namespaces later, so that relatives() may be empty while
-    this is not.
+    somebody is still in here. Held open, so that no other lab's namespace gets the number of one of these.
     """
-    found = set()
-    for pid in pids:
-        for path in Path("/proc").glob(f"{pid}/ns/net"):
+
+    def __init__(self, pids):
+        self.held = {}  # descriptors by what the kernel calls the namespace
+        for pid in pids:
             try:
-                found.add(os.readlink(path))
+                fd = os.open(f"/proc/{pid}/ns/net", os.O_RDONLY)
             except OSError:
                 continue
-    return found - {os.readlink("/proc/self/ns/net")}
+            name = os.readlink(f"/proc/self/fd/{fd}")
+            if name in self.held or name == os.readlink("/proc/self/ns/net"):
+                os.close(fd)
+            else:
+                self.held[name] = fd
+
+    def inhabited(self):
+        """Whether any process is in one of them."""
+        for path in Path("/proc").glob("[0-9]*/ns/net"):
+            try:
+                if os.readlink(path) in self.held:
+                    return True
+            except OSError:
+                continue
+        return False
+
+    def wait_empty(self):
+        wait_for(lambda: not self.inhabited(), LIMIT, "end of the lab's network namespaces")
+        for fd in self.held.values():
+            os.close(fd)
 
 
-def start_runner(until):
-    runner = subprocess.Popen([sys.executable, "-B", "-c", textwrap.dedent(RUNNER), str(LAB_FOLDER)],
-                              stdout=subprocess.PIPE, text=True)
-    folder = Path(runner.stdout.readline().split()[1])
-    if until == "up":
-        assert runner.stdout.readline() == "up\n"
-    return runner, folder
+@pytest.fixture
+def start_runner():
+    """Starts a program with a lab in it; (process, the lab's folder). These labs have a folder for temporary files of
+    their own, so that no other lab on this machine sweeps theirs."""
+    with tempfile.TemporaryDirectory() as temporary:
+        os.chmod(temporary, 0o755)
+        started = []
+
+        def begin(until):
+            runner = subprocess.Popen([sys.executable, "-B", "-c", textwrap.dedent(RUNNER), str(LAB_FOLDER)],
+                                      stdout=subprocess.PIPE, text=True, env={**os.environ, "TMPDIR": temporary})
+            started.append(runner)
+            folder = Path(runner.stdout.readline().split()[1])
+            assert folder.parent == Path(temporary)
+            if until == "up":
+                assert runner.stdout.readline() == "up\n"
+            return runner, folder
+
+        yield begin
+        for runner in started:
+            runner.kill()
+            runner.wait(LIMIT)
+            runner.stdout.close()
+
+
+def wait_gone(folder):
+    wait_for(lambda: not relatives(folder), LIMIT, "end of the lab's processes")
 
 
 @pytest.mark.parametrize("until", ["up", "half up"])
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
-def test_interrupted(number, until):
+def test_interrupted(start_runner, number, until):
     runner, folder = start_runner(until)
-    inside = spaces(relatives(folder))
+    inside = Spaces(relatives(folder))
     runner.send_signal(number)
-    runner.wait(20)
-    runner.stdout.close()
+    runner.wait(LIMIT)
     assert runner.returncode != 0
     assert not folder.exists()
-    wait_for(lambda: not relatives(folder), 5, "end of the lab's processes")
-    wait_for(lambda: not inside & spaces(), 5, "end of the lab's network namespaces")
+    wait_gone(folder)
+    inside.wait_empty()
 
 
-def test_killed():
+def test_killed(start_runner):
     """Nothing can tidy up behind SIGKILL but the kernel, and the next lab for the files."""
     runner, folder = start_runner("up")
     assert len(relatives(folder)) >= 3
-    inside = spaces(relatives(folder))
+    inside = Spaces(relatives(folder))
+    assert len(inside.held) >= 2  # those of the servers; the client may still be on its way
     runner.kill()
-    runner.wait(20)
-    runner.stdout.close()
-    wait_for(lambda: not relatives(folder), 5, "end of the lab's processes")
-    wait_for(lambda: not inside & spaces(), 5, "end of the lab's network namespaces")
+    runner.wait(LIMIT)
+    wait_gone(folder)
+    inside.wait_empty()
     assert folder.exists()
     following, its_folder = start_runner("up")
     assert not folder.exists()
     following.terminate()
-    following.wait(20)
-    following.stdout.close()
+    following.wait(LIMIT)
     assert not its_folder.exists()
 
 
-def test_two_labs_at_once():
+def test_two_labs_at_once(start_runner):
     first, first_folder = start_runner("up")
     second, second_folder = start_runner("up")
     assert first_folder != second_folder and first_folder.exists() and second_folder.exists()
     first.terminate()
-    first.wait(20)
+    first.wait(LIMIT)
     assert relatives(second_folder) and second_folder.exists()
     second.terminate()
-    second.wait(20)
-    first.stdout.close()
-    second.stdout.close()
-    assert relatives(second_folder) == []
+    second.wait(LIMIT)
+    assert not first_folder.exists() and not second_folder.exists()
+    wait_gone(second_folder)

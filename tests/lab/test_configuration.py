@@ -110,6 +110,19 @@ def test_a_random_configuration_comes_back_whole(daemon, number):
     after = records(daemon)
     for command, shown in before.items():
         assert after[command] == shown, command
+    assert faults_found(daemon) == []
+    # Over itself it changes nothing, and nothing of it is a fault.
+    assert daemon.sh("-c", "copy startup-config running-config") == ""
+    assert records(daemon) == after
+
+
+def faults_found(daemon, *options):
+    """What "ravod --check" tells of the startup configuration, where the daemon runs."""
+    checked = daemon.namespace.run(BUILD / "ravod", "--check", "--startup-config", daemon.startup, *options,
+                                   check=False)
+    assert checked.stdout == ""
+    assert checked.returncode == (1 if checked.stderr else 0)
+    return checked.stderr.splitlines()
 
 
 # ---- Saving ----
@@ -188,9 +201,9 @@ def test_who_is_killed_while_saving_leaves_the_old_or_the_new_file(daemon):
     vlans = "interface range vlan 1-400\n"
     daemon.configure([f"{vlans}ip dhcp relay address 192.0.2.1", "do write memory"])
     outcomes = []
-    for number in range(30):
+    for _ in range(30):
         old = daemon.startup.read_bytes()
-        daemon.configure([f"ip dhcp relay hops {5 + number % 12}"])
+        daemon.configure([f"ip dhcp relay hops {6 if b'hops 5' in old else 5}"])  # whichever was saved last, a change
         new = daemon.sh("-c", "show running-config").encode()
         assert new != old
         save = subprocess.Popen([BUILD / "ravosh", "--management", daemon.socket, "-c", "write memory"],
@@ -199,7 +212,7 @@ def test_who_is_killed_while_saving_leaves_the_old_or_the_new_file(daemon):
         time.sleep(dice.uniform(0, 0.03))
         daemon.process.send_signal(signal.SIGKILL)
         daemon.process.wait()
-        save.wait(10)
+        save.wait(60)
         found = daemon.startup.read_bytes()
         assert found in (old, new)
         outcomes.append(found == new)
@@ -207,6 +220,24 @@ def test_who_is_killed_while_saving_leaves_the_old_or_the_new_file(daemon):
         assert re.fullmatch(QUIET_START, daemon.log)
         assert daemon.sh("-c", "show running-config").encode() == found
     print(f"{sum(outcomes)} of 30 saves were done when the daemon was killed")
+
+
+def test_a_link_to_another_disk_stays_one(daemon):
+    disk = daemon.folder / "disk"
+    disk.mkdir()
+    daemon.startup.symlink_to(disk / "config")
+    daemon.start()
+    for hops in (7, 8):
+        daemon.configure([f"ip dhcp relay hops {hops}", "do write memory"])
+    assert daemon.startup.is_symlink()
+    assert (disk / "config").read_text() == "ip dhcp relay hops 8\n!\n"
+    assert (disk / "config.1").read_text() == "ip dhcp relay hops 7\n!\n"
+    assert sorted(os.listdir(disk)) == ["config", "config.1"]
+    assert os.listdir(daemon.startup.parent) == [daemon.startup.name]
+    daemon.restart()
+    assert "ip dhcp relay hops 8\n" in daemon.sh("-c", "show running-config")
+    assert daemon.sh("-c", "write erase") == ""
+    assert daemon.startup.is_symlink() and os.listdir(disk) == ["config.1"]
 
 
 # ---- Faulty files ----
@@ -220,31 +251,87 @@ def test_lines_that_fail_are_told_and_the_others_count(daemon):
              "interface vlan 11", " ip dhcp relay address 192.0.2.2\r", "end", "show privilege | include (", "exit"]
     daemon.startup.write_text("\n".join(lines), newline="")
     place = f"{daemon.startup}:"
-    refused_by_the_parser = [
+    expected = [
         f'{place}3: invalid input at "17", column 20: {lines[2]}',
         f"{place}4: incomplete command: {lines[3]}",
         f'{place}5: invalid input at "nonsense", column 1: {lines[4]}',
         f'{place}8: invalid input at "999.0.2.1", column 24: {lines[7].strip()}',
+        f'{place}9: Client-id hex number must begin with "0x": {lines[8].strip()}',
         f'{place}10: invalid input at "4095", column 16: {lines[9]}',
         f'{place}12: invalid input at "option60", column 16: {lines[11].strip()}',
         f'{place}13: invalid input at "ip?", column 2: ip? dhcp',
         f"{place}14: line of 40000 bytes, at most 32768 can be read: {'x' * 120}...",
         f"{place}18: invalid pattern: Unmatched ( or \\(: {lines[17]}"]
-    refused_by_the_relay = [
-        f'{place}9: Client-id hex number must begin with "0x": {lines[8].strip()}',
-        f"{place}11: Set the same configuration current configuration: {lines[10]}"]
-    checked = subprocess.run([BUILD / "ravod", "--check", "--startup-config", daemon.startup], capture_output=True,
-                             text=True, timeout=30)
-    assert (checked.stdout + checked.stderr).splitlines() == refused_by_the_parser
-    assert checked.returncode == 1
+    assert faults_found(daemon) == expected
     daemon.start()
     told = [line for line in daemon.log.splitlines() if place in line]
-    assert sorted(told) == sorted(refused_by_the_parser + refused_by_the_relay)
+    assert told == expected
     kept = daemon.sh("-c", "show logging")
     assert all(line in kept for line in told)
     assert daemon.sh("-c", "show running-config") == (
         "ip dhcp relay hops 9\n!\n!\ninterface vlan10\n ip dhcp relay address 192.0.2.1\n!\ninterface vlan11\n"
         " ip dhcp relay address 192.0.2.2\n")
+
+
+def test_a_check_finds_what_the_relay_refuses_and_leaves_the_system_alone(daemon):
+    servers = [f" ip dhcp relay address 192.0.2.{host}" for host in range(1, 6)]
+    lines = ["ip dhcp relay", "interface vlan30", *servers, " ip dhcp relay address 0.0.0.0",
+             " no ip dhcp relay address 192.0.2.9",
+             " ip dhcp relay option61 hex 0x01020304AA address 192.0.2.1",
+             " ip dhcp relay option61 hex 0x01020304BB address 192.0.2.1",
+             f" ip dhcp relay option60 string {'x' * 65} exact-match address 192.0.2.1",
+             "ip dhcp local-relay vlan 4095", "end", "write memory", "reset relay", "logging level error"]
+    daemon.startup.write_text("\n".join(lines) + "\n")
+    place = f"{daemon.startup}:"
+    expected = [
+        f"{place}7: DHCP relay server full: {lines[6].strip()}",
+        f"{place}8: DHCP relay server full: {lines[7].strip()}",
+        f"{place}9: No DHCP relay server on this interface: {lines[8].strip()}",
+        f"{place}11: DHCP relay server exitsted already: {lines[10].strip()}",
+        f"{place}12: Vendor class string must not exceed 64 characters: {lines[11].strip()[:120]}...",
+        f'{place}13: Invalid VLAN list: "4095" is neither a VLAN id from 1 to 4094 nor a range of them such as 20-30: '
+        f"{lines[12]}",
+        f"{place}15: Not possible while a configuration is replayed: write memory"]
+    before = daemon.startup.read_text()
+    for _ in range(2):  # also while a daemon runs, which has the relay's port
+        assert faults_found(daemon) == expected
+        if daemon.process is None:
+            daemon.start()
+    assert [line for line in daemon.log.splitlines() if place in line] == expected
+    assert daemon.startup.read_text() == before and os.listdir(daemon.startup.parent) == [daemon.startup.name]
+
+
+def test_names_of_devices_are_known_to_a_check(daemon):
+    daemon.namespace.ip("link add uplink type bridge")
+    switch = daemon.folder / "switch.toml"
+    switch.write_text('[[interface]]\nvlan = 40\ndevice = "uplink"\n')
+    daemon.startup.write_text("interface uplink\n ip dhcp relay address 192.0.2.1\ninterface downlink\n")
+    expected = [f'{daemon.startup}:3: invalid input at "downlink", column 11: interface downlink']
+    assert faults_found(daemon, "--switch", switch) == expected
+    daemon.start("--switch", switch)
+    assert [line for line in daemon.log.splitlines() if str(daemon.startup) in line] == expected
+
+
+def test_settings_in_force_are_no_faults(daemon):
+    lines = ["ip dhcp relay hops 4", "ip dhcp relay hops 9", "ip dhcp relay hops 9", "ip dhcp relay",
+             "ip dhcp relay", "ip dhcp relay information policy replace", "ip dhcp relay information option",
+             "ip dhcp relay information option", "interface vlan30", *[" ip dhcp relay address 192.0.2.1"] * 2,
+             *[' ip dhcp relay option60 string "a b" exact-match address 192.0.2.1'] * 2,
+             " ip dhcp relay option61 hex 0xABC address 192.0.2.1",
+             " ip dhcp relay option61 hex 0x0abc address 192.0.2.1"]
+    daemon.startup.write_text("\n".join(lines) + "\n")
+    assert faults_found(daemon) == []
+    daemon.start()
+    assert re.fullmatch(QUIET_START, daemon.log)
+    running = daemon.sh("-c", "show running-config")
+    assert daemon.sh("-c", "copy startup-config running-config") == ""
+    assert daemon.sh("-c", "show running-config") == running
+    # What cannot be had is told as ever.
+    daemon.configure(["interface vlan30", "no ip dhcp relay address", "no ip dhcp relay option61",
+                      *[f"ip dhcp relay address 192.0.2.{host}" for host in range(5, 9)]], status=1)
+    assert daemon.sh("-c", "copy startup-config running-config", status=1) == "".join(
+        f"% {daemon.startup}:{number}: DHCP relay server full: ip dhcp relay address 192.0.2.1\n"
+        for number in (10, 11))
 
 
 # ---- Reset, copy, erase, ranges ----

@@ -102,7 +102,7 @@ def check(folder, text):
     """(exit status, lines) of ravod --check with this switch description."""
     (folder / "switch.toml").write_text(text)
     result = subprocess.run([BUILD / "ravod", "--check", "--switch", "switch.toml"], cwd=folder, text=True,
-                            capture_output=True, timeout=30)
+                            capture_output=True, timeout=60)
     return result.returncode, result.stderr.splitlines()
 
 
@@ -125,7 +125,7 @@ def test_the_manuals_faults_read_as_it_says(tmp_path):
 
 @pytest.mark.parametrize("program, page", [("ravod", "ravod.8"), ("ravosh", "ravosh.1")])
 def test_the_manual_has_every_option(program, page):
-    printed = subprocess.run([BUILD / program, "--help"], text=True, capture_output=True, timeout=30).stdout
+    printed = subprocess.run([BUILD / program, "--help"], text=True, capture_output=True, timeout=60).stdout
     manual = (REPOSITORY / "docs/man" / page).read_text().replace("\\-", "-")
     options = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", printed))
     assert len(options) >= 3

@@ -43,11 +43,11 @@ def start(bare_lab):
 
 
 def filters(lab, device):
-    return lab.switch.run("tc", "filter", "show", "dev", device, "ingress").stdout
+    return lab.switch.look("tc", "filter", "show", "dev", device, "ingress")
 
 
 def has_place_for_filters(lab, device):
-    return "clsact" in lab.switch.run("tc", "qdisc", "show", "dev", device).stdout
+    return "clsact" in lab.switch.look("tc", "qdisc", "show", "dev", device)
 
 
 def statistics(relay):
@@ -73,6 +73,11 @@ def test_server_on_the_vlan_hears_one_discover_the_stamped_one(bare_lab, server,
     assert (seen["received"], seen["rebroadcast"], seen["sent"]) == (2, 2, 2)
     # The ordinary decisions see the message as it was sent again, with option 82 from an interface that is not trusted.
     assert {word: count for word, count in seen["outcomes"].items() if count} == {"untrusted-option82": 2}
+    lines = relay.sh(f"show ip dhcp relay client {client.mac}").splitlines()
+    assert [line.endswith("untrusted-option82 (option 82 from a client on an untrusted interface), broadcast again "
+                          "locally before") for line in lines[1:]] == [True, True]
+    told = json.loads(relay.sh(f"show ip dhcp relay client {client.mac} | json"))["messages"]
+    assert [each["rebroadcast"] for each in told] == [True, True]
 
 
 def test_without_the_trap_the_bridge_forwards_the_client_too(bare_lab, server, start):
@@ -82,8 +87,8 @@ def test_without_the_trap_the_bridge_forwards_the_client_too(bare_lab, server, s
     relay.configure(*LOCAL_RELAY)
     with bare_lab.capture(server.host) as at_server:
         client.send(broadcast(message("DISCOVER", mac=client.mac, xid=7), client.mac))
-        wait_for(lambda: len(at_server.dhcp("DISCOVER", xid=7)) == 2, 5, "two copies")
-        wait_for(lambda: statistics(relay)["rebroadcast"] == 1, 5, "local broadcast in the books")
+        wait_for(lambda: len(at_server.dhcp("DISCOVER", xid=7)) == 2, 30, "two copies")
+        wait_for(lambda: statistics(relay)["rebroadcast"] == 1, 30, "local broadcast in the books")
     stamped = [packet.dhcp.relay_information is not None for packet in at_server.dhcp("DISCOVER", xid=7)]
     assert sorted(stamped) == [False, True]
     assert filters(bare_lab, "swp1") == ""
@@ -118,17 +123,31 @@ def test_trap_goes_with_the_relay(bare_lab, start):
     assert "device swp1 still had the trap of a relay that ended without removing it" in relay.log
 
 
+def test_crash_leaves_a_place_for_filters_that_was_there_before(bare_lab, start):
+    lab = bare_lab
+    lab.switch.run("tc", "qdisc", "add", "dev", "swp1", "clsact")
+    try:
+        relay = start(TRAP, startup_config="ip dhcp relay\n")
+        assert relay.stop(signal.SIGKILL) != 0
+        assert has_place_for_filters(lab, "swp1") and has_place_for_filters(lab, "swp2")
+        start()
+        assert filters(lab, "swp1") == ""
+        assert has_place_for_filters(lab, "swp1") and not has_place_for_filters(lab, "swp2")
+    finally:
+        lab.switch.run("tc", "qdisc", "del", "dev", "swp1", "clsact")
+
+
 def test_trap_follows_ports_and_the_description(bare_lab, start):
     lab = bare_lab
     relay = start(TRAP, startup_config="ip dhcp relay\n")
     assert "0x7261766f" in filters(lab, "swp2")
     lab.switch.ip("link set swp2 nomaster")
-    wait_for(lambda: filters(lab, "swp2") == "", 5, "trap removed from what is no port")
+    wait_for(lambda: filters(lab, "swp2") == "", 30, "trap removed from what is no port")
     lab.switch.ip("link set swp2 master vlan20")
-    wait_for(lambda: "0x7261766f" in filters(lab, "swp2"), 5, "trap on the port that came back")
+    wait_for(lambda: "0x7261766f" in filters(lab, "swp2"), 30, "trap on the port that came back")
     relay.switch_file.write_text('[[port]]\ndevice = "swp2"\nmodule = 1\nport = 2\ntrap = false\n' + TRAP)
     relay.process.send_signal(signal.SIGHUP)
-    wait_for(lambda: filters(lab, "swp2") == "", 5, "trap removed as described")
+    wait_for(lambda: filters(lab, "swp2") == "", 30, "trap removed as described")
     assert "0x7261766f" in filters(lab, "swp1")
     lab.switch.ip("link set swp2 nomaster", "link set swp2 master vlan10")
 
@@ -152,7 +171,19 @@ def test_configuration_is_printed_saved_and_replayed(bare_lab, start):
     assert [iface["local_relay"] for iface in settings["interfaces"] if iface["name"] == "vlan10"] == [False]
 
 
-@pytest.mark.parametrize("bad, item", [("10,x", "x"), ("10,4095", "4095"), ("0", "0"), ("30-20", "30-20"),
+def test_list_of_all_vlans_can_be_typed_in_as_it_is_printed(bare_lab, start):
+    relay = start()
+    relay.configure("ip dhcp local-relay vlan 1-4094", "ip dhcp local-relay")
+    before = relay.running_config()
+    line = next(line for line in before.splitlines() if line.startswith("ip dhcp local-relay vlan "))
+    assert line.split()[-1] == ",".join(map(str, range(1, 4095)))
+    relay.configure("no ip dhcp local-relay vlan 1-4094")
+    relay.configure(line)
+    assert relay.running_config() == before
+
+
+@pytest.mark.parametrize("bad, item", [("10,x", "x"), ("10-", "10-"), ("-10", "-10"), ("10,20,", ""), (",", ""),
+                                       ("10--20", "10--20"), ("10-20-30", "10-20-30"), ("4294967306", "4294967306"), ("10,4095", "4095"), ("0", "0"), ("30-20", "30-20"),
                                        ("10,,20", "")])
 def test_bad_list_is_named_and_nothing_of_it_applied(bare_lab, start, bad, item):
     relay = start()
@@ -169,5 +200,5 @@ def test_interface_that_does_not_ask_for_it(bare_lab, server, start):
     relay = start()
     relay.configure(*LOCAL_RELAY[:3])
     client.send(broadcast(message("DISCOVER", mac=client.mac, xid=8), client.mac))
-    wait_for(lambda: statistics(relay)["received"] == 1, 5, "message in the books")
+    wait_for(lambda: statistics(relay)["received"] == 1, 30, "message in the books")
     assert statistics(relay)["rebroadcast"] == 0

@@ -8,10 +8,11 @@ from pathlib import Path
 
 import pytest
 
+from ravolab.process import wait_for
 from ravolab.relay import BUILD
 
 RAVOD = BUILD / "ravod"
-LIMIT = 30  # seconds for anything to happen
+LIMIT = 60  # seconds for anything to happen
 VERSION = (Path(__file__).resolve().parents[2] / "VERSION").read_text().strip()
 
 
@@ -218,14 +219,15 @@ def test_startup_configuration_that_does_not_exist_yet(start, tmp_path):
 
 def test_hangup_reads_the_switch_description_again(start, tmp_path):
     switch = tmp_path / "switch.toml"
-    daemon = start(watchdog=200_000)
+    daemon = start()
 
     def hang_up():
+        """What the daemon tells about it, one line."""
+        before = len(daemon.lines())
         daemon.process.send_signal(signal.SIGHUP)
-        # The first may have been on its way already; by the second the signal has been served.
-        daemon.hear("WATCHDOG=1")
-        daemon.hear("WATCHDOG=1")
-        return daemon.lines()[-1]
+        wait_for(lambda: len(daemon.lines()) > before, LIMIT, "line about the switch description")
+        told, = daemon.lines()[before:]
+        return told
 
     switch.write_text('[[port]]\ndevice = "swp1"\nmodule = 1\nport = 1\n')
     assert hang_up() == "ravod: switch description read again: 1 ports, 0 interfaces"

@@ -274,8 +274,9 @@ def test_a_client_cannot_play_the_server(stage):
     stage.configure()
     host, request = asked(stage)
     rogue = stage.lab.client(2)
-    stage.ask(rogue, "OFFER", op=2, mac=host.mac, xid=request.dhcp.xid,
-              options=[(82, request.dhcp.relay_information.raw)])
+    forged_reply = stage.ask(rogue, "OFFER", op=2, mac=host.mac, xid=request.dhcp.xid,
+                             options=[(82, request.dhcp.relay_information.raw)])
+    stage.delivered(forged_reply, host)
     stage.fence_replies(rogue)
     assert [packet.src_mac for packet in stage.replies(host, request.dhcp.xid)] == [rogue.mac]
     assert transactions(stage.relay)[request.dhcp.xid] == (1, 1)

@@ -3,7 +3,7 @@
 import pytest
 from ravolab import Dhclient, Kea, Udhcpc
 from ravolab.decode import option82
-from vlan_lab import SLOWLY, discovers
+from vlan_lab import discovers
 
 
 @pytest.fixture(scope="module")
@@ -26,7 +26,7 @@ def test_lease(lab, relay, served, attached, client, port, tag, vlan):
     """The client gets its lease; what it asked reached the server once, with the VLAN and port it came from."""
     host = attached(port, tag)
     with lab.capture(host) as at_client, lab.capture(lab.server_host(2)) as at_server:
-        lease = host.run(client, **({"options": SLOWLY} if client is Udhcpc else {}))
+        lease = host.run(client)
     assert lease.address.startswith(f"10.{vlan}.0.") and served.owns(lease.address)
     assert lease.router == f"10.{vlan}.0.1"
     heard = discovers(at_server, host, sent=False) + at_server.dhcp("REQUEST", mac=host.mac)

@@ -6,13 +6,13 @@ import signal
 import pytest
 from ravolab import Dnsmasq, Udhcpc, wait_for
 from ravolab.decode import option82
-from vlan_lab import SLOWLY, discovers
+from vlan_lab import discovers
 
 TRAP_HANDLE = "0x7261766f"
 
 
 def filters(lab, device):
-    return lab.switch.run("tc", "filter", "show", "dev", device, "ingress").stdout
+    return lab.switch.look("tc", "filter", "show", "dev", device, "ingress")
 
 
 @pytest.fixture
@@ -24,7 +24,7 @@ def trapped(lab, relay):
         relay.switch_file.write_text(text)
         relay.process.send_signal(signal.SIGHUP)
         for port in ("swp1", "swp2", "swp3"):
-            wait_for(lambda: (TRAP_HANDLE in filters(lab, port)) == trap_is_set, 5, f"change of the trap on {port}")
+            wait_for(lambda: (TRAP_HANDLE in filters(lab, port)) == trap_is_set, 30, f"change of the trap on {port}")
 
     lab.bridge("vlan add dev swp2 vid 10 pvid untagged")
     host.namespace.ip("addr add 10.10.0.250/24 dev eth0")
@@ -52,7 +52,7 @@ def test_trap(lab, trapped, attached):
     for port, tag in ((1, None), (3, 10)):
         host = attached(port, tag)
         with lab.capture(host) as at_client, lab.capture(trapped.host) as at_server:
-            lease = host.run(Udhcpc, options=SLOWLY)
+            lease = host.run(Udhcpc)
         assert trapped.owns(lease.address)
         assert trapped.leases()[host.mac] == lease.address
         heard = discovers(at_server, host, sent=False)

@@ -1,5 +1,7 @@
 """Which VLAN and port a message belongs to where the kernel has VLANs, with messages made byte by byte."""
 
+import signal
+
 import pytest
 from ravolab import Vlan
 
@@ -115,7 +117,8 @@ def test_port_leaves_the_bridge_and_comes_back_elsewhere(stage, host):
     before = stage.outcomes()
     stage.lab.switch.ip("link set swp2 nomaster")
     stage.wait_port(2, 0)
-    lost = stage.ask_tagged(host, None)
+    lost = stage.ask_in_vain(host)
+    stage.outcomes()  # told behind whatever the relay makes of that message
     try:
         stage.lab.switch.ip("link set swp2 master br0")
         stage.lab.bridge("vlan add dev swp2 vid 10 pvid untagged")
@@ -147,6 +150,93 @@ def test_interface_comes_and_goes(stage, host):
     stage.check_dropped(host, 31, then=10)
 
 
+@pytest.fixture
+def unaware(stage):
+    """Makes the bridge ignore VLANs, or heed them again as it does at the end of the test."""
+    def filtering(on):
+        stage.lab.switch.ip(f"link set br0 type bridge vlan_filtering {on}")
+
+    yield lambda: filtering(0), lambda: filtering(1)
+    filtering(1)
+
+
+# A bridge that ignores VLANs floods what clients send to the servers' ports too, and its VLAN 99 leaves there with a
+# tag: what the relay made of a message is asked of its recorder.
+
+@on_port(3)
+def test_bridge_that_stops_to_heed_vlans(stage, host, unaware):
+    """Then every tag reaches the bridge from every port, and a frame without one ends at the bridge itself. The
+    relay goes by the kernel's word at once, both ways, and knows the ports' VLANs again."""
+    ignore, heed = unaware
+    access = stage.lab.client(1)
+    stage.check_ends(host, (10, 10, "relayed"), (None, 0, "unknown-vlan"))
+    stage.check_ends(access, (None, 10, "relayed"), (20, 20, "unknown-vlan"))
+    ignore()
+    stage.wait_relayed(access, 20)  # no member of VLAN 20, which nobody asks now
+    stage.check_ends(access, (20, 20, "relayed"), (10, 10, "relayed"), (10 | PRIORITY, 10, "relayed"),
+                     (31, 31, "unknown-vlan"), (None, 0, "unknown-vlan"), (PRIORITY, 0, "unknown-vlan"))
+    stage.check_ends(host, (20, 20, "relayed"), (None, 0, "unknown-vlan"))
+    heed()
+    stage.wait_dropped(access, 20)
+    stage.check_ends(access, (None, 10, "relayed"), (20, 20, "unknown-vlan"))
+    stage.check_ends(host, (10, 10, "relayed"), (None, 0, "unknown-vlan"))
+    stage.check_passes(host, 20, tag=20, back=20)
+
+
+@on_port(3)
+def test_bridge_without_vlans_that_is_an_interface(stage, host, unaware):
+    """Untagged frames are the bridge's own then, also from a port whose PVID has another interface."""
+    ignore, heed = unaware
+    lab, relay = stage.lab, stage.relay
+    access = lab.client(1)
+    described = relay.switch_file.read_text()
+    lab.switch.ip("addr add 10.31.0.1/24 dev br0")
+    try:
+        relay.switch_file.write_text(described + '[[interface]]\nvlan = 31\ndevice = "br0"\n')
+        relay.process.send_signal(signal.SIGHUP)
+        stage.wait_interface(31, "br0")
+        relay.configure("interface vlan 31", "ip dhcp relay address 192.0.2.11")
+        stage.check_ends(access, (None, 10, "relayed"))
+        stage.check_ends(host, (None, 0, "unknown-vlan"), (20, 20, "relayed"))
+        ignore()
+        stage.wait_relayed(host, None)
+        stage.check_ends(access, (None, 31, "relayed"), (PRIORITY, 31, "relayed"), (20, 20, "relayed"))
+        stage.check_ends(host, (None, 31, "relayed"), (10, 10, "relayed"))
+        heed()
+        stage.wait_dropped(host, None)
+        stage.check_ends(access, (None, 10, "relayed"))
+    finally:
+        relay.switch_file.write_text(described)
+        relay.process.send_signal(signal.SIGHUP)
+        stage.wait_interface(31, None)
+        lab.switch.ip("addr del 10.31.0.1/24 dev br0")
+
+
+@on_port(3)
+def test_interface_without_a_port(stage, host):
+    """A VLAN that no port is in: its interface is there all the same, and works from the moment a port joins."""
+    lab = stage.lab
+    lab.bridge("vlan add dev br0 vid 35 self")
+    lab.switch.ip("link add link br0 name br0.35 address 02:00:00:00:35:01 type vlan id 35",
+                  "link set br0.35 up", "addr add 10.35.0.1/24 dev br0.35")
+    lab.vlans[35] = Vlan(35, "10.35.0.1", "02:00:00:00:35:01", [])
+    try:
+        stage.wait_interface(35, "br0.35")
+        stage.relay.configure("interface vlan 35", "ip dhcp relay address 192.0.2.11")
+        stage.check_dropped(host, 35, then=10)
+        lab.bridge("vlan add dev swp3 vid 35")
+        stage.wait_relayed(host, 35)
+        stage.check_passes(host, 35, tag=35, back=35)
+        lab.bridge("vlan del dev swp3 vid 35")
+        stage.wait_dropped(host, 35)
+        stage.check_dropped(host, 35, then=10)
+    finally:
+        del lab.vlans[35]
+        lab.switch.ip("link del br0.35")
+        lab.bridge("vlan del dev br0 vid 35 self")
+    stage.wait_interface(35, None)
+
+
 @on_port(3)
 def test_bridge_is_made_again(stage, host):
     """Its ports and VLAN devices go with it; what comes in its place works as before."""
@@ -156,6 +246,7 @@ def test_bridge_is_made_again(stage, host):
                   "vlan_default_pvid 0", "link set br0 up")
     lab.set_up_bridge()
     lab.set_up_bridge_interfaces()
+    lab.switch.wait_up("swp1", "swp2", "swp3", "swp9", "swp10", "vlan10", "up20", "vlan99")
     for vlan, device in ((10, "vlan10"), (20, "up20"), (99, "vlan99")):
         stage.wait_interface(vlan, device)
     lab.configure(stage.relay, 10, 20)

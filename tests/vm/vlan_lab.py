@@ -27,8 +27,6 @@ ADDRESSES = {vlan: f"10.{vlan}.0.1" for vlan in (10, 20, 30, 40)} | {UPLINK_VLAN
 CLIENT_VLANS = {1: 10, 2: 20, 3: 10, 4: 40, 5: 30}  # by port, the one that its host is in first
 SERVERS = {1: "192.0.2.11", 2: "192.0.2.12"}
 
-SLOWLY = ["-t", "10", "-T", "10"]  # udhcpc asks every 10 seconds: emulated servers take their time
-
 
 def vlan_mac(vlan):
     return f"02:00:00:00:{vlan:02d}:01"
@@ -59,6 +57,8 @@ class VlanLab(Lab):
                               f"02:00:00:00:99:1{number}", address)
             self.set_up_bridge()
             self.set_up_interfaces()
+            self.switch.wait_up(*(host.port_device for host in (*self.clients.values(), *self.server_hosts.values())),
+                                *DEVICES.values())
         except BaseException:
             self.close()
             raise
@@ -153,7 +153,7 @@ class VlanStage(Stage):
         """Since `before` so many messages ended, in these ways and no others."""
         after = wait_for(lambda: (now := self.outcomes())
                          and sum(now.values()) >= sum(before.values()) + sum(expected.values()) and now,
-                         5, "messages in the books")
+                         30, "messages in the books")
         changes = {word: count - before.get(word, 0) for word, count in after.items() if count != before.get(word, 0)}
         assert changes == {word.replace("_", "-"): count for word, count in expected.items()}
 
@@ -165,16 +165,43 @@ class VlanStage(Stage):
         self.check_ended(before, unknown_vlan=len(lost), relayed=1)
         assert [self.seen("server1", sent.xid) for sent in lost] == [[]] * len(lost)
 
+    def recorded(self, host, tag):
+        """Send a message with that tag; what the recorder tells of it. It is there once."""
+        sent = self.ask_tagged(host, tag)
+        rows = wait_for(lambda: [row for row in self.messages(host) if row["xid"] == f"0x{sent.xid:08x}"], 5,
+                        "message in the recorder")
+        assert len(rows) == 1
+        return rows[0]
+
+    def check_ends(self, host, *expected):
+        """For each (tag, vlan, outcome): a message with that tag ends so, known to have come in on the host's port and
+        in that VLAN, 0 for none."""
+        for tag, vlan, outcome in expected:
+            row = self.recorded(host, tag)
+            assert (tag, row.get("vlan", 0), row["outcome"], row["port"]) == (tag, vlan, outcome, f"1/{host.port}")
+
+    def wait_relayed(self, host, tag, relayed=True):
+        """Send messages with that tag until one is relayed, or until one is not: a change of the bridge, which no
+        command shows, has come to the relay."""
+        wait_for(lambda: (self.recorded(host, tag)["outcome"] == "relayed") == relayed, 10,
+                 f"change of VLAN {tag} on {host}")
+
+    def wait_dropped(self, host, tag):
+        self.wait_relayed(host, tag, relayed=False)
+
+    def messages(self, host):
+        return json.loads(self.relay.sh(f"show ip dhcp relay client {host.mac} | json"))["messages"]
+
     def wait_port(self, port, pvid):
         """Wait until the relay knows that PVID of a port of module 1; 0: none, or that the port is none now."""
         def known():
             rows = json.loads(self.relay.sh("show interfaces brief | json"))["interfaces"]
             return pvid == next((row.get("pvid", 0) for row in rows if row["ifindex"] == 5120 + port), 0)
-        wait_for(known, 5, f"PVID {pvid} of port {port}")
+        wait_for(known, 30, f"PVID {pvid} of port {port}")
 
     def wait_interface(self, vlan, device):
         """Wait until the relay has that device as the VLAN's interface; None: no device."""
         def known():
             rows = json.loads(self.relay.sh("show interfaces brief | json"))["interfaces"]
             return device == next((row.get("device") for row in rows if row["ifindex"] == 1024 + vlan), None)
-        wait_for(known, 5, f"interface vlan{vlan} on {device}")
+        wait_for(known, 30, f"interface vlan{vlan} on {device}")

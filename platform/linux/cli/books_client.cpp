@@ -1,6 +1,7 @@
 // Commands that show the flight recorder: the clients seen lately, and the last messages of one of them.
 //
-// The recorder is walked from its newest message on. What is not DHCP at all has no client and is passed over.
+// The recorder is walked from its newest message on. What cannot be read as a message counts for who sent the frame,
+// but makes nobody a client: it may have been a server or another relay.
 #include <map>
 #include <string>
 #include <vector>
@@ -72,13 +73,13 @@ std::vector<seen_client> seen_clients() {
     std::vector<seen_client> out;
     std::map<hardware_address, std::size_t> places;
     platform::books_each_recorded([&](const platform::book_entry &entry) {
-        if (entry.op == 0) return;
+        if (!entry.has_message) return;
         const auto [found, is_new] = places.try_emplace(entry.client, out.size());
         if (is_new) out.push_back({.last = entry});
         seen_client &client = out[found->second];
         ++client.messages;
-        if (entry.op == 1 && client.vlan == 0 && client.port_ifindex == 0) {
-            client.vlan = entry.vlan;
+        if (entry.op != 2 && client.vlan == 0 && client.port_ifindex == 0) {
+            client.vlan = vlan_of(entry);
             client.port_ifindex = entry.port_ifindex;
         }
     });
@@ -88,7 +89,7 @@ std::vector<seen_client> seen_clients() {
 std::vector<platform::book_entry> messages_of_client(const hardware_address &client) {
     std::vector<platform::book_entry> out;
     platform::books_each_recorded([&](const platform::book_entry &entry) {
-        if (entry.op != 0 && entry.client == client) out.push_back(entry);
+        if (entry.client == client) out.push_back(entry);
     });
     return out;
 }

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "channel.h"
 #include "cli/books_clients.h"
 #include "cli/books_text.h"
 #include "cli/json.h"
@@ -33,6 +34,7 @@ void add_counters(json_writer &out, const platform::book_counters &counters) {
 void add_total(json_writer &out) {
     json_open(out, "total", '{');
     add_counters(out, platform::books_total());
+    json_number(out, "lost", static_cast<std::int64_t>(platform::channel_lost()));
     json_close(out, '}');
 }
 
@@ -60,16 +62,19 @@ void add_place(json_writer &out, std::uint16_t vlan, std::uint32_t port) {
 void add_event(json_writer &out, const platform::book_entry &entry) {
     const auto outcome = static_cast<relay_outcome>(entry.outcome);
     json_string(out, "time", time_text_utc(entry.time_us));
-    json_string(out, "op", entry.op == 1 ? "request" : "reply");
+    json_string(out, "op", entry.op == 1 ? "request" : entry.op == 2 ? "reply" : "");
     json_string(out, "type", entry.type == 0 ? "" : platform::message_type_word(entry.type));
     json_string(out, "outcome", platform::outcome_word(outcome));
     json_string(out, "reason", platform::outcome_text(outcome));
 }
 
 void add_option82(json_writer &out, const platform::book_entry &entry) {
-    if (entry.option82_size == 0) return;
+    if (!entry.has_option82) return;
     json_open(out, "option82", '{');
-    json_string(out, "bytes", option82_hex(entry));
+    json_string(out, "bytes", hex_text(option82_kept(entry)));
+    json_number(out, "length", entry.option82_length);
+    if (const auto value = option82_value(entry, 1)) json_string(out, "circuit_id", hex_text(*value));
+    if (const auto value = option82_value(entry, 2)) json_string(out, "remote_id", hex_text(*value));
     if (const auto own = read_relay_information(entry)) {
         json_number(out, "vlan", own->vlan);
         json_number(out, "module", own->module);
@@ -83,13 +88,14 @@ void add_message(json_writer &out, const platform::book_entry &entry) {
     json_open(out, "", '{');
     json_number(out, "number", static_cast<std::int64_t>(entry.number));
     add_event(out, entry);
-    json_string(out, "xid", xid_text(entry.xid));
-    add_place(out, entry.vlan, entry.port_ifindex);
+    if (entry.has_message) json_string(out, "xid", xid_text(entry.xid));
+    add_place(out, vlan_of(entry), entry.port_ifindex);
     json_open(out, "servers", '[');
     for (std::size_t i = 0; i < entry.servers_count && i < entry.servers.size(); ++i)
         json_string(out, "", address_text(entry.servers[i]));
     json_close(out, ']');
     json_number(out, "servers_count", entry.servers_count);
+    json_bool(out, "rebroadcast", entry.rebroadcast);
     if (entry.answered_us >= 0) json_number(out, "answered_us", entry.answered_us);
     add_option82(out, entry);
     json_close(out, '}');

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "books.h"
 #include "cli/books_commands.h"
@@ -41,8 +42,8 @@ struct message_monitor {
 };
 
 bool is_wanted(const monitor_request &wanted, const platform::book_entry &entry) {
-    if (wanted.client && (entry.op == 0 || entry.client != *wanted.client)) return false;
-    if (wanted.vlan != 0 && entry.vlan != wanted.vlan) return false;
+    if (wanted.client && entry.client != *wanted.client) return false;
+    if (wanted.vlan != 0 && vlan_of(entry) != wanted.vlan) return false;
     return wanted.port_ifindex == 0 || entry.port_ifindex == wanted.port_ifindex;
 }
 
@@ -58,10 +59,17 @@ void give_up(message_monitor &monitor, const std::string &why, int result) {
     stream_finish(s, result);
 }
 
+// The tag as it stood in the frame; nothing without one.
+std::vector<std::uint8_t> tag_bytes(const platform::book_tag &tag) {
+    if (tag.protocol == 0) return {};
+    const auto byte = [](int value) { return static_cast<std::uint8_t>(value); };
+    return {byte(tag.protocol >> 8), byte(tag.protocol), byte(tag.tci >> 8), byte(tag.tci)};
+}
+
 void capture(message_monitor &monitor, const platform::book_entry &entry, std::span<const std::uint8_t> frame) {
     if (monitor.capture.size() + frame.size() > monitor.wanted.limit)
         return give_up(monitor, "The capture has reached its size\n", 0);
-    const std::string fault = monitor.capture.write(entry.time_us, frame, entry_line(entry));
+    const std::string fault = monitor.capture.write(entry.time_us, frame, entry_line(entry), tag_bytes(entry.tag));
     if (!fault.empty()) return give_up(monitor, "% " + fault + "\n", 1);
     ++monitor.frames;
 }
@@ -164,7 +172,7 @@ constexpr const char *help_file[] = {monitor_word,
                                      port_word,
                                      number_word,
                                      "Write a capture file on the daemon's host",
-                                     "Its whole path, ending in .pcapng",
+                                     "Its whole path, ending in .pcapng or .pcap",
                                      "End at a size; without it, at 100 megabytes",
                                      "Megabytes",
                                      nullptr};

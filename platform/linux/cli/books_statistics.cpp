@@ -3,6 +3,7 @@
 #include <string>
 
 #include "books.h"
+#include "channel.h"
 #include "cli/books_commands.h"
 #include "cli/books_text.h"
 #include "cli/session.h"
@@ -40,6 +41,9 @@ std::string port_title(std::uint32_t port) {
 
 int show_all(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     print_block(cli, "Total:", platform::books_total());
+    if (const std::uint64_t lost = platform::channel_lost(); lost != 0)
+        cli->print(cli->print_handle, "%llu messages more came faster than they could be read and were lost\n",
+                   static_cast<unsigned long long>(lost));
     for (const std::uint16_t vlan : platform::books_vlans()) {
         cli->print(cli->print_handle, "\n");
         print_block(cli, vlan_title(vlan), platform::books_of_vlan(vlan));
@@ -66,6 +70,7 @@ int show_port(struct cli *cli, int /*argc*/, char **argv) {
 
 int clear(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/) {
     platform::books_clear_counters();
+    platform::channel_forget_lost();
     return 0;
 }
 

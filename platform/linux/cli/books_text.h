@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -45,10 +46,17 @@ struct relay_information {
 };
 // Takes an entry's option 82 apart; none when it is absent or has another form.
 std::optional<relay_information> read_relay_information(const platform::book_entry &entry);
-// The bytes that were kept of an entry's option 82, in hexadecimal digits.
-std::string option82_hex(const platform::book_entry &entry);
+// The bytes that were kept of an entry's option 82.
+std::span<const std::uint8_t> option82_kept(const platform::book_entry &entry);
+// The value of a sub-option of an entry's option 82; none when it is not there or was not kept whole.
+std::optional<std::span<const std::uint8_t>> option82_value(const platform::book_entry &entry, std::uint8_t suboption);
+std::string hex_text(std::span<const std::uint8_t> bytes);  // "0a1b"
 
-// "DISCOVER", "ACK", ...; a DHCP message without a type "request" or "reply", "-" for what is no DHCP message.
+// The VLAN of an entry: of its interface, else of the tag it came with; 0 when neither is known.
+std::uint16_t vlan_of(const platform::book_entry &entry);
+
+// "DISCOVER", "ACK", ...; a DHCP message without a type "request", "reply" or, when it is neither, "message"; "-" for
+// what is no DHCP message.
 std::string message_name(const platform::book_entry &entry);
 
 // What is said of an argument that is no port or no hardware address: one line with its line end.

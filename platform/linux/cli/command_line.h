@@ -85,9 +85,10 @@ std::vector<help_row> session_help(session &s, std::string_view line);
 std::vector<std::string> session_complete(session &s, std::string_view line);
 
 // Replays a file of commands as the start-up configuration: in global configuration mode with full privilege. A line
-// that fails is reported as "FILE:LINE: reason" through report, the rest is applied. check_only: lines are parsed, not
-// run. Returns the number of failing lines; -1 when the file cannot be read (reported too); 0 when it does not exist
-// and optional.
+// that fails is reported as "FILE:LINE: reason" through report, the rest is applied; one that asks for what is in force
+// already has not failed. check_only: finds the same lines, but changes nothing but the relay's data: no sockets are
+// opened and commands of the platform's own are not run. Returns the number of failing lines; -1 when the file cannot
+// be read (reported too); 0 when it does not exist and optional.
 int replay_file(const std::string &path, bool optional, bool check_only,
                 const std::function<void(const std::string &line)> &report);
 

@@ -2,13 +2,15 @@
 //
 // A file is never written in place: its successor is written beside it, brought to the disk, and takes its name in one
 // step; then the folder is brought to the disk too. The predecessor is kept by the same road under its own name.
-// Whoever is killed on the way leaves at most a file ".new" behind, which the next save takes over.
+// Whoever is killed on the way leaves at most a file ".new" behind, which the next save takes over. Where the path is a
+// symbolic link, all this happens where it leads: who links the configuration to a disk wants it there.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -39,6 +41,19 @@ std::string folder_of(const std::string &path) {
     const std::size_t slash = path.rfind('/');
     if (slash == std::string::npos) return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// The file that a path leads to over symbolic links, which need not exist.
+std::string behind_links(std::string path) {
+    constexpr int most_links = 40;  // then opening the file fails too
+    char target[PATH_MAX];
+    for (int i = 0; i < most_links; ++i) {
+        const ssize_t length = readlink(path.c_str(), target, sizeof target);
+        if (length <= 0 || static_cast<std::size_t>(length) == sizeof target) break;
+        const std::string text(target, static_cast<std::size_t>(length));
+        path = text.front() == '/' ? text : folder_of(path) + "/" + text;
+    }
+    return path;
 }
 
 int write_all(int fd, std::string_view text) {
@@ -105,7 +120,8 @@ std::string not_a_file(const std::string &path) {
     return S_ISDIR(status.st_mode) ? "it is a folder" : "it is a device or the like, not a file";
 }
 
-std::string save_file(const std::string &path, std::string_view text) {
+std::string save_file(const std::string &name, std::string_view text) {
+    const std::string path = behind_links(name);
     const std::string fault = not_a_file(path);
     if (!fault.empty()) return path + " cannot be written: " + fault;
     int failed = keep_predecessor(path);
@@ -113,6 +129,13 @@ std::string save_file(const std::string &path, std::string_view text) {
     failed = replace(path, text);
     if (failed != 0) return path + " cannot be written: " + std::strerror(failed) + remedy(failed);
     return {};
+}
+
+std::string erase_file(const std::string &name) {
+    const std::string path = behind_links(name);
+    int failed = unlink(path.c_str()) == 0 ? sync_folder(path) : errno;
+    if (failed == ENOENT) failed = 0;
+    return failed == 0 ? std::string() : path + " cannot be erased: " + std::strerror(failed);
 }
 
 int read_file(const std::string &path, std::size_t limit, std::string *out) {

@@ -75,8 +75,8 @@ constexpr const char *help_reset[] = {"Back to the state after start-up", "The r
                                       nullptr};
 
 constexpr builtin rows[] = {
-    {CLI_MODE_EXEC, lowest_privilege, command_role::platform, {"enable", enable, help_enable, {}}},
-    {CLI_MODE_EXEC, lowest_privilege, command_role::platform, {"disable", disable, help_disable, {}}},
+    {CLI_MODE_EXEC, lowest_privilege, command_role::movement, {"enable", enable, help_enable, {}}},
+    {CLI_MODE_EXEC, lowest_privilege, command_role::movement, {"disable", disable, help_disable, {}}},
     {CLI_MODE_EXEC,
      lowest_privilege,
      command_role::platform,

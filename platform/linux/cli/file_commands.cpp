@@ -1,6 +1,4 @@
 // The running configuration, and the commands that show, save, erase and replay it.
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -72,8 +70,8 @@ int erase(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     if (!fault.empty()) return fail(cli, startup_path() + " cannot be erased: " + fault);
     const session &s = session_of(cli);
     if (s.output.confirm && !s.output.confirm("Erase the startup configuration?")) return 1;
-    if (unlink(startup_path().c_str()) == 0 || errno == ENOENT) return 0;
-    return fail(cli, startup_path() + " cannot be erased: " + std::strerror(errno));
+    const std::string reason = erase_file(startup_path());
+    return reason.empty() ? 0 : fail(cli, reason);
 }
 
 int load(struct cli *cli, int /*argc*/, char ** /*argv*/) {
@@ -94,18 +92,18 @@ constexpr const char *help_write[] = {write_word, nullptr};
 constexpr const char *help_memory[] = {write_word, "As the startup configuration", nullptr};
 constexpr const char *help_erase[] = {write_word, "Erase the startup configuration", nullptr};
 
-constexpr builtin file_row(const char *text, cli_handler handler, const char *const *help) {
-    return {CLI_MODE_EXEC, operator_privilege, command_role::platform, {text, handler, help, {}}};
+constexpr builtin file_row(command_role role, const char *text, cli_handler handler, const char *const *help) {
+    return {CLI_MODE_EXEC, operator_privilege, role, {text, handler, help, {}}};
 }
 
 constexpr builtin rows[] = {
-    file_row("show running-config", show_running, help_show_running),
-    file_row("show startup-config", show_startup, help_show_startup),
-    file_row("copy running-config startup-config", save, help_save),
-    file_row("copy startup-config running-config", load, help_load),
-    file_row("write", save, help_write),
-    file_row("write memory", save, help_memory),
-    file_row("write erase", erase, help_erase),
+    file_row(command_role::platform, "show running-config", show_running, help_show_running),
+    file_row(command_role::platform, "show startup-config", show_startup, help_show_startup),
+    file_row(command_role::startup, "copy running-config startup-config", save, help_save),
+    file_row(command_role::startup, "copy startup-config running-config", load, help_load),
+    file_row(command_role::startup, "write", save, help_write),
+    file_row(command_role::startup, "write memory", save, help_memory),
+    file_row(command_role::startup, "write erase", erase, help_erase),
 };
 
 }  // namespace

@@ -1,7 +1,8 @@
 // Files of commands, replayed in a session of their own.
 //
 // The session starts in the global configuration mode, so that a file is what "show running-config" prints; it may also
-// hold what a person would type. A line that fails is reported with its place and its text, and the others count.
+// hold what a person would type. A line that fails is reported with its place and its text, and the others count. A
+// line that asks for what is in force already is no fault: a configuration can be replayed over itself.
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -72,7 +73,7 @@ void restore_record(replayer &r) {
     const bool entered = now != nullptr && now != r.ifp;
     r.ifp = now;
     const relay_access *relay = platform::relay_data();
-    if (!entered || r.s->check_only || relay == nullptr) return;
+    if (!entered || relay == nullptr) return;
     if (relay->interface_make(now->name) == 0)
         platform::log_line(platform::log_level_error, "no memory for the record of interface %s", now->name);
 }
@@ -84,9 +85,14 @@ std::string replay_line(replayer &r, std::string_view line) {
     line_fault fault;
     int result = run_line(*r.s, line, file_line_limit, &fault);
     if (fault.kind == fault_kind::invalid && r.s->mode == CLI_MODE_EXEC) {
-        // Behind "end" a file may go on with its configuration.
+        // Behind "end" a file may go on with its configuration; a line that is none of it either changes nothing.
         r.s->mode = CLI_MODE_CONFIGURATION;
-        result = run_line(*r.s, line, file_line_limit, &fault);
+        line_fault there;
+        result = run_line(*r.s, line, file_line_limit, &there);
+        if (there.kind == fault_kind::invalid && there.column <= fault.column)
+            r.s->mode = CLI_MODE_EXEC;
+        else
+            fault = there;
     }
     if (fault.kind != fault_kind::none) return reason_of(fault, line, file_line_limit);
     return result == 0 ? std::string() : reason_printed(r.printed, result);
@@ -97,6 +103,7 @@ int replay_text(const std::string &path, std::string_view text, bool check_only,
     replayer r;
     r.s = session_capture(&r.printed, program_privilege, path);
     r.s->mode = CLI_MODE_CONFIGURATION;
+    r.s->replayed = true;
     r.s->check_only = check_only;
     int failed = 0;
     for (std::size_t number = 1; !text.empty(); ++number) {
@@ -116,11 +123,6 @@ int replay_text(const std::string &path, std::string_view text, bool check_only,
 
 int replay_file(const std::string &path, bool optional, bool check_only,
                 const std::function<void(const std::string &line)> &report) {
-    static bool replaying = false;
-    if (replaying) {  // a file that holds "copy startup-config running-config" would never end
-        report(path + ": not read: a configuration is being replayed already");
-        return -1;
-    }
     std::string text;
     const int failed = read_file(path, configuration_limit, &text);
     if (failed == ENOENT && optional) return 0;
@@ -128,10 +130,7 @@ int replay_file(const std::string &path, bool optional, bool check_only,
         report(path + ": cannot be read: " + std::strerror(failed));
         return -1;
     }
-    replaying = true;
-    const int lines = replay_text(path, text, check_only, report);
-    replaying = false;
-    return lines;
+    return replay_text(path, text, check_only, report);
 }
 
 }  // namespace ravo::cli

@@ -13,8 +13,10 @@
 #include <utility>
 
 #include "cli/format.h"
+#include "cli/in_force.h"
 #include "cli/show_json.h"
 #include "log.h"
+#include "nsm.h"
 #include "relay_data.h"
 
 namespace ravo::cli {
@@ -22,6 +24,7 @@ namespace ravo::cli {
 namespace {
 
 constexpr std::size_t history_limit = 100;
+constexpr std::size_t remembered_line_limit = 4096;  // nobody looks for longer ones in a history
 
 void deliver(session &s, std::string_view text) {
     if (!s.gone && s.output.text && s.output.text(text) < 0) s.gone = true;
@@ -96,11 +99,17 @@ line_fault fault_of(const match &found, const std::vector<word> &words, std::str
 
 // ---- Running it ----
 
-int run_for_each_of_range(session &s, cli_handler handler, const std::vector<std::string> &arguments) {
+int run_handler(session &s, const command &what, const std::vector<std::string> &arguments) {
+    const char *const name = s.ifp == nullptr ? nullptr : s.ifp->name;
+    const int result = call_handler(s, what.element->handler, arguments);
+    return result != 0 && s.replayed && in_force(what.element->text, arguments, name) ? 0 : result;
+}
+
+int run_for_each_of_range(session &s, const command &what, const std::vector<std::string> &arguments) {
     int result = 0;
     for (struct interface *each : std::vector<struct interface *>(s.range)) {
         s.ifp = each;
-        const int one = call_handler(s, handler, arguments);
+        const int one = run_handler(s, what, arguments);
         if (result == 0) result = one;
     }
     return result;
@@ -118,21 +127,37 @@ int print_json(session &s, const command &what, const std::vector<std::string> &
     return text.starts_with('%') ? 1 : 0;
 }
 
+bool wants_json(const session &s, const command &what) {
+    // "do" leaves it to the command behind it.
+    return s.filter != nullptr && s.filter->kind == filter_kind::json &&
+           std::string_view(what.element->text) != "do LINE";
+}
+
+// A check has the relay's own commands judge their lines, on settings that nobody uses: all but the one that opens
+// sockets. What the platform's commands do, they do to the system.
+bool is_passed_over(const session &s, const command &what) {
+    return s.check_only &&
+           (what.role == command_role::platform || std::string_view(what.element->text) == "ip dhcp relay");
+}
+
 int run_command(session &s, const choice &chosen, std::string_view line) {
     const command &what = *chosen.found.what;
+    if (wants_json(s, what)) return print_json(s, what, chosen.found.arguments);
+    if (s.replayed && what.role == command_role::startup) {
+        // A file that replays itself would never end, one that saves what it has made so far would lose its rest.
+        (void)emit(s, "% Not possible while a configuration is replayed\n");
+        return 1;
+    }
     if (s.mode == CLI_MODE_INTERFACE && chosen.mode == CLI_MODE_CONFIGURATION) {
         s.mode = CLI_MODE_CONFIGURATION;
         s.ifp = nullptr;
         s.range.clear();
     }
-    if (s.check_only && what.role != command_role::movement) return 0;
+    if (is_passed_over(s, what)) return 0;
     s.rest = display_columns(line, chosen.found.rest);
-    if (what.role != command_role::movement && s.filter != nullptr && s.filter->kind == filter_kind::json)
-        return print_json(s, what, chosen.found.arguments);
-    const cli_handler handler = what.element->handler;
     if (what.role == command_role::relay && what.mode == CLI_MODE_INTERFACE && !s.range.empty())
-        return run_for_each_of_range(s, handler, chosen.found.arguments);
-    return call_handler(s, handler, chosen.found.arguments);
+        return run_for_each_of_range(s, what, chosen.found.arguments);
+    return run_handler(s, what, chosen.found.arguments);
 }
 
 int run_words(session &s, std::string_view line, const std::vector<word> &words, line_fault *fault) {
@@ -190,7 +215,7 @@ std::string_view without_line_end(std::string_view line) {
 
 void remember(session &s, std::string_view line) {
     const std::string_view text = trim(line);
-    if (text.empty() || text.front() == '!') return;
+    if (text.empty() || text.front() == '!' || text.size() > remembered_line_limit) return;
     s.history.emplace_back(text);
     if (s.history.size() > history_limit) s.history.pop_front();
 }
@@ -250,7 +275,7 @@ int run_line(session &s, std::string_view line, std::size_t limit, line_fault *f
 }
 
 int session_run(session &s, std::string_view line) {
-    remember(s, line.substr(0, session_line_limit));
+    remember(s, line);
     line_fault fault;
     const int result = run_line(s, line, session_line_limit, &fault);
     if (fault.kind != fault_kind::none) (void)emit(s, fault_for_terminal(fault, line, session_line_limit, 0));

@@ -19,8 +19,9 @@
 
 namespace ravo::cli {
 
-// Longest line that a session takes, and that a file may hold: one line of a configuration can list all VLANs.
-inline constexpr std::size_t session_line_limit = 4096;
+// Longest line that a session takes, and that a file may hold: one line of a configuration can list all VLANs, and
+// what "show running-config" prints can be typed in again.
+inline constexpr std::size_t session_line_limit = 32768;
 inline constexpr std::size_t file_line_limit = 32768;
 
 // What the handles in a handler's context point to.
@@ -44,7 +45,8 @@ struct session {
     bool exact = false;                          // table walks begin with the row of the key itself
     bool closed = false;                         // it was ended by a command
     bool gone = false;                           // its output cannot be delivered any more
-    bool check_only = false;                     // lines are parsed, only movements are run
+    bool replayed = false;                       // its lines are those of a configuration that is replayed
+    bool check_only = false;                     // only to find the faults: nothing outside the relay's data changes
     std::unique_ptr<line_filter> filter;         // of the command that runs, null without one
     std::unique_ptr<line_filter> stream_filter;  // of the command that goes on
     std::function<int()> stream_stop;            // ends it and returns its result; empty when there is none

@@ -18,9 +18,10 @@ inline constexpr int operator_privilege = 15;
 
 // What a command is to a session, beyond its handler.
 enum class command_role {
-    relay,     // the daemon's: applied to each interface of a range
-    platform,  // the platform's own
-    movement,  // changes nothing but the session's place: runs also when a file is only checked
+    relay,     // about the relay: applied to each interface of a range
+    platform,  // the platform's own: passed over when a file is only checked
+    startup,   // the platform's own, for the startup configuration: may not stand in one
+    movement,  // changes nothing but the session's place and privilege
 };
 
 struct command {

@@ -41,6 +41,8 @@ struct told {
     relay_outcome outcome = OUTCOME_RELAYED;
     std::vector<const char *> servers = {};
     octets option82 = {};
+    bool rebroadcast = false;
+    book_tag tag = {};
 };
 
 void take(const told &what) {
@@ -55,7 +57,8 @@ void take(const told &what) {
         bytes.insert(bytes.end(), what.option82.begin(), what.option82.end());
     }
     bytes.push_back(255);
-    books_open(what.vlan, what.port, {}, bytes);
+    books_open(what.vlan, what.port, {}, bytes, what.tag);
+    if (what.rebroadcast) outcome_record(OUTCOME_REBROADCAST);
     for (const char *server : what.servers) outcome_server(inet_addr(server));
     outcome_record(what.outcome);
     books_close();
@@ -147,6 +150,24 @@ TEST_F(BooksCommands, LocalBroadcastsStandBesideTheOutcomes) {
               "  no-server                         1  the interface has no server for it\n");
 }
 
+// What a session has not read yet is bounded (8 MiB), and a command's whole answer waits at once.
+TEST_F(BooksCommands, AllVlansAndPortsFitIntoOneAnswer) {
+    relay_outcome outcome = OUTCOME_NONE;
+    for (std::uint16_t vlan = 1; vlan <= 4094; ++vlan)
+        for (int i = 0; i < 10; ++i) {
+            outcome = static_cast<relay_outcome>((outcome + 1) % OUTCOMES);
+            take({.vlan = vlan, .port = port_1_1 + vlan % 2047u, .outcome = outcome});
+        }
+    static const relay_access access{};
+    relay_access_register(&access);
+    shell s(2);
+    const std::string text = s.print("show ip dhcp relay statistics");
+    EXPECT_LT(text.size(), std::size_t{8} << 20);
+    EXPECT_THAT(text, testing::HasSubstr("\nVLAN interface vlan4094:\n  received                         10  "));
+    EXPECT_THAT(text, testing::HasSubstr("\nPort 32/63:\n"));
+    EXPECT_LT(s.print("show ip dhcp relay statistics | json").size(), std::size_t{8} << 20);
+}
+
 TEST_F(BooksCommands, ClearingStartsFromNothing) {
     take({});
     shell viewer(14);
@@ -208,7 +229,11 @@ TEST_F(BooksCommands, ClientsMessagesNewestFirst) {
           .outcome = OUTCOME_CIRCUIT_ID,
           .option82 = {1, 6, 0, 4, 0x2C, 0x01, 2, 7, 2, 8, 0, 6, 2, 0, 0, 0, 10, 1}});
     take({.type = 3, .outcome = OUTCOME_POLICY_DROP, .option82 = {1, 2, 0xAB, 0xCD}});
-    take({.type = 0, .vlan = 0, .port = 0, .servers = {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4", "10.0.0.5"}});
+    take({.type = 0,
+          .vlan = 0,
+          .port = 0,
+          .servers = {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4", "10.0.0.5", "10.0.0.6", "10.0.0.7", "10.0.0.8",
+                      "10.0.0.9"}});
     shell s(2);
     for (const char *mac : {"02:00:00:00:00:01", "02-00-00-00-00-01", "0200.0000.0001"}) {
         const std::vector<std::string> lines = lines_of(s.print(std::string("show ip dhcp relay client ") + mac));
@@ -216,10 +241,10 @@ TEST_F(BooksCommands, ClientsMessagesNewestFirst) {
         EXPECT_EQ(lines[0], "Client 02:00:00:00:00:01, newest message first:");
         EXPECT_EQ(without_time(lines[1]),
                   "request 02:00:00:00:00:01 xid 0x0000002a vlan - port -: relayed to 10.0.0.1, 10.0.0.2, 10.0.0.3, "
-                  "10.0.0.4 and 1 more (relayed to servers)");
+                  "10.0.0.4, 10.0.0.5, 10.0.0.6, 10.0.0.7, 10.0.0.8 and 1 more (relayed to servers)");
         EXPECT_EQ(without_time(lines[2]),
                   "REQUEST 02:00:00:00:00:01 xid 0x0000002a vlan 10 port 1/1: policy-drop (option 82 of another "
-                  "relay, policy drop), option 82 0102abcd");
+                  "relay, policy drop), option 82 circuit id abcd");
         EXPECT_THAT(without_time(lines[3]),
                     MatchesRegex("OFFER 02:00:00:00:00:01 xid 0x0000002a vlan 99 port 1/9: circuit-id .reply with "
                                  "another circuit id., [0-9]+\\.[0-9]{3} ms after its request, option 82 VLAN 300 "
@@ -228,6 +253,49 @@ TEST_F(BooksCommands, ClientsMessagesNewestFirst) {
                   "DISCOVER 02:00:00:00:00:01 xid 0x0000002a vlan 10 port 1/1: relayed to 192.0.2.11, 192.0.2.12 "
                   "(relayed to servers)");
     }
+}
+
+// What the channel could not read as a message is shown to who asks for its sender, but makes no client.
+TEST_F(BooksCommands, FramesThatAreNoMessageBelongToTheirSender) {
+    const octets frame = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 2, 0, 0, 0, 0, 7, 8, 0};
+    books_drop(OUTCOME_BAD_UDP_CHECKSUM, 10, port_1_1, frame);
+    take({.op = 3, .type = 0, .client = 7, .outcome = OUTCOME_UNKNOWN_OPERATION});
+    shell s(2);
+    const std::vector<std::string> lines = lines_of(s.print("show ip dhcp relay client 02:00:00:00:00:07"));
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(without_time(lines[1]),
+              "message 02:00:00:00:00:07 xid 0x0000002a vlan 10 port 1/1: unknown-operation (neither request nor "
+              "reply)");
+    EXPECT_EQ(without_time(lines[2]), "- 02:00:00:00:00:07 vlan 10 port 1/1: bad-udp-checksum (wrong UDP checksum)");
+    const std::vector<std::string> clients = lines_of(s.print("show ip dhcp relay client"));
+    ASSERT_EQ(clients.size(), 2u);
+    EXPECT_THAT(clients[1], MatchesRegex("02:00:00:00:00:07    10  1/1    message   unknown-operation .* 1"));
+}
+
+TEST_F(BooksCommands, LocalBroadcastIsToldBesideTheOutcome) {
+    take({.outcome = OUTCOME_UNTRUSTED_OPTION82, .rebroadcast = true});
+    take({.outcome = OUTCOME_REBROADCAST});
+    shell s(2);
+    const std::vector<std::string> lines = lines_of(s.print("show ip dhcp relay client 02:00:00:00:00:01"));
+    ASSERT_EQ(lines.size(), 3u);
+    const std::string head = "DISCOVER 02:00:00:00:00:01 xid 0x0000002a vlan 10 port 1/1: ";
+    EXPECT_EQ(without_time(lines[1]), head + "rebroadcast (broadcast again locally)");
+    EXPECT_EQ(without_time(lines[2]), head +
+                                          "untrusted-option82 (option 82 from a client on an untrusted interface), "
+                                          "broadcast again locally before");
+}
+
+// Where no interface has its VLAN, the tag is what somebody who looks for the message knows.
+TEST_F(BooksCommands, TagIsToldWhereThereIsNoInterface) {
+    take({.vlan = 0, .outcome = OUTCOME_UNKNOWN_VLAN, .tag = {.protocol = 0x8100, .tci = 0xA309}});
+    take({.vlan = 0, .outcome = OUTCOME_UNKNOWN_VLAN, .tag = {.protocol = 0x8100, .tci = 0xA000}});
+    take({.vlan = 20, .tag = {.protocol = 0x8100, .tci = 0xA000}});
+    shell s(2);
+    const std::vector<std::string> lines = lines_of(s.print("show ip dhcp relay client 02:00:00:00:00:01"));
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_THAT(lines[1], testing::HasSubstr(" vlan 20 port 1/1: relayed"));
+    EXPECT_THAT(lines[2], testing::HasSubstr(" vlan - port 1/1: unknown-vlan"));
+    EXPECT_THAT(lines[3], testing::HasSubstr(" vlan 777 port 1/1: unknown-vlan"));
 }
 
 TEST_F(BooksCommands, UnknownClientIsNoError) {
@@ -261,11 +329,72 @@ TEST_F(BooksCommands, TimesAreWhole) {
     EXPECT_EQ(milliseconds_text(1234567), "1234.567");
 }
 
+struct foreign_option {
+    octets data;
+    std::string text;
+};
+
+TEST_F(BooksCommands, OptionsOfOtherRelaysAreTakenApart) {
+    const std::vector<foreign_option> rows = {
+        {{1, 4, 'p', 'o', 'r', 't', 2, 2, 0xAB, 0x01}, "circuit id \"port\" remote id ab01"},
+        {{2, 1, 0}, "remote id 00"},
+        {{5, 4, 10, 0, 0, 1, 152, 0}, "sub-option 5 0a000001 sub-option 152 empty"},
+        {{1, 3, '"', '\\', 'a'}, "circuit id 225c61"},
+        {{1}, "01 (malformed)"},
+        {{1, 2, 0}, "010200 (malformed)"},
+        {{1, 1, 7, 2}, "01010702 (malformed)"},
+        {{1, 6, 0, 4, 10, 0, 1, 3, 2, 8, 0, 6, 2, 0, 0, 0, 10, 1, 5, 1, 9},
+         "circuit id 00040a000103 remote id 00060200"
+         "00000a01 sub-option 5 09"},
+    };
+    for (const foreign_option &row : rows) {
+        ASSERT_TRUE(books_set_recorder(4));
+        take({.option82 = row.data});
+        shell s(2);
+        const std::string text = s.print("show ip dhcp relay client 02:00:00:00:00:01 | exclude newest");
+        EXPECT_EQ(
+            without_time(text),
+            "DISCOVER 02:00:00:00:00:01 xid 0x0000002a vlan 10 port 1/1: relayed (relayed to servers), option 82 " +
+                row.text + "\n");
+    }
+}
+
+TEST_F(BooksCommands, LongOptionsOfOtherRelaysAreCut) {
+    const auto shown = [](std::uint8_t first, std::size_t behind) {
+        EXPECT_TRUE(books_set_recorder(4));
+        octets data = {1, first};
+        data.insert(data.end(), first, 'a');
+        data.insert(data.end(), behind, 0);
+        take({.option82 = data});
+        shell s(2);
+        const std::string text = s.print("show ip dhcp relay client 02:00:00:00:00:01 | exclude newest");
+        return text.substr(text.find(", option 82 "));
+    };
+    EXPECT_EQ(shown(30, 0), ", option 82 circuit id \"" + std::string(30, 'a') + "\"\n");
+    EXPECT_EQ(shown(29, 2), ", option 82 circuit id \"" + std::string(29, 'a') + "\" ...\n");
+    EXPECT_EQ(shown(28, 3), ", option 82 circuit id \"" + std::string(28, 'a') + "\" sub-option 0 empty ...\n");
+    std::string digits;
+    for (int i = 0; i < 30; ++i) digits += "61";
+    EXPECT_EQ(shown(31, 0), ", option 82 circuit id " + digits + "...\n");
+    EXPECT_EQ(shown(250, 0), ", option 82 circuit id " + digits + "...\n");
+}
+
+TEST_F(BooksCommands, EmptyOption82IsTold) {
+    octets bytes(240);
+    bytes[0] = 1;
+    bytes.insert(bytes.end(), {53, 1, 1, 82, 0, 255});
+    books_open(10, port_1_1, {}, bytes);
+    books_close();
+    shell s(2);
+    EXPECT_THAT(s.print("show ip dhcp relay client 00:00:00:00:00:00"), testing::EndsWith(", option 82 empty\n"));
+}
+
 // Only the very form that this relay writes is decoded; anything else, a byte shorter or other, is shown as it is.
 TEST_F(BooksCommands, OnlyOptionsOfThisRelaysFormAreDecoded) {
     const octets own = {1, 6, 0, 4, 10, 0, 1, 3, 2, 8, 0, 6, 2, 0, 0, 0, 10, 1};
     book_entry entry;
-    entry.option82_size = static_cast<std::uint8_t>(own.size());
+    entry.has_option82 = true;
+    entry.option82_length = static_cast<std::uint8_t>(own.size());
     std::copy(own.begin(), own.end(), entry.option82.begin());
     const auto decoded = read_relay_information(entry);
     ASSERT_TRUE(decoded);
@@ -278,9 +407,9 @@ TEST_F(BooksCommands, OnlyOptionsOfThisRelaysFormAreDecoded) {
         EXPECT_FALSE(read_relay_information(other)) << at;
     }
     for (std::uint8_t size = 0; size <= 32; ++size) {
-        entry.option82_size = size;
+        entry.option82_length = size;
         EXPECT_EQ(read_relay_information(entry).has_value(), size == own.size()) << int{size};
-        EXPECT_EQ(option82_hex(entry).size(), 2u * size);
+        EXPECT_EQ(hex_text(option82_kept(entry)).size(), 2u * size);
     }
 }
 
@@ -446,12 +575,14 @@ TEST_F(BooksCommands, StatisticsAsJson) {
         for (std::size_t at; (at = text.find('I')) != std::string::npos;) text.replace(at, 1, indent);
         return head + indent + text + outcomes(indent, OUTCOME_RELAYED);
     };
+    // Lost messages are known in total alone.
+    const auto with_lost = [](std::string text) { return text.insert(text.size() - 1, ",\n    \"lost\": 0"); };
     shell s(2);
     EXPECT_EQ(s.print("show ip dhcp relay statistics vlan 10 | json"), block("  ", "{\n  \"vlan\": 10,\n") + "}\n");
     EXPECT_EQ(s.print("show ip dhcp relay statistics port 1/1 | json"),
               block("  ", "{\n  \"port\": \"1/1\",\n  \"ifindex\": 5121,\n") + "}\n");
     EXPECT_EQ(s.print("show ip dhcp relay statistics | json"),
-              "{\n  \"total\": {\n" + block("    ", "") + "  },\n  \"vlans\": [\n    {\n" +
+              "{\n  \"total\": {\n" + with_lost(block("    ", "")) + "  },\n  \"vlans\": [\n    {\n" +
                   block("      ", "      \"vlan\": 10,\n") + "    }\n  ],\n  \"ports\": [\n    {\n" +
                   block("      ", "      \"port\": \"1/1\",\n      \"ifindex\": 5121,\n") + "    }\n  ]\n}\n");
     EXPECT_EQ(s.run("show ip dhcp relay statistics port 1 | json"), 1);
@@ -516,8 +647,12 @@ TEST_F(BooksCommands, ClientAsJson) {
         "192.0.2.11"
       ],
       "servers_count": 1,
+      "rebroadcast": false,
       "option82": {
         "bytes": "010600040a00010302080006020000000a01",
+        "length": 18,
+        "circuit_id": "00040a000103",
+        "remote_id": "0006020000000a01",
         "vlan": 10,
         "module": 1,
         "port": 3,

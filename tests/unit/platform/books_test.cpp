@@ -222,13 +222,14 @@ TEST_F(Books, SumOfOutcomesIsWhatWasReceived) {
 
 TEST_F(Books, RecorderKeepsWhatTheMessageSays) {
     const octets bytes = message({.options = {82, 4, 1, 2, 0xAB, 0xCD, 0, 53, 1, 3, 255, 82, 1, 9}});
-    books_open(10, port_1_1, frame, bytes);
+    books_open(10, port_1_1, frame, bytes, {.protocol = 0x8100, .tci = 0xA00A});
     outcome_server(0x0100007F);
     outcome_server(0x0200007F);
     outcome_record(OUTCOME_RELAYED);
     books_close();
     ASSERT_EQ(recorded().size(), 1u);
     const book_entry entry = recorded().front();
+    EXPECT_TRUE(entry.has_message);
     EXPECT_EQ(entry.op, 1);
     EXPECT_EQ(entry.type, 3);
     EXPECT_EQ(entry.xid, 0x01020304u);
@@ -237,19 +238,64 @@ TEST_F(Books, RecorderKeepsWhatTheMessageSays) {
     EXPECT_THAT(entry.client, ElementsAre(0x02, 0, 0, 0, 0, 0x0A));
     EXPECT_EQ(entry.outcome, OUTCOME_RELAYED);
     EXPECT_EQ(entry.servers_count, 2);
-    EXPECT_THAT(entry.servers, ElementsAre(0x0100007Fu, 0x0200007Fu, 0u, 0u));
-    EXPECT_EQ(entry.option82_size, 4) << "what stands behind the END option is no option";
+    EXPECT_THAT(entry.servers, ElementsAre(0x0100007Fu, 0x0200007Fu, 0u, 0u, 0u, 0u, 0u, 0u));
+    EXPECT_EQ(entry.tag.protocol, 0x8100);
+    EXPECT_EQ(entry.tag.tci, 0xA00A);
+    EXPECT_FALSE(entry.rebroadcast);
+    EXPECT_TRUE(entry.has_option82);
+    EXPECT_EQ(entry.option82_length, 4) << "what stands behind the END option is no option";
     EXPECT_EQ(octets(entry.option82.begin(), entry.option82.begin() + 4), (octets{1, 2, 0xAB, 0xCD}));
     EXPECT_EQ(entry.answered_us, -1);
     EXPECT_GT(entry.time_us, 1600000000000000);
 }
 
-TEST_F(Books, RecorderKeepsFourServersAndTheNumberOfAll) {
+// The relay takes the first of several for the message's type; so does who reads about it.
+TEST_F(Books, FirstTypeAndFirstOption82Count) {
+    take({.options = {53, 1, 1, 82, 1, 7, 53, 1, 3, 82, 2, 8, 9, 255}}, OUTCOME_RELAYED);
+    EXPECT_EQ(recorded().front().type, 1);
+    EXPECT_EQ(recorded().front().option82_length, 1);
+    EXPECT_EQ(recorded().front().option82[0], 7);
+    take({.options = {53, 1, 0, 53, 1, 3, 255}}, OUTCOME_UNKNOWN_MESSAGE_TYPE);
+    EXPECT_EQ(recorded().front().type, 0);
+    take({.options = {82, 0, 53, 1, 3, 255}}, OUTCOME_RELAYED);
+    EXPECT_TRUE(recorded().front().has_option82) << "empty, and there";
+    EXPECT_EQ(recorded().front().option82_length, 0);
+}
+
+TEST_F(Books, WhatIsNoMessageIsItsSenders) {
+    const octets ethernet = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 2, 0, 0, 0, 0, 9, 8, 0};
+    books_drop(OUTCOME_BAD_UDP_CHECKSUM, 10, port_1_1, ethernet);
+    EXPECT_THAT(recorded().front().client, ElementsAre(2, 0, 0, 0, 0, 9));
+    EXPECT_FALSE(recorded().front().has_message);
+    const octets bytes = message({.op = 3});
+    books_open(10, port_1_1, ethernet, bytes);
+    books_close();
+    EXPECT_THAT(recorded().front().client, ElementsAre(2, 0, 0, 0, 0, 0x0A)) << "the message itself says whose it is";
+    EXPECT_TRUE(recorded().front().has_message);
+    EXPECT_EQ(recorded().front().op, 0);
+    books_drop(OUTCOME_TRUNCATED, 10, port_1_1, std::span(ethernet).first(11));
+    EXPECT_THAT(recorded().front().client, testing::Each(0)) << "too short for an address";
+}
+
+TEST_F(Books, RecorderKeepsThatAMessageWasBroadcastAgain) {
+    const octets bytes = message({});
+    books_open(10, port_1_1, frame, bytes);
+    outcome_record(OUTCOME_REBROADCAST);
+    outcome_record(OUTCOME_UNTRUSTED_OPTION82);
+    books_close();
+    EXPECT_TRUE(recorded().front().rebroadcast);
+    EXPECT_EQ(recorded().front().outcome, OUTCOME_UNTRUSTED_OPTION82);
+    take({}, OUTCOME_NO_SERVER);
+    EXPECT_FALSE(recorded().front().rebroadcast) << "the one before";
+}
+
+// An interface has four servers for a vendor class and four for a client identifier, and a request can choose all.
+TEST_F(Books, RecorderKeepsEightServersAndTheNumberOfAll) {
     const octets bytes = message({});
     books_open(10, port_1_1, frame, bytes);
     for (std::uint32_t server = 1; server <= 300; ++server) outcome_server(server);
     books_close();
-    EXPECT_THAT(recorded().front().servers, ElementsAre(1u, 2u, 3u, 4u));
+    EXPECT_THAT(recorded().front().servers, ElementsAre(1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u));
     EXPECT_EQ(recorded().front().servers_count, 255);
     EXPECT_EQ(books_total().sent, 300u);
 }
@@ -305,7 +351,7 @@ TEST_F(Books, BrokenMessagesAreReadAsFarAsTheyGo) {
         books_close();
         const book_entry entry = recorded().front();
         EXPECT_EQ(entry.op, size >= 236 ? 1 : 0) << size;
-        EXPECT_EQ(entry.option82_size, size >= 245 ? 3 : 0) << size;
+        EXPECT_EQ(entry.option82_length, size >= 245 ? 3 : 0) << size;
         EXPECT_EQ(entry.type, size >= 248 ? 5 : 0) << size;
     }
     for (unsigned claimed = 0; claimed < 256; ++claimed) {
@@ -313,7 +359,8 @@ TEST_F(Books, BrokenMessagesAreReadAsFarAsTheyGo) {
         bytes.resize(bytes.size() + 40, 0x55);
         books_open(10, port_1_1, bytes, bytes);
         books_close();
-        EXPECT_EQ(recorded().front().option82_size, claimed > 40 ? 0u : std::min(claimed, 32u)) << claimed;
+        EXPECT_EQ(recorded().front().has_option82, claimed <= 40) << claimed;
+        EXPECT_EQ(recorded().front().option82_length, claimed > 40 ? 0u : claimed) << claimed;
     }
 }
 

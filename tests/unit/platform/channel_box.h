@@ -4,8 +4,10 @@
 #ifndef TESTS_CHANNEL_BOX_H
 #define TESTS_CHANNEL_BOX_H
 
+#include <algorithm>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +22,7 @@ struct scripted_inventory {
     std::vector<ravo::platform::tap_device> taps;
     // By device and VLAN id; 0 stands for untagged.
     std::map<std::pair<int, std::uint16_t>, ravo::platform::ingress> vlans;
+    std::set<std::uint32_t> interface_addresses;
     std::map<std::uint32_t, int> devices;  // the kernel's numbers by the switch's
     std::function<void()> listener;
 };
@@ -53,13 +56,18 @@ std::vector<tap_device> inventory_taps() {
 
 ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t tag, ingress *out) {
     const auto &box = channel_box::inventory;
-    bool known = false;
-    for (const tap_device &device : box.taps) known = known || device.kernel_ifindex == kernel_ifindex;
-    if (!known) return ingress_result::unknown_port;
+    const auto on = std::find_if(box.taps.begin(), box.taps.end(),
+                                 [=](const tap_device &device) { return device.kernel_ifindex == kernel_ifindex; });
+    if (on == box.taps.end()) return ingress_result::unknown_port;
+    if (on->uplink) return ingress_result::uplink;
     const auto found = box.vlans.find({kernel_ifindex, tagged ? tag : std::uint16_t{0}});
     if (found == box.vlans.end()) return ingress_result::unknown_vlan;
     *out = found->second;
     return ingress_result::ok;
+}
+
+bool inventory_is_interface_address(std::uint32_t address) {
+    return channel_box::inventory.interface_addresses.contains(address);
 }
 
 int inventory_kernel_ifindex(std::uint32_t switch_ifindex) {

@@ -10,6 +10,7 @@
 #include <net/if.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -27,7 +28,7 @@ namespace channel_box {
 
 using channel_frames::octets;
 
-inline constexpr int wait_limit_ms = 5000;
+inline constexpr int wait_limit_ms = 30000;
 
 inline void run(const std::string &command) {
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
@@ -37,11 +38,27 @@ inline int ifindex(const std::string &device) {
     return static_cast<int>(::if_nametoindex(device.c_str()));
 }
 
+// Waits until a device that has been set up passes frames. The kernel sees to that behind the command: until then what
+// is sent out of it is lost, and a bridge does not use it as a port.
+inline void wait_running(const std::string &device) {
+    const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+    ifreq request{};
+    device.copy(request.ifr_name, IFNAMSIZ - 1);
+    for (int waited = 0; waited < wait_limit_ms && (request.ifr_flags & IFF_RUNNING) == 0; ++waited) {
+        EXPECT_EQ(::ioctl(fd, SIOCGIFFLAGS, &request), 0) << std::strerror(errno);
+        if ((request.ifr_flags & IFF_RUNNING) == 0) ::poll(nullptr, 0, 1);
+    }
+    ::close(fd);
+    EXPECT_NE(request.ifr_flags & IFF_RUNNING, 0) << device;
+}
+
 // A port: a device of the box and the far end of its cable.
 inline void add_port(const std::string &device, const std::string &far, int index) {
     run("ip link add " + device + " index " + std::to_string(index) + " type veth peer name " + far);
     run("ip link set " + device + " up");
     run("ip link set " + far + " up");
+    wait_running(device);
+    wait_running(far);
 }
 
 // A packet socket that sends and receives whole frames at a far end, and sees what arrives there.

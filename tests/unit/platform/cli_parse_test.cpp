@@ -251,9 +251,9 @@ TEST(Fault, LinesHaveALimit) {
     shell s;
     s.configure("vlan7");
     const std::string head = "no ip dhcp relay option60 string ";
-    EXPECT_THAT(arguments_of(s, head + std::string(4096 - head.size(), 'x') + "\n"),
-                ElementsAre("string", std::string(4096 - head.size(), 'x')));
-    EXPECT_EQ(s.print(head + std::string(4097 - head.size(), 'x')), "% Line too long: 4097 bytes, at most 4096\n");
+    EXPECT_THAT(arguments_of(s, head + std::string(32768 - head.size(), 'x') + "\n"),
+                ElementsAre("string", std::string(32768 - head.size(), 'x')));
+    EXPECT_EQ(s.print(head + std::string(32769 - head.size(), 'x')), "% Line too long: 32769 bytes, at most 32768\n");
     EXPECT_EQ(s.run(std::string(1 << 20, 'x')), 1);
 }
 

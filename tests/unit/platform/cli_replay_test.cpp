@@ -17,6 +17,7 @@
 #include "cli/configuration.h"
 #include "cli_box.h"
 #include "frame.h"
+#include "log.h"
 #include "relay_access.h"
 #include "relay_data.h"
 
@@ -27,6 +28,7 @@ namespace fs = std::filesystem;
 using cli_box::calls;
 using cli_box::relay_commands;
 using cli_box::shell;
+using ravo::cli::erase_file;
 using ravo::cli::read_file;
 using ravo::cli::replay_file;
 using ravo::cli::running_configuration;
@@ -124,15 +126,27 @@ TEST_F(Configuration, WhatAHandlerSaysIsTheReason) {
     EXPECT_THAT(replay("ip dhcp relay\n"), ElementsAre("1: the command failed (302021): ip dhcp relay"));
 }
 
-TEST_F(Configuration, CheckingRunsNoHandler) {
+TEST_F(Configuration, CheckingHasTheRelayJudgeItsLinesWithoutSockets) {
+    const int level = ravo::platform::log_threshold();
     EXPECT_THAT(replay("ip dhcp relay\ninterface vlan10\n ip dhcp relay address 10.0.0.1\n ip dhcp relay address x\n"
-                       "exit\ndo reset relay\nip dhcp relay hops 17\ninterface range vlan 1-9\n"
-                       " ip dhcp relay information trusted\ndo write memory\n",
+                       "exit\ndo reset relay\nip dhcp relay hops 17\ninterface range vlan 1-2\n"
+                       " ip dhcp relay information trusted\ndo logging level error\nno ip dhcp relay\n",
                        /*check_only=*/true),
                 ElementsAre("4: invalid input at \"x\", column 24: ip dhcp relay address x",
                             "7: invalid input at \"17\", column 20: ip dhcp relay hops 17"));
-    EXPECT_THAT(lines_called(), ElementsAre("interface IFNAME (vlan10)"));
-    EXPECT_FALSE(fs::exists(path_ + ".1"));
+    EXPECT_THAT(lines_called(),
+                ElementsAre("interface IFNAME (vlan10)", "vlan10: ip dhcp relay address A.B.C.D (10.0.0.1)",
+                            "vlan1: ip dhcp relay information trusted", "vlan2: ip dhcp relay information trusted",
+                            "no ip dhcp relay"));
+    EXPECT_EQ(ravo::platform::log_threshold(), level);
+    for (const bool check_only : {false, true})
+        EXPECT_THAT(replay("do disable\nip dhcp relay hops 9\ndo enable\nip dhcp relay hops 8\n", check_only),
+                    ElementsAre("2: invalid input at \"ip\", column 1: ip dhcp relay hops 9"));
+    cli_box::handler_returns = 1;
+    cli_box::handler_prints = "% No such thing\n";
+    for (const bool check_only : {false, true})
+        EXPECT_THAT(replay("ip dhcp relay hops 9\n", check_only),
+                    ElementsAre("1: No such thing: ip dhcp relay hops 9"));
 }
 
 TEST_F(Configuration, ALineMayListAllVlans) {
@@ -149,11 +163,28 @@ TEST_F(Configuration, CommandsOfExecutionModeFollowEnd) {
     EXPECT_EQ(calls.back().mode, CLI_MODE_CONFIGURATION);
 }
 
-TEST_F(Configuration, AFileThatReplaysItselfIsRefused) {
-    EXPECT_THAT(replay("do copy startup-config running-config\nip dhcp relay\n"),
-                ElementsAre(testing::HasSubstr("a configuration is being replayed already")));
-    EXPECT_EQ(calls.size(), 1u);
-    EXPECT_TRUE(replay("ip dhcp relay\n").empty());
+TEST_F(Configuration, ALineOfNeitherModeLeavesTheFileWhereItIs) {
+    EXPECT_THAT(replay("end\nnonsense\nclear ip dhcp relay detail counter\nip dhcp relay hops 17\nip dhcp relay\n"),
+                ElementsAre("2: invalid input at \"nonsense\", column 1: nonsense",
+                            "4: invalid input at \"17\", column 20: ip dhcp relay hops 17"));
+    EXPECT_THAT(lines_called(), ElementsAre("clear ip dhcp relay detail counter", "ip dhcp relay"));
+}
+
+TEST_F(Configuration, AFileNeitherReplaysNorReplacesItself) {
+    const std::string refused = "Not possible while a configuration is replayed";
+    const std::string text =
+        "do copy startup-config running-config\nip dhcp relay hops 3\nend\nwrite memory\nwrite\nwrite erase\n"
+        "copy running-config startup-config\nip dhcp relay hops 4\n";
+    for (const bool check_only : {false, true}) {
+        EXPECT_THAT(
+            replay(text, check_only),
+            ElementsAre("1: " + refused + ": do copy startup-config running-config", "4: " + refused + ": write memory",
+                        "5: " + refused + ": write", "6: " + refused + ": write erase",
+                        "7: " + refused + ": copy running-config startup-config"));
+        EXPECT_EQ(read(path_), text);
+        EXPECT_EQ(calls.size(), 2u);
+        calls.clear();
+    }
 }
 
 TEST_F(Configuration, FilesThatCannotBeRead) {
@@ -196,6 +227,31 @@ TEST_F(Configuration, WhatASaveLeftBehindIsTakenOver) {
     EXPECT_EQ(save_file(path_, "whole\n"), "");
     EXPECT_EQ(read(path_), "whole\n");
     EXPECT_FALSE(fs::exists(path_ + ".new"));
+}
+
+TEST_F(Configuration, ALinkStaysAndTheFileBehindItIsReplaced) {
+    const std::string disk = folder_ + "/disk";
+    fs::create_directory(disk);
+    fs::create_symlink("disk/link", path_);
+    fs::create_symlink(disk + "/config", disk + "/link");
+    EXPECT_EQ(save_file(path_, "one\n"), "") << "where it leads there is nothing yet";
+    EXPECT_EQ(save_file(path_, "two\n"), "");
+    EXPECT_TRUE(fs::is_symlink(path_));
+    EXPECT_FALSE(fs::exists(path_ + ".1"));
+    EXPECT_EQ(read(disk + "/config"), "two\n");
+    EXPECT_EQ(read(disk + "/config.1"), "one\n");
+    EXPECT_EQ(erase_file(path_), "");
+    EXPECT_TRUE(fs::is_symlink(path_));
+    EXPECT_FALSE(fs::exists(disk + "/config"));
+    EXPECT_EQ(erase_file(path_), "") << "nothing is there to be erased";
+    fs::remove_all(disk);
+    EXPECT_EQ(save_file(path_, "x"),
+              folder_ + "/disk/link cannot be written: No such file or directory; its folder does not exist");
+    fs::remove(path_);
+    fs::create_symlink(path_, path_);
+    EXPECT_EQ(save_file(path_, "x"), path_ + ".1 cannot be written: Too many levels of symbolic links");
+    EXPECT_EQ(erase_file(path_), "");
+    EXPECT_FALSE(fs::is_symlink(path_));
 }
 
 TEST_F(Configuration, AnErrorOfASaveSaysWhyAndLeavesTheFile) {
@@ -350,7 +406,9 @@ TEST_F(Running, IsTheRelaysSectionAlone) {
 TEST_F(Running, ComesBackWithTheRecordsThatHaveNoSettings) {
     write("!\ninterface vlan10\n!\ninterface vlan20\n!\nexit\ninterface vlan10\n");
     EXPECT_EQ(replay_file(path_, false, true, [](const std::string &) {}), 0);
-    EXPECT_EQ(made_interfaces, std::vector<std::string>{}) << "only checked";
+    EXPECT_EQ(made_interfaces, (std::vector<std::string>{"vlan10", "vlan20", "vlan10"}))
+        << "a check has the relay judge its lines on the records that there will be";
+    made_interfaces.clear();
     EXPECT_EQ(replay_file(path_, false, false, [](const std::string &) {}), 0);
     EXPECT_EQ(made_interfaces, (std::vector<std::string>{"vlan10", "vlan20", "vlan10"}));
 }

@@ -68,6 +68,18 @@ class InventoryModel : public testing::Test {
         std::sort(names.begin(), names.end());
         return names;
     }
+    std::vector<std::string> uplinks() {
+        (void)model_settle_taps(&model);
+        std::vector<std::string> names;
+        for (const auto &[ifindex, device] : model.devices)
+            if (device.uplink) names.push_back(device.record.name);
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    void address_on(int ifindex, const char *text) {
+        const std::uint32_t value = inet_addr(text);
+        model_apply(&model, address_seen{ifindex, {value, value, 24, 0, false}});
+    }
     // "vlan 10 port 5121", or why not.
     std::string classify(int ifindex, std::uint16_t tag) {
         (void)model_settle_taps(&model);
@@ -77,6 +89,10 @@ class InventoryModel : public testing::Test {
                 return "vlan " + std::to_string(in.vlan) + " port " + std::to_string(in.port_ifindex);
             case ingress_result::unknown_vlan:
                 return "unknown vlan";
+            case ingress_result::uplink:
+                return "uplink port " + std::to_string(in.port_ifindex);
+            case ingress_result::elsewhere:
+                return "elsewhere";
             default:
                 return "unknown port";
         }
@@ -474,6 +490,85 @@ TEST(PortTable, NumbersEnd) {
     EXPECT_EQ(port_table_number(&table, "d5130", 2), 5130U);
 }
 
+// ---- Uplinks: devices of no VLAN over which servers are reached ----
+
+TEST_F(InventoryModel, ADeviceOfNoVlanIsAnUplinkOnceItHasAnAddress) {
+    bridge(2, "vlan10");
+    member(3, "eth1", 2);
+    add(4, "eth0");
+    EXPECT_THAT(uplinks(), IsEmpty());
+    EXPECT_EQ(classify(4, untagged), "unknown port");
+    address_on(4, "192.0.2.1");
+    address_on(2, "10.0.0.1");
+    EXPECT_THAT(uplinks(), ElementsAre("eth0"));
+    EXPECT_THAT(taps(), ElementsAre("eth1")) << "an uplink is no port";
+    EXPECT_EQ(classify(3, untagged), "vlan 10 port 5121") << "and takes no number";
+    EXPECT_EQ(classify(4, untagged), "uplink port 0");
+    EXPECT_EQ(classify(4, 10), "elsewhere");
+    EXPECT_EQ(classify(4, 4095), "elsewhere");
+    model_apply(&model, address_gone{4, model_find(model, 4)->addresses.front()});
+    EXPECT_TRUE(model_settle_taps(&model));
+    EXPECT_THAT(uplinks(), IsEmpty());
+}
+
+TEST_F(InventoryModel, ANicUnderVlanDevicesIsPortAndUplink) {
+    add(2, "eth0");
+    vlan_device(3, "eth0.10", 2, 10);
+    address_on(2, "192.0.2.1");
+    EXPECT_THAT(taps(), ElementsAre("eth0"));
+    EXPECT_THAT(uplinks(), ElementsAre("eth0"));
+    EXPECT_EQ(classify(2, untagged), "uplink port 5121");
+    EXPECT_EQ(classify(2, 10), "vlan 10 port 5121");
+    EXPECT_EQ(classify(2, 20), "unknown vlan");
+}
+
+TEST_F(InventoryModel, ABridgeWithAnAddressIsAnUplinkAndReadsWhatItsPortsDoNot) {
+    bridge(2, "br0");
+    member(3, "eth0", 2);
+    vlan_device(4, "br0.10", 2, 10);
+    address_on(2, "192.0.2.1");
+    EXPECT_THAT(taps(), ElementsAre("eth0"));
+    EXPECT_THAT(uplinks(), ElementsAre("br0"));
+    EXPECT_EQ(classify(3, untagged), "elsewhere");
+    EXPECT_EQ(classify(2, untagged), "uplink port 0");
+    EXPECT_EQ(classify(3, 10), "vlan 10 port 5121");
+    EXPECT_EQ(classify(2, 10), "elsewhere") << "read at the port";
+}
+
+TEST_F(InventoryModel, InterfacesMembersAndOthersThanEthernetAreNoUplinks) {
+    bridge(2, "br0");
+    member(3, "eth0", 2);
+    add(4, "vlan10");
+    add(5, "lo", {.ethernet = false});
+    add(6, "vrf0", {.kind = device_kind::vrf});
+    add(7, "eth1", {.master = 6});
+    for (const int ifindex : {3, 4, 5, 7}) address_on(ifindex, "192.0.2.1");
+    EXPECT_THAT(uplinks(), ElementsAre("eth1"));
+    model_describe(&model, {.ports = {}, .interfaces = {{99, "eth1"}}});
+    EXPECT_THAT(uplinks(), IsEmpty());
+    EXPECT_EQ(classify(7, untagged), "vlan 99 port 5122");
+    model_describe(&model, {});
+    EXPECT_THAT(uplinks(), ElementsAre("eth1"));
+}
+
+TEST_F(InventoryModel, InterfaceAddressesAreKnownAsTheyCome) {
+    const auto knows = [&](const char *text) { return model_is_interface_address(&model, inet_addr(text)); };
+    bridge(2, "vlan10");
+    add(3, "eth0");
+    address_on(2, "10.0.0.1");
+    address_on(3, "192.0.2.1");
+    EXPECT_TRUE(knows("10.0.0.1"));
+    EXPECT_FALSE(knows("192.0.2.1"));
+    address_on(2, "10.0.1.1");
+    EXPECT_TRUE(knows("10.0.1.1"));
+    add(3, "vlan20");
+    EXPECT_TRUE(knows("192.0.2.1"));
+    add(3, "eth0");
+    EXPECT_FALSE(knows("192.0.2.1"));
+    remove(2);
+    EXPECT_FALSE(knows("10.0.0.1"));
+}
+
 // ---- Addresses ----
 
 address_record address(const char *text, bool secondary = false, std::uint8_t scope = 0) {
@@ -481,17 +576,30 @@ address_record address(const char *text, bool secondary = false, std::uint8_t sc
     return {value, value, 24, scope, secondary};
 }
 
-TEST_F(InventoryModel, AddressesStandInTheKernelsOrder) {
+TEST_F(InventoryModel, TheWidestAddressStandsFirst) {
     add(2, "vlan10");
+    const address_record link = address("169.254.0.1", false, 253);
     const address_record first = address("10.0.0.1");
     const address_record second = address("10.0.1.1");
     const address_record extra = address("10.0.0.2", true);
-    const address_record link = address("169.254.0.1", false, 253);
-    for (const address_record &one : {first, extra, second, link}) model_apply(&model, address_seen{2, one});
-    EXPECT_THAT(model_find(model, 2)->addresses, ElementsAre(link, first, second, extra));
+    for (const address_record &one : {link, first, extra, second}) model_apply(&model, address_seen{2, one});
+    EXPECT_THAT(model_find(model, 2)->addresses, ElementsAre(first, second, link, extra));
     model_apply(&model, address_gone{2, first});
     model_apply(&model, address_seen{2, address("10.0.0.2")});
-    EXPECT_THAT(model_find(model, 2)->addresses, ElementsAre(link, second, address("10.0.0.2")));
+    EXPECT_THAT(model_find(model, 2)->addresses, ElementsAre(second, address("10.0.0.2"), link));
+}
+
+TEST_F(InventoryModel, TheWidestAddressStandsFirstInACompleteReadingToo) {
+    add(2, "vlan10");
+    std::vector<inventory_change> all{device_seen{model_find(model, 2)->record}};
+    // As the kernel lists them.
+    for (const address_record &one :
+         {address("169.254.0.1", false, 253), address("10.0.0.1"), address("10.0.1.1"), address("10.0.0.2", true)})
+        all.push_back(address_seen{2, one});
+    model_reconcile(&model, all);
+    EXPECT_THAT(model_find(model, 2)->addresses,
+                ElementsAre(address("10.0.0.1"), address("10.0.1.1"), address("169.254.0.1", false, 253),
+                            address("10.0.0.2", true)));
 }
 
 TEST_F(InventoryModel, AddressChangesMarkTheInterfaceOnly) {
@@ -583,11 +691,18 @@ TEST_F(InventoryModel, RandomChangesEndAsACompleteReadingDoes) {
         if (pick(3) == 0)
             model_apply(&model,
                         vlans_seen{1 + pick(10), {{1, static_cast<std::uint16_t>(1 + pick(4)), false}, {2, 2, true}}});
+        const address_record other = address(pick(2) == 0 ? "10.0.0.1" : "10.0.0.2");
+        if (pick(3) == 0) model_apply(&model, address_seen{1 + pick(10), other});
+        if (pick(3) == 0) model_apply(&model, address_gone{1 + pick(10), other});
+        (void)model_is_interface_address(&model, other.address);
         (void)model_settle_taps(&model);
         if (step % 50 != 0) continue;
 
         inventory_model fresh;
-        for (const auto &[index, device] : model.devices) model_apply(&fresh, device_seen{device.record});
+        for (const auto &[index, device] : model.devices) {
+            model_apply(&fresh, device_seen{device.record});
+            for (const address_record &one : device.addresses) model_apply(&fresh, address_seen{index, one});
+        }
         (void)model_settle_taps(&fresh);
         for (const auto &[index, device] : model.devices) {
             // Which of two claimants came first is history; everything else must agree.
@@ -602,8 +717,14 @@ TEST_F(InventoryModel, RandomChangesEndAsACompleteReadingDoes) {
         const bool contested = std::any_of(model.claimants.begin(), model.claimants.end(),
                                            [](const std::vector<int> &list) { return list.size() > 1; });
         if (contested) continue;
-        for (const auto &[index, device] : model.devices)
+        for (const auto &[index, device] : model.devices) {
             EXPECT_EQ(device.tap, fresh.devices[index].tap) << "step " << step << " device " << index;
+            EXPECT_EQ(device.uplink, fresh.devices[index].uplink) << "step " << step << " device " << index;
+        }
+        for (const char *text : {"10.0.0.1", "10.0.0.2"})
+            EXPECT_EQ(model_is_interface_address(&model, inet_addr(text)),
+                      model_is_interface_address(&fresh, inet_addr(text)))
+                << step;
         ++compared;
     }
     EXPECT_GT(compared, 50);

@@ -24,7 +24,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr auto limit = std::chrono::seconds(20);
+constexpr auto limit = std::chrono::seconds(60);
 
 double cpu_seconds() {
     rusage usage{};
@@ -93,7 +93,7 @@ class Inventory : public testing::Test {
     static std::vector<std::string> tap_names() {
         std::vector<std::string> names;
         for (const tap_device &tap : inventory_taps())
-            names.push_back(tap.name + " " + std::to_string(tap.kernel_ifindex));
+            names.push_back(tap.name + " " + std::to_string(tap.kernel_ifindex) + (tap.uplink ? " uplink" : ""));
         return names;
     }
     static std::string classify(int ifindex, bool tagged = false, std::uint16_t tag = 0) {
@@ -210,7 +210,7 @@ TEST_F(Inventory, RenamedDeviceIsAnotherInterface) {
     EXPECT_EQ(inventory_kernel_ifindex(1064), 1034);
     EXPECT_EQ(classify(5121), "vlan 40 port 5121");
     EXPECT_THAT(events_of("link set vlan40 down\nlink set vlan40 name lan\n"), ElementsAre("delete vlan40"));
-    EXPECT_THAT(tap_names(), ElementsAre("swp2 5122"));
+    EXPECT_THAT(tap_names(), ElementsAre("lan 1034 uplink", "swp2 5122")) << "it keeps its addresses";
 }
 
 TEST_F(Inventory, PortMovesBetweenBridges) {

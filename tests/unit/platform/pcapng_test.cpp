@@ -95,6 +95,22 @@ TEST_F(Pcapng, TsharkReadsFramesTimesAndComments) {
     EXPECT_EQ(file.size(), std::filesystem::file_size(path));
 }
 
+TEST_F(Pcapng, TagStandsInTheFrameAgain) {
+    octets frame(14, 0xFF);
+    frame[12] = 0x08;
+    frame[13] = 0x06;
+    octets out;
+    pcapng_frame(out, 1, frame, "", octets{0x81, 0x00, 0xA0, 0x0A});
+    EXPECT_EQ(octets(out.begin() + 20, out.begin() + 28), (octets{18, 0, 0, 0, 18, 0, 0, 0})) << "both lengths";
+    EXPECT_EQ(octets(out.begin() + 38, out.begin() + 48), (octets{0xFF, 0xFF, 0x81, 0x00, 0xA0, 0x0A, 8, 6, 0, 0}));
+    EXPECT_EQ(out[4], out.size());
+    pcapng_file file;
+    ASSERT_EQ(file.open(path), "");
+    ASSERT_EQ(file.write(1, frame, "tagged", octets{0x81, 0x00, 0xA0, 0x0A}), "");
+    ASSERT_EQ(file.write(1, octets(11, 1), "too short for one", octets{0x81, 0x00, 0xA0, 0x0A}), "");
+    EXPECT_EQ(tshark("-T fields -e frame.len -e vlan.id -e vlan.priority"), "18\t10\t5\n11\t\t\n");
+}
+
 TEST_F(Pcapng, LongCommentsAreCut) {
     pcapng_file file;
     ASSERT_EQ(file.open(path), "");
@@ -126,6 +142,19 @@ TEST_F(Pcapng, CapturesAndEmptyFilesAreReplaced) {
     EXPECT_EQ(contents().size(), head_size);
 }
 
+TEST_F(Pcapng, FileIsOneWritersAtATime) {
+    pcapng_file second;
+    {
+        pcapng_file first;
+        ASSERT_EQ(first.open(path), "");
+        ASSERT_EQ(first.write(1, octets(60), "first"), "");
+        EXPECT_EQ(second.open(path), path + " is being captured to already; name another file");
+        ASSERT_EQ(first.write(2, octets(60), "first again"), "");
+        EXPECT_EQ(tshark("-T fields -e frame.comment"), "first\nfirst again\n");
+    }
+    EXPECT_EQ(second.open(path), "");
+}
+
 TEST_F(Pcapng, OtherFilesStayAsTheyAre) {
     std::ofstream(path) << "precious";
     pcapng_file file;
@@ -151,9 +180,11 @@ TEST_F(Pcapng, WhatIsNoRegularFileIsRefused) {
 
 TEST_F(Pcapng, NamesThatMeanSomethingElseAreRefused) {
     pcapng_file file;
-    for (const char *name : {"a.pcapng", "", "/tmp/x.sh", "/tmp/.pcapng", "/tmp/x.pcapng/"})
-        EXPECT_EQ(file.open(name),
-                  "\"" + std::string(name) + "\" is no file for a capture; give a whole path that ends in .pcapng");
+    for (const char *name : {"a.pcapng", "a.pcap", "", "/tmp/x.sh", "/tmp/.pcapng", "/tmp/.pcap", "/tmp/x.pcapng/",
+                             "/tmp/x.pcapn", ".pcap", "/.pcapng"})
+        EXPECT_EQ(file.open(name), "\"" + std::string(name) +
+                                       "\" is no file for a capture; give a whole path that ends in .pcapng or .pcap");
+    EXPECT_EQ(file.open(folder + "/x.pcap"), "");
     EXPECT_EQ(file.open(folder + "/no/x.pcapng"), "cannot write " + folder + "/no/x.pcapng: No such file or directory");
 }
 

@@ -142,7 +142,7 @@ TEST_F(Trap, AddingAgainChangesNothing) {
     ASSERT_EQ(trap_filter_add(device, &made), 0);
     const std::string before = output_of("tc filter show dev swp1 ingress");
     ASSERT_EQ(trap_filter_add(device, &made), 0);
-    EXPECT_FALSE(made);
+    EXPECT_TRUE(made) << "it was made here before";
     EXPECT_EQ(output_of("tc filter show dev swp1 ingress"), before);
 }
 
@@ -250,6 +250,23 @@ TEST_F(Trap, WhatACrashLeftIsRemoved) {
     EXPECT_THAT(log(), ElementsAre("device swp1 still had the trap of a relay that ended without removing it"));
     trap_remove_stale();
     EXPECT_EQ(log().size(), 1u);
+}
+
+TEST_F(Trap, CrashInThePlaceOfOthersLeavesThatPlace) {
+    run("tc qdisc add dev swp1 clsact");
+    bool own = false;
+    ASSERT_EQ(trap_filter_add(ifindex("swp1"), &own), 0);
+    EXPECT_FALSE(own);
+    EXPECT_FALSE(trap_filter_has_own_qdisc(ifindex("swp1")));
+    EXPECT_FALSE(forwarded({})) << "the mark does not change what the filter does";
+    bool own_of_second = false;
+    ASSERT_EQ(trap_filter_add(ifindex("swp2"), &own_of_second), 0);
+    ASSERT_EQ(trap_filter_add(ifindex("swp2"), &own_of_second), 0);
+    EXPECT_TRUE(trap_filter_has_own_qdisc(ifindex("swp2"))) << "also when put there again";
+    trap_remove_stale();
+    EXPECT_FALSE(trap_filter_exists(ifindex("swp1")));
+    EXPECT_TRUE(has_qdisc("swp1"));
+    EXPECT_FALSE(has_qdisc("swp2"));
 }
 
 // ---- Failure ----
