@@ -3,11 +3,13 @@
 // listeners, and into a ring of the last lines. Target and ring share a threshold, each listener has its own; the
 // lowest of them all is vex_print_threshold, which callers test before they format anything.
 //
-// The crash report comes through here from a signal handler, so nothing on its way to standard error or a file takes a
-// lock or allocates.
+// Under systemd standard error is a stream of the journal, which takes a line's severity from "<4>" at its begin.
+//
+// The crash report comes through here from a signal handler, so nothing on its way to a target allocates.
 #include "log.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -16,11 +18,13 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <list>
 
 #include "log_ring.h"
+#include "log_syslog.h"
 #include "vex_init.h"
 
 int vex_print_threshold = ravo::platform::log_level_warning;
@@ -35,6 +39,7 @@ struct log_target {
     target_kind kind = target_kind::standard_error;
     int fd = STDERR_FILENO;
     std::string path;           // of the file
+    bool journal = false;       // fd is a stream of the journal
     bool at_line_start = true;  // nothing of the current line has been written to fd
     bool fault_told = false;    // a failing file was reported
 };
@@ -100,35 +105,38 @@ void tell_file_fault(int error) {
     (void)write_all(STDERR_FILENO, {line, shown});
 }
 
-// A file's lines begin with the time; standard error shows the text as it stands, since whoever reads it adds the time.
-void write_direct(std::string_view text) {
-    if (target.kind == target_kind::standard_error) {
-        // Nobody is left to tell when standard error itself fails.
-        (void)write_all(target.fd, text);
-        target.at_line_start = text.ends_with('\n');
-        return;
-    }
-    while (!text.empty()) {
-        const std::size_t end = text.find('\n');
-        const std::string_view piece = end == std::string_view::npos ? text : text.substr(0, end + 1);
-        bool good = true;
-        if (target.at_line_start) {
-            std::timespec now{};
-            clock_gettime(CLOCK_REALTIME, &now);
-            char stamp[log_stamp_size];
-            good = write_all(target.fd, {stamp, log_stamp(now, stamp)});
-        }
-        good = good && write_all(target.fd, piece);
-        if (!good) tell_file_fault(errno);
-        target.at_line_start = end != std::string_view::npos;
-        text.remove_prefix(piece.size());
-    }
-}
-
-int syslog_priority(int level) {
+// RFC 3164 section 4.1.1.
+int severity_of(int level) {
     if (level == log_level_start) return LOG_NOTICE;
     if (level < log_level_warning) return LOG_DEBUG;
     return level < log_level_error ? LOG_WARNING : LOG_ERR;
+}
+
+// What stands before a line: in a file the time, in the journal the line's severity, elsewhere nothing, since whoever
+// reads standard error adds the time. Returns whether it could be written.
+bool write_line_start(int level) {
+    char start[log_stamp_size];
+    std::size_t length = 0;
+    if (target.journal) {
+        length = static_cast<std::size_t>(std::snprintf(start, sizeof start, "<%d>", severity_of(level)));
+    } else if (target.kind == target_kind::file) {
+        std::timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        length = log_stamp(now, start);
+    }
+    return write_all(target.fd, {start, length});
+}
+
+void write_direct(int level, std::string_view text) {
+    while (!text.empty()) {
+        const std::size_t end = text.find('\n');
+        const std::string_view piece = end == std::string_view::npos ? text : text.substr(0, end + 1);
+        const bool good = (!target.at_line_start || write_line_start(level)) && write_all(target.fd, piece);
+        // Nobody is left to tell when standard error itself fails.
+        if (!good && target.kind == target_kind::file) tell_file_fault(errno);
+        target.at_line_start = end != std::string_view::npos;
+        text.remove_prefix(piece.size());
+    }
 }
 
 void call_listeners(int level, std::string_view line) {
@@ -146,8 +154,7 @@ void deliver_line(int level, std::string_view line) {
         std::timespec now{};
         clock_gettime(CLOCK_REALTIME, &now);
         log_ring_keep(ring, line, now);
-        if (target.kind == target_kind::syslog && !line.empty())
-            syslog(syslog_priority(level), "%.*s", static_cast<int>(line.size()), line.data());
+        if (target.kind == target_kind::syslog && !line.empty()) syslog_send(severity_of(level), line);
     }
     if (!listeners.empty()) call_listeners(level, line);
 }
@@ -186,8 +193,16 @@ std::string file_fault(const std::string &path, int error) {
            "; name a file in an existing, writable folder, or stderr or syslog";
 }
 
+// Whether standard error is the stream that systemd says it connected to the journal: "DEVICE:INODE".
+bool is_journal() {
+    const char *stream = std::getenv("JOURNAL_STREAM");
+    struct stat own {};
+    if (stream == nullptr || fstat(STDERR_FILENO, &own) != 0) return false;
+    return stream == std::to_string(own.st_dev) + ":" + std::to_string(own.st_ino);
+}
+
 void close_target() {
-    if (target.kind == target_kind::syslog) closelog();
+    if (target.kind == target_kind::syslog) syslog_close();
     if (target.kind == target_kind::file) close(target.fd);
     target = log_target{};
 }
@@ -205,10 +220,11 @@ std::string log_open(const std::string &name, int threshold) {
         chosen.fd = open_file(name);
         if (chosen.fd < 0) return file_fault(name, errno);
     }
+    chosen.journal = chosen.kind == target_kind::standard_error && is_journal();
     close_target();
     target = std::move(chosen);
     tzset();  // here, so that no later line has to read the time zone
-    if (target.kind == target_kind::syslog) openlog("ravod", LOG_PID | LOG_NDELAY, LOG_DAEMON);
+    if (target.kind == target_kind::syslog) syslog_open();
     log_set_threshold(threshold);
     return {};
 }
@@ -254,14 +270,14 @@ std::string_view log_word_of(int threshold) {
 }
 
 void log_text(int level, std::string_view text) {
-    if (target.fd >= 0 && passes(level, threshold_now)) write_direct(text);
+    if (target.fd >= 0 && passes(level, threshold_now)) write_direct(level, text);
     assemble(level, text);
 }
 
 void log_line(int level, const char *format, ...) {
     if (!vex_prints(level)) return;
     // The relay's unfinished line ends here; whatever continues it starts a line of its own.
-    if (target.fd >= 0 && !target.at_line_start && passes(level, threshold_now)) write_direct("\n");
+    if (target.fd >= 0 && !target.at_line_start && passes(level, threshold_now)) write_direct(level, "\n");
     if (pending.level >= 0) finish_pending();
     char line[2048];
     va_list arguments;

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -143,6 +144,43 @@ TEST_F(Log, TooLongALineIsCutButStillEnds) {
     EXPECT_EQ(err->text(), std::string(4094, 'x') + "\n");
     log_line(log_level_error, "%s", std::string(10000, 'y').c_str());
     EXPECT_EQ(err->text(), std::string(4094, 'x') + "\n" + std::string(2046, 'y') + "\n");
+}
+
+// ---- The journal ----
+
+// Names the file that standard error goes to as the journal's stream, as systemd does in a service's environment.
+struct journal_stream {
+    explicit journal_stream(const std::string &name) { setenv("JOURNAL_STREAM", name.c_str(), 1); }
+    ~journal_stream() { unsetenv("JOURNAL_STREAM"); }
+};
+
+std::string device_and_inode(const std::string &path, unsigned more = 0) {
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino + more);
+}
+
+TEST_F(Log, LinesOfTheJournalBeginWithTheirSeverity) {
+    const journal_stream stream(device_and_inode(err->path));
+    EXPECT_EQ(log_open("stderr", log_level_trace), "");
+    print(0, "start\n");
+    print(101, "trace\n");
+    print(103, "warning\n");
+    print(104, "one ");
+    print(104, "failure\ntwo\n");
+    log_line(log_level_error, "own %d", 1);
+    EXPECT_EQ(err->text(), "<5>start\n<7>trace\n<4>warning\n<3>one failure\n<3>two\n<3>own 1\n");
+    EXPECT_THAT(log_recent(), ElementsAre(EndsWith(" start"), EndsWith(" trace"), EndsWith(" warning"),
+                                          EndsWith(" one failure"), EndsWith(" two"), EndsWith(" own 1")));
+}
+
+TEST_F(Log, AnotherStreamIsNotTheJournal) {
+    for (const std::string &name : {device_and_inode(err->path, 1), std::string("1"), std::string()}) {
+        const journal_stream stream(name);
+        EXPECT_EQ(log_open("stderr", log_level_warning), "");
+        print(104, "plain\n");
+    }
+    EXPECT_EQ(err->text(), "plain\nplain\nplain\n");
 }
 
 // ---- The log file ----
