@@ -41,7 +41,7 @@ def test_contents(package):
         "/usr/bin/ravosh": PROGRAM,
         "/usr/lib/sysusers.d/ravo.conf": FILE,
         "/usr/sbin/ravod": PROGRAM,
-        **{f"/usr/share/doc/ravo/{name}": FILE for name in ("README.md", "changelog.gz", "copyright", *documents)},
+        **{f"/usr/share/doc/ravo/{name}": FILE for name in ("README.md", "CHANGELOG.md", "changelog.gz", "copyright", *documents)},
         "/usr/share/man/man1/ravosh.1.gz": FILE,
         "/usr/share/man/man5/switch.toml.5.gz": FILE,
         "/usr/share/man/man8/ravod.8.gz": FILE,
