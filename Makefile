@@ -47,9 +47,10 @@ bench:
 	@lab/check-host bench
 	@packaging/dependencies build lab bench
 	@$(QUIET_CONFIGURE) --preset release -DRAVO_BENCH=ON >/dev/null
-	@cmake --build build
+	@cmake --build build --target all ravo_micro
 	@bench/run $(BENCH_ARGS)
 	@bench/configuration
+	@bench/micro $(MICRO_ARGS)
 
 fuzz:
 	@test -f tests/fuzz/CMakeLists.txt || { echo "make fuzz: not available in this version" >&2; exit 1; }
