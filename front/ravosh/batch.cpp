@@ -89,6 +89,7 @@ struct line_source {
     int fd;
     std::string name;
     std::string read_ahead = {};
+    bool begun = false;
     bool ended = false;
     bool failed = false;
 };
@@ -129,6 +130,8 @@ bool next_line(line_source &source, std::string *line) {
         read_more(source);
     }
     if (line->ends_with('\r')) line->pop_back();
+    // Some editors begin a file with a mark that it is UTF-8, which nobody can see.
+    if (!std::exchange(source.begun, true) && line->starts_with("\xEF\xBB\xBF")) line->erase(0, 3);
     return true;
 }
 

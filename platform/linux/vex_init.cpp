@@ -9,6 +9,7 @@
 #include "vex_init.h"
 
 #include <event2/event.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -66,6 +67,12 @@ void tell(const std::string &line) {
 }
 
 // ---- What the process was given ----
+
+// Whoever closes a standard stream must not have lines for it written into the socket that got its number.
+void fill_standard_streams() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", O_RDWR);  // the lowest free number, which is this one
+}
 
 std::vector<std::string> command_line_words() {
     std::ifstream file("/proc/self/cmdline", std::ios::binary);
@@ -265,6 +272,7 @@ std::uintptr_t *VEX_INIT_alloc() {
 }
 
 int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
+    fill_standard_streams();
     read_options();
     const platform::frame_options &options = platform::frame_get_options();
     check_that_we_may_run(options);

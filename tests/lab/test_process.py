@@ -247,6 +247,18 @@ def test_broken_pipe_signal_is_ignored(start):
     assert daemon.end() == 0
 
 
+def test_closed_streams_become_no_sockets(tmp_path):
+    (tmp_path / "startup").touch()
+    process = subprocess.Popen(["sh", "-c", f"exec unshare --net {RAVOD} --management {tmp_path}/socket "
+                                f"--startup-config {tmp_path}/startup --log-to {tmp_path}/log <&- >&- 2>&-"])
+    try:
+        wait_for((tmp_path / "socket").exists, LIMIT, "management socket")
+        assert [os.readlink(f"/proc/{process.pid}/fd/{fd}") for fd in (0, 1, 2)] == ["/dev/null"] * 3
+    finally:
+        process.terminate()
+        assert process.wait(LIMIT) == 0
+
+
 def test_log_goes_to_a_file(start, tmp_path):
     (tmp_path / "startup").write_text("no such thing\n")
     daemon = start("--log-to", tmp_path / "log")

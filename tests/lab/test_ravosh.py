@@ -95,6 +95,13 @@ def test_a_file_is_read_whatever_its_line_ends(sh, tmp_path):
     assert (result.stderr, result.returncode) == ("", 0)
 
 
+def test_a_mark_of_utf8_at_a_files_beginning_is_skipped(sh, tmp_path):
+    file = tmp_path / "commands"
+    file.write_bytes(b"\xef\xbb\xbfconfigure terminal\r\n\xef\xbb\xbfip dhcp relay hops 9\n")
+    result = sh(str(file))
+    assert (result.stdout, result.stderr, result.returncode) == (INVALID, "", 1)  # of the second line
+
+
 def test_standard_input_is_read_when_it_is_no_terminal(sh):
     for words in ([], ["-"]):
         result = sh(*words, stdin="nonsense\nshow privilege\n")
@@ -186,6 +193,17 @@ def test_a_full_disk_is_told(daemon):
                                 stdout=full, stderr=subprocess.PIPE, timeout=60)
     assert result.stderr == "ravosh: cannot write to standard output: No space left on device\n"
     assert result.returncode == 2
+
+
+@pytest.mark.parametrize("words, closed, fault", [
+    ("-c 'show privilege'", ">&-", "ravosh: cannot write to standard output: Bad file descriptor\n"),
+    ("", "<&-", "ravosh: standard input: cannot read: Bad file descriptor\n"),
+    ("", "<&- >&- 2>&-", ""),
+])
+def test_a_closed_stream_is_told_and_is_not_the_connection(daemon, words, closed, fault):
+    result = subprocess.run(["sh", "-c", f"exec {BUILD}/ravosh --management {daemon.socket} {words} {closed}"],
+                            text=True, capture_output=True, timeout=60)
+    assert (result.stdout, result.stderr, result.returncode) == ("", fault, 2)
 
 
 def test_a_slow_reader_gets_everything(daemon, sh):

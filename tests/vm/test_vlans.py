@@ -284,3 +284,56 @@ def test_described_routed_port(stage, host):
 def test_tags_on_a_described_routed_port(stage, host):
     """Also its own VLAN's: the kernel has no device that would take it."""
     stage.check_dropped(host, 10, 30, 31, then=None)
+
+
+# ---- Servers behind a device of no VLAN ----
+
+def on_bridge(switch, bridge):
+    """The bridge's own VLAN, 50, which has no interface, leads to the server: the address is the bridge's."""
+    bridge("vlan del dev swp9 vid 99", "vlan add dev swp9 vid 50 pvid untagged",
+           "vlan add dev br0 vid 50 pvid untagged self")
+    switch.ip("addr add 198.51.100.1/24 dev br0")
+
+
+def on_nic(switch, bridge):
+    """The server is in the untagged network of a NIC that carries a VLAN too."""
+    switch.ip("link set swp9 nomaster", "link add link swp9 name swp9.50 type vlan id 50",
+              "addr add 198.51.100.1/24 dev swp9")
+
+
+@pytest.fixture
+def uplink(stage, request):
+    lab = stage.lab
+    server = lab.server_host(1).namespace
+    try:
+        request.param(lab.switch, lab.bridge)
+        server.ip("addr add 198.51.100.2/24 dev eth0", "route add 10.10.0.0/16 via 198.51.100.1")
+        stage.relay.configure("interface vlan 10", "no ip dhcp relay address", "ip dhcp relay address 198.51.100.2")
+        yield
+    finally:
+        for device in ("br0", "swp9"):
+            lab.switch.run("ip", "addr", "del", "198.51.100.1/24", "dev", device, check=False)
+        lab.switch.run("ip", "link", "del", "swp9.50", check=False)
+        lab.switch.run("bridge", "vlan", "del", "dev", "br0", "vid", "50", "self", check=False)
+        server.run("ip", "route", "del", "10.10.0.0/16", check=False)
+        server.run("ip", "addr", "del", "198.51.100.2/24", "dev", "eth0", check=False)
+        lab.switch.ip("link set swp9 nomaster", "link set swp9 master br0")
+        lab.bridge("vlan add dev swp9 vid 99 pvid untagged")
+        stage.relay.configure("interface vlan 10", "no ip dhcp relay address", "ip dhcp relay address 192.0.2.11")
+        stage.wait_port(9, 99)
+
+
+@pytest.mark.parametrize("uplink", [on_bridge, on_nic], indirect=True)
+@on_port(1)
+def test_servers_behind_a_device_of_no_vlan(stage, host, uplink):
+    """Each reply is delivered, and accounted for, once: the bridge, its port and the VLAN device all hear it."""
+    before = stage.outcomes()
+    for _ in range(3):
+        request = stage.relayed(stage.ask(host))
+        assert request.src == "198.51.100.1"
+        reply = stage.answer(request)
+        stage.delivered(reply, host)
+        assert len(stage.replies(host, reply.xid)) == 1
+    after = stage.outcomes()
+    assert {word: after[word] - before.get(word, 0) for word in after if after[word] != before.get(word, 0)} == {
+        "relayed": 3, "delivered": 3}

@@ -130,7 +130,10 @@ int replay_file(const std::string &path, bool optional, bool check_only,
         report(path + ": cannot be read: " + std::strerror(failed));
         return -1;
     }
-    return replay_text(path, text, check_only, report);
+    // Some editors begin a file with a mark that it is UTF-8, which nobody can see.
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    const std::string_view lines = text;
+    return replay_text(path, lines.substr(lines.starts_with(mark) ? mark.size() : 0), check_only, report);
 }
 
 }  // namespace ravo::cli

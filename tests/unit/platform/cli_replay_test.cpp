@@ -34,6 +34,7 @@ using ravo::cli::replay_file;
 using ravo::cli::running_configuration;
 using ravo::cli::save_file;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 // A folder of its own for each test, with the start-up configuration in it.
 class Configuration : public testing::Test {
@@ -94,6 +95,16 @@ TEST_F(Configuration, AFileIsReplayedFromTheGlobalMode) {
                             "vlan10: ip dhcp relay information trusted",
                             "vlan10: ip dhcp relay address A.B.C.D (10.0.0.1)", "interface vlan <1-4094> (20)",
                             "vlan20: ip dhcp relay address A.B.C.D (10.0.0.2)", "ip dhcp relay information option"));
+}
+
+TEST_F(Configuration, AMarkOfUtf8AtTheBeginningIsNoPartOfTheFirstLine) {
+    EXPECT_THAT(replay("\xEF\xBB\xBFip dhcp relay hops 7\r\n"), IsEmpty());
+    EXPECT_THAT(lines_called(), ElementsAre("ip dhcp relay hops <1-16> (7)"));
+    calls.clear();
+    EXPECT_THAT(replay("\xEF\xBB\xBF"), IsEmpty());
+    EXPECT_THAT(replay("\n\xEF\xBB\xBFip dhcp relay\n"),
+                ElementsAre("2: invalid input at \"\xEF\xBB\xBFip\", column 1: \xEF\xBB\xBFip dhcp relay"));
+    EXPECT_THAT(calls, IsEmpty());
 }
 
 TEST_F(Configuration, EachLineThatFailsIsNamedAndTheRestCounts) {
