@@ -36,6 +36,13 @@ def run(*words, **more):
     return subprocess.run([str(word) for word in words], text=True, capture_output=True, timeout=120, **more)
 
 
+def sees_end(child):
+    """Wait for the end of what the child shows, and of the child itself: closed before, it would be hung up."""
+    child.expect(pexpect.EOF)
+    child.wait()
+    child.close()
+
+
 def sees_prompt(child, mode="#"):
     child.expect_exact(HOST + mode)
 
@@ -131,7 +138,7 @@ mount --bind {self.daemon.socket.parent} /run/ravo"""
         found = []
         for process in Path("/proc").glob("[0-9]*"):
             try:
-                if os.readlink(process / "exe") == str(self.shell):
+                if os.path.samefile(process / "exe", self.shell):
                     found.append(int(process.name))
             except OSError:
                 continue  # it ended, or belongs to the kernel
@@ -249,8 +256,7 @@ def test_variables_of_the_client_change_nothing(box):
     child.expect_exact("Current privilege level is 2\r\n")
     sees_prompt(child)
     child.send("exit\r")
-    child.expect(pexpect.EOF)
-    child.close()
+    sees_end(child)
     assert child.exitstatus == 0
     assert not trap.exists()
 
@@ -268,8 +274,7 @@ def test_a_person_logs_in_and_out(box):
     child.send("end\r")
     sees_prompt(child)
     child.send("exit\r")
-    child.expect(pexpect.EOF)
-    child.close()
+    sees_end(child)
     assert (child.exitstatus, child.signalstatus) == (0, None)
     assert (box.folder / "home/netadmin/.ravo_history").read_text() == \
         "configure terminal\ninterface vlan 10\nend\nexit\n"
@@ -277,8 +282,7 @@ def test_a_person_logs_in_and_out(box):
 
 def test_a_command_at_a_terminal_is_paged_or_not_as_its_length_needs(box):
     child = box.terminal("netview", "show privilege", options=["-t"])
-    child.expect(pexpect.EOF)
-    child.close()
+    sees_end(child)
     assert (child.before, child.exitstatus) == ("Current privilege level is 2\r\n", 0)
 
 
@@ -294,8 +298,7 @@ def test_ctrl_c_ends_a_command_that_goes_on(box):
     child.send("show privilege\r")
     child.expect_exact("Current privilege level is 31\r\n")
     child.sendeof()
-    child.expect(pexpect.EOF)
-    child.close()
+    sees_end(child)
     assert child.exitstatus == 0
 
 
