@@ -2,9 +2,9 @@
 // completions are asked for, in one session that starts in privileged execution mode with every privilege.
 //
 // Contract: whatever the bytes, the session stays in one of its modes; a line that is refused says so; a text that help
-// calls complete words begins as the half-typed one does; and a word that is written into a configuration is read back
-// as it was. Nothing that a line does here leaves the session: the handlers note their arguments, files are not
-// touched.
+// calls complete words begins as the half-typed one does, in letters of either case; and a word that is written into a
+// configuration is read back as it was. Nothing that a line does here leaves the session: the handlers note their
+// arguments, files are not touched.
 
 #include <algorithm>
 #include <cstdint>
@@ -15,6 +15,7 @@
 
 #include "cli.h"
 #include "cli/command_line.h"
+#include "cli/session.h"
 #include "cli/words.h"
 #include "frame.h"
 
@@ -28,7 +29,8 @@ void require(bool condition) {
 
 int check_arguments(struct cli * /*cli*/, int argc, char **argv) {
     require(argc >= 0 && argc <= 8 && argv[argc] == nullptr);
-    for (int i = 0; i < argc; ++i) require(argv[i] != nullptr && std::string_view(argv[i]).size() <= 4096);
+    for (int i = 0; i < argc; ++i)
+        require(argv[i] != nullptr && std::string_view(argv[i]).size() <= ravo::cli::session_line_limit);
     return 0;
 }
 
@@ -86,7 +88,7 @@ void check_completions(const session_ptr &s, std::string_view line) {
     (void)ravo::cli::session_help(*s, line);
     const bool plain = line.find_first_of("\"\\|") == std::string_view::npos;
     for (const std::string &each : ravo::cli::session_complete(*s, line))
-        require(!each.empty() && (!plain || each.starts_with(last_word(line))));
+        require(!each.empty() && (!plain || ravo::cli::begins_with(each, last_word(line))));
 }
 
 void check_quoting(std::string_view line) {

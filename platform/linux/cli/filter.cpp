@@ -1,12 +1,13 @@
 // Filters work on whole lines, so what a handler prints in pieces is put together first.
 //
 // Patterns are POSIX extended expressions. They come from whoever has a session, and the daemon has one thread: the
-// matcher of the C library works without backtracking as long as there are no back-references, and repetition counts
-// are the one construct that makes a short pattern large, so both are refused. Only the first part of a very long line
-// is looked at.
+// matcher of the C library works without backtracking as long as there are no back-references, so these are refused.
+// Short patterns can be large inside it: repetition counts are refused too, and as each "+" doubles what it repeats, a
+// pattern that piles them up is measured before it is compiled. Only the first part of a very long line is looked at.
 #include "cli/filter.h"
 
 #include <utility>
+#include <vector>
 
 #include "cli/words.h"
 
@@ -16,10 +17,59 @@ namespace {
 
 constexpr std::size_t pattern_limit = 128;
 constexpr std::size_t matched_part_limit = 1024;
+constexpr std::size_t pattern_size_limit = 10000;  // nodes of the compiled pattern, by our reckoning
 
 // Takes away the quotes around a pattern that was typed in quotes.
 std::string_view unquoted(std::string_view text) {
     return text.size() >= 2 && text.front() == '"' && text.back() == '"' ? text.substr(1, text.size() - 2) : text;
+}
+
+// The place of the last character of the bracket expression that begins at a place.
+std::size_t end_of_bracket(std::string_view text, std::size_t at) {
+    ++at;
+    if (at < text.size() && text[at] == '^') ++at;
+    if (at < text.size() && text[at] == ']') ++at;  // a character like others there
+    while (at < text.size() && text[at] != ']') {
+        const bool is_class = text[at] == '[' && at + 1 < text.size() &&
+                              std::string_view(":.=").find(text[at + 1]) != std::string_view::npos;
+        const std::size_t end = is_class ? text.find(std::string{text[at + 1], ']'}, at + 2) : std::string_view::npos;
+        at = end == std::string_view::npos ? at + 1 : end + 2;
+    }
+    return at;
+}
+
+// How large a pattern becomes in the matcher. Stops reckoning where it is too large anyway.
+std::size_t size_of_pattern(std::string_view text) {
+    struct group {
+        std::size_t total = 1;
+        std::size_t last = 0;  // of that, what a repetition would repeat
+    };
+    std::vector<group> open(1);
+    const auto add = [&](std::size_t size) {
+        open.back().last = size;
+        open.back().total += size;
+    };
+    for (std::size_t i = 0; i < text.size() && open.back().total <= pattern_size_limit; ++i) {
+        const char c = text[i];
+        if (c == '\\') ++i;
+        if (c == '[') i = end_of_bracket(text, i);
+        if (c == '(') {
+            open.push_back({});
+        } else if (c == ')' && open.size() > 1) {
+            const std::size_t inner = open.back().total;
+            open.pop_back();
+            add(inner);
+        } else if (c == '+') {
+            open.back().total += open.back().last;
+            open.back().last *= 2;
+        } else if (c == '*' || c == '?') {
+            ++open.back().total;
+            ++open.back().last;
+        } else {
+            add(1);
+        }
+    }
+    return open.back().total;
 }
 
 // Tells why a pattern is not taken; empty when it is.
@@ -33,6 +83,7 @@ std::string refuse(std::string_view text) {
             return "repetition counts are not supported; write \\{ for the character";
         }
     }
+    if (size_of_pattern(text) > pattern_size_limit) return "too many repetitions of repetitions";
     return {};
 }
 

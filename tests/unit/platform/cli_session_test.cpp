@@ -318,6 +318,18 @@ TEST(Filter, SaysWhatIsWrongWithIt) {
     EXPECT_EQ(s.through("include (").substr(0, 19), "% Invalid pattern: ");
     EXPECT_EQ(s.through("include a{9999}"),
               "% Invalid pattern: repetition counts are not supported; write \\{ for the character\n");
+    // Each "+" doubles what it repeats, in the matcher's memory.
+    for (const std::string &pattern :
+         {"r" + std::string(100, '+'), "r" + std::string(50, '+') + "(a|b)*",
+          std::string("(((((((((((((r+)+)+)+)+)+)+)+)+)+)+)+)+)+"), std::string("r*+*+*+*+*+*+*+*+*+*+*+*+*+*+"),
+          "(r" + std::string(60, '+'), std::string("[[:alpha:]+]++++++++++++++++"),
+          std::string("(a[)]+++++++++++++++++)"), std::string("\\\\++++++++++++++++++")})
+        EXPECT_EQ(s.print("show version | include " + pattern),
+                  "% Invalid pattern: too many repetitions of repetitions\n")
+            << pattern;
+    for (const char *pattern :
+         {"r+", "(a+b+)+c+", "[+(]+", "\\+\\+\\+\\+\\+\\+\\+\\+\\+\\+\\+\\+\\+\\+", "[]+]+[^]+]+"})
+        EXPECT_EQ(s.print(std::string("show version | count ") + pattern).find('%'), std::string::npos) << pattern;
     EXPECT_EQ(s.through("include (a)\\1"), "% Invalid pattern: back-references are not supported\n");
     EXPECT_EQ(s.through("include " + std::string(129, 'x')), "% Invalid pattern: longer than 128 characters\n");
     EXPECT_EQ(s.run("show ip dhcp relay | include ("), 1);
