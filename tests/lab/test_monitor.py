@@ -3,7 +3,6 @@
 import os
 import re
 import signal
-import socket
 import stat
 import struct
 import subprocess
@@ -11,7 +10,7 @@ import subprocess
 import pexpect
 import pytest
 
-from managed import descriptors_at_rest
+import managed
 from ravolab.craft import broadcast, message
 from ravolab.process import wait_for
 
@@ -84,13 +83,13 @@ def watch(relay):
 
 def test_lines_come_until_ctrl_c(lab, relay, watch):
     host = lab.client(1)
-    before = descriptors_at_rest(relay)
+    before = managed.descriptors_at_rest(relay)
     monitor = watch("monitor ip dhcp relay").wait_begun(host)
     discover(host, 1)
     monitor.wait_line(line(host, 1))
     assert monitor.process.poll() is None
     assert monitor.end() == -signal.SIGINT
-    assert descriptors_at_rest(relay) == before
+    assert managed.descriptors_at_rest(relay) == before
     discover(host, 2)
     assert relay.sh("show version")
 
@@ -209,35 +208,21 @@ def test_what_is_refused(lab, relay, tmp_path):
     assert other.read_text() == "precious"
 
 
-class Session:
-    """A session of the management socket, frame by frame."""
+class Session(managed.Session):
+    """A session of the management socket, frame by frame: also of commands that go on."""
 
-    HELLO, RUN, INTERRUPT, WELCOME, REFUSED, OUTPUT, STATUS, STREAM = 1, 2, 5, 129, 130, 131, 138, 139
+    INTERRUPT, STREAM = 5, 139
+    RUN, REFUSED, OUTPUT, STATUS = managed.RUN, managed.REFUSED, managed.OUTPUT, managed.STATUS
 
     def __init__(self, relay):
-        self.socket = socket.socket(socket.AF_UNIX)
-        self.socket.settimeout(60)
-        self.socket.connect(str(relay.socket))
-        self.send(self.HELLO, b"RAVO" + struct.pack("!HBB", 1, 31, 4))
-        assert self.receive()[0] == self.WELCOME
+        super().__init__(relay.socket)
+        assert self.kind == managed.WELCOME
 
     def send(self, kind, payload=b""):
-        self.socket.sendall(struct.pack("!BI", kind, len(payload)) + payload)
+        super().send(kind, payload)
 
     def run(self, number, line):
         self.send(self.RUN, struct.pack("!IBBB", number, 1, 0, 0) + line.encode())
-
-    def take(self, size):
-        data = b""
-        while len(data) < size:
-            piece = self.socket.recv(size - len(data))
-            assert piece, "closed"
-            data += piece
-        return data
-
-    def receive(self):
-        kind, length = struct.unpack("!BI", self.take(5))
-        return kind, self.take(length)
 
     def receive_status(self):
         """(id, result) of the next status; output before it is passed over."""

@@ -11,49 +11,21 @@ from pathlib import Path
 import pexpect
 import pytest
 
-from ravolab.namespace import Namespace
-from ravolab.process import Process, wait_for
+from managed import Daemon
+from ravolab.process import wait_for
 from ravolab.relay import BUILD
 
 HOST = socket.gethostname().split(".")[0]
 CTRL_C, CTRL_D, CTRL_Z, ESC, UP, LEFT = "\x03", "\x04", "\x1a", "\x1b", "\x1b[A", "\x1b[D"
 
 
-class Daemon:
-    def __init__(self, folder):
-        self.folder = folder
-        self.namespace = Namespace("ravosh")
-        self.socket = folder / "run" / "ravod.sock"
-        self.process = None
-
-    def start(self):
-        self.process = Process(self.namespace, [BUILD / "ravod", "--management", self.socket, "--log-level", "trace",
-                                                "--startup-config", self.folder / "startup-config"],
-                               self.folder / "log")
-        wait_for(self.answers, 60, lambda: f"answer from ravod; its log:\n{self.log[-2000:]}\nreadiness")
-        return self
-
-    def answers(self):
-        assert self.process.alive, self.log
-        with socket.socket(socket.AF_UNIX) as probe:
-            return probe.connect_ex(str(self.socket)) == 0
-
-    @property
-    def log(self):
-        return self.process.log
-
-    def stop(self):
-        return self.process.stop()
-
-
 @pytest.fixture
 def daemon(tmp_path):
-    daemon = Daemon(tmp_path).start()
+    daemon = Daemon(tmp_path).start("--log-level", "trace")
     yield daemon
     alive = daemon.process.alive
-    status = daemon.stop()
-    daemon.namespace.close()
-    assert alive and status == 0, daemon.log
+    daemon.close()
+    assert alive, daemon.log
 
 
 @pytest.fixture
@@ -213,7 +185,7 @@ def test_a_slow_reader_gets_everything(daemon, sh):
     assert expected.count("interface vlan") == 1000
     command = f"{BUILD}/ravosh --management {daemon.socket} -c 'show running-config'"
     # Nothing is read before the daemon has finished with the session.
-    slow = f"{command} | (until [ $(grep -c 'management: session .* ends' {daemon.folder}/log) -ge 3 ] " \
+    slow = f"{command} | (until [ $(grep -c 'management: session .* ends' {daemon.folder}/log1) -ge 3 ] " \
            "|| [ $((n += 1)) -gt 500 ]; do sleep 0.01; done; cat)"
     result = subprocess.run(["bash", "-c", slow], text=True, capture_output=True, timeout=120)
     assert result.stdout == expected
@@ -422,7 +394,7 @@ def test_a_restart_of_the_daemon_is_told_and_the_line_stays(person, daemon):
     one.sees_prompt("(config)#")
     one.types("show vers")
     one.sees("show vers")
-    daemon.stop()
+    daemon.process.stop()
     one.sees("% Connection to ravod lost; trying again.")
     one.sees_prompt()
     one.sees("show vers")
@@ -435,7 +407,7 @@ def test_a_restart_of_the_daemon_is_told_and_the_line_stays(person, daemon):
 
 def test_a_command_without_a_daemon_is_told(person, daemon):
     one = person()
-    daemon.stop()
+    daemon.process.stop()
     one.sees("% Connection to ravod lost; trying again.")
     one.sees_prompt()
     one.enters("show version")
@@ -447,7 +419,7 @@ def test_a_command_without_a_daemon_is_told(person, daemon):
 
 def test_exit_leaves_also_without_a_daemon(person, daemon):
     one = person()
-    daemon.stop()
+    daemon.process.stop()
     one.sees("% Connection to ravod lost; trying again.")
     one.sees_prompt()
     one.enters(" exit ")

@@ -12,7 +12,9 @@
 #include <cstring>
 #include <iterator>
 #include <memory>
+#include <span>
 
+#include "cli/books_text.h"
 #include "relay_data.h"
 
 namespace ravo::cli {
@@ -72,14 +74,9 @@ bool has_option60_host(const relay_interface &iface, const words &asked) {
     });
 }
 
-std::string hex_text(const relay_option61_host &host) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string out;
-    for (std::size_t i = 0; i < std::min<std::size_t>(host.client_id_length, sizeof host.client_id); ++i) {
-        out += digits[host.client_id[i] >> 4];
-        out += digits[host.client_id[i] & 15];
-    }
-    return out;
+std::string identifier_text(const relay_option61_host &host) {
+    return hex_text(
+        std::span(host.client_id).first(std::min<std::size_t>(host.client_id_length, sizeof host.client_id)));
 }
 
 bool has_option61_host(const relay_interface &iface, const words &asked) {
@@ -89,7 +86,7 @@ bool has_option61_host(const relay_interface &iface, const words &asked) {
     for (char &digit : digits) digit = static_cast<char>(std::tolower(static_cast<unsigned char>(digit)));
     const std::uint32_t server = read_address(asked[1]);
     return std::any_of(std::begin(iface.option61), std::end(iface.option61), [&](const relay_option61_host &host) {
-        return host.used == 1 && host.server == server && hex_text(host) == digits;
+        return host.used == 1 && host.server == server && identifier_text(host) == digits;
     });
 }
 
