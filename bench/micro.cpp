@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "dhcp.h"
-#include "log.h"
+#include "log/log.h"
 #include "micro_box.h"
 #include "micro_suites.h"
 #include "ravo_db.h"

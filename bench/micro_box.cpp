@@ -12,7 +12,7 @@
 #include <cstring>
 #include <string>
 
-#include "books.h"
+#include "books/books.h"
 #include "dhcp_bytes.h"
 #include "osal.h"
 #include "ravo_db.h"

@@ -8,7 +8,7 @@
 #include <initializer_list>
 #include <vector>
 
-#include "channel_frame.h"
+#include "channel/channel_frame.h"
 #include "ravo_db_if.h"
 
 namespace bench {

@@ -3,9 +3,9 @@
 
 #include <array>
 
-#include "books.h"
-#include "channel_frame.h"
-#include "log.h"
+#include "books/books.h"
+#include "channel/channel_frame.h"
+#include "log/log.h"
 #include "micro_box.h"
 #include "micro_suites.h"
 #include "trace.h"

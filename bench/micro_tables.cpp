@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "log.h"
-#include "loop.h"
+#include "base/loop.h"
+#include "log/log.h"
 #include "micro_box.h"
 #include "micro_suites.h"
 #include "osal.h"

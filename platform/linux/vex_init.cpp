@@ -23,19 +23,20 @@
 #include <string>
 #include <vector>
 
-#include "books.h"
-#include "channel.h"
+#include "base/loop.h"
+#include "base/owners.h"
+#include "books/books.h"
+#include "channel/channel.h"
 #include "cli/command_line.h"
-#include "frame.h"
-#include "inventory.h"
-#include "log.h"
-#include "loop.h"
-#include "management.h"
-#include "memmgr_budget.h"
-#include "osal_events.h"
-#include "service_status.h"
-#include "switch_description.h"
-#include "trap.h"
+#include "inventory/inventory.h"
+#include "inventory/switch_description.h"
+#include "log/log.h"
+#include "management/management.h"
+#include "memory/memmgr_budget.h"
+#include "osal/osal_events.h"
+#include "process/frame.h"
+#include "process/service_status.h"
+#include "trap/trap.h"
 
 // The interface service is one for the whole process and needs nothing handed to it.
 struct nsm_globals {};
@@ -44,12 +45,9 @@ namespace {
 
 namespace platform = ravo::platform;
 
-std::uintptr_t registration[VEX_INIT_WORDS];
+using platform::event_ptr;
 
-struct event_delete {
-    void operator()(struct event *e) const { event_free(e); }
-};
-using event_ptr = std::unique_ptr<struct event, event_delete>;
+std::uintptr_t registration[VEX_INIT_WORDS];
 
 // ---- Faults at start ----
 
@@ -166,6 +164,7 @@ void read_options() {
     answer_and_leave(options);
     const std::string log_fault = platform::log_open(options.log_target, options.log_threshold);
     if (!log_fault.empty()) refuse("ravod: " + log_fault);
+    platform::log_take_event_library();
     platform::frame_set_options(options);
     platform::memmgr_set_budget(options.memory_budget);
 }

@@ -14,7 +14,7 @@
 #include <span>
 #include <vector>
 
-#include "channel_frame.h"
+#include "channel/channel_frame.h"
 
 namespace {
 

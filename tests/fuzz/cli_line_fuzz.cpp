@@ -17,7 +17,7 @@
 #include "cli/command_line.h"
 #include "cli/session.h"
 #include "cli/words.h"
-#include "frame.h"
+#include "process/frame.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "cli/command_line.h"
 #include "cli/grammar.h"
-#include "log.h"
+#include "log/log.h"
 #include "ravo_cli.h"
 #include "ravo_main.h"
 

@@ -11,8 +11,8 @@
 #include <algorithm>
 
 #include "if_utl.h"
-#include "inventory.h"
-#include "inventory_names.h"
+#include "inventory/inventory.h"
+#include "inventory/inventory_names.h"
 
 namespace ravo::cli {
 

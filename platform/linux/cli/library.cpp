@@ -8,8 +8,8 @@
 
 #include "cli/command_line.h"
 #include "cli/tree.h"
-#include "inventory.h"
-#include "log.h"
+#include "inventory/inventory.h"
+#include "log/log.h"
 
 namespace ravo::cli {
 

@@ -13,11 +13,11 @@
 #include <utility>
 
 #include "cli/format.h"
-#include "cli/in_force.h"
-#include "cli/show_json.h"
-#include "log.h"
+#include "commands/show_json.h"
+#include "configuration/in_force.h"
+#include "log/log.h"
 #include "nsm.h"
-#include "relay_data.h"
+#include "process/relay_data.h"
 
 namespace ravo::cli {
 

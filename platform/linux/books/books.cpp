@@ -1,0 +1,296 @@
+// The books of messages.
+//
+// A message is in hand from the moment the channel takes it until the next one is taken or the reader's handler
+// returned. While it is in hand the relay may say its outcome several times; the last word counts. Counters stand in
+// fixed tables (VLANs) or are made once (ports), the flight recorder is a ring whose memory is taken when it is set up,
+// and the times of requests, from which a reply's age is told, stand in a table of fixed size whose older entries are
+// overwritten.
+
+#include "books/books.h"
+
+#include <time.h>
+
+#include <algorithm>
+#include <cstring>
+#include <list>
+#include <map>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "books/outcome_words.h"
+
+namespace ravo::platform {
+namespace {
+
+constexpr std::size_t vlans = 4096;
+constexpr std::size_t default_recorder = 4096;
+constexpr std::size_t largest_recorder = 1000000;
+constexpr std::size_t request_slots = 8192;  // a power of two
+
+constexpr std::size_t ethernet_addresses = 12;  // destination, source
+constexpr std::size_t dhcp_fixed = 240;         // fixed header and magic cookie
+constexpr std::uint8_t option_pad = 0;
+constexpr std::uint8_t option_type = 53;
+constexpr std::uint8_t option_agent = 82;
+constexpr std::uint8_t option_end = 255;
+constexpr std::uint8_t op_request = 1;
+constexpr std::uint8_t op_reply = 2;
+
+// When a client's request was received, found again by transaction and client.
+struct request_time {
+    std::uint32_t xid = 0;
+    std::array<std::uint8_t, 6> client{};
+    std::int64_t time_us = 0;
+};
+
+struct watcher_slot {
+    int id;  // 0: taken off
+    books_watcher watcher;
+};
+
+book_counters total;
+std::array<book_counters, vlans> of_vlan;
+std::map<std::uint32_t, book_counters> of_port;
+const book_counters nothing;
+
+std::vector<book_entry> recorder(default_recorder);
+std::size_t recorder_next = 0;
+std::uint64_t messages = 0;
+std::array<request_time, request_slots> requests;
+
+std::list<watcher_slot> watchers;  // a list: watchers may come and go while they are told
+int next_watcher = 1;
+bool telling = false;
+
+bool in_hand = false;
+std::uint32_t sent = 0;  // copies of the message in hand
+book_entry current;
+std::span<const std::uint8_t> current_frame;
+
+std::int64_t now_us() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
+
+void keep_option82(std::span<const std::uint8_t> data, book_entry &entry) {
+    entry.has_option82 = true;
+    entry.option82_length = static_cast<std::uint8_t>(data.size());
+    std::copy_n(data.begin(), std::min(data.size(), entry.option82.size()), entry.option82.begin());
+}
+
+// Takes message type and option 82 out of the options: of several the first, as the relay does. A chain that breaks off
+// tells what it told until there.
+void read_options(std::span<const std::uint8_t> message, book_entry &entry) {
+    bool has_type = false;
+    for (std::size_t at = dhcp_fixed; at < message.size() && message[at] != option_end;) {
+        if (message[at] == option_pad) {
+            ++at;
+            continue;
+        }
+        if (at + 2 > message.size()) return;
+        const std::size_t size = message[at + 1];
+        if (at + 2 + size > message.size()) return;
+        if (message[at] == option_type && size >= 1 && !std::exchange(has_type, true)) entry.type = message[at + 2];
+        if (message[at] == option_agent && !entry.has_option82) keep_option82(message.subspan(at + 2, size), entry);
+        at += 2 + size;
+    }
+}
+
+request_time &request_slot(const book_entry &entry) {
+    std::uint32_t hash = entry.xid * 0x9E3779B1U;
+    for (const std::uint8_t byte : entry.client) hash = (hash ^ byte) * 0x01000193U;
+    return requests[(hash ^ hash >> 16) % request_slots];
+}
+
+// A request is remembered by its last sending: a client keeps one transaction from DISCOVER to ACK, and each reply is
+// to learn how long the request that it answers has waited.
+void relate(book_entry &entry) {
+    request_time &slot = request_slot(entry);
+    const bool same = slot.xid == entry.xid && slot.client == entry.client && slot.time_us != 0;
+    if (entry.op == op_request) slot = {entry.xid, entry.client, entry.time_us};
+    if (entry.op != op_reply || !same) return;
+    const std::int64_t age = entry.time_us - slot.time_us;
+    if (age >= 0 && age < INT32_MAX) entry.answered_us = static_cast<std::int32_t>(age);
+}
+
+void read_message(std::span<const std::uint8_t> message, book_entry &entry) {
+    if (message.size() < dhcp_fixed - 4) return;
+    entry.has_message = true;
+    const std::uint8_t op = message[0];
+    entry.op = op == op_request || op == op_reply ? op : 0;
+    entry.xid = static_cast<std::uint32_t>(message[4]) << 24 | static_cast<std::uint32_t>(message[5]) << 16 |
+                static_cast<std::uint32_t>(message[6]) << 8 | message[7];
+    std::memcpy(entry.client.data(), message.data() + 28, entry.client.size());
+    read_options(message, entry);
+    relate(entry);
+}
+
+void count(book_counters &counters) {
+    ++counters.received;
+    ++counters.by_outcome[current.outcome];
+    if (current.rebroadcast) ++counters.rebroadcast;
+    counters.sent += sent;
+}
+
+// Counts of a port are made when it is first heard of.
+void count_port() {
+    if (current.port_ifindex == 0) return;
+    try {
+        count(of_port[current.port_ifindex]);
+    } catch (const std::bad_alloc &) {
+        // The totals still hold it.
+    }
+}
+
+// What cannot be read as a message is its sender's all the same.
+void read_sender(std::span<const std::uint8_t> frame, book_entry &entry) {
+    if (entry.has_message || frame.size() < ethernet_addresses) return;
+    std::memcpy(entry.client.data(), frame.data() + entry.client.size(), entry.client.size());
+}
+
+// A watcher may take itself or another off: it is forgotten once all were told.
+void tell_watchers() {
+    telling = true;
+    for (watcher_slot &slot : watchers)
+        if (slot.id != 0) slot.watcher(current, current_frame);
+    telling = false;
+    watchers.remove_if([](const watcher_slot &slot) { return slot.id == 0; });
+}
+
+}  // namespace
+
+bool books_set_recorder(std::size_t size) {
+    try {
+        std::vector<book_entry> fresh(std::clamp<std::size_t>(size, 1, largest_recorder));
+        recorder.swap(fresh);
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+    recorder_next = 0;
+    return true;
+}
+
+std::size_t books_recorder_size() {
+    return recorder.size();
+}
+
+void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,
+                std::span<const std::uint8_t> message, const book_tag &tag) {
+    books_close();
+    current = {};
+    current.number = ++messages;
+    current.time_us = now_us();
+    current.vlan = vlan;
+    current.port_ifindex = port_ifindex;
+    current.tag = tag;
+    current_frame = frame;
+    sent = 0;
+    in_hand = true;
+    read_message(message, current);
+    read_sender(frame, current);
+}
+
+void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
+                std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message, const book_tag &tag) {
+    books_open(vlan, port_ifindex, frame, message, tag);
+    current.outcome = static_cast<std::uint8_t>(outcome);
+    books_close();
+}
+
+void books_close() {
+    if (!in_hand) return;
+    in_hand = false;
+    count(total);
+    if (current.vlan < vlans && current.vlan != 0) count(of_vlan[current.vlan]);
+    count_port();
+    recorder[recorder_next] = current;
+    recorder_next = recorder_next + 1 == recorder.size() ? 0 : recorder_next + 1;
+    if (!watchers.empty()) tell_watchers();
+}
+
+const book_counters &books_total() {
+    return total;
+}
+
+const book_counters &books_of_vlan(std::uint16_t vlan) {
+    return vlan < vlans ? of_vlan[vlan] : nothing;
+}
+
+const book_counters &books_of_port(std::uint32_t port_ifindex) {
+    const auto found = of_port.find(port_ifindex);
+    return found == of_port.end() ? nothing : found->second;
+}
+
+std::vector<std::uint16_t> books_vlans() {
+    std::vector<std::uint16_t> seen;
+    for (std::uint16_t vlan = 1; vlan < vlans; ++vlan)
+        if (of_vlan[vlan].received != 0) seen.push_back(vlan);
+    return seen;
+}
+
+std::vector<std::uint32_t> books_ports() {
+    std::vector<std::uint32_t> ports;
+    ports.reserve(of_port.size());
+    for (const auto &[port, counters] : of_port) ports.push_back(port);
+    return ports;
+}
+
+void books_clear_counters() {
+    total = {};
+    of_vlan.fill({});
+    of_port.clear();
+}
+
+void books_each_recorded(const std::function<void(const book_entry &entry)> &visit) {
+    for (std::size_t back = 0; back < recorder.size(); ++back) {
+        const book_entry &entry = recorder[(recorder_next + recorder.size() - 1 - back) % recorder.size()];
+        if (entry.number == 0) return;
+        visit(entry);
+    }
+}
+
+int books_watch(books_watcher watcher) {
+    watchers.push_back({next_watcher, std::move(watcher)});
+    return next_watcher++;
+}
+
+void books_unwatch(int id) {
+    for (watcher_slot &slot : watchers)
+        if (slot.id == id) slot.id = 0;
+    if (!telling) watchers.remove_if([](const watcher_slot &slot) { return slot.id == 0; });
+}
+
+std::string_view outcome_word(relay_outcome outcome) {
+    return outcome >= 0 && outcome < OUTCOMES ? outcome_words[outcome].word : "unknown";
+}
+
+std::string_view outcome_text(relay_outcome outcome) {
+    return outcome >= 0 && outcome < OUTCOMES ? outcome_words[outcome].text : "unknown outcome";
+}
+
+std::string_view message_type_word(std::uint8_t type) {
+    static constexpr std::string_view words[] = {"-",   "DISCOVER", "OFFER",   "REQUEST", "DECLINE",
+                                                 "ACK", "NAK",      "RELEASE", "INFORM"};
+    return type < std::size(words) ? words[type] : "?";
+}
+
+}  // namespace ravo::platform
+
+void outcome_record(relay_outcome outcome) {
+    namespace books = ravo::platform;
+    if (!books::in_hand || outcome < 0 || outcome >= OUTCOMES) return;
+    if (outcome == OUTCOME_REBROADCAST) books::current.rebroadcast = true;
+    if (outcome == OUTCOME_REBROADCAST || outcome == OUTCOME_DELIVERED) ++books::sent;
+    books::current.outcome = static_cast<std::uint8_t>(outcome);
+}
+
+void outcome_server(std::uint32_t server) {
+    namespace books = ravo::platform;
+    if (!books::in_hand) return;
+    ++books::sent;
+    books::book_entry &entry = books::current;
+    if (entry.servers_count < entry.servers.size()) entry.servers[entry.servers_count] = server;
+    if (entry.servers_count < UINT8_MAX) ++entry.servers_count;
+}

@@ -1,0 +1,102 @@
+// The books of messages: what became of each message that the packet channel received.
+//
+// Every message is opened when the channel takes it, gets its outcome said by the channel or by the relay (outcome.h),
+// and is closed: then it counts, in total, for its VLAN and for its port, it is written into the flight recorder, and
+// whoever watches is told. Nothing is allocated for a message.
+#ifndef PLATFORM_LINUX_BOOKS_BOOKS_H
+#define PLATFORM_LINUX_BOOKS_BOOKS_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "outcome.h"
+
+namespace ravo::platform {
+
+// Messages by outcome. What counts as rebroadcast locally is kept beside the outcomes, which each message has one of.
+struct book_counters {
+    std::array<std::uint64_t, OUTCOMES> by_outcome{};
+    std::uint64_t received = 0;     // all messages; equals the sum over by_outcome
+    std::uint64_t rebroadcast = 0;  // broadcast again locally, whatever became of them then
+    std::uint64_t sent = 0;         // copies sent for them: one a server, one a client, one a local broadcast
+};
+
+// The VLAN tag that a frame came with, which the kernel has taken out of its bytes.
+struct book_tag {
+    std::uint16_t protocol = 0;  // EtherType, host byte order; 0: no tag
+    std::uint16_t tci = 0;       // 3 bits priority, 1 bit, 12 bits VLAN id; host byte order
+};
+
+// One message in the flight recorder.
+struct book_entry {
+    std::uint64_t number = 0;  // counts the messages; 0: empty entry
+    std::int64_t time_us = 0;  // when it was received, microseconds since 1970
+    std::uint32_t xid = 0;     // host byte order
+    std::uint32_t port_ifindex = 0;
+    std::uint16_t vlan = 0;  // of the VLAN interface it came in on, 0: on none
+    book_tag tag;
+    bool has_message = false;                // op, type, xid and option 82 could be read
+    std::uint8_t op = 0;                     // 1 request, 2 reply, 0 neither
+    std::uint8_t type = 0;                   // option 53, 0: none
+    std::array<std::uint8_t, 6> client{};    // client hardware address; the frame's source where that cannot be read
+    std::uint8_t outcome = OUTCOME_NONE;     // relay_outcome
+    bool rebroadcast = false;                // broadcast again locally, whatever the outcome
+    std::uint8_t servers_count = 0;          // servers it was sent to, 255 for more
+    std::array<std::uint32_t, 8> servers{};  // of these, the first eight; network byte order
+    std::int32_t answered_us = -1;           // of a reply: since the client's last request; -1: not known
+    bool has_option82 = false;
+    std::uint8_t option82_length = 0;         // bytes of option 82's data it carried
+    std::array<std::uint8_t, 32> option82{};  // of these, the first ones
+};
+
+// Sets the number of messages that the flight recorder holds (1 to 1000000; 4096 at start). Empties it. Returns false
+// when there is no memory, and changes nothing.
+bool books_set_recorder(std::size_t messages);
+std::size_t books_recorder_size();
+
+// Opens a message: frame as received, message: the DHCP message in it. Closes the one before.
+void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,
+                std::span<const std::uint8_t> message, const book_tag &tag = {});
+
+// Opens and closes a message that the channel itself drops. vlan, port_ifindex: 0 when not known; message: the DHCP
+// message in the frame, empty when it cannot be told.
+void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
+                std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message = {},
+                const book_tag &tag = {});
+
+// Closes the message in hand, if there is one.
+void books_close();
+
+// Counters in total, of a VLAN (1 to 4094), of a port; zeros for one that never received anything.
+const book_counters &books_total();
+const book_counters &books_of_vlan(std::uint16_t vlan);
+const book_counters &books_of_port(std::uint32_t port_ifindex);
+// The VLANs and the ports that received something, in order of their numbers.
+std::vector<std::uint16_t> books_vlans();
+std::vector<std::uint32_t> books_ports();
+void books_clear_counters();
+
+// The recorder's messages, newest first.
+void books_each_recorded(const std::function<void(const book_entry &entry)> &visit);
+
+// Watchers are told of each message as it is closed. frame: as received, valid during the call. Returns an id.
+using books_watcher = std::function<void(const book_entry &entry, std::span<const std::uint8_t> frame)>;
+int books_watch(books_watcher watcher);
+void books_unwatch(int id);
+
+// The word for an outcome ("relayed", "hop-limit") and a text for a person ("passed too many relays").
+std::string_view outcome_word(relay_outcome outcome);
+std::string_view outcome_text(relay_outcome outcome);
+
+// The name of a message type ("DISCOVER"), "-" for none.
+std::string_view message_type_word(std::uint8_t type);
+
+}  // namespace ravo::platform
+
+#endif

@@ -1,0 +1,54 @@
+// Captures of frames as pcapng, with a comment on each: a file that wireshark and tshark read.
+#ifndef PLATFORM_LINUX_BOOKS_PCAPNG_H
+#define PLATFORM_LINUX_BOOKS_PCAPNG_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ravo::platform {
+
+// Appends the head of a capture: one section with one interface, Ethernet, times in microseconds.
+void pcapng_begin(std::vector<std::uint8_t> &out);
+
+// Appends one frame. time_us: microseconds since 1970; comment: UTF-8, cut at 65535 bytes; tag: a VLAN tag that was
+// taken out of the frame, 4 bytes or none, and is put back behind its addresses.
+void pcapng_frame(std::vector<std::uint8_t> &out, std::int64_t time_us, std::span<const std::uint8_t> frame,
+                  std::string_view comment, std::span<const std::uint8_t> tag = {});
+
+// A capture file that is being written, by one writer at a time.
+class pcapng_file {
+  public:
+    pcapng_file() = default;
+    pcapng_file(const pcapng_file &) = delete;
+    pcapng_file &operator=(const pcapng_file &) = delete;
+    ~pcapng_file();
+
+    // Makes the file and writes the head. path: absolute, ending in ".pcapng" or ".pcap". A new file gets mode 0600;
+    // one that is there is replaced when it is a capture or empty, and refused when it is anything else. Returns an
+    // empty string, or the reason in one line.
+    std::string open(const std::string &path);
+
+    // Writes one frame, as pcapng_frame makes it. Returns an empty string, or the reason in one line; the file then
+    // ends behind its last whole frame.
+    std::string write(std::int64_t time_us, std::span<const std::uint8_t> frame, std::string_view comment,
+                      std::span<const std::uint8_t> tag = {});
+
+    // Bytes written.
+    std::uint64_t size() const { return size_; }
+
+  private:
+    std::string put(const std::vector<std::uint8_t> &bytes);
+
+    std::string path_;
+    int fd_ = -1;
+    std::uint64_t size_ = 0;
+    std::vector<std::uint8_t> room_;
+};
+
+}  // namespace ravo::platform
+
+#endif

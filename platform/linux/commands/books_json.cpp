@@ -1,0 +1,190 @@
+// Documents on what became of messages, and on interfaces. They are written from the books and the inventory, never
+// from the text that people get.
+#include "commands/books_json.h"
+
+#include <cstdlib>
+
+#include "base/text.h"
+#include "channel/channel.h"
+#include "cli/json.h"
+#include "commands/books_clients.h"
+#include "commands/books_text.h"
+#include "inventory/inventory.h"
+
+namespace ravo::cli {
+
+namespace {
+
+// The same bounds as those of the text, for the same reason: a session holds a bounded amount of unread output.
+constexpr std::size_t most_clients = 10000;
+constexpr std::size_t most_messages = 5000;
+
+void add_counters(json_writer &out, const platform::book_counters &counters) {
+    const auto number = [](std::uint64_t value) { return static_cast<std::int64_t>(value); };
+    json_number(out, "received", number(counters.received));
+    json_number(out, "sent", number(counters.sent));
+    json_number(out, "rebroadcast", number(counters.rebroadcast));
+    json_open(out, "outcomes", '{');
+    for (int i = 0; i < OUTCOMES; ++i) {
+        const auto outcome = static_cast<relay_outcome>(i);
+        json_number(out, platform::outcome_word(outcome), number(counters.by_outcome[outcome]));
+    }
+    json_close(out, '}');
+}
+
+void add_total(json_writer &out) {
+    json_open(out, "total", '{');
+    add_counters(out, platform::books_total());
+    json_number(out, "lost", static_cast<std::int64_t>(platform::channel_lost()));
+    json_close(out, '}');
+}
+
+void add_vlan(json_writer &out, std::uint16_t vlan) {
+    json_open(out, "", '{');
+    json_number(out, "vlan", vlan);
+    add_counters(out, platform::books_of_vlan(vlan));
+    json_close(out, '}');
+}
+
+void add_port(json_writer &out, std::uint32_t port) {
+    json_open(out, "", '{');
+    json_string(out, "port", port_name(port));
+    json_number(out, "ifindex", port);
+    add_counters(out, platform::books_of_port(port));
+    json_close(out, '}');
+}
+
+void add_place(json_writer &out, std::uint16_t vlan, std::uint32_t port) {
+    if (vlan != 0) json_number(out, "vlan", vlan);
+    if (port != 0) json_string(out, "port", port_name(port));
+}
+
+// Type, outcome and time of a message.
+void add_event(json_writer &out, const platform::book_entry &entry) {
+    const auto outcome = static_cast<relay_outcome>(entry.outcome);
+    json_string(out, "time", time_text_utc(entry.time_us));
+    json_string(out, "op", entry.op == 1 ? "request" : entry.op == 2 ? "reply" : "");
+    json_string(out, "type", entry.type == 0 ? "" : platform::message_type_word(entry.type));
+    json_string(out, "outcome", platform::outcome_word(outcome));
+    json_string(out, "reason", platform::outcome_text(outcome));
+}
+
+void add_option82(json_writer &out, const platform::book_entry &entry) {
+    if (!entry.has_option82) return;
+    json_open(out, "option82", '{');
+    json_string(out, "bytes", hex_text(option82_kept(entry)));
+    json_number(out, "length", entry.option82_length);
+    if (const auto value = option82_value(entry, 1)) json_string(out, "circuit_id", hex_text(*value));
+    if (const auto value = option82_value(entry, 2)) json_string(out, "remote_id", hex_text(*value));
+    if (const auto own = read_relay_information(entry)) {
+        json_number(out, "vlan", own->vlan);
+        json_number(out, "module", own->module);
+        json_number(out, "port", own->port);
+        json_string(out, "mac", mac_text(own->mac));
+    }
+    json_close(out, '}');
+}
+
+void add_message(json_writer &out, const platform::book_entry &entry) {
+    json_open(out, "", '{');
+    json_number(out, "number", static_cast<std::int64_t>(entry.number));
+    add_event(out, entry);
+    if (entry.has_message) json_string(out, "xid", xid_text(entry.xid));
+    add_place(out, vlan_of(entry), entry.port_ifindex);
+    json_open(out, "servers", '[');
+    for (std::size_t i = 0; i < entry.servers_count && i < entry.servers.size(); ++i)
+        json_string(out, "", platform::ipv4_text(entry.servers[i]));
+    json_close(out, ']');
+    json_number(out, "servers_count", entry.servers_count);
+    json_bool(out, "rebroadcast", entry.rebroadcast);
+    if (entry.answered_us >= 0) json_number(out, "answered_us", entry.answered_us);
+    add_option82(out, entry);
+    json_close(out, '}');
+}
+
+}  // namespace
+
+std::string statistics_json(const relay_access & /*relay*/, const std::vector<std::string> & /*arguments*/) {
+    json_writer out;
+    json_open(out, "", '{');
+    add_total(out);
+    json_open(out, "vlans", '[');
+    for (const std::uint16_t vlan : platform::books_vlans()) add_vlan(out, vlan);
+    json_close(out, ']');
+    json_open(out, "ports", '[');
+    for (const std::uint32_t port : platform::books_ports()) add_port(out, port);
+    json_close(out, ']');
+    json_close(out, '}');
+    return out.text;
+}
+
+std::string statistics_of_vlan_json(const relay_access & /*relay*/, const std::vector<std::string> &arguments) {
+    json_writer out;
+    add_vlan(out, static_cast<std::uint16_t>(std::atoi(arguments.at(0).c_str())));
+    return out.text;
+}
+
+std::string statistics_of_port_json(const relay_access & /*relay*/, const std::vector<std::string> &arguments) {
+    const auto port = read_port_name(arguments.at(0));
+    if (!port) return bad_port_line(arguments.at(0));
+    json_writer out;
+    add_port(out, *port);
+    return out.text;
+}
+
+std::string clients_json(const relay_access & /*relay*/, const std::vector<std::string> & /*arguments*/) {
+    const std::vector<seen_client> clients = seen_clients();
+    json_writer out;
+    json_open(out, "", '{');
+    json_open(out, "clients", '[');
+    for (std::size_t i = 0; i < clients.size() && i < most_clients; ++i) {
+        json_open(out, "", '{');
+        json_string(out, "client", mac_text(clients[i].last.client));
+        add_place(out, clients[i].vlan, clients[i].port_ifindex);
+        json_number(out, "messages", static_cast<std::int64_t>(clients[i].messages));
+        add_event(out, clients[i].last);
+        json_close(out, '}');
+    }
+    json_close(out, ']');
+    json_number(out, "total", static_cast<std::int64_t>(clients.size()));
+    json_close(out, '}');
+    return out.text;
+}
+
+std::string client_json(const relay_access & /*relay*/, const std::vector<std::string> &arguments) {
+    const auto client = read_mac(arguments.at(0));
+    if (!client) return bad_mac_line(arguments.at(0));
+    const std::vector<platform::book_entry> messages = messages_of_client(*client);
+    json_writer out;
+    json_open(out, "", '{');
+    json_string(out, "client", mac_text(*client));
+    json_open(out, "messages", '[');
+    for (std::size_t i = 0; i < messages.size() && i < most_messages; ++i) add_message(out, messages[i]);
+    json_close(out, ']');
+    json_number(out, "total", static_cast<std::int64_t>(messages.size()));
+    json_close(out, '}');
+    return out.text;
+}
+
+std::string interfaces_json(const relay_access & /*relay*/, const std::vector<std::string> & /*arguments*/) {
+    json_writer out;
+    json_open(out, "", '{');
+    json_open(out, "interfaces", '[');
+    for (const platform::inventory_row &row : platform::inventory_rows()) {
+        json_open(out, "", '{');
+        json_string(out, "name", row.name);
+        json_string(out, "kind", row.is_port ? "port" : "vlan");
+        json_number(out, "ifindex", row.ifindex);
+        json_bool(out, "up", row.up);
+        if (!row.address.empty()) json_string(out, "address", row.address);
+        if (row.pvid != 0) json_number(out, "pvid", row.pvid);
+        if (!row.device.empty()) json_string(out, "device", row.device);
+        if (row.kernel_ifindex != 0) json_number(out, "kernel_ifindex", row.kernel_ifindex);
+        json_close(out, '}');
+    }
+    json_close(out, ']');
+    json_close(out, '}');
+    return out.text;
+}
+
+}  // namespace ravo::cli

@@ -1,0 +1,200 @@
+// Commands that show messages as they are done with, and that write them to a capture file.
+//
+// The command's handler begins a watch on the books and returns; the session stays in the command until it is
+// interrupted, or until the capture is full or cannot be written. All of the watch belongs to the session: it ends with
+// it, however that ends.
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "books/books.h"
+#include "books/pcapng.h"
+#include "cli/session.h"
+#include "commands/books_commands.h"
+#include "commands/books_text.h"
+#include "log/log.h"
+
+namespace ravo::cli {
+
+namespace {
+
+constexpr std::uint64_t megabyte = 1000000;
+constexpr std::uint64_t default_limit = 100 * megabyte;
+
+struct monitor_request {
+    std::optional<hardware_address> client;
+    std::uint16_t vlan = 0;
+    std::uint32_t port_ifindex = 0;
+    std::string file;  // empty: to the session
+    std::uint64_t limit = default_limit;
+};
+
+struct message_monitor {
+    session *owner = nullptr;
+    monitor_request wanted;
+    int watcher = 0;
+    platform::pcapng_file capture;
+    std::uint64_t frames = 0;
+};
+
+bool is_wanted(const monitor_request &wanted, const platform::book_entry &entry) {
+    if (wanted.client && entry.client != *wanted.client) return false;
+    if (wanted.vlan != 0 && vlan_of(entry) != wanted.vlan) return false;
+    return wanted.port_ifindex == 0 || entry.port_ifindex == wanted.port_ifindex;
+}
+
+std::string captured_text(const message_monitor &monitor) {
+    return std::to_string(monitor.frames) + " messages in " + monitor.wanted.file + "\n";
+}
+
+// The capture ends by itself. The watch is taken off first: what is told now may reach the books.
+void give_up(message_monitor &monitor, const std::string &why, int result) {
+    platform::books_unwatch(monitor.watcher);
+    session &s = *monitor.owner;
+    (void)stream_emit(s, why + captured_text(monitor));  // a session that is gone is deleted soon
+    stream_finish(s, result);
+}
+
+// The tag as it stood in the frame; nothing without one.
+std::vector<std::uint8_t> tag_bytes(const platform::book_tag &tag) {
+    if (tag.protocol == 0) return {};
+    const auto byte = [](int value) { return static_cast<std::uint8_t>(value); };
+    return {byte(tag.protocol >> 8), byte(tag.protocol), byte(tag.tci >> 8), byte(tag.tci)};
+}
+
+void capture(message_monitor &monitor, const platform::book_entry &entry, std::span<const std::uint8_t> frame) {
+    if (monitor.capture.size() + frame.size() > monitor.wanted.limit)
+        return give_up(monitor, "The capture has reached its size\n", 0);
+    const std::string fault = monitor.capture.write(entry.time_us, frame, entry_line(entry), tag_bytes(entry.tag));
+    if (!fault.empty()) return give_up(monitor, "% " + fault + "\n", 1);
+    ++monitor.frames;
+}
+
+void take(message_monitor &monitor, const platform::book_entry &entry, std::span<const std::uint8_t> frame) {
+    if (!is_wanted(monitor.wanted, entry)) return;
+    if (!monitor.wanted.file.empty()) return capture(monitor, entry, frame);
+    (void)stream_emit(*monitor.owner, entry_line(entry) + "\n");  // a session that is gone is deleted soon
+}
+
+int stop(message_monitor &monitor) {
+    platform::books_unwatch(monitor.watcher);
+    if (!monitor.wanted.file.empty()) (void)emit(*monitor.owner, captured_text(monitor));
+    return 0;
+}
+
+// Reads the optional words, each with its value behind it. Returns an empty string, or the line that tells what is
+// wrong.
+std::string read_request(int argc, char **argv, monitor_request *out) {
+    for (int i = 0; i + 1 < argc; i += 2) {
+        const std::string_view word = argv[i], value = argv[i + 1];
+        if (word == "mac") {
+            out->client = read_mac(value);
+            if (!out->client) return bad_mac_line(value);
+        } else if (word == "vlan") {
+            out->vlan = static_cast<std::uint16_t>(std::atoi(argv[i + 1]));
+        } else if (word == "port") {
+            const auto port = read_port_name(value);
+            if (!port) return bad_port_line(value);
+            out->port_ifindex = *port;
+        } else if (word == "pcap") {
+            out->file = value;
+        } else if (word == "size") {
+            out->limit = static_cast<std::uint64_t>(std::atoi(argv[i + 1])) * megabyte;
+        }
+    }
+    return {};
+}
+
+int begin(struct cli *cli, monitor_request wanted) {
+    session &s = session_of(cli);
+    const auto monitor = std::make_shared<message_monitor>();
+    monitor->owner = &s;
+    monitor->wanted = std::move(wanted);
+    if (!s.output.stream_end || session_streaming(s))
+        return books_refuse(cli, "% This session cannot show messages as they come\n");
+    if (!monitor->wanted.file.empty()) {
+        const std::string fault = monitor->capture.open(monitor->wanted.file);
+        if (!fault.empty()) return books_refuse(cli, "% " + fault + "\n");
+        platform::log_line(platform::log_level_warning, "messages are captured in %s for user %s",
+                           monitor->wanted.file.c_str(), s.user.c_str());
+    }
+    // Each of the two keeps the monitor as long as it may be called.
+    monitor->watcher =
+        platform::books_watch([monitor](const platform::book_entry &entry, std::span<const std::uint8_t> frame) {
+            take(*monitor, entry, frame);
+        });
+    (void)stream_begin(s, [monitor] { return stop(*monitor); });  // asked above whether it can
+    return 0;
+}
+
+int monitor_messages(struct cli *cli, int argc, char **argv) {
+    monitor_request wanted;
+    const std::string fault = read_request(argc, argv, &wanted);
+    return fault.empty() ? begin(cli, std::move(wanted)) : books_refuse(cli, fault);
+}
+
+// "pcap FILE" is no option of this command, so that FILE comes without its keyword.
+int monitor_to_file(struct cli *cli, int argc, char **argv) {
+    monitor_request wanted;
+    int file = 0;
+    while (file + 1 < argc && (std::string_view(argv[file]) == "mac" || std::string_view(argv[file]) == "vlan" ||
+                               std::string_view(argv[file]) == "port"))
+        file += 2;
+    wanted.file = argv[file];
+    std::string fault = read_request(file, argv, &wanted);
+    if (fault.empty()) fault = read_request(argc - file - 1, argv + file + 1, &wanted);
+    return fault.empty() ? begin(cli, std::move(wanted)) : books_refuse(cli, fault);
+}
+
+constexpr char monitor_word[] = "Show what happens as it happens";
+constexpr char ip_word[] = "Internet Protocol version 4 (IPv4)";
+constexpr char relay_word[] = "Messages of the DHCP relay, until Ctrl-C";
+constexpr char mac_word[] = "Of one client";
+constexpr char address_word[] = "Its hardware address";
+constexpr char vlan_word[] = "That came in on one VLAN";
+constexpr char id_word[] = "VLAN id";
+constexpr char port_word[] = "That came in on one port";
+constexpr char number_word[] = "Module and port, such as 1/2";
+constexpr const char *help_monitor[] = {monitor_word, ip_word, "DHCP",    relay_word,  mac_word, address_word,
+                                        vlan_word,    id_word, port_word, number_word, nullptr};
+constexpr const char *help_file[] = {monitor_word,
+                                     ip_word,
+                                     "DHCP",
+                                     relay_word,
+                                     mac_word,
+                                     address_word,
+                                     vlan_word,
+                                     id_word,
+                                     port_word,
+                                     number_word,
+                                     "Write a capture file on the daemon's host",
+                                     "Its whole path, ending in .pcapng or .pcap",
+                                     "End at a size; without it, at 100 megabytes",
+                                     "Megabytes",
+                                     nullptr};
+
+constexpr builtin rows[] = {
+    {CLI_MODE_EXEC,
+     2,
+     command_role::platform,
+     {"monitor ip dhcp relay [mac MAC] [vlan <1-4094>] [port PORT]", monitor_messages, help_monitor, {}}},
+    {CLI_MODE_EXEC,
+     operator_privilege,
+     command_role::platform,
+     {"monitor ip dhcp relay [mac MAC] [vlan <1-4094>] [port PORT] pcap FILE [size <1-10000>]",
+      monitor_to_file,
+      help_file,
+      {}}},
+};
+
+}  // namespace
+
+void install_monitor_commands(cli_tree *tree) {
+    install_builtins(tree, rows);
+}
+
+}  // namespace ravo::cli

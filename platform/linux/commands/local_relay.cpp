@@ -1,0 +1,109 @@
+// Commands of local relay. The relay has the function but no commands for it; it is reached through its access table.
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "cli/session.h"
+#include "commands/vlan_list.h"
+#include "nsm.h"
+#include "process/relay_data.h"
+
+namespace ravo::cli {
+
+namespace {
+
+// A request to the relay: room for 4096 VLAN ids in host byte order, a byte whose lowest bit means add, a byte unused.
+constexpr std::size_t list_bytes = 2 * RELAY_ACCESS_VLANS;
+using vlan_request = std::array<std::uint8_t, list_bytes + 2>;
+
+int fail(struct cli *cli, const std::string &reason) {
+    cli->print(cli->print_handle, "%% %s\n", reason.c_str());
+    return 1;
+}
+
+int no_relay(struct cli *cli) {
+    return fail(cli, "Not available: no relay runs here");
+}
+
+int set_local_relay(struct cli *cli, int on) {
+    const relay_access *relay = platform::relay_data();
+    if (relay == nullptr) return no_relay(cli);
+    (void)relay->local_relay_set(on);  // that it was so already is no error
+    return 0;
+}
+
+int enable_local_relay(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    return set_local_relay(cli, 1);
+}
+
+int disable_local_relay(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    return set_local_relay(cli, 0);
+}
+
+int change_vlans(struct cli *cli, const char *list, bool add) {
+    const relay_access *relay = platform::relay_data();
+    if (relay == nullptr) return no_relay(cli);
+    std::vector<std::uint16_t> vlans;
+    const std::string fault = read_vlan_list(list, &vlans);
+    if (!fault.empty()) return fail(cli, "Invalid VLAN list: " + fault);
+    vlan_request request{};
+    std::memcpy(request.data(), vlans.data(), 2 * vlans.size());
+    request[list_bytes] = add ? 1 : 0;
+    return relay->local_relay_vlans(request.data()) == 1 ? 0 : fail(cli, "The VLAN list is full");
+}
+
+int add_vlans(struct cli *cli, int /*argc*/, char **argv) {
+    return change_vlans(cli, argv[0], /*add=*/true);
+}
+
+int remove_vlans(struct cli *cli, int /*argc*/, char **argv) {
+    return change_vlans(cli, argv[0], /*add=*/false);
+}
+
+int set_on_interface(struct cli *cli, int on) {
+    const relay_access *relay = platform::relay_data();
+    if (relay == nullptr) return no_relay(cli);
+    if (cli->ifp == nullptr) return fail(cli, "No interface is selected");
+    return relay->interface_local_relay_set(cli->ifp->name, on) == 1 ? 0 : fail(cli, "Memory not enough");
+}
+
+int enable_on_interface(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    return set_on_interface(cli, 1);
+}
+
+int disable_on_interface(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    return set_on_interface(cli, 0);
+}
+
+constexpr char ip_word[] = "Internet Protocol version 4 (IPv4)";
+constexpr char no_word[] = "Turn off or remove";
+constexpr char local_word[] = "Option 82 added to broadcasts within their VLAN";
+constexpr char vlan_word[] = "VLANs it applies to";
+constexpr char list_word[] = "VLAN ids and ranges, such as 10,20-30";
+constexpr const char *help_on[] = {ip_word, "DHCP", local_word, nullptr};
+constexpr const char *help_off[] = {no_word, ip_word, "DHCP", local_word, nullptr};
+constexpr const char *help_add[] = {ip_word, "DHCP", local_word, vlan_word, list_word, nullptr};
+constexpr const char *help_remove[] = {no_word, ip_word, "DHCP", local_word, vlan_word, list_word, nullptr};
+
+constexpr builtin relay_row(int mode, const char *text, cli_handler handler, const char *const *help) {
+    return {mode, 2, command_role::relay, {text, handler, help, {}}};
+}
+
+constexpr builtin rows[] = {
+    relay_row(CLI_MODE_CONFIGURATION, "ip dhcp local-relay", enable_local_relay, help_on),
+    relay_row(CLI_MODE_CONFIGURATION, "no ip dhcp local-relay", disable_local_relay, help_off),
+    relay_row(CLI_MODE_CONFIGURATION, "ip dhcp local-relay vlan LIST", add_vlans, help_add),
+    relay_row(CLI_MODE_CONFIGURATION, "no ip dhcp local-relay vlan LIST", remove_vlans, help_remove),
+    relay_row(CLI_MODE_INTERFACE, "ip dhcp local-relay", enable_on_interface, help_on),
+    relay_row(CLI_MODE_INTERFACE, "no ip dhcp local-relay", disable_on_interface, help_off),
+};
+
+}  // namespace
+
+void install_local_relay_commands(cli_tree *tree) {
+    install_builtins(tree, rows);
+}
+
+}  // namespace ravo::cli

@@ -1,0 +1,18 @@
+// Lists of VLANs as they are typed: "10,20-30".
+#ifndef PLATFORM_LINUX_COMMANDS_VLAN_LIST_H
+#define PLATFORM_LINUX_COMMANDS_VLAN_LIST_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ravo::cli {
+
+// Reads a list of VLAN ids from 1 to 4094 and ranges of them. *out: the ids in the order of the list, each once.
+// Returns an empty string, or what is wrong, naming the item; *out is then unchanged.
+std::string read_vlan_list(std::string_view text, std::vector<std::uint16_t> *out);
+
+}  // namespace ravo::cli
+
+#endif

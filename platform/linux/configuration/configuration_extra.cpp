@@ -1,0 +1,102 @@
+// The platform's section of the running configuration: settings of the relay that its own section leaves out, written
+// as the commands that make them. It stands behind the relay's section, whose last lines may be those of an interface,
+// and is replayed from there.
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "base/text.h"
+#include "cli/words.h"
+#include "configuration/configuration.h"
+#include "process/relay_data.h"
+
+namespace ravo::cli {
+
+namespace {
+
+// ---- Global settings ----
+
+std::string vlan_list(const relay_settings &settings) {
+    std::string out;
+    for (const std::uint16_t vlan : settings.local_relay_vlan)
+        if (vlan != 0) out += (out.empty() ? "" : ",") + std::to_string(vlan);
+    return out;
+}
+
+std::string global_lines(const relay_settings &settings) {
+    std::string out;
+    if (settings.trust_all == 1) out += "ip dhcp relay information trust-all\n!\n";
+    // While local relay is on, the relay's own section has the list.
+    const std::string vlans = settings.local_relay_enable == 1 ? std::string() : vlan_list(settings);
+    if (!vlans.empty()) out += "ip dhcp local-relay vlan " + vlans + "\n!\n";
+    if (settings.local_relay_enable == 1) out += "ip dhcp local-relay\n!\n";
+    return out;
+}
+
+// ---- Interfaces ----
+
+std::string option60_line(const relay_option60_host &host) {
+    const std::string_view vendor(host.vendor, strnlen(host.vendor, sizeof host.vendor));
+    return " ip dhcp relay option60 string " + quote_word(vendor) +
+           (host.match_rule == 0 ? " exact-match" : " partial-match") + " address " + platform::ipv4_text(host.server) +
+           "\n";
+}
+
+std::string option61_line(const relay_option61_host &host) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string hex = "0x";
+    const std::size_t length = std::min<std::size_t>(host.client_id_length, sizeof host.client_id);
+    for (std::size_t i = 0; i < length; ++i) {
+        hex += digits[host.client_id[i] >> 4];
+        hex += digits[host.client_id[i] & 15];
+    }
+    return " ip dhcp relay option61 hex " + hex + " address " + platform::ipv4_text(host.server) + "\n";
+}
+
+std::string interface_lines(const relay_interface &iface, bool trust_all) {
+    std::string out;
+    // "trust-all" is replayed first and marks every interface; this one was taken out again.
+    if (trust_all && iface.trusted != 1) out += " no ip dhcp relay information trusted\n";
+    if (iface.local_relay == 1) out += " ip dhcp local-relay\n";
+    for (const relay_option60_host &host : iface.option60)
+        if (host.used == 1) out += option60_line(host);
+    for (const relay_option61_host &host : iface.option61)
+        if (host.used == 1) out += option61_line(host);
+    return out;
+}
+
+std::string interface_sections(const relay_access &relay, bool trust_all) {
+    std::string out;
+    relay_interface iface{};
+    for (int found = relay.interface_first(&iface); found == 1; found = relay.interface_next(&iface)) {
+        const std::string lines = interface_lines(iface, trust_all);
+        if (!lines.empty()) out += "interface " + std::string(iface.name) + "\n" + lines + "!\n";
+    }
+    return out;
+}
+
+bool has_interface_line(std::string_view text) {
+    return text.starts_with("interface ") || text.find("\ninterface ") != std::string_view::npos;
+}
+
+}  // namespace
+
+std::string extra_section(std::string_view daemon_text) {
+    const relay_access *relay = platform::relay_data();
+    if (relay == nullptr) return {};
+    const auto settings = std::make_unique<relay_settings>();
+    relay->settings(settings.get());
+    std::string globals = global_lines(*settings);
+    // Some global commands mean something else on an interface, so an interface section before them is left first.
+    if (!globals.empty() && has_interface_line(daemon_text)) globals = "exit\n!\n" + globals;
+    const std::string text = globals + interface_sections(*relay, settings->trust_all == 1);
+    return text.empty() || daemon_text.empty() ? text : "!\n" + text;
+}
+
+}  // namespace ravo::cli

@@ -1,0 +1,113 @@
+// Files of commands, read and replaced.
+//
+// A file is never written in place: its successor is written beside it, brought to the disk, and takes its name in one
+// step; then the folder is brought to the disk too. The predecessor is kept by the same road under its own name.
+// Whoever is killed on the way leaves at most a file ".new" behind, which the next save takes over. Where the path is a
+// symbolic link, all this happens where it leads: who links the configuration to a disk wants it there.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "base/files.h"
+#include "base/owners.h"
+#include "configuration/configuration.h"
+
+namespace ravo::cli {
+
+using platform::descriptor;
+using platform::folder_of;
+using platform::read_file;
+using platform::write_all;
+
+namespace {
+
+// The file that a path leads to over symbolic links, which need not exist.
+std::string behind_links(std::string path) {
+    constexpr int most_links = 40;  // then opening the file fails too
+    char target[PATH_MAX];
+    for (int i = 0; i < most_links; ++i) {
+        const ssize_t length = readlink(path.c_str(), target, sizeof target);
+        if (length <= 0 || static_cast<std::size_t>(length) == sizeof target) break;
+        const std::string text(target, static_cast<std::size_t>(length));
+        path = text.front() == '/' ? text : folder_of(path) + "/" + text;
+    }
+    return path;
+}
+
+int write_new(const std::string &path, std::string_view text) {
+    if (unlink(path.c_str()) != 0 && errno != ENOENT) return errno;
+    descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!file) return errno;
+    const int failed = write_all(file.get(), text);
+    if (failed != 0) return failed;
+    if (fsync(file.get()) != 0) return errno;
+    // Some file systems report only at the end what they could not write.
+    return close(file.release()) == 0 ? 0 : errno;
+}
+
+int sync_folder(const std::string &path) {
+    descriptor folder(open(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder) return errno;
+    // Some file systems cannot do this for a folder; those have nothing to bring to the disk.
+    return fsync(folder.get()) == 0 || errno == EINVAL ? 0 : errno;
+}
+
+int replace(const std::string &path, std::string_view text) {
+    const std::string successor = path + ".new";
+    int failed = write_new(successor, text);
+    if (failed == 0 && rename(successor.c_str(), path.c_str()) != 0) failed = errno;
+    if (failed != 0) {
+        (void)unlink(successor.c_str());  // the reason reported is why the save failed, not why this did
+        return failed;
+    }
+    return sync_folder(path);
+}
+
+int keep_predecessor(const std::string &path) {
+    std::string old;
+    const int failed = read_file(path, configuration_limit, &old);
+    if (failed == ENOENT) return 0;
+    return failed != 0 ? failed : replace(path + ".1", old);
+}
+
+std::string remedy(int error) {
+    if (error == ENOSPC || error == EDQUOT) return "; make room on the disk";
+    if (error == EROFS) return "; the file system is read-only";
+    if (error == ENOENT) return "; its folder does not exist";
+    return {};
+}
+
+}  // namespace
+
+std::string not_a_file(const std::string &path) {
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode)) return {};
+    return S_ISDIR(status.st_mode) ? "it is a folder" : "it is a device or the like, not a file";
+}
+
+std::string save_file(const std::string &name, std::string_view text) {
+    const std::string path = behind_links(name);
+    const std::string fault = not_a_file(path);
+    if (!fault.empty()) return path + " cannot be written: " + fault;
+    int failed = keep_predecessor(path);
+    if (failed != 0) return path + ".1 cannot be written: " + std::strerror(failed) + remedy(failed);
+    failed = replace(path, text);
+    if (failed != 0) return path + " cannot be written: " + std::strerror(failed) + remedy(failed);
+    return {};
+}
+
+std::string erase_file(const std::string &name) {
+    const std::string path = behind_links(name);
+    int failed = unlink(path.c_str()) == 0 ? sync_folder(path) : errno;
+    if (failed == ENOENT) failed = 0;
+    return failed == 0 ? std::string() : path + " cannot be erased: " + std::strerror(failed);
+}
+
+}  // namespace ravo::cli

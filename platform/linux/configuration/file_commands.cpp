@@ -1,0 +1,122 @@
+// The running configuration, and the commands that show, save, erase and replay it.
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "base/files.h"
+#include "cli/session.h"
+#include "configuration/configuration.h"
+#include "log/log.h"
+#include "process/frame.h"
+
+namespace ravo::cli {
+
+namespace {
+
+const std::string &startup_path() {
+    return platform::frame_get_options().startup_config;
+}
+
+int fail(struct cli *cli, const std::string &reason) {
+    cli->print(cli->print_handle, "%% %s\n", reason.c_str());
+    return 1;
+}
+
+// Writes the running configuration. Returns false when a section could not be written whole for want of memory.
+bool write_configuration(std::string *text) {
+    bool whole = true;
+    const session_ptr s = session_capture(text, program_privilege, "running configuration");
+    for (const config_section &section : library_tree().sections) {
+        struct cli context = context_of(*s);
+        // A writer counts its sections and one more; none at all means that it gave up.
+        if (section.writer(&context) == 0) whole = false;
+    }
+    *text += extra_section(*text);
+    return whole;
+}
+
+int show_running(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    std::string text;
+    const bool whole = write_configuration(&text);
+    (void)emit(session_of(cli), text);
+    return whole ? 0 : fail(cli, "memory is short: the configuration above is not whole");
+}
+
+int show_startup(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    std::string text;
+    const int failed = platform::read_file(startup_path(), configuration_limit, &text);
+    if (failed == ENOENT) return fail(cli, startup_path() + " does not exist; \"write memory\" creates it");
+    if (failed != 0) return fail(cli, startup_path() + " cannot be read: " + std::strerror(failed));
+    (void)emit(session_of(cli), text);
+    return 0;
+}
+
+int save(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    std::string text;
+    const bool whole = write_configuration(&text);
+    const std::string reason =
+        whole ? save_file(startup_path(), text)
+              : "memory is short, the configuration cannot be written whole; " + startup_path() + " is as it was";
+    if (!reason.empty()) {
+        platform::log_line(platform::log_level_error, "configuration not saved: %s", reason.c_str());
+        return fail(cli, reason);
+    }
+    cli->print(cli->print_handle, "Saved as %s\n", startup_path().c_str());
+    return 0;
+}
+
+int erase(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    const std::string fault = not_a_file(startup_path());
+    if (!fault.empty()) return fail(cli, startup_path() + " cannot be erased: " + fault);
+    const session &s = session_of(cli);
+    if (s.output.confirm && !s.output.confirm("Erase the startup configuration?")) return 1;
+    const std::string reason = erase_file(startup_path());
+    return reason.empty() ? 0 : fail(cli, reason);
+}
+
+int load(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    const auto report = [&](const std::string &line) { cli->print(cli->print_handle, "%% %s\n", line.c_str()); };
+    return replay_file(startup_path(), /*optional=*/false, /*check_only=*/false, report) == 0 ? 0 : 1;
+}
+
+constexpr char show_word[] = "Show running system information";
+constexpr char copy_word[] = "Copy one configuration to another";
+constexpr char running_word[] = "The settings in force";
+constexpr char startup_word[] = "The settings the daemon starts with";
+constexpr char write_word[] = "Save the running configuration";
+constexpr const char *help_show_running[] = {show_word, running_word, nullptr};
+constexpr const char *help_show_startup[] = {show_word, startup_word, nullptr};
+constexpr const char *help_save[] = {copy_word, running_word, startup_word, nullptr};
+constexpr const char *help_load[] = {copy_word, startup_word, running_word, nullptr};
+constexpr const char *help_write[] = {write_word, nullptr};
+constexpr const char *help_memory[] = {write_word, "As the startup configuration", nullptr};
+constexpr const char *help_erase[] = {write_word, "Erase the startup configuration", nullptr};
+
+constexpr builtin file_row(command_role role, const char *text, cli_handler handler, const char *const *help) {
+    return {CLI_MODE_EXEC, operator_privilege, role, {text, handler, help, {}}};
+}
+
+constexpr builtin rows[] = {
+    file_row(command_role::platform, "show running-config", show_running, help_show_running),
+    file_row(command_role::platform, "show startup-config", show_startup, help_show_startup),
+    file_row(command_role::startup, "copy running-config startup-config", save, help_save),
+    file_row(command_role::startup, "copy startup-config running-config", load, help_load),
+    file_row(command_role::startup, "write", save, help_write),
+    file_row(command_role::startup, "write memory", save, help_memory),
+    file_row(command_role::startup, "write erase", erase, help_erase),
+};
+
+}  // namespace
+
+void install_file_commands(cli_tree *tree) {
+    install_builtins(tree, rows);
+}
+
+std::string running_configuration() {
+    std::string text;
+    (void)write_configuration(&text);  // who wants it whole asks for it in a command
+    return text;
+}
+
+}  // namespace ravo::cli

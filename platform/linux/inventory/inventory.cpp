@@ -1,0 +1,191 @@
+// The one inventory of the process: the model, fed by netlink, and what is told on: to the interface service which VLAN
+// interfaces changed, after each single change so that an interface that goes and comes back is seen to do so; to the
+// packet channel that its taps changed, once all waiting changes are in.
+#include "inventory/inventory.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "base/text.h"
+#include "interfaces/nsm_feed.h"
+#include "inventory/inventory_model.h"
+#include "inventory/inventory_names.h"
+#include "inventory/inventory_netlink.h"
+
+namespace ravo::platform {
+
+namespace {
+
+constexpr int default_receive_buffer = 8 * 1024 * 1024;  // room for the changes of a few thousand interfaces
+
+inventory_model &the_model() {
+    static inventory_model model;
+    return model;
+}
+
+std::function<void()> change_listener;
+
+void tell_interfaces() {
+    inventory_model &model = the_model();
+    for (const std::uint16_t vlan : std::exchange(model.changed_vlans, {})) {
+        const model_device *device = model_interface(model, vlan);
+        if (device == nullptr) {
+            nsm_feed(vlan, nullptr);
+            continue;
+        }
+        const device_record &record = device->record;
+        const interface_state state = {record.ifindex, record.up, record.mac, &device->addresses};
+        nsm_feed(vlan, &state);
+    }
+}
+
+void tell_taps() {
+    if (model_settle_taps(&the_model()) && change_listener) change_listener();
+}
+
+void take_all(const std::vector<inventory_change> &all) {
+    model_reconcile(&the_model(), all);
+    tell_interfaces();
+}
+
+std::string address_text(const model_device &device) {
+    if (device.addresses.empty() || device.addresses.front().secondary) return {};
+    const address_record &address = device.addresses.front();
+    return ipv4_text(address.address) + "/" + std::to_string(address.prefix_length);
+}
+
+inventory_row interface_row(std::uint16_t vlan, const model_device &device) {
+    inventory_row row;
+    row.name = "vlan" + std::to_string(vlan);
+    row.ifindex = vlan_number_base + vlan;
+    row.device = device.record.name;
+    row.kernel_ifindex = device.record.ifindex;
+    row.up = device.record.up;
+    row.address = address_text(device);
+    return row;
+}
+
+inventory_row port_row(std::uint32_t number, const std::string &name, const model_device *device) {
+    inventory_row row;
+    row.name = "port " + std::to_string((number - 5120) / 64 + 1) + "/" + std::to_string((number - 5120) % 64);
+    row.ifindex = number;
+    row.is_port = true;
+    if (device == nullptr) return row;
+    row.device = name;
+    row.kernel_ifindex = device->record.ifindex;
+    row.up = device->record.up;
+    row.pvid = device->pvid;
+    return row;
+}
+
+}  // namespace
+
+void inventory_describe(const switch_description &description) {
+    model_describe(&the_model(), description);
+    tell_interfaces();
+    tell_taps();
+}
+
+std::string inventory_open() {
+    return inventory_open_with_buffer(default_receive_buffer);
+}
+
+std::string inventory_open_with_buffer(int receive_buffer) {
+    std::string reason = netlink_follow({.changed =
+                                             [](const inventory_change &change) {
+                                                 model_apply(&the_model(), change);
+                                                 tell_interfaces();
+                                             },
+                                         .read_again = take_all,
+                                         .settled = tell_taps},
+                                        receive_buffer);
+    if (!reason.empty()) return reason;
+    std::vector<inventory_change> all;
+    bool complete = false;
+    reason = netlink_read_all(&all, &complete);
+    if (!reason.empty()) {
+        netlink_unfollow();
+        return reason;
+    }
+    take_all(all);
+    tell_taps();
+    if (!complete) netlink_read_again_soon();
+    return {};
+}
+
+void inventory_close() {
+    netlink_unfollow();
+}
+
+void inventory_deliver_existing() {
+    nsm_deliver_existing();
+}
+
+std::vector<tap_device> inventory_taps() {
+    std::vector<tap_device> taps;
+    for (const auto &[ifindex, device] : the_model().devices)
+        if (device.tap || device.uplink) taps.push_back({ifindex, device.record.name, !device.tap});
+    std::sort(taps.begin(), taps.end(),
+              [](const tap_device &a, const tap_device &b) { return a.kernel_ifindex < b.kernel_ifindex; });
+    return taps;
+}
+
+ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t tag, ingress *out) {
+    return model_classify(the_model(), kernel_ifindex, tagged, tag, out);
+}
+
+bool inventory_is_interface_address(std::uint32_t address) {
+    return model_is_interface_address(&the_model(), address);
+}
+
+int inventory_kernel_ifindex(std::uint32_t switch_ifindex) {
+    const inventory_model &model = the_model();
+    const model_device *device = nullptr;
+    if (const std::uint16_t vlan = vlan_of_number(switch_ifindex); vlan != 0) {
+        device = model_interface(model, vlan);
+    } else {
+        const auto port = model.ports.device_of.find(switch_ifindex);
+        if (port != model.ports.device_of.end()) device = model_find(model, port->second);
+    }
+    return device == nullptr ? 0 : device->record.ifindex;
+}
+
+std::uint32_t inventory_port_number(const std::string &device) {
+    const auto &numbers = the_model().ports.number_of;
+    const auto found = numbers.find(device);
+    return found == numbers.end() ? 0 : found->second;
+}
+
+std::string inventory_port_device(std::uint32_t switch_ifindex) {
+    const auto &devices = the_model().ports.device_of;
+    const auto found = devices.find(switch_ifindex);
+    return found == devices.end() ? std::string() : found->second;
+}
+
+std::uint16_t inventory_vlan_of_device(const std::string &name) {
+    const model_device *device = model_find(the_model(), name);
+    if (device == nullptr || model_interface(the_model(), device->claim) != device) return 0;
+    return device->claim;
+}
+
+void inventory_on_change(std::function<void()> listener) {
+    change_listener = std::move(listener);
+}
+
+std::vector<inventory_row> inventory_rows() {
+    const inventory_model &model = the_model();
+    std::vector<inventory_row> rows;
+    for (std::uint16_t vlan = 1; vlan <= last_vlan; ++vlan)
+        if (const model_device *device = model_interface(model, vlan)) rows.push_back(interface_row(vlan, *device));
+    const std::size_t interfaces = rows.size();
+    for (const auto &[number, name] : model.ports.device_of)
+        rows.push_back(port_row(number, name, model_find(model, name)));
+    std::sort(rows.begin() + static_cast<std::ptrdiff_t>(interfaces), rows.end(),
+              [](const inventory_row &a, const inventory_row &b) { return a.ifindex < b.ifindex; });
+    return rows;
+}
+
+}  // namespace ravo::platform

@@ -1,0 +1,91 @@
+// The inventory: what the kernel's devices are to the switch, kept live from netlink.
+//
+// It knows the VLAN interfaces, the ports, the relation between the kernel's device numbers and the switch's interface
+// numbers, and for every device on which frames first enter the box how they are to be classified.
+#ifndef PLATFORM_LINUX_INVENTORY_INVENTORY_H
+#define PLATFORM_LINUX_INVENTORY_INVENTORY_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "inventory/switch_description.h"
+
+namespace ravo::platform {
+
+// A device that the packet channel listens on.
+struct tap_device {
+    int kernel_ifindex;
+    std::string name;
+    bool uplink = false;  // no port: of what comes in, only replies to a VLAN interface's address are of use
+    bool operator==(const tap_device &) const = default;
+};
+
+struct ingress {
+    std::uint16_t vlan = 0;          // VLAN id
+    std::uint32_t port_ifindex = 0;  // the switch's interface number of the port, 0 when it has none
+};
+
+enum class ingress_result {
+    ok,
+    unknown_vlan,  // no VLAN interface for the frame's tag or the port's PVID
+    unknown_port,  // the device is no tap (any more)
+    uplink,        // of no VLAN, but for the box itself: its device has an address of its own
+    elsewhere,     // read on another device too, and to be judged there
+};
+
+// Installs the description; used at start and again on SIGHUP (then everything is classified anew).
+void inventory_describe(const switch_description &description);
+
+// Opens netlink, reads all that exists (without events: those follow at nsm_client_start), then follows changes on the
+// event loop. Returns an empty string, or the reason of failure.
+std::string inventory_open();
+// The same with another room, in bytes, for changes that wait to be read.
+std::string inventory_open_with_buffer(int receive_buffer);
+void inventory_close();
+
+// Calls the daemon's hooks for every VLAN interface and address that exists now; from then on changes are delivered as
+// they come. Called after the daemon's start-up callback, and again after its reset, which forgets all interfaces. Does
+// nothing when nsm_client_start was not called.
+void inventory_deliver_existing();
+
+// The devices to listen on now.
+std::vector<tap_device> inventory_taps();
+
+// Classifies a frame received on a tap. tagged, tag: its 802.1Q VLAN id if it had a tag (0 counts as untagged).
+ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t tag, ingress *out);
+
+// Tells whether an IPv4 address, in network byte order, is one of a VLAN interface's.
+bool inventory_is_interface_address(std::uint32_t address);
+
+// The kernel's device number for one of the switch's interface numbers; 0 when no such device exists now.
+int inventory_kernel_ifindex(std::uint32_t switch_ifindex);
+
+// The number of the port with this device, and the reverse; 0 and an empty text when there is none. Ports that are away
+// keep their numbers.
+std::uint32_t inventory_port_number(const std::string &device);
+std::string inventory_port_device(std::uint32_t switch_ifindex);
+
+// The VLAN whose interface a device is now; 0 when it is none.
+std::uint16_t inventory_vlan_of_device(const std::string &device);
+
+// Called after each change of the taps. One listener: the packet channel.
+void inventory_on_change(std::function<void()> listener);
+
+// One row of "show interfaces brief".
+struct inventory_row {
+    std::string name;           // vlan10, or port 1/1
+    std::uint32_t ifindex = 0;  // the switch's number
+    std::string device;         // the kernel's device, empty when absent
+    int kernel_ifindex = 0;
+    bool up = false;
+    std::string address;  // primary address/prefix of a VLAN interface, else empty
+    int pvid = 0;         // of a port, 0 for none
+    bool is_port = false;
+};
+std::vector<inventory_row> inventory_rows();
+
+}  // namespace ravo::platform
+
+#endif

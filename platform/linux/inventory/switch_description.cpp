@@ -1,0 +1,303 @@
+// Reads the switch description. The file is read whole, parsed, and then every table is gone through against the list
+// of the keys it may have; each fault is noted with its place, so that one run tells all of them. A description with a
+// fault is never used in part.
+#include "inventory/switch_description.h"
+#include "base/files.h"
+
+#include <fcntl.h>
+#include <net/if.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <tuple>
+#include <unordered_map>
+
+#define TOML_EXCEPTIONS 0
+#include <toml++/toml.h>
+
+namespace ravo::platform {
+
+namespace {
+
+// A description of every port and VLAN there can be takes a tenth of this.
+constexpr std::size_t max_file_size = 4 * 1024 * 1024;
+
+constexpr std::int64_t max_vlan = 4094;
+
+struct fault {
+    toml::source_position place;
+    std::string reason;
+};
+
+// One reading of a file: what was found so far, and where each thing stood that may not stand twice, by its words in a
+// fault line ("port 1/1").
+struct reading {
+    switch_description found;
+    std::unordered_map<std::string, toml::source_position> marks;
+    std::vector<fault> faults;
+};
+
+void note(reading &r, const toml::source_position &place, std::string reason) {
+    r.faults.push_back({place, std::move(reason)});
+}
+
+std::string quoted(std::string_view text) {
+    return "\"" + std::string(text) + "\"";
+}
+
+std::string type_name(const toml::node &node) {
+    switch (node.type()) {
+        case toml::node_type::table:
+            return "a table";
+        case toml::node_type::array:
+            return node.is_array_of_tables() ? "a list of tables" : "a list";
+        case toml::node_type::string:
+            return "a text";
+        case toml::node_type::integer:
+            return "a number";
+        case toml::node_type::floating_point:
+            return "a number with a fraction";
+        case toml::node_type::boolean:
+            return "true or false";
+        default:
+            return "a date or time";
+    }
+}
+
+// Reports a thing that stands a second time.
+void mark_once(reading &r, const std::string &what, const toml::source_position &place, std::string_view remedy) {
+    const auto [first, is_new] = r.marks.emplace(what, place);
+    if (is_new) return;
+    note(r, place, what + " is already in line " + std::to_string(first->second.line) + "; " + std::string(remedy));
+}
+
+struct table_shape {
+    std::string_view name;
+    std::span<const std::string_view> keys;
+    std::string_view keys_text;   // the same for a person
+    std::string_view needs_text;  // those that it must have
+};
+
+constexpr std::string_view port_keys[] = {"device", "module", "port", "trap"};
+constexpr std::string_view interface_keys[] = {"vlan", "device"};
+constexpr std::string_view channel_keys[] = {"trap", "recorder"};
+constexpr table_shape port_shape = {"[[port]]", port_keys, "device, module, port and trap", "device, module and port"};
+constexpr table_shape interface_shape = {"[[interface]]", interface_keys, "vlan and device", "vlan and device"};
+constexpr table_shape channel_shape = {"[channel]", channel_keys, "trap and recorder", ""};
+
+void check_keys(reading &r, const toml::table &table, const table_shape &shape) {
+    for (const auto &[key, value] : table)
+        if (std::find(shape.keys.begin(), shape.keys.end(), key.str()) == shape.keys.end())
+            note(r, key.source().begin,
+                 "unknown key " + quoted(key.str()) + " in " + std::string(shape.name) + "; it has " +
+                     std::string(shape.keys_text));
+}
+
+const toml::node *required(reading &r, const toml::table &table, std::string_view key, const table_shape &shape) {
+    const toml::node *value = table.get(key);
+    if (value == nullptr)
+        note(r, table.source().begin,
+             std::string(shape.name) + " without " + quoted(key) + "; it needs " + std::string(shape.needs_text));
+    return value;
+}
+
+std::optional<std::uint32_t> number_of(reading &r, const toml::node &node, std::string_view key, std::int64_t low,
+                                       std::int64_t high) {
+    const std::string range = std::to_string(low) + " to " + std::to_string(high);
+    const auto *number = node.as_integer();
+    if (number == nullptr) {
+        note(r, node.source().begin, quoted(key) + " must be a number from " + range + ", not " + type_name(node));
+        return std::nullopt;
+    }
+    if (number->get() < low || number->get() > high) {
+        note(r, node.source().begin,
+             std::string(key) + " " + std::to_string(number->get()) + " is out of range; it must be " + range);
+        return std::nullopt;
+    }
+    return static_cast<std::uint32_t>(number->get());
+}
+
+std::optional<std::uint32_t> read_number(reading &r, const toml::table &table, std::string_view key,
+                                         const table_shape &shape, std::int64_t low, std::int64_t high) {
+    const toml::node *node = required(r, table, key, shape);
+    return node == nullptr ? std::nullopt : number_of(r, *node, key, low, high);
+}
+
+// A key that may be left out.
+std::optional<bool> read_flag(reading &r, const toml::table &table, std::string_view key) {
+    const toml::node *node = table.get(key);
+    if (node == nullptr) return std::nullopt;
+    const auto *flag = node->as_boolean();
+    if (flag != nullptr) return flag->get();
+    note(r, node->source().begin, quoted(key) + " must be true or false, not " + type_name(*node));
+    return std::nullopt;
+}
+
+// What the kernel takes as a device name.
+std::string name_fault(std::string_view name) {
+    if (name.empty()) return "\"device\" is empty; give the name of a network device";
+    if (name.size() >= IFNAMSIZ)
+        return "device " + quoted(name) + " is too long; a device name has at most " + std::to_string(IFNAMSIZ - 1) +
+               " bytes";
+    const auto bad = [](unsigned char c) { return c <= ' ' || c == '/' || c == ':' || c == 0x7F; };
+    if (name == "." || name == ".." || std::any_of(name.begin(), name.end(), bad))
+        return "\"device\" cannot be a network device's name; one has no blanks, control characters, \"/\" or \":\"";
+    return {};
+}
+
+std::optional<std::string> read_device(reading &r, const toml::table &table, const table_shape &shape) {
+    const toml::node *node = required(r, table, "device", shape);
+    if (node == nullptr) return std::nullopt;
+    const auto *text = node->as_string();
+    if (text == nullptr) {
+        note(r, node->source().begin, "\"device\" must be a device's name in quotes, not " + type_name(*node));
+        return std::nullopt;
+    }
+    const std::string reason = name_fault(text->get());
+    if (!reason.empty()) {
+        note(r, node->source().begin, reason);
+        return std::nullopt;
+    }
+    return text->get();
+}
+
+void read_port(reading &r, const toml::table &table) {
+    check_keys(r, table, port_shape);
+    const auto device = read_device(r, table, port_shape);
+    const auto module = read_number(r, table, "module", port_shape, 1, described_module_max);
+    const std::int64_t lowest = module == std::optional<std::uint32_t>(1) ? 1 : 0;
+    const auto port = read_number(r, table, "port", port_shape, lowest, described_port_max);
+    if (device) mark_once(r, "port device " + quoted(*device), table.get("device")->source().begin, "name it once");
+    if (module && port)
+        mark_once(r, "port " + std::to_string(*module) + "/" + std::to_string(*port), table.get("port")->source().begin,
+                  "give each port a number of its own");
+    const auto trap = read_flag(r, table, "trap");
+    if (device && module && port) r.found.ports.push_back({*device, *module, *port, trap});
+}
+
+void read_interface(reading &r, const toml::table &table) {
+    check_keys(r, table, interface_shape);
+    const auto vlan = read_number(r, table, "vlan", interface_shape, 1, max_vlan);
+    const auto device = read_device(r, table, interface_shape);
+    if (vlan)
+        mark_once(r, "vlan " + std::to_string(*vlan), table.get("vlan")->source().begin, "name one device for it");
+    if (device)
+        mark_once(r, "interface device " + quoted(*device), table.get("device")->source().begin,
+                  "a device carries one VLAN");
+    if (vlan && device) r.found.interfaces.push_back({*vlan, *device});
+}
+
+void read_channel(reading &r, const toml::table &table) {
+    check_keys(r, table, channel_shape);
+    r.found.channel.trap = read_flag(r, table, "trap").value_or(false);
+    const toml::node *recorder = table.get("recorder");
+    if (recorder == nullptr) return;
+    r.found.channel.recorder =
+        number_of(r, *recorder, "recorder", 1, described_recorder_max).value_or(described_recorder_default);
+}
+
+// The tables a description may have. A new one is a row here and a reader above.
+struct top_table {
+    std::string_view name;
+    bool list;  // there may be many: [[NAME]]
+    void (*read)(reading &r, const toml::table &table);
+};
+constexpr top_table top_tables[] = {
+    {"port", true, read_port}, {"interface", true, read_interface}, {"channel", false, read_channel}};
+
+void read_single(reading &r, const top_table &which, const toml::node &node) {
+    const toml::table *table = node.as_table();
+    if (table != nullptr) return which.read(r, *table);
+    const std::string name(which.name);
+    const std::string got = node.is_array_of_tables() ? "[[" + name + "]]" : type_name(node);
+    note(r, node.source().begin, "expected [" + name + "], not " + got + "; there is one such table");
+}
+
+void read_list(reading &r, const top_table &which, const toml::node &node) {
+    const std::string wanted = "[[" + std::string(which.name) + "]]";
+    const toml::array *list = node.as_array();
+    if (list == nullptr) {
+        const std::string got = node.is_table() ? "[" + std::string(which.name) + "]" : type_name(node);
+        note(r, node.source().begin, "expected " + wanted + ", not " + got + "; each one is a table of a list");
+        return;
+    }
+    for (const toml::node &item : *list) {
+        if (const toml::table *table = item.as_table())
+            which.read(r, *table);
+        else
+            note(r, item.source().begin, "expected " + wanted + ", not " + type_name(item));
+    }
+}
+
+const top_table *find_top_table(std::string_view name) {
+    for (const top_table &row : top_tables)
+        if (row.name == name) return &row;
+    return nullptr;
+}
+
+void read_tables(reading &r, const toml::table &root) {
+    for (const auto &[key, value] : root) {
+        if (const top_table *known = find_top_table(key.str()))
+            known->list ? read_list(r, *known, value) : read_single(r, *known, value);
+        else
+            note(r, key.source().begin,
+                 "unknown " + std::string(value.is_table() || value.is_array_of_tables() ? "table " : "key ") +
+                     quoted(key.str()) + "; there are [[port]], [[interface]] and [channel]");
+    }
+}
+
+// One line whatever the parser or a value in the file put into the text.
+std::string one_line(std::string text) {
+    for (char &c : text)
+        if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) c = ' ';
+    return text;
+}
+
+std::string fault_line(const std::string &path, const fault &f) {
+    return path + ":" + std::to_string(f.place.line) + ":" + std::to_string(f.place.column) + ": " + one_line(f.reason);
+}
+
+std::vector<std::string> fault_lines(const std::string &path, std::vector<fault> faults) {
+    std::stable_sort(faults.begin(), faults.end(), [](const fault &a, const fault &b) {
+        return std::tie(a.place.line, a.place.column) < std::tie(b.place.line, b.place.column);
+    });
+    std::vector<std::string> lines;
+    for (const fault &f : faults) lines.push_back(fault_line(path, f));
+    return lines;
+}
+
+}  // namespace
+
+std::vector<std::string> switch_description_check(const std::string &path, bool optional, switch_description *out) {
+    std::string text;
+    const int error = read_file(path, max_file_size, &text);
+    if (error == ENOENT && optional) {
+        *out = {};
+        return {};
+    }
+    if (error != 0)
+        return {path + ": cannot read the switch description: " + strerrordesc_np(error) +
+                "; name a readable file with --switch"};
+    toml::parse_result parsed = toml::parse(std::string_view(text), std::string_view(path));
+    if (!parsed) return {fault_line(path, {parsed.error().source().begin, std::string(parsed.error().description())})};
+    reading r;
+    read_tables(r, parsed.table());
+    if (!r.faults.empty()) return fault_lines(path, std::move(r.faults));
+    *out = std::move(r.found);
+    return {};
+}
+
+bool switch_description_read(const std::string &path, bool optional, switch_description *out, std::string *error) {
+    const std::vector<std::string> faults = switch_description_check(path, optional, out);
+    if (faults.empty()) return true;
+    *error = faults.front();
+    return false;
+}
+
+}  // namespace ravo::platform

@@ -1,0 +1,58 @@
+// The switch description: which device is which port, and which device carries which VLAN.
+#ifndef PLATFORM_LINUX_INVENTORY_SWITCH_DESCRIPTION_H
+#define PLATFORM_LINUX_INVENTORY_SWITCH_DESCRIPTION_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ravo::platform {
+
+// Modules are numbered from 1, ports within a module up to 63; the first module has no port 0, so that a port's
+// interface number 5120 + 64 * (module - 1) + port is never the bare 5120.
+inline constexpr std::uint32_t described_module_max = 32;
+inline constexpr std::uint32_t described_port_max = 63;
+
+struct described_port {
+    std::string device;          // name of the kernel's device
+    std::uint32_t module;        // 1 to described_module_max
+    std::uint32_t port;          // 0 to 63: number within the module; 1 to 63 in the first
+    std::optional<bool> trap{};  // clients' broadcasts go to the relay only; none: as the channel says
+    bool operator==(const described_port &) const = default;
+};
+
+struct described_interface {
+    std::uint32_t vlan;  // 1 to 4094
+    std::string device;  // name of the kernel's device
+    bool operator==(const described_interface &) const = default;
+};
+
+// Messages that the flight recorder holds.
+inline constexpr std::uint32_t described_recorder_default = 4096;
+inline constexpr std::uint32_t described_recorder_max = 1000000;
+
+struct described_channel {
+    bool trap = false;  // clients' broadcasts go to the relay only, on all ports that do not say otherwise
+    std::uint32_t recorder = described_recorder_default;  // 1 to described_recorder_max
+    bool operator==(const described_channel &) const = default;
+};
+
+struct switch_description {
+    std::vector<described_port> ports;
+    std::vector<described_interface> interfaces;
+    described_channel channel{};
+    bool operator==(const switch_description &) const = default;
+};
+
+// Reads a description. path: the file; optional: a file that does not exist is an empty description. Returns true;
+// false with one line "FILE:LINE:COLUMN: reason" in *error and *out unchanged. (A file that cannot be read at all has
+// no line and column: "FILE: reason".)
+bool switch_description_read(const std::string &path, bool optional, switch_description *out, std::string *error);
+
+// Reads a description and returns all its faults in order of their place, each a line as above; none: *out is filled.
+std::vector<std::string> switch_description_check(const std::string &path, bool optional, switch_description *out);
+
+}  // namespace ravo::platform
+
+#endif

@@ -1,0 +1,93 @@
+// Socket readers: one libevent event each. The handle the daemon holds is the reader's address; it is looked up among
+// the living ones before it is used, so that a handle that was deleted already does no harm.
+#include <event2/event.h>
+
+#include <memory>
+#include <new>
+#include <string>
+#include <unordered_map>
+
+#include "base/loop.h"
+#include "base/owners.h"
+#include "books/books.h"
+#include "channel/channel.h"
+#include "log/log.h"
+#include "osal.h"
+#include "osal/osal_events.h"
+
+namespace {
+
+struct reader {
+    std::string name;
+    osal_read_handler handler;
+    void *arg;
+    ravo::platform::event_ptr event;
+};
+
+std::unordered_map<void *, std::unique_ptr<reader>> readers;
+
+constexpr int messages_per_wakeup = 32;  // then commands, timers and netlink get their turn
+
+// The handler may delete its own reader: nothing of it is touched once the handler was entered. A handler takes one
+// message a call; of the channel it is given those that were read from the kernel together, which saves the loop a turn
+// for each.
+void on_readable(evutil_socket_t fd, short /*what*/, void *arg) {
+    const auto *self = static_cast<const reader *>(arg);
+    const osal_read_handler handler = self->handler;
+    void *handler_arg = self->arg;
+    handler(fd, handler_arg);
+    ravo::platform::books_close();
+    for (int more = 1; more < messages_per_wakeup; ++more) {
+        if (!ravo::platform::channel_owns(fd) || ravo::platform::channel_pending() == 0) return;
+        if (!readers.contains(arg)) return;
+        handler(fd, handler_arg);
+        ravo::platform::books_close();
+    }
+}
+
+std::unique_ptr<reader> make_reader(const char *name, osal_read_handler handler, int fd, int repeat, void *arg) {
+    auto made = std::make_unique<reader>(reader{name == nullptr ? "" : name, handler, arg, nullptr});
+    const short what = static_cast<short>(EV_READ | (repeat == 1 ? EV_PERSIST : 0));
+    made->event.reset(event_new(ravo::platform::loop_base(), fd, what, on_readable, made.get()));
+    if (made->event == nullptr || event_add(made->event.get(), nullptr) != 0) {
+        ravo::platform::log_line(ravo::platform::log_level_error, "reader \"%s\": descriptor %d cannot be watched",
+                                 made->name.c_str(), fd);
+        return nullptr;
+    }
+    return made;
+}
+
+}  // namespace
+
+void *OSAL_ZEBOS_Add_Read_Socket_Thread(void **handle, const char *name, osal_read_handler handler, int fd, int repeat,
+                                        void *arg) {
+    *handle = nullptr;
+    if (fd < 0 || handler == nullptr) return nullptr;
+    try {
+        std::unique_ptr<reader> made = make_reader(name, handler, fd, repeat, arg);
+        if (made == nullptr) return nullptr;
+        void *key = made.get();
+        readers.emplace(key, std::move(made));
+        *handle = key;
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+    return *handle;
+}
+
+void OSAL_ZEBOS_Delete_Read_Socket_Thread(void **handle) {
+    readers.erase(*handle);
+    *handle = nullptr;
+}
+
+namespace ravo::platform {
+
+void readers_free() {
+    readers.clear();
+}
+
+std::size_t readers_count() {
+    return readers.size();
+}
+
+}  // namespace ravo::platform

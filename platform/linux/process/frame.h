@@ -1,0 +1,54 @@
+// The daemon frame's own state, as other services see it.
+#ifndef PLATFORM_LINUX_PROCESS_FRAME_H
+#define PLATFORM_LINUX_PROCESS_FRAME_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace ravo::platform {
+
+struct frame_options {
+    std::string switch_file = "/etc/ravo/switch.toml";
+    bool switch_file_given = false;
+    std::string startup_config = "/etc/ravo/startup-config";
+    bool startup_config_given = false;
+    std::string management_socket = "/run/ravo/ravod.sock";
+    int log_threshold = 103;
+    std::string log_target = "stderr";
+    std::size_t memory_budget = 128u << 20;  // bytes for the relay's records, 0: no limit
+    bool check = false;
+    bool version = false;
+    bool help = false;
+};
+
+// The options in force. Before VEX_INIT_Sys_Init they are the defaults.
+const frame_options &frame_get_options();
+void frame_set_options(const frame_options &options);
+
+// Reads the words of a command line, without the program's name, into *out. Both "--option VALUE" and "--option=VALUE"
+// are taken; of an option given twice the last counts. Returns an empty string, or one line with the reason, *out being
+// unchanged.
+std::string frame_parse_options(const std::vector<std::string> &words, frame_options *out);
+
+// The text of --help.
+std::string frame_help();
+
+// Tells which capability the process lacks. effective: its effective capabilities, bit by number as in
+// <linux/capability.h>; first_free_port: the lowest port that needs no privilege. Returns an empty string, or one line
+// that names the first missing one and what to do.
+std::string frame_missing_capability(std::uint64_t effective, unsigned first_free_port);
+
+// Whole seconds since the daemon started.
+unsigned long frame_uptime();
+
+// Serves events until frame_stop is called, or at once when it was called before. Returns its status.
+int frame_run();
+
+// Ends the event loop in order, with this exit status.
+void frame_stop(int status);
+
+}  // namespace ravo::platform
+
+#endif

@@ -1,0 +1,87 @@
+// Service status: what the daemon reports about its services is kept for the management plane and passed to the init
+// system, which is also told about readiness and that the event loop still turns.
+#include "sysinf_lib.h"
+
+#include <event2/event.h>
+#include <systemd/sd-daemon.h>
+
+#include <map>
+#include <memory>
+
+#include "base/loop.h"
+#include "base/owners.h"
+#include "process/service_status.h"
+
+namespace ravo::platform {
+
+namespace {
+
+constexpr std::uint32_t protocol_dhcp_relay = 28;
+
+struct reported {
+    std::uint32_t state;
+    std::string text;
+};
+
+std::map<std::uint32_t, reported> services;
+event_ptr watchdog;
+
+// The result is not used: without an init system there is nobody to tell.
+void notify(const std::string &message) {
+    (void)sd_notify(0, message.c_str());
+}
+
+std::string name_of(std::uint32_t protocol) {
+    return protocol == protocol_dhcp_relay ? "DHCP relay" : "service " + std::to_string(protocol);
+}
+
+void on_watchdog(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) {
+    notify("WATCHDOG=1");
+}
+
+}  // namespace
+
+std::vector<service_state> service_states() {
+    std::vector<service_state> out;
+    for (const auto &[protocol, service] : services) out.push_back({protocol, service.state, service.text});
+    return out;
+}
+
+std::string service_status_line() {
+    std::string line;
+    for (const auto &[protocol, service] : services) {
+        if (!line.empty()) line += ", ";
+        line += name_of(protocol) + (service.state == SYSINF_STATE_ON ? " on" : " off");
+        if (!service.text.empty()) line += " (" + service.text + ")";
+    }
+    return line;
+}
+
+void service_ready() {
+    notify("READY=1\nSTATUS=" + service_status_line());
+}
+
+void service_stopping() {
+    notify("STOPPING=1");
+}
+
+void service_watchdog_start() {
+    std::uint64_t interval = 0;
+    if (sd_watchdog_enabled(0, &interval) <= 0) return;
+    const std::uint64_t half = interval / 2;
+    const struct timeval period { static_cast<time_t>(half / 1000000), static_cast<suseconds_t>(half % 1000000) };
+    watchdog.reset(event_new(loop_base(), -1, EV_PERSIST, on_watchdog, nullptr));
+    if (watchdog != nullptr) event_add(watchdog.get(), &period);
+}
+
+void service_watchdog_stop() {
+    watchdog.reset();
+}
+
+}  // namespace ravo::platform
+
+int SYSINF_LIB_Proto_Status_Set(std::uint32_t protocol, std::uint32_t state, const char *text) {
+    ravo::platform::services[protocol] = {state, text};
+    ravo::platform::notify("STATUS=" + ravo::platform::service_status_line());
+    return 0;
+}
