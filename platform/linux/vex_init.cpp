@@ -28,6 +28,7 @@
 #include "books/books.h"
 #include "channel/channel.h"
 #include "cli/command_line.h"
+#include "interfaces/nsm_feed.h"
 #include "inventory/inventory.h"
 #include "inventory/switch_description.h"
 #include "log/log.h"
@@ -121,6 +122,7 @@ void connect_and_start() {
 
 // Learns which devices there are, whose names stand for interfaces. Returns what keeps it from that.
 std::string look_around(const platform::switch_description &description) {
+    platform::nsm_follow_inventory();
     platform::inventory_describe(description);
     return platform::inventory_open();
 }
@@ -139,7 +141,7 @@ int check_files(const platform::frame_options &options) {
     platform::memmgr_set_budget(options.memory_budget);
     install_commands();
     connect_and_start();
-    platform::inventory_deliver_existing();
+    platform::nsm_deliver_existing();
     const int bad_lines =
         ravo::cli::replay_file(options.startup_config, !options.startup_config_given, /*check_only=*/true, tell);
     platform::inventory_close();
@@ -192,6 +194,7 @@ void open_inventory(const platform::frame_options &options) {
     if (!platform::switch_description_read(options.switch_file, !options.switch_file_given, &description, &fault))
         refuse(fault);
     platform::trap_remove_stale();
+    platform::nsm_follow_inventory();
     describe(description);
     const std::string reason = platform::inventory_open();
     if (!reason.empty()) refuse("ravod: " + reason);
@@ -279,7 +282,7 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     open_inventory(options);
     install_commands();
     connect_and_start();
-    platform::inventory_deliver_existing();
+    platform::nsm_deliver_existing();
     replay_startup_configuration(options);
     const std::string reason = platform::management_open(options.management_socket);
     if (!reason.empty()) refuse("ravod: " + reason);

@@ -8,6 +8,7 @@
 
 #include "cli/command_line.h"
 #include "cli/tree.h"
+#include "interfaces/nsm_feed.h"
 #include "inventory/inventory.h"
 #include "log/log.h"
 
@@ -78,7 +79,7 @@ int run_reset() {
     const cli_reset reset = library_tree().reset;
     if (reset == nullptr) return 1;
     const int result = reset();
-    platform::inventory_deliver_existing();  // the daemon forgot them, and the system will not tell of them again
+    platform::nsm_deliver_existing();  // the daemon forgot them, and the system will not tell of them again
     return result;
 }
 

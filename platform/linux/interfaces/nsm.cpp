@@ -225,6 +225,11 @@ void nsm_feed(std::uint16_t vlan, const interface_state *now) {
         update(&object, *now);
 }
 
+void nsm_follow_inventory() {
+    static bool follows = false;
+    if (!std::exchange(follows, true)) inventory_on_interface(nsm_feed);
+}
+
 void nsm_deliver_existing() {
     delivered = true;
     for (const std::unique_ptr<interface_object> &object : objects) {

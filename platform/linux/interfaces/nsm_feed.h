@@ -1,28 +1,24 @@
-// What the interface service is told by the inventory.
+// The interface service as the daemon's frame drives it.
 #ifndef PLATFORM_LINUX_INTERFACES_NSM_FEED_H
 #define PLATFORM_LINUX_INTERFACES_NSM_FEED_H
 
-#include <array>
 #include <cstdint>
-#include <vector>
 
-#include "inventory/inventory_change.h"
+#include "inventory/inventory.h"
 
 namespace ravo::platform {
-
-// The device behind a VLAN interface as it is now.
-struct interface_state {
-    int kernel_ifindex;
-    bool up;
-    std::array<std::uint8_t, 6> mac;
-    const std::vector<address_record> *addresses;  // in the kernel's order, primary ones first
-};
 
 // Brings the interface object of a VLAN (1 to 4094) up to date and calls the hooks for what changed. now: NULL when the
 // interface does not exist.
 void nsm_feed(std::uint16_t vlan, const interface_state *now);
 
-// Calls the hooks for all that exists, and lets nsm_feed call them from then on.
+// Has the inventory feed the interface objects from now on. To be called before the inventory is opened; another call
+// does nothing.
+void nsm_follow_inventory();
+
+// Calls the hooks for every VLAN interface and address that exists now; from then on changes are delivered as they
+// come. Called after the daemon's start-up callback, and again after its reset, which forgets all interfaces. Does
+// nothing when nsm_client_start was not called.
 void nsm_deliver_existing();
 
 }  // namespace ravo::platform

@@ -1,6 +1,6 @@
-// The one inventory of the process: the model, fed by netlink, and what is told on: to the interface service which VLAN
-// interfaces changed, after each single change so that an interface that goes and comes back is seen to do so; to the
-// packet channel that its taps changed, once all waiting changes are in.
+// The one inventory of the process: the model, fed by netlink, and who listens to it: the interface service to VLAN
+// interfaces that changed, after each single change so that an interface that goes and comes back is seen to do so; the
+// packet channel to a change of its taps, once all waiting changes are in.
 #include "inventory/inventory.h"
 
 #include <arpa/inet.h>
@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "base/text.h"
-#include "interfaces/nsm_feed.h"
 #include "inventory/inventory_model.h"
 #include "inventory/inventory_names.h"
 #include "inventory/inventory_netlink.h"
@@ -28,17 +27,26 @@ inventory_model &the_model() {
 
 std::function<void()> change_listener;
 
+std::vector<interface_listener> &interface_listeners() {
+    static std::vector<interface_listener> listeners;
+    return listeners;
+}
+
+void tell_interface(std::uint16_t vlan, const interface_state *now) {
+    for (const interface_listener &listener : interface_listeners()) listener(vlan, now);
+}
+
 void tell_interfaces() {
     inventory_model &model = the_model();
     for (const std::uint16_t vlan : std::exchange(model.changed_vlans, {})) {
         const model_device *device = model_interface(model, vlan);
         if (device == nullptr) {
-            nsm_feed(vlan, nullptr);
+            tell_interface(vlan, nullptr);
             continue;
         }
         const device_record &record = device->record;
         const interface_state state = {record.ifindex, record.up, record.mac, &device->addresses};
-        nsm_feed(vlan, &state);
+        tell_interface(vlan, &state);
     }
 }
 
@@ -120,8 +128,8 @@ void inventory_close() {
     netlink_unfollow();
 }
 
-void inventory_deliver_existing() {
-    nsm_deliver_existing();
+void inventory_on_interface(interface_listener listener) {
+    interface_listeners().push_back(std::move(listener));
 }
 
 std::vector<tap_device> inventory_taps() {

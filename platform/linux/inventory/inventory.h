@@ -5,11 +5,13 @@
 #ifndef PLATFORM_LINUX_INVENTORY_INVENTORY_H
 #define PLATFORM_LINUX_INVENTORY_INVENTORY_H
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "inventory/inventory_change.h"
 #include "inventory/switch_description.h"
 
 namespace ravo::platform {
@@ -45,11 +47,6 @@ std::string inventory_open();
 std::string inventory_open_with_buffer(int receive_buffer);
 void inventory_close();
 
-// Calls the daemon's hooks for every VLAN interface and address that exists now; from then on changes are delivered as
-// they come. Called after the daemon's start-up callback, and again after its reset, which forgets all interfaces. Does
-// nothing when nsm_client_start was not called.
-void inventory_deliver_existing();
-
 // The devices to listen on now.
 std::vector<tap_device> inventory_taps();
 
@@ -72,6 +69,20 @@ std::uint16_t inventory_vlan_of_device(const std::string &device);
 
 // Called after each change of the taps. One listener: the packet channel.
 void inventory_on_change(std::function<void()> listener);
+
+// The device behind a VLAN interface as it is now.
+struct interface_state {
+    int kernel_ifindex;
+    bool up;
+    std::array<std::uint8_t, 6> mac;
+    const std::vector<address_record> *addresses;  // from the widest scope to the narrowest, secondary ones last
+};
+
+// Listeners are called whenever the device behind the interface of a VLAN (1 to 4094) changed, after each single
+// change, so that an interface that goes and comes back is seen to do so. now: NULL when the interface does not exist;
+// valid during the call. There is no way to stop listening: listeners live as long as the process.
+using interface_listener = std::function<void(std::uint16_t vlan, const interface_state *now)>;
+void inventory_on_interface(interface_listener listener);
 
 // One row of "show interfaces brief".
 struct inventory_row {

@@ -8,16 +8,13 @@
 // Servers may be reached over a device of no VLAN. Where such an "uplink" has an address of its own, what comes in on
 // it is for the box, and read there: a reply needs no VLAN, as its destination tells the interface it is for. An uplink
 // is no port, and has no number.
-#include "inventory/inventory_ingress.h"
+#include "inventory/inventory_lookup.h"
 
 #include <utility>
 
 namespace ravo::platform {
 
 namespace {
-
-// Deeper stacks do not exist; records that contradict each other could form a ring.
-constexpr int max_depth = 8;
 
 const model_device *vlan_device_on(const inventory_model &model, int ifindex, std::uint16_t vlan) {
     const auto found = model.vlan_device_of.find(model_vlan_key(ifindex, vlan));
@@ -35,10 +32,6 @@ const model_device *bridge_of(const inventory_model &model, const model_device &
     return master != nullptr && master->record.kind == device_kind::bridge ? master : nullptr;
 }
 
-bool stands_on_another(const inventory_model &model, const device_record &device) {
-    return device.kind == device_kind::vlan && model.devices.contains(device.lower);
-}
-
 const model_device *resolve(const inventory_model &model, const model_device &device, std::uint16_t tag, int depth);
 
 // A frame that a VLAN-aware bridge takes from a member.
@@ -53,7 +46,7 @@ const model_device *resolve_aware(const inventory_model &model, const model_devi
 
 // Follows a frame up from a device; tag 0: untagged. Returns the device it ends at, NULL for none.
 const model_device *resolve(const inventory_model &model, const model_device &device, std::uint16_t tag, int depth) {
-    if (depth > max_depth) return nullptr;
+    if (depth > max_stack_depth) return nullptr;
     if (tag == 0 && device.described) return &device;
     if (tag != 0)
         if (const model_device *upper = vlan_device_on(model, device.record.ifindex, tag))
@@ -66,7 +59,7 @@ const model_device *resolve(const inventory_model &model, const model_device &de
 
 // Tells whether any frame that comes in on the device can end at an interface.
 bool reaches_interface(const inventory_model &model, const model_device &device, int depth) {
-    if (depth > max_depth) return false;
+    if (depth > max_stack_depth) return false;
     if (own_vlan(model, device) != 0) return true;
     const auto uppers = model.vlan_devices.find(device.record.ifindex);
     if (uppers != model.vlan_devices.end())
@@ -88,22 +81,7 @@ bool is_uplink(const inventory_model &model, const model_device &device) {
            resolve(model, device, 0, 0) == &device;
 }
 
-void suspect(inventory_model *model, int ifindex, int depth) {
-    model->suspects.insert(ifindex);
-    const model_device *device = model_find(*model, ifindex);
-    if (device == nullptr || depth > max_depth) return;
-    if (stands_on_another(*model, device->record)) suspect(model, device->record.lower, depth + 1);
-    if (device->record.kind != device_kind::bridge) return;
-    const auto members = model->members.find(ifindex);
-    if (members == model->members.end()) return;
-    for (const int member : members->second) suspect(model, member, depth + 1);
-}
-
 }  // namespace
-
-void suspect_below(inventory_model *model, int ifindex) {
-    suspect(model, ifindex, 0);
-}
 
 bool model_settle_taps(inventory_model *model) {
     std::vector<model_device *> taps;

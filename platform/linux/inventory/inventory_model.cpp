@@ -4,14 +4,14 @@
 // first claimant of a VLAN is its interface, the others wait. A device that is a member of a bridge or a bond has no IP
 // of its own, so it claims nothing unless described: eth0.10 in a bridge vlan10 is that bridge's way to the wire.
 //
-// Each change touches only what hangs on the device it is about; inventory_ingress.cpp tells where the frames of an
+// Each change touches only what hangs on the device it is about; inventory_ingress.cpp says where the frames of an
 // interface come in and is asked only about the devices below such a change ("suspects").
 #include "inventory/inventory_model.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "inventory/inventory_ingress.h"
+#include "inventory/inventory_lookup.h"
 #include "inventory/inventory_names.h"
 #include "log/log.h"
 
@@ -360,21 +360,6 @@ void model_reconcile(inventory_model *model, const std::vector<inventory_change>
         if (!with_vlans.contains(ifindex)) apply(model, vlans_seen{ifindex, {}});
     for (const inventory_change &change : snapshot)
         if (std::holds_alternative<vlans_seen>(change)) model_apply(model, change);
-}
-
-const model_device *model_find(const inventory_model &model, int ifindex) {
-    const auto found = model.devices.find(ifindex);
-    return found == model.devices.end() ? nullptr : &found->second;
-}
-
-const model_device *model_find(const inventory_model &model, const std::string &name) {
-    const auto found = model.by_name.find(name);
-    return found == model.by_name.end() ? nullptr : model_find(model, found->second);
-}
-
-const model_device *model_interface(const inventory_model &model, std::uint32_t vlan) {
-    if (vlan == 0 || vlan > last_vlan || model.claimants[vlan].empty()) return nullptr;
-    return model_find(model, model.claimants[vlan].front());
 }
 
 }  // namespace ravo::platform

@@ -1,4 +1,5 @@
 // The inventory on real devices: each test enters a network namespace of its own and changes it with ip(8).
+#include "interfaces/nsm_feed.h"
 #include "inventory/inventory.h"
 
 #include <event2/event.h>
@@ -52,6 +53,7 @@ class Inventory : public testing::Test {
     int tap_changes = 0;
 
     void SetUp() override {
+        nsm_follow_inventory();
         if (geteuid() != 0) GTEST_SKIP() << "needs root, to make a network namespace";
         ASSERT_EQ(unshare(CLONE_NEWNET), 0);
         inventory_describe({});
@@ -72,7 +74,7 @@ class Inventory : public testing::Test {
     }
     void open() {
         ASSERT_EQ(inventory_open(), "");
-        inventory_deliver_existing();
+        nsm_deliver_existing();
         inventory_on_change([this] { ++tap_changes; });
     }
     // Serves the loop until all changes made so far are in: they come in order, so a last one that is in tells it.
@@ -127,7 +129,7 @@ TEST_F(Inventory, DeliversWhatExists) {
     ip(two_vlans);
     ASSERT_EQ(inventory_open(), "");
     EXPECT_THAT(interface_events::take(), IsEmpty());
-    inventory_deliver_existing();
+    nsm_deliver_existing();
     EXPECT_THAT(interface_events::take(),
                 ElementsAre("up vlan10 1034 type 7 mac 020000001000 [10.0.10.1/24 10.0.10.2/24:1]",
                             "add 10.0.10.1/24 to vlan10", "add 10.0.10.2/24:1 to vlan10"));
