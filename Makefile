@@ -5,6 +5,7 @@
 #   make test     everything that is checked: unit tests (plain and sanitized), lab tests, lints
 #   make build    the programs, into build/
 #   make bench    what the relay costs, measured in the lab
+#   make trouble  what one client notes of the trouble others make, and a table of it
 #   make fuzz     the fuzzers, FUZZ_SECONDS each (60)
 #   make vm-test  tests on a kernel with 802.1Q devices, in a virtual machine
 #   make deb      the Debian package
@@ -19,7 +20,7 @@ UNIT_DIR ?= $(if $(filter /usr,$(PREFIX)),/lib/systemd/system,/etc/systemd/syste
 SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
-.PHONY: help run test build bench fuzz vm-test deb install clean
+.PHONY: help run test build bench trouble fuzz vm-test deb install clean
 .NOTPARALLEL:
 
 help:
@@ -51,6 +52,13 @@ bench:
 	@bench/run $(BENCH_ARGS)
 	@bench/configuration
 	@bench/micro $(MICRO_ARGS)
+
+trouble:
+	@lab/check-host trouble
+	@packaging/dependencies build lab unit check
+	@$(QUIET_CONFIGURE) --preset release -DRAVO_TESTS=ON >/dev/null
+	@cmake --build build --target ravod ravosh flood good_client
+	@RAVO_TROUBLE=full $(PYTHON) -B -m pytest -p no:cacheprovider -q tests/lab/trouble
 
 fuzz:
 	@test -f tests/fuzz/CMakeLists.txt || { echo "make fuzz: not available in this version" >&2; exit 1; }

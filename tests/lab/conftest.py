@@ -19,6 +19,12 @@ def pytest_configure():
     cleanup.on_signals()
 
 
+def pytest_terminal_summary(terminalreporter):
+    """The rows of trouble, when some were tried."""
+    if "troubles" in sys.modules:
+        sys.modules["troubles"].report(terminalreporter.write_line)
+
+
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     outcome = yield
