@@ -1,7 +1,7 @@
 // Interface naming: the fixed relation between interface names and the switch's interface numbers.
 //
-// A VLAN interface's number is 1024 + VLAN id (1 to 4094), a front-panel port's is
-// 5120 + 64 * (module - 1) + port, whatever numbers the system underneath uses.
+// A VLAN interface's number is 1024 + VLAN id (1 to 4094), a front-panel port's as port_number.h has it, whatever
+// numbers the system underneath uses.
 #ifndef PLATFORM_IF_UTL_H
 #define PLATFORM_IF_UTL_H
 
@@ -10,6 +10,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+// A VLAN interface's number: this + VLAN id.
+#define IF_UTL_VLAN_BASE 1024
 
 // Room for an interface name with its NUL.
 #define IF_UTL_NAME_SIZE 21

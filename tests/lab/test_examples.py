@@ -114,7 +114,7 @@ def test_the_manuals_descriptions_are_good(tmp_path):
 
 
 def test_the_manuals_faults_read_as_it_says(tmp_path):
-    faulty = ('[[port]]\ndevice = "swp1"\nmodule = 33\nport   = 1\n'
+    faulty = ('[[port]]\ndevice = "swp1"\nmodule = 256\nport   = 1\n'
               '[[port]]\ndevice = "swp2"\nnr     = 4\nmodule = 1\nport   = 1\n'
               '[[port]]\ndevice = "swp3"\nmodule = 1\nport   = 1\n')
     shown, = [text for text in blocks_of_the_manual() if "switch.toml:" in text]

@@ -162,7 +162,7 @@ def test_check_tells_every_fault_with_file_and_line(tmp_path):
     status, out, err = run("--check", "--switch", switch, "--startup-config", startup)
     assert (status, out) == (1, "")
     lines = err.splitlines()
-    assert lines[:2] == [f"{switch}:3:10: module 0 is out of range; it must be 1 to 32",
+    assert lines[:2] == [f"{switch}:3:10: module 0 is out of range; it must be 1 to 255",
                          f"{switch}:4:8: port 99 is out of range; it must be 0 to 63"]
     assert [line.split(": ")[0] for line in lines[2:]] == [f"{startup}:2", f"{startup}:5"]
 

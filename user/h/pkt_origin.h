@@ -5,9 +5,9 @@
 #include <cstdint>
 
 struct pkt_origin {
-    std::uint32_t
-        vlan_ifindex;  // where the message was received: VLAN id on the layer-2 path, interface on the UDP path
-    std::uint32_t port_ifindex;  // ingress port: 5120 + 64 * (module - 1) + port, 0 when unknown
+    // Where the message was received: VLAN id on the layer-2 path, interface number on the UDP path.
+    std::uint32_t vlan_ifindex;
+    std::uint32_t port_ifindex;  // ingress port's number (port_number.h), 0 when unknown
 };
 
 static_assert(sizeof(pkt_origin) == 8);

@@ -17,13 +17,6 @@ inline constexpr int RAVO_FILL_REMOVE = 1;   // remove it if present
 inline constexpr int RAVO_FILL_ADD = 2;      // add it if absent, keep it if present
 inline constexpr int RAVO_FILL_REPLACE = 3;  // replace it if present, add it if absent
 
-// Module and port of an ingress port's interface number, each cut to one byte; both 0 when the number is 0 or negative.
-struct ravo_module_port {
-    std::uint8_t module;
-    std::uint8_t port;
-};
-ravo_module_port ravo_module_port_of(std::uint32_t port_ifindex);
-
 // VLAN id of an interface record: the number of the interface named record->name, less 1024, cut to 16 bits.
 std::uint16_t ravo_vlan_id_of(const iface *record);
 

@@ -10,6 +10,7 @@
 
 #include "dhcp.h"
 #include "outcome.h"
+#include "port_number.h"
 #include "ravo_db_xid.h"
 #include "ravo_if_client.h"
 #include "ravo_if_option.h"
@@ -21,7 +22,7 @@ constexpr const char *module_path = "user/src/ravo_if";
 constexpr const char *procedure = "ravo_local_relay_handle_pkt";
 
 void record_transaction(const std::uint8_t *message, const pkt_origin &origin) {
-    const ravo_module_port port = ravo_module_port_of(origin.port_ifindex);
+    const port_place port = port_number_place(origin.port_ifindex);
     xid_entry entry{};
     std::memcpy(&entry.xid, message + offsetof(dhcp_header, xid), sizeof entry.xid);
     entry.module = port.module;

@@ -10,6 +10,7 @@
 
 #include "dhcp.h"
 #include "if_utl.h"
+#include "port_number.h"
 #include "trace.h"
 
 namespace {
@@ -28,7 +29,7 @@ bool is_agent_option(const std::uint8_t *option) {
 
 void write_agent_option(const iface *iface, std::uint8_t *opt, std::uint32_t port_ifindex) {
     const std::uint16_t vlan = ravo_vlan_id_of(iface);
-    const ravo_module_port origin = ravo_module_port_of(port_ifindex);
+    const port_place origin = port_number_place(port_ifindex);
     const std::uint8_t head[] = {
         optAGENT,
         18,  // data: circuit id 8, remote id 10
@@ -60,14 +61,8 @@ void dump_option(const std::uint8_t *data) {
 
 }  // namespace
 
-ravo_module_port ravo_module_port_of(std::uint32_t port_ifindex) {
-    const auto number = static_cast<std::int32_t>(port_ifindex);
-    if (number <= 0) return {0, 0};
-    return {static_cast<std::uint8_t>((number - 5120) / 64 + 1), static_cast<std::uint8_t>((number - 5120) % 64)};
-}
-
 std::uint16_t ravo_vlan_id_of(const iface *iface) {
-    return static_cast<std::uint16_t>(if_utl_ifname_to_ifindex(iface->name) - 1024);
+    return static_cast<std::uint16_t>(if_utl_ifname_to_ifindex(iface->name) - IF_UTL_VLAN_BASE);
 }
 
 std::uint32_t addAgentOption(const iface *iface, std::uint8_t *opt, std::uint32_t len, std::uint32_t reserved,

@@ -8,6 +8,7 @@
 
 #include "dhcp.h"
 #include "outcome.h"
+#include "port_number.h"
 #include "ravo_db.h"
 #include "ravo_db_xid.h"
 #include "ravo_if_client.h"
@@ -88,7 +89,7 @@ constexpr const char *decision = "ravo_if_handle_pkt";
 #define trace_decision(level, format, ...) ravo_print(level, format, decision, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
 void record_transaction(const relayed &msg) {
-    const ravo_module_port port = ravo_module_port_of(msg.origin.port_ifindex);
+    const port_place port = port_number_place(msg.origin.port_ifindex);
     xid_entry entry{};
     std::memcpy(&entry.xid, msg.message + offsetof(dhcp_header, xid), sizeof entry.xid);
     entry.module = port.module;

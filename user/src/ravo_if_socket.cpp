@@ -18,6 +18,7 @@
 #include "osal.h"
 #include "outcome.h"
 #include "pkt_origin.h"
+#include "port_number.h"
 #include "ravo_db.h"
 #include "ravo_if_local.h"
 #include "ravo_if_relay.h"
@@ -44,11 +45,8 @@ constexpr std::ptrdiff_t channel_destination = 12;
 
 constexpr ssize_t least_size = 235;  // a received count up to here is too short to be relayed
 
-constexpr std::uint32_t vlan_ifindex_base = 1024;
-
-// Ports in the numbering that the UDP path recognises.
-constexpr std::uint32_t first_port_ifindex = 5121;
-constexpr std::uint32_t last_port_ifindex = 5210;
+// deliberate: the UDP path knows the ports up to this one only, of the first two modules.
+constexpr std::uint32_t last_udp_port = 5210;
 
 // deliberate: both readers store their handle here; the later one is the one that is deleted.
 void *reader_handle = nullptr;
@@ -241,7 +239,7 @@ void ravo_l2_listen_hdlr(int fd, void *arg) {
 
     iface relay_if;
     if (dst == INADDR_BROADCAST) {
-        const std::uint32_t ifindex = origin.vlan_ifindex + vlan_ifindex_base;
+        const std::uint32_t ifindex = origin.vlan_ifindex + IF_UTL_VLAN_BASE;
         if (!get_interface(ifindex, &relay_if)) {
             ravo_trace(ravo::level_trace, "%s (%d): can't get relay interface by if_idx=%d from interfaceDB\n",
                        static_cast<int>(ifindex));
@@ -285,7 +283,7 @@ void ravo_if_listen_hdlr(int fd, void *arg) {
 
     const ssize_t n = WrecvfromFlagsInet4(fd, message, message_buffer::size, &flags, &from, &info);
     origin.vlan_ifindex = static_cast<std::uint32_t>(info.ipi_ifindex);
-    if (info.ipi_spec_dst >= first_port_ifindex && info.ipi_spec_dst <= last_port_ifindex)
+    if (info.ipi_spec_dst >= PORT_NUMBER_FIRST && info.ipi_spec_dst <= last_udp_port)
         origin.port_ifindex = info.ipi_spec_dst;
 
     if (isValidHeader(message) == 0) {

@@ -6,36 +6,22 @@
 #include <time.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 
 #include "base/text.h"
+#include "port_number.h"
 
 namespace ravo::cli {
 
 namespace {
-
-// Numbers of ports: 5120 + 64 * (module - 1) + port; modules 1 to 32, ports up to 63, the first module has no port 0.
-constexpr std::uint32_t first_port = 5121;
-constexpr std::uint32_t ports_begin = 5120;
-constexpr std::uint32_t ports_a_module = 64;
-constexpr std::uint32_t modules = 32;
-constexpr std::uint32_t last_port = ports_begin + ports_a_module * modules - 1;
 
 constexpr std::int64_t second = 1000000;
 
 // RFC 3046 section 2.0.
 constexpr std::uint8_t suboption_circuit = 1;
 constexpr std::uint8_t suboption_remote = 2;
-
-std::optional<std::uint32_t> read_number(std::string_view text, std::uint32_t most) {
-    std::uint32_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value > most) return std::nullopt;
-    return value;
-}
 
 int hex_digit(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -126,19 +112,13 @@ std::string client_text(const platform::book_entry &entry) {
 }  // namespace
 
 std::string port_name(std::uint32_t port_ifindex) {
-    if (port_ifindex == 0) return "-";
-    if (port_ifindex < first_port || port_ifindex > last_port) return std::to_string(port_ifindex);
-    const std::uint32_t number = port_ifindex - ports_begin;
-    return std::to_string(number / ports_a_module + 1) + "/" + std::to_string(number % ports_a_module);
+    char text[PORT_NUMBER_TEXT_SIZE];
+    return port_number_text(port_ifindex, text);
 }
 
 std::optional<std::uint32_t> read_port_name(std::string_view text) {
-    const std::size_t slash = text.find('/');
-    if (slash == std::string_view::npos) return std::nullopt;
-    const auto module = read_number(text.substr(0, slash), modules);
-    const auto port = read_number(text.substr(slash + 1), ports_a_module - 1);
-    if (!module || !port || *module == 0 || (*module == 1 && *port == 0)) return std::nullopt;
-    return ports_begin + ports_a_module * (*module - 1) + *port;
+    const std::uint32_t number = port_number_parse(std::string(text).c_str());
+    return number != 0 ? std::optional(number) : std::nullopt;
 }
 
 std::string mac_text(const hardware_address &mac) {

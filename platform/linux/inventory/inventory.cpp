@@ -13,6 +13,7 @@
 #include "inventory/inventory_model.h"
 #include "inventory/inventory_names.h"
 #include "inventory/inventory_netlink.h"
+#include "port_number.h"
 
 namespace ravo::platform {
 
@@ -78,7 +79,8 @@ inventory_row interface_row(std::uint16_t vlan, const model_device &device) {
 
 inventory_row port_row(std::uint32_t number, const std::string &name, const model_device *device) {
     inventory_row row;
-    row.name = "port " + std::to_string((number - 5120) / 64 + 1) + "/" + std::to_string((number - 5120) % 64);
+    char text[PORT_NUMBER_TEXT_SIZE];
+    row.name = std::string("port ") + port_number_text(number, text);
     row.ifindex = number;
     row.is_port = true;
     if (device == nullptr) return row;

@@ -36,7 +36,7 @@ std::uint32_t lowest_free(port_table *table) {
 
 void port_table_describe(port_table *table, const switch_description &description) {
     for (const described_port &port : description.ports) {
-        const std::uint32_t number = 5120 + 64 * (port.module - 1) + port.port;
+        const std::uint32_t number = port_number_of(port.module, port.port);
         const auto owner = table->device_of.find(number);
         if (owner != table->device_of.end()) {
             if (owner->second == port.device) continue;

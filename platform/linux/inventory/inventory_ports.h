@@ -12,11 +12,12 @@
 #include <unordered_set>
 
 #include "inventory/switch_description.h"
+#include "port_number.h"
 
 namespace ravo::platform {
 
-inline constexpr std::uint32_t first_port_number = 5121;  // module 1, port 1
-inline constexpr std::uint32_t last_port_number = 21439;  // module 255, port 63: the last that fits option 82
+inline constexpr std::uint32_t first_port_number = PORT_NUMBER_FIRST;
+inline constexpr std::uint32_t last_port_number = PORT_NUMBER_LAST;
 
 struct port_table {
     std::unordered_map<std::string, std::uint32_t> number_of;  // by device name
@@ -26,8 +27,8 @@ struct port_table {
 };
 
 // Tells whether a kernel's device number can be a port's number as it is.
-constexpr bool is_port_number(std::int64_t number) {
-    return number >= first_port_number && number <= last_port_number;
+inline bool is_port_number(std::int64_t number) {
+    return number >= 0 && number <= last_port_number && port_number_is_port(static_cast<std::uint32_t>(number)) != 0;
 }
 
 // Gives the described ports their numbers. A device that had one of these numbers before loses it.

@@ -7,12 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "port_number.h"
+
 namespace ravo::platform {
 
 // Modules are numbered from 1, ports within a module up to 63; the first module has no port 0, so that a port's
 // interface number 5120 + 64 * (module - 1) + port is never the bare 5120.
-inline constexpr std::uint32_t described_module_max = 32;
-inline constexpr std::uint32_t described_port_max = 63;
+inline constexpr std::uint32_t described_module_max = PORT_NUMBER_MODULES;
+inline constexpr std::uint32_t described_port_max = PORT_NUMBER_PORTS - 1;
 
 struct described_port {
     std::string device;          // name of the kernel's device

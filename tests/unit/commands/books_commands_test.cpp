@@ -180,7 +180,7 @@ TEST_F(BooksCommands, ClearingStartsFromNothing) {
 
 TEST_F(BooksCommands, RefuseWhatIsNoPortOrNoVlan) {
     shell s;
-    for (const char *bad : {"1", "0/1", "1/0", "1/64", "33/1", "1/", "/1", "1/1/1", "-1/1", "1/+1", "x/y", "swp1"}) {
+    for (const char *bad : {"1", "0/1", "1/0", "1/64", "256/1", "1/", "/1", "1/1/1", "-1/1", "1/+1", "x/y", "swp1"}) {
         EXPECT_EQ(s.run(std::string("show ip dhcp relay statistics port ") + bad), 1) << bad;
         EXPECT_EQ(std::exchange(s.text, {}),
                   "% \"" + std::string(bad) + "\" is no port; give module and port, such as 1/2\n");
@@ -190,9 +190,10 @@ TEST_F(BooksCommands, RefuseWhatIsNoPortOrNoVlan) {
 }
 
 TEST_F(BooksCommands, PortNamesAndNumbersBelongTogether) {
-    for (std::uint32_t port = 5121; port < 5120 + 64 * 32; ++port) EXPECT_EQ(read_port_name(port_name(port)), port);
+    for (std::uint32_t port = 5121; port < 5120 + 64 * 255; ++port) EXPECT_EQ(read_port_name(port_name(port)), port);
     EXPECT_EQ(port_name(5121), "1/1");
     EXPECT_EQ(port_name(5184), "2/0");
+    EXPECT_EQ(port_name(8000), "46/0");  // a device that keeps its kernel number
     EXPECT_EQ(port_name(0), "-");
     EXPECT_EQ(port_name(17), "17");
 }

@@ -80,7 +80,7 @@ TEST_F(SwitchDescription, TakesTheEndsOfEachRange) {
     const switch_description d = good(R"(
 [[port]]
 device = "a23456789012345"
-module = 32
+module = 255
 port = 63
 [[interface]]
 vlan = 1
@@ -89,7 +89,7 @@ device = "é"
 vlan = 4094
 device = "eth0.4094"
 )");
-    EXPECT_EQ(d, (switch_description{{{"a23456789012345", 32, 63}}, {{1, "é"}, {4094, "eth0.4094"}}}));
+    EXPECT_EQ(d, (switch_description{{{"a23456789012345", 255, 63}}, {{1, "é"}, {4094, "eth0.4094"}}}));
 }
 
 TEST_F(SwitchDescription, DeviceMayBePortAndInterface) {
@@ -261,7 +261,7 @@ TEST_F(SwitchDescription, MissingKeys) {
 TEST_F(SwitchDescription, ValuesOfTheWrongType) {
     EXPECT_THAT(faults("[[port]]\ndevice = 1\nmodule = \"1\"\nport = 1.5\n"),
                 ElementsAre("2:10: \"device\" must be a device's name in quotes, not a number",
-                            "3:10: \"module\" must be a number from 1 to 32, not a text",
+                            "3:10: \"module\" must be a number from 1 to 255, not a text",
                             "4:8: \"port\" must be a number from 0 to 63, not a number with a fraction"));
     EXPECT_THAT(faults("[[interface]]\nvlan = true\ndevice = [\"a\"]\n"),
                 ElementsAre("2:8: \"vlan\" must be a number from 1 to 4094, not true or false",
@@ -275,11 +275,11 @@ TEST_F(SwitchDescription, NumbersOutOfRange) {
     const auto port = [](const std::string &module, const std::string &number) {
         return "[[port]]\ndevice = \"a\"\nmodule = " + module + "\nport = " + number + "\n";
     };
-    EXPECT_THAT(faults(port("0", "1")), ElementsAre("3:10: module 0 is out of range; it must be 1 to 32"));
-    EXPECT_THAT(faults(port("33", "1")), ElementsAre("3:10: module 33 is out of range; it must be 1 to 32"));
-    EXPECT_THAT(faults(port("-1", "1")), ElementsAre("3:10: module -1 is out of range; it must be 1 to 32"));
+    EXPECT_THAT(faults(port("0", "1")), ElementsAre("3:10: module 0 is out of range; it must be 1 to 255"));
+    EXPECT_THAT(faults(port("256", "1")), ElementsAre("3:10: module 256 is out of range; it must be 1 to 255"));
+    EXPECT_THAT(faults(port("-1", "1")), ElementsAre("3:10: module -1 is out of range; it must be 1 to 255"));
     EXPECT_THAT(faults(port("4294967297", "1")),
-                ElementsAre("3:10: module 4294967297 is out of range; it must be 1 to 32"));
+                ElementsAre("3:10: module 4294967297 is out of range; it must be 1 to 255"));
     EXPECT_THAT(faults(port("1", "0")), ElementsAre("4:8: port 0 is out of range; it must be 1 to 63"));
     EXPECT_THAT(faults(port("1", "64")), ElementsAre("4:8: port 64 is out of range; it must be 1 to 63"));
     EXPECT_THAT(faults(port("2", "64")), ElementsAre("4:8: port 64 is out of range; it must be 0 to 63"));
@@ -330,7 +330,7 @@ TEST_F(SwitchDescription, InterfaceDeviceTwice) {
 TEST_F(SwitchDescription, AllFaultsAreToldInOrderOfTheirPlace) {
     EXPECT_THAT(
         faults("[[port]]\ndevice = \"a\"\nmodule = 0\nport = 64\n[[interface]]\nvlan = 0\ndevice = \"a\"\n[x]\n"),
-        ElementsAre("3:10: module 0 is out of range; it must be 1 to 32",
+        ElementsAre("3:10: module 0 is out of range; it must be 1 to 255",
                     "4:8: port 64 is out of range; it must be 0 to 63",
                     "6:8: vlan 0 is out of range; it must be 1 to 4094",
                     "8:2: unknown table \"x\"; there are [[port]], [[interface]] and [channel]"));

@@ -79,32 +79,6 @@ TEST_F(Option, VlanIdComesFromTheNameNotFromTheRecordsNumber) {
     EXPECT_EQ(ravo_vlan_id_of(&relay), 100);
 }
 
-struct numbering {
-    std::uint32_t ifindex;
-    std::uint8_t module;
-    std::uint8_t port;
-};
-
-TEST_F(Option, ModuleAndPortOfAnIngressPort) {
-    const std::vector<numbering> rows = {
-        {0, 0, 0},           // unknown
-        {5120, 1, 0},        //
-        {5121, 1, 1},        //
-        {5183, 1, 63},       //
-        {5184, 2, 0},        //
-        {5185, 2, 1},        //
-        {5210, 2, 26},       //
-        {1, 178, 193},       // (1 - 5120) / 64 = -79, + 1 = -78; remainder -63
-        {0x80000000, 0, 0},  // negative
-        {0xFFFFFFFF, 0, 0},  // negative
-    };
-    for (const numbering &row : rows) {
-        const ravo_module_port got = ravo_module_port_of(row.ifindex);
-        EXPECT_EQ(got.module, row.module) << row.ifindex;
-        EXPECT_EQ(got.port, row.port) << row.ifindex;
-    }
-}
-
 TEST_F(Option, IngressPort0GivesModule0AndPort0) {
     EXPECT_BYTES(join({type(1), option82({.module = 0, .port = 0}), {255}}),
                  fill(hex("35 01 01 ff"), RAVO_FILL_ADD, 0).options);
