@@ -3,6 +3,7 @@
 #
 #   make run      build, then a tour: real clients get leases from real servers through the relay, in a lab
 #   make test     everything that is checked: unit tests (plain and sanitized), lab tests, lints
+#   make check    the quick part of that, for between two edits: lints and unit tests of what changed (T=ravo_db: one)
 #   make build    the programs, into build/
 #   make bench    what the relay costs, measured in the lab
 #   make trouble  what one client notes of the trouble others make, and a table of it
@@ -20,7 +21,7 @@ UNIT_DIR ?= $(if $(filter /usr,$(PREFIX)),/lib/systemd/system,/etc/systemd/syste
 SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
-.PHONY: help run test build bench trouble fuzz vm-test deb install clean
+.PHONY: help run test check build bench trouble fuzz vm-test deb install clean
 .NOTPARALLEL:
 
 help:
@@ -37,6 +38,10 @@ test:
 	@lab/check-host test
 	@packaging/dependencies build lab unit check deb
 	@$(PYTHON) -B tests/run
+
+check:
+	@packaging/dependencies build unit check
+	@tests/check/all $(T)
 
 build:
 	@packaging/dependencies build
@@ -99,4 +104,4 @@ install: build
 	done
 
 clean:
-	rm -rf build build-debug build-clang build-fuzz lab-artifacts .pytest_cache
+	rm -rf build build-check build-debug build-clang build-fuzz lab-artifacts .pytest_cache

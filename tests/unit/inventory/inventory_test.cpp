@@ -1,5 +1,4 @@
 // The inventory on real devices: each test enters a network namespace of its own and changes it with ip(8).
-#include "interfaces/nsm_feed.h"
 #include "inventory/inventory.h"
 
 #include <event2/event.h>
@@ -17,6 +16,7 @@
 
 #include "base/loop.h"
 #include "interface_events.h"
+#include "interfaces/nsm_feed.h"
 #include "inventory/inventory_netlink.h"
 
 namespace ravo::platform {
