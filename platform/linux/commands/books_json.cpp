@@ -10,6 +10,7 @@
 #include "commands/books_clients.h"
 #include "commands/books_text.h"
 #include "inventory/inventory.h"
+#include "osal/send_figures.h"
 
 namespace ravo::cli {
 
@@ -52,6 +53,25 @@ void add_port(json_writer &out, std::uint32_t port) {
     json_number(out, "ifindex", port);
     add_counters(out, platform::books_of_port(port));
     json_close(out, '}');
+}
+
+void add_unsent(json_writer &out, std::string_view kind, const std::string &name,
+                const platform::send_figures &figures) {
+    json_open(out, "", '{');
+    json_string(out, kind, name);
+    json_number(out, "no_room", static_cast<std::int64_t>(figures.no_room));
+    json_number(out, "failed", static_cast<std::int64_t>(figures.failed));
+    json_close(out, '}');
+}
+
+// Copies that were dropped instead of sent, by where they were to go.
+void add_all_unsent(json_writer &out) {
+    json_open(out, "unsent", '[');
+    for (const platform::send_row &row : platform::send_figures_servers())
+        add_unsent(out, "server", platform::ipv4_text(row.destination), row.figures);
+    for (const platform::send_row &row : platform::send_figures_interfaces())
+        add_unsent(out, "interface", interface_name(row.destination), row.figures);
+    json_close(out, ']');
 }
 
 void add_place(json_writer &out, std::uint16_t vlan, std::uint32_t port) {
@@ -114,6 +134,7 @@ std::string statistics_json(const relay_access & /*relay*/, const std::vector<st
     json_open(out, "ports", '[');
     for (const std::uint32_t port : platform::books_ports()) add_port(out, port);
     json_close(out, ']');
+    add_all_unsent(out);
     json_close(out, '}');
     return out.text;
 }

@@ -2,11 +2,13 @@
 #include <cstdlib>
 #include <string>
 
+#include "base/text.h"
 #include "books/books.h"
 #include "channel/channel.h"
 #include "cli/session.h"
 #include "commands/books_commands.h"
 #include "commands/books_text.h"
+#include "osal/send_figures.h"
 
 namespace ravo::cli {
 
@@ -39,11 +41,26 @@ std::string port_title(std::uint32_t port) {
     return "Port " + port_name(port) + ":";
 }
 
+// Copies that were dropped instead of sent. Their messages have an outcome of their own: a request may have reached
+// another server.
+void print_unsent(struct cli *cli) {
+    const auto print_row = [cli](const std::string &where, const platform::send_figures &figures) {
+        cli->print(cli->print_handle, "%s: %llu copies not sent for lack of room, %llu for other reasons\n",
+                   where.c_str(), static_cast<unsigned long long>(figures.no_room),
+                   static_cast<unsigned long long>(figures.failed));
+    };
+    for (const platform::send_row &row : platform::send_figures_servers())
+        print_row("Server " + platform::ipv4_text(row.destination), row.figures);
+    for (const platform::send_row &row : platform::send_figures_interfaces())
+        print_row("Interface " + interface_name(row.destination), row.figures);
+}
+
 int show_all(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     print_block(cli, "Total:", platform::books_total());
     if (const std::uint64_t lost = platform::channel_lost(); lost != 0)
         cli->print(cli->print_handle, "%llu messages more came faster than they could be read and were lost\n",
                    static_cast<unsigned long long>(lost));
+    print_unsent(cli);
     for (const std::uint16_t vlan : platform::books_vlans()) {
         cli->print(cli->print_handle, "\n");
         print_block(cli, vlan_title(vlan), platform::books_of_vlan(vlan));
@@ -71,6 +88,7 @@ int show_port(struct cli *cli, int /*argc*/, char **argv) {
 int clear(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/) {
     platform::books_clear_counters();
     platform::channel_forget_lost();
+    platform::send_figures_clear();
     return 0;
 }
 

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "base/text.h"
+#include "inventory/inventory_names.h"
 #include "port_number.h"
 
 namespace ravo::cli {
@@ -119,6 +120,11 @@ std::string port_name(std::uint32_t port_ifindex) {
 std::optional<std::uint32_t> read_port_name(std::string_view text) {
     const std::uint32_t number = port_number_parse(std::string(text).c_str());
     return number != 0 ? std::optional(number) : std::nullopt;
+}
+
+std::string interface_name(std::uint32_t switch_ifindex) {
+    const std::uint16_t vlan = platform::vlan_of_number(switch_ifindex);
+    return vlan == 0 ? std::to_string(switch_ifindex) : "vlan" + std::to_string(vlan);
 }
 
 std::string mac_text(const hardware_address &mac) {

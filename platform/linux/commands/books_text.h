@@ -21,6 +21,9 @@ std::string port_name(std::uint32_t port_ifindex);
 // The interface number of a port named so; none for what is no port.
 std::optional<std::uint32_t> read_port_name(std::string_view text);
 
+// "vlan10" for a VLAN interface's number; any other number as it is.
+std::string interface_name(std::uint32_t switch_ifindex);
+
 // "02:00:00:00:00:01".
 std::string mac_text(const hardware_address &mac);
 // Reads aa:bb:cc:dd:ee:ff, aa-bb-cc-dd-ee-ff and aabb.ccdd.eeff, in upper or lower case.

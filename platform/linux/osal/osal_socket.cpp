@@ -1,8 +1,9 @@
-// The daemon's sockets. Most calls are the system's own; three things differ from them. Address family 24 is the
+// The daemon's sockets. Most calls are the system's own; four things differ from them. Address family 24 is the
 // layer-2 channel. The socket on the DHCP client port, from which requests go to servers, gets a filter that refuses
 // everything: it only sends, and replies reach the relay through the channel, so a copy in its queue would never be
-// read. And frames are addressed by the switch's interface numbers, which are translated to the kernel's on their way
-// out.
+// read. Frames are addressed by the switch's interface numbers, which are translated to the kernel's on their way out.
+// And sending never waits: what the kernel has no room for is dropped and counted, and one slow server or VLAN does not
+// take the room of the others (send_lanes.h).
 
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
@@ -18,6 +19,8 @@
 #include "inventory/inventory.h"
 #include "log/log.h"
 #include "osal.h"
+#include "osal/send_figures.h"
+#include "osal/send_lanes.h"
 
 using ravo::platform::channel_owns;
 using ravo::platform::channel_receive;
@@ -39,6 +42,43 @@ bool is_client_port(const sockaddr *address, socklen_t length) {
     return in.sin_family == AF_INET && in.sin_port == htons(dhcp_client_port);
 }
 
+// Room for a few thousand messages that wait for slow devices, beyond which lanes help. Without the capability to go
+// past the system's limit the limit it is.
+constexpr int send_buffer_size = 4 * 1024 * 1024;
+
+void widen(int fd) {
+    if (::setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &send_buffer_size, sizeof send_buffer_size) != 0)
+        (void)::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &send_buffer_size, sizeof send_buffer_size);
+}
+
+ravo::platform::descriptor open_server_lane() {
+    ravo::platform::descriptor lane(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(dhcp_client_port);
+    const int one = 1;
+    if (lane && ::setsockopt(lane.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) == 0 &&
+        ravo::platform::socket_refuse_all(lane.get()) == 0 &&
+        ::bind(lane.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0)
+        return lane;
+    return {};
+}
+
+// With protocol 0 it receives nothing.
+ravo::platform::descriptor open_frame_lane() {
+    return ravo::platform::descriptor(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
+}
+
+ravo::platform::send_lanes servers{.open_another = open_server_lane};
+ravo::platform::send_lanes frames{.open_another = open_frame_lane};
+
+// Gives the daemon's socket its lanes: the first of its kind that is open.
+void give_lanes(ravo::platform::send_lanes &lanes, int fd) {
+    if (lanes.common >= 0) return;
+    lanes.common = fd;
+    widen(fd);
+}
+
 int bind_client_port(int fd, const sockaddr *address, socklen_t length) {
     // Before the bind, so that nothing is queued in between.
     if (ravo::platform::socket_refuse_all(fd) != 0) return -1;
@@ -49,7 +89,16 @@ int bind_client_port(int fd, const sockaddr *address, socklen_t length) {
                                  "port: stop that program (\"ss -lunp sport = 68\" shows it), then start ravod again");
         errno = EADDRINUSE;
     }
+    if (result == 0) give_lanes(servers, fd);
     return result;
+}
+
+// The server that a datagram is for, network byte order; 0 when it is no IPv4 address.
+std::uint32_t server_of(const sockaddr *to, socklen_t length) {
+    sockaddr_in in;
+    if (to == nullptr || length < sizeof in) return 0;
+    std::memcpy(&in, to, sizeof in);
+    return in.sin_family == AF_INET ? in.sin_addr.s_addr : 0;
 }
 
 // Reads a frame's destination. Returns whether the message is addressed to a link-layer address.
@@ -71,7 +120,9 @@ bool carries_only_origin(const msghdr &msg) {
 
 int osal_socket(int domain, int type, int protocol) {
     if (domain == OSAL_AF_CHANNEL) return ravo::platform::channel_open();
-    return ::socket(domain, type | SOCK_CLOEXEC, protocol);
+    const int fd = ::socket(domain, type | SOCK_CLOEXEC, protocol);
+    if (fd >= 0 && domain == AF_PACKET) give_lanes(frames, fd);
+    return fd;
 }
 
 int osal_bind(int fd, const struct sockaddr *address, socklen_t length) {
@@ -84,7 +135,10 @@ int osal_setsockopt(int fd, int level, int name, const void *value, socklen_t le
 }
 
 int osal_close(int fd) {
-    return channel_owns(fd) ? ravo::platform::channel_close() : ::close(fd);
+    if (channel_owns(fd)) return ravo::platform::channel_close();
+    if (fd == servers.common) lanes_close(servers);
+    if (fd == frames.common) lanes_close(frames);
+    return ::close(fd);
 }
 
 ssize_t osal_recvfrom(int fd, void *buffer, size_t size, int flags, struct sockaddr *from, socklen_t *from_length) {
@@ -98,17 +152,21 @@ ssize_t osal_recvmsg(int fd, struct msghdr *msg, int flags) {
 
 ssize_t osal_sendto(int fd, const void *buffer, size_t size, int flags, const struct sockaddr *to,
                     socklen_t to_length) {
-    return ::sendto(fd, buffer, size, flags, to, to_length);
+    const int now = flags | MSG_DONTWAIT;
+    const std::uint32_t server = fd == servers.common ? server_of(to, to_length) : 0;
+    if (server == 0) return ::sendto(fd, buffer, size, now, to, to_length);
+    const ssize_t sent =
+        lanes_send(servers, server, [=](int socket) { return ::sendto(socket, buffer, size, now, to, to_length); });
+    if (sent < 0) ravo::platform::send_count_server(server, errno);
+    return sent;
 }
 
 ssize_t osal_sendmsg(int fd, const struct msghdr *msg, int flags) {
+    const int now = flags | MSG_DONTWAIT;
     sockaddr_ll to;
-    if (!link_destination(*msg, &to)) return ::sendmsg(fd, msg, flags);
-    to.sll_ifindex = ravo::platform::inventory_kernel_ifindex(static_cast<std::uint32_t>(to.sll_ifindex));
-    if (to.sll_ifindex == 0) {
-        errno = ENODEV;
-        return -1;
-    }
+    if (!link_destination(*msg, &to)) return ::sendmsg(fd, msg, now);
+    const auto interface = static_cast<std::uint32_t>(to.sll_ifindex);
+    to.sll_ifindex = ravo::platform::inventory_kernel_ifindex(interface);
     msghdr translated = *msg;
     translated.msg_name = &to;
     translated.msg_namelen = sizeof to;
@@ -116,5 +174,12 @@ ssize_t osal_sendmsg(int fd, const struct msghdr *msg, int flags) {
         translated.msg_control = nullptr;
         translated.msg_controllen = 0;
     }
-    return ::sendmsg(fd, &translated, flags);
+    errno = ENODEV;
+    ssize_t sent = -1;
+    if (to.sll_ifindex != 0)
+        sent = fd == frames.common
+                   ? lanes_send(frames, interface, [&](int socket) { return ::sendmsg(socket, &translated, now); })
+                   : ::sendmsg(fd, &translated, now);
+    if (sent < 0) ravo::platform::send_count_interface(interface, errno);
+    return sent;
 }

@@ -585,7 +585,8 @@ TEST_F(BooksCommands, StatisticsAsJson) {
     EXPECT_EQ(s.print("show ip dhcp relay statistics | json"),
               "{\n  \"total\": {\n" + with_lost(block("    ", "")) + "  },\n  \"vlans\": [\n    {\n" +
                   block("      ", "      \"vlan\": 10,\n") + "    }\n  ],\n  \"ports\": [\n    {\n" +
-                  block("      ", "      \"port\": \"1/1\",\n      \"ifindex\": 5121,\n") + "    }\n  ]\n}\n");
+                  block("      ", "      \"port\": \"1/1\",\n      \"ifindex\": 5121,\n") +
+                  "    }\n  ],\n  \"unsent\": []\n}\n");
     EXPECT_EQ(s.run("show ip dhcp relay statistics port 1 | json"), 1);
     EXPECT_EQ(s.text, "% \"1\" is no port; give module and port, such as 1/2\n");
 }

@@ -9,6 +9,7 @@
 #include "channel_box.h"
 #include "channel_frames.h"
 #include "osal.h"
+#include "osal/send_figures.h"
 
 namespace {
 
@@ -261,6 +262,127 @@ TEST_F(OsalSocket, OtherPortsReceive) {
     EXPECT_EQ(osal_recvfrom(fd, &got, 1, MSG_DONTWAIT, nullptr, nullptr), 1);
     EXPECT_EQ(got, 'x');
     osal_close(fd);
+}
+
+// ---- Nothing waits ----
+
+// A frame or datagram of its size, sent often enough to fill any socket.
+constexpr int more_than_fits = 20000;
+
+// The servers' side: a neighbour that does not answer ARP keeps what is sent to it for seconds.
+struct OsalSending : OsalSocket {
+    void SetUp() override {
+        OsalSocket::SetUp();
+        add_port("uplink", "far", 700);
+        run("ip addr add 192.0.2.1/24 dev uplink");
+        run("ip neigh add 192.0.2.11 lladdr 02:00:00:00:99:11 dev uplink");
+        // The neighbour's own queue shall not be what drops.
+        run("sysctl -qw net.ipv4.neigh.uplink.unres_qlen_bytes=100000000");
+        ravo::platform::send_figures_clear();
+        relay = open_client_port();
+        ASSERT_GE(relay, 0);
+    }
+    void TearDown() override {
+        osal_close(relay);
+        OsalSocket::TearDown();
+    }
+    bool ask(std::uint32_t server) {
+        const sockaddr_in to = inet_address(server, 67);
+        return osal_sendto(relay, message.data(), message.size(), 0, as_sockaddr(to), sizeof to) == 300;
+    }
+
+    static constexpr std::uint32_t alive = 0xC000020B, dead = 0xC000020C, dead_too = 0xC000020D;  // 192.0.2.11 to 13
+    octets message = message_of(300);
+    int relay = -1;
+};
+
+TEST_F(OsalSending, DeadServersLoseTheirMessagesAndNotThoseOfOthers) {
+    const far_end server("far");
+    int refused = 0;
+    for (int i = 0; i < more_than_fits; ++i) {
+        for (const std::uint32_t address : {dead, dead_too})
+            if (!ask(address)) {
+                ASSERT_EQ(errno, EAGAIN);
+                ++refused;
+            }
+        if (i % 100 == 0) {
+            ASSERT_TRUE(ask(alive)) << i << ": " << std::strerror(errno);
+            const octets frame = server.receive(0x0800);
+            ASSERT_GE(frame.size(), 42U) << i;
+            EXPECT_EQ(hex({frame.begin() + 34, frame.begin() + 38}), hex({0, 68, 0, 67})) << "from port 68 to port 67";
+        }
+    }
+    EXPECT_GT(refused, 0);
+    EXPECT_EQ(ravo::platform::send_figures_of_server(htonl(alive)).no_room, 0U);
+    const auto lost = ravo::platform::send_figures_of_server(htonl(dead)).no_room +
+                      ravo::platform::send_figures_of_server(htonl(dead_too)).no_room;
+    EXPECT_EQ(lost, static_cast<std::uint64_t>(refused));
+}
+
+TEST_F(OsalSending, LanesKeepThePortAndReceiveNothing) {
+    while (ask(dead)) {
+    }
+    ASSERT_TRUE(ask(alive)) << "over a lane";
+    const int client = osal_socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+    const sockaddr_in back = inet_address(0xC0000201, 68);
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(osal_sendto(client, message.data(), message.size(), 0, as_sockaddr(back), sizeof back), 300);
+    EXPECT_EQ(osal_recvfrom(relay, message.data(), message.size(), MSG_DONTWAIT, nullptr, nullptr), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    osal_close(client);
+    osal_close(relay);
+    // The port is free again: a socket that does not share it can have it.
+    const int other = ::socket(AF_INET, SOCK_DGRAM, 0);
+    const sockaddr_in port = inet_address(INADDR_ANY, 68);
+    EXPECT_EQ(::bind(other, as_sockaddr(port), sizeof port), 0) << std::strerror(errno);
+    ::close(other);
+}
+
+TEST_F(OsalSending, AServerWithoutARouteIsCountedAsFailed) {
+    EXPECT_FALSE(ask(0xC6336401));  // 198.51.100.1
+    EXPECT_EQ(errno, ENETUNREACH);
+    EXPECT_EQ(ravo::platform::send_figures_of_server(htonl(0xC6336401)).failed, 1U);
+}
+
+TEST_F(OsalSending, ASlowInterfaceLosesItsFramesAndNotThoseOfOthers) {
+    add_port("swp1", "c1", 5121);
+    add_port("swp2", "c2", 5122);
+    // Takes no frame for hours, with more room than any socket has.
+    run("tc qdisc add dev swp1 root tbf rate 8bit burst 1kb limit 1gb");
+    inventory.devices[1034] = ifindex("swp1");
+    inventory.devices[1044] = ifindex("swp2");
+    const far_end c2("c2");
+    const int raw = open_frame_socket();
+    const octets frame = frame_of({.source_port = 67, .destination_port = 68});
+    outgoing slow(frame, 1034), good(frame, 1044);
+    int refused = 0;
+    for (int i = 0; i < more_than_fits; ++i) {
+        if (osal_sendmsg(raw, &slow.msg, 0) < 0) {
+            ASSERT_EQ(errno, EAGAIN);
+            ++refused;
+        }
+        if (i % 100 != 0) continue;
+        ASSERT_EQ(osal_sendmsg(raw, &good.msg, 0), static_cast<ssize_t>(frame.size())) << i << std::strerror(errno);
+        ASSERT_EQ(hex(c2.receive(0x0800)), hex(frame)) << i;
+    }
+    EXPECT_GT(refused, 0);
+    EXPECT_EQ(ravo::platform::send_figures_of_interface(1034).no_room, static_cast<std::uint64_t>(refused));
+    EXPECT_EQ(ravo::platform::send_figures_of_interface(1044).no_room, 0U);
+    run("tc qdisc del dev swp1 root");
+    osal_close(raw);
+}
+
+TEST_F(OsalSending, ADeviceWhoseQueueIsFullIsLackOfRoomToo) {
+    add_port("swp1", "c1", 5121);
+    run("tc qdisc add dev swp1 root tbf rate 8bit burst 1kb limit 2kb");
+    inventory.devices[1034] = ifindex("swp1");
+    const int raw = open_frame_socket();
+    outgoing out(frame_of({}), 1034);
+    while (osal_sendmsg(raw, &out.msg, 0) > 0) {
+    }
+    EXPECT_EQ(errno, ENOBUFS);
+    EXPECT_EQ(ravo::platform::send_figures_of_interface(1034).no_room, 1U);
+    osal_close(raw);
 }
 
 // ---- The channel ----
