@@ -36,6 +36,7 @@
 #include "memory/memmgr_budget.h"
 #include "osal/osal_events.h"
 #include "process/frame.h"
+#include "process/limits.h"
 #include "process/service_status.h"
 #include "trap/trap.h"
 
@@ -278,6 +279,7 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     read_options();
     const platform::frame_options &options = platform::frame_get_options();
     check_that_we_may_run(options);
+    platform::limits_raise_descriptors();
     std::vector<event_ptr> signals = catch_signals();
     open_inventory(options);
     install_commands();

@@ -1,6 +1,7 @@
 """ravod as a process: its options, the faults that keep it from starting, signals, and what an init system hears."""
 
 import os
+import resource
 import signal
 import socket
 import subprocess
@@ -245,6 +246,18 @@ def test_broken_pipe_signal_is_ignored(start):
     for _ in range(3):
         daemon.hear("WATCHDOG=1")
     assert daemon.end() == 0
+
+
+def test_few_descriptors_are_no_limit(start):
+    """The soft limit is raised to the hard one: a thousand ports start in a shell with its usual limit."""
+    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (24, hard))
+    try:
+        daemon = start()
+    finally:
+        resource.setrlimit(resource.RLIMIT_NOFILE, (soft, hard))
+    limits = Path(f"/proc/{daemon.process.pid}/limits").read_text()
+    assert [line.split()[3:5] for line in limits.splitlines() if line.startswith("Max open files")] == [[str(hard)] * 2]
 
 
 def test_closed_streams_become_no_sockets(tmp_path):

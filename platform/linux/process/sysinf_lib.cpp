@@ -1,5 +1,6 @@
 // Service status: what the daemon reports about its services is kept for the management plane and passed to the init
-// system, which is also told about readiness and that the event loop still turns.
+// system, which is also told about readiness and that the event loop still turns. What the init system has no room for
+// is told a little later, as it is then.
 #include "sysinf_lib.h"
 
 #include <event2/event.h>
@@ -10,6 +11,7 @@
 
 #include "base/loop.h"
 #include "base/owners.h"
+#include "process/init_system.h"
 #include "process/service_status.h"
 
 namespace ravo::platform {
@@ -26,17 +28,32 @@ struct reported {
 std::map<std::uint32_t, reported> services;
 event_ptr watchdog;
 
-// The result is not used: without an init system there is nobody to tell.
-void notify(const std::string &message) {
-    (void)sd_notify(0, message.c_str());
-}
+constexpr timeval retry_interval{.tv_sec = 0, .tv_usec = 100000};
+event_ptr retry;
+bool ready_untold = false;
 
 std::string name_of(std::uint32_t protocol) {
     return protocol == protocol_dhcp_relay ? "DHCP relay" : "service " + std::to_string(protocol);
 }
 
+// One that is not told is as good as late: the next comes well within the interval.
 void on_watchdog(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) {
-    notify("WATCHDOG=1");
+    (void)init_system_tell("WATCHDOG=1");
+}
+
+void tell_state();
+
+void on_retry(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) {
+    tell_state();
+}
+
+void tell_state() {
+    if (init_system_tell((ready_untold ? "READY=1\nSTATUS=" : "STATUS=") + service_status_line())) {
+        ready_untold = false;
+        return;
+    }
+    if (retry == nullptr) retry.reset(evtimer_new(loop_base(), on_retry, nullptr));
+    if (retry != nullptr) event_add(retry.get(), &retry_interval);
 }
 
 }  // namespace
@@ -58,11 +75,13 @@ std::string service_status_line() {
 }
 
 void service_ready() {
-    notify("READY=1\nSTATUS=" + service_status_line());
+    ready_untold = true;
+    tell_state();
 }
 
 void service_stopping() {
-    notify("STOPPING=1");
+    retry.reset();
+    (void)init_system_tell("STOPPING=1");
 }
 
 void service_watchdog_start() {
@@ -82,6 +101,6 @@ void service_watchdog_stop() {
 
 int SYSINF_LIB_Proto_Status_Set(std::uint32_t protocol, std::uint32_t state, const char *text) {
     ravo::platform::services[protocol] = {state, text};
-    ravo::platform::notify("STATUS=" + ravo::platform::service_status_line());
+    ravo::platform::tell_state();
     return 0;
 }

@@ -71,6 +71,51 @@ TEST_F(ServiceStatus, TextIsCopiedAndSeveralServicesShareTheLine) {
     EXPECT_EQ(ravo::platform::service_status_line(), "DHCP relay on, service 99 off (busy)");
 }
 
+TEST_F(ServiceStatus, AnInitSystemThatHangsIsNotWaitedForAndToldLater) {
+    // Nobody reads: after some messages there is no room, and all calls return all the same.
+    for (int i = 0; i < 1000; ++i) EXPECT_EQ(SYSINF_LIB_Proto_Status_Set(28, SYSINF_STATE_OFF, ""), 0);
+    const std::string off = "STATUS=" + ravo::platform::service_status_line();
+    ravo::platform::service_ready();
+    EXPECT_EQ(SYSINF_LIB_Proto_Status_Set(28, SYSINF_STATE_ON, ""), 0);
+    int before = 0;
+    std::string next = told();
+    for (; next == off; next = told()) ++before;
+    EXPECT_EQ(next, "");
+    EXPECT_LT(before, 1000);
+    event_base_loop(ravo::platform::loop_base(), EVLOOP_ONCE);
+    EXPECT_EQ(told(), "READY=1\nSTATUS=" + ravo::platform::service_status_line());
+    EXPECT_EQ(told(), "");
+    ravo::platform::service_stopping();
+    EXPECT_EQ(told(), "STOPPING=1");
+    ravo::platform::loop_free();
+}
+
+TEST_F(ServiceStatus, AnAbstractSocketIsAnInitSystemsToo) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string name = folder;
+    name.copy(address.sun_path + 1, sizeof(address.sun_path) - 2);
+    const int abstract = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    ASSERT_EQ(bind(abstract, reinterpret_cast<const sockaddr *>(&address), length), 0);
+    setenv("NOTIFY_SOCKET", ("@" + name).c_str(), 1);
+    ravo::platform::service_stopping();
+    char text[64];
+    EXPECT_EQ(recv(abstract, text, sizeof text, MSG_DONTWAIT), 10);
+    close(abstract);
+}
+
+TEST_F(ServiceStatus, WithoutAnInitSystemNothingHappens) {
+    for (const char *name : {"", "/", "relative", "/tmp/of-nobody"}) {
+        setenv("NOTIFY_SOCKET", name, 1);
+        EXPECT_EQ(SYSINF_LIB_Proto_Status_Set(28, SYSINF_STATE_ON, ""), 0);
+    }
+    unsetenv("NOTIFY_SOCKET");
+    ravo::platform::service_ready();
+    EXPECT_EQ(event_base_get_num_events(ravo::platform::loop_base(), EVENT_BASE_COUNT_ADDED), 0);
+    ravo::platform::loop_free();
+}
+
 TEST_F(ServiceStatus, WatchdogIsFedFromTheEventLoop) {
     setenv("WATCHDOG_USEC", "20000", 1);
     ravo::platform::service_watchdog_start();

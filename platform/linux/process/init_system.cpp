@@ -1,0 +1,48 @@
+// The library's sd_notify waits when the init system's queue is full, hence these few lines in its place.
+#include "process/init_system.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <string_view>
+
+#include "base/owners.h"
+
+namespace ravo::platform {
+
+namespace {
+
+// Reads the socket's name: a path, or an abstract one that begins with "@". Returns the address's length, 0 when it is
+// no such name.
+socklen_t read_address(std::string_view name, sockaddr_un *address) {
+    *address = {};
+    address->sun_family = AF_UNIX;
+    if (name.size() < 2 || name.size() >= sizeof address->sun_path || (name[0] != '/' && name[0] != '@')) return 0;
+    name.copy(address->sun_path, name.size());
+    std::size_t length = offsetof(sockaddr_un, sun_path) + name.size();
+    if (name[0] == '@')
+        address->sun_path[0] = '\0';
+    else
+        ++length;  // a path's NUL counts
+    return static_cast<socklen_t>(length);
+}
+
+}  // namespace
+
+bool init_system_tell(const std::string &message) {
+    const char *name = std::getenv("NOTIFY_SOCKET");
+    sockaddr_un address;
+    const socklen_t length = name == nullptr ? 0 : read_address(name, &address);
+    if (length == 0) return true;
+    const descriptor out(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!out) return false;
+    if (::sendto(out.get(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+                 reinterpret_cast<const sockaddr *>(&address), length) >= 0)
+        return true;
+    return errno != EAGAIN && errno != ENOBUFS && errno != ENOMEM;
+}
+
+}  // namespace ravo::platform
