@@ -28,6 +28,8 @@
 #include "books/books.h"
 #include "channel/channel.h"
 #include "cli/command_line.h"
+#include "commands/commands.h"
+#include "configuration/configuration.h"
 #include "interfaces/nsm_feed.h"
 #include "inventory/inventory.h"
 #include "inventory/switch_description.h"
@@ -109,8 +111,12 @@ callback word_as(std::size_t position) {
 
 // What the callbacks return is not a verdict: the daemon ends the process itself when it cannot go on.
 void install_commands() {
-    if (const auto commands = word_as<vex_init_commands>(VEX_INIT_COMMANDS))
-        (void)commands(ravo::cli::library_globals());
+    cli_globals *globals = ravo::cli::library_globals();
+    ravo::cli::install_platform_commands(globals->tree);
+    ravo::cli::install_configuration_commands(globals->tree);
+    if (const auto commands = word_as<vex_init_commands>(VEX_INIT_COMMANDS)) (void)commands(globals);
+    for (const std::string &text : ravo::cli::missing_commands())
+        platform::log_line(platform::log_level_error, "commands: the daemon has no \"%s\"", text.c_str());
 }
 
 void connect_and_start() {

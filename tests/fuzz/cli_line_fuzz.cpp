@@ -13,6 +13,7 @@
 #include <string_view>
 #include <utility>
 
+#include "all_commands.h"
 #include "cli.h"
 #include "cli/command_line.h"
 #include "cli/session.h"
@@ -67,6 +68,7 @@ bool install() {
     ravo::platform::frame_options options;
     options.startup_config = "/proc/no-such-folder/startup-config";
     ravo::platform::frame_set_options(options);
+    install_platform();
     cli_tree *tree = ravo::cli::library_globals()->tree;
     require(if_range_cli_init(tree) == 0 && cli_install_default(tree, CLI_MODE_INTERFACE) == 0);
     for (definition &each : definitions) require(cli_install_gen(tree, each.mode, 2, 0, &each.element) == 0);

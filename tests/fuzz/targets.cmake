@@ -10,6 +10,6 @@ function(ravo_fuzz_libraries target fake)
   else()
     target_link_libraries(${target} PRIVATE ravo_platform_linux PkgConfig::LIBEVENT PkgConfig::LIBMNL)
     target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/platform/linux
-                                                 ${PROJECT_SOURCE_DIR}/protocol)
+                                                 ${PROJECT_SOURCE_DIR}/protocol ${PROJECT_SOURCE_DIR}/tests/support)
   endif()
 endfunction()

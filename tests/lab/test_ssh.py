@@ -27,7 +27,7 @@ HOST = socket.gethostname().split(".")[0]
 GROUPS = {"ravo": 64001, "ravo-admin": 64002}
 USERS = {"netview": (64011, "ravo"), "netadmin": (64012, "ravo-admin")}
 INVALID = "^\n% Invalid input detected at '^' marker.\n"
-DENIED = "% Permission denied: user netview may only use show commands.\n"
+DENIED = "% Not allowed for your group\n"
 
 pytestmark = pytest.mark.skipif(SSHD is None, reason="sshd is not installed (Debian package openssh-server)")
 

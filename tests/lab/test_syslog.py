@@ -115,7 +115,7 @@ def logged(tmp_path):
 
 
 def refused(command):
-    return f"management: user nobody (65534) may only use show commands, refused: {command}"
+    return f"user nobody may only use show commands, refused: {command}"
 
 
 def test_lines_come_with_severity_facility_program_and_time(logged):

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "all_commands.h"
 #include "cli/command_line.h"
 #include "cli/grammar.h"
 #include "cli/tree.h"
@@ -120,6 +121,7 @@ bool comes_before(const installed_command &a, const installed_command &b) {
 }  // namespace
 
 int main() {
+    install_platform();
     (void)ravo_cli_install(ravo::cli::library_globals());
     std::vector<installed_command> commands = ravo::cli::installed_commands();
     std::stable_sort(commands.begin(), commands.end(), comes_before);

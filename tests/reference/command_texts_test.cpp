@@ -1,19 +1,28 @@
-// Every command that the relay and its platform install, walked: it is explained word by word, and it stands in a mode
-// that the command reference has.
+// Every command that the relay and its platform install, walked: it can be installed, it is explained word by word,
+// what its row says of it fits its text, and the documents have it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "all_commands.h"
 #include "cli/command_line.h"
 #include "cli/grammar.h"
+#include "cli/tree.h"
+#include "cli/words.h"
 #include "log/log.h"
 #include "ravo_cli.h"
 #include "ravo_main.h"
 
 namespace {
 
+using ravo::cli::command_effect;
 using ravo::cli::installed_command;
 using testing::AnyOf;
 using testing::IsEmpty;
@@ -22,6 +31,7 @@ using testing::SizeIs;
 // Installs the relay's commands once for all tests; a definition that cannot be installed leaves a line in the log.
 const std::vector<installed_command> &commands() {
     static const std::vector<installed_command> all = [] {
+        install_platform();
         (void)ravo_cli_install(ravo::cli::library_globals());
         return ravo::cli::installed_commands();
     }();
@@ -63,6 +73,99 @@ TEST(CommandTexts, EveryWordHasItsHelpText) {
 TEST(CommandTexts, EveryCommandStandsInAModeOfTheReference) {
     for (const installed_command &each : commands())
         EXPECT_THAT(each.mode, AnyOf(CLI_MODE_EXEC, CLI_MODE_CONFIGURATION, CLI_MODE_INTERFACE)) << each.text;
+}
+
+bool begins(const installed_command &each, const char *word) {
+    return each.text.starts_with(word);
+}
+
+TEST(CommandRows, ThePlatformKnowsEveryCommandOfTheRelay) {
+    ASSERT_FALSE(commands().empty());
+    EXPECT_THAT(ravo::cli::missing_commands(), IsEmpty()) << "the platform knows commands that the relay has not";
+    std::set<std::pair<int, std::string>> known;
+    for (const auto &rows : ravo::cli::library_tree().known)
+        for (const ravo::cli::known_command &row : rows)
+            EXPECT_TRUE(known.emplace(row.mode, row.text).second) << row.text << " is known twice";
+    for (const ravo_command &each : ravo_commands)
+        EXPECT_EQ(known.count({each.mode, std::string(ravo::cli::trim(each.element.text))}), 1u) << each.element.text;
+}
+
+TEST(CommandRows, SayWhatTheTextSays) {
+    for (const installed_command &each : commands()) {
+        const command_effect effect = each.traits.effect;
+        if (begins(each, "show ")) {
+            EXPECT_EQ(effect, command_effect::looks) << each.text;
+        }
+        if (begins(each, "clear ") || begins(each, "debug ") || begins(each, "reset ") || begins(each, "logging ")) {
+            EXPECT_EQ(effect, command_effect::daemon) << each.text;
+        }
+        if (begins(each, "ip ") || begins(each, "no ") || begins(each, "web ")) {
+            EXPECT_EQ(effect, command_effect::setting) << each.text;
+        }
+        if (begins(each, "interface ")) {
+            EXPECT_EQ(effect, command_effect::session) << each.text;
+        }
+        if (begins(each, "copy ") || begins(each, "write")) {
+            EXPECT_EQ(effect, command_effect::files) << each.text;
+        }
+        EXPECT_EQ(each.traits.has_line, each.text == "do LINE") << each.text;
+        EXPECT_EQ(each.traits.judged, each.text != "ip dhcp relay") << each.text;
+    }
+}
+
+TEST(CommandRows, WhatViewersMayGiveIsWhatTheyMaySee) {
+    for (const installed_command &each : commands()) {
+        const bool for_viewers = each.traits.who == ravo::cli::audience::viewers;
+        if (for_viewers) {
+            EXPECT_EQ(each.mode, CLI_MODE_EXEC) << each.text;
+        }
+        // Everything that shows something at their privilege is theirs.
+        if (begins(each, "show ")) {
+            EXPECT_EQ(for_viewers, each.privilege <= ravo::cli::viewer_privilege) << each.text;
+        }
+    }
+}
+
+TEST(CommandRows, EachDocumentIsDescribed) {
+    std::ifstream file(RAVO_SOURCE_FOLDER "/docs/json.md");
+    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    ASSERT_FALSE(text.empty());
+    std::size_t documents = 0;
+    for (const installed_command &each : commands()) {
+        if (each.traits.json == nullptr) continue;
+        ++documents;
+        std::string row = "| `" + std::string(ravo::cli::trim(each.text)) + "` |";
+        for (const auto &[form, written] : {std::pair("60|61", "60\\|61"), {"<1-4094>", "N"}, {"PORT", "M/P"}})
+            if (const std::size_t at = row.find(form); at != std::string::npos)
+                row.replace(at, std::strlen(form), written);
+        EXPECT_THAT(text, testing::HasSubstr(row));
+    }
+    EXPECT_GE(documents, 11u);
+}
+
+// The settings that the relay refuses to make twice: each can be told from what it has.
+TEST(CommandRows, EachSettingThatIsRefusedTwiceIsCompared) {
+    std::vector<std::string> compared;
+    for (const installed_command &each : commands())
+        if (each.traits.held != nullptr) compared.emplace_back(ravo::cli::trim(each.text));
+    EXPECT_THAT(compared, testing::UnorderedElementsAre(
+                              "ip dhcp relay address A.B.C.D",
+                              "ip dhcp relay option60 string WORD {exact-match|partial-match} address A.B.C.D",
+                              "ip dhcp relay option61 hex WORD address A.B.C.D", "ip dhcp relay information option",
+                              "no ip dhcp relay information option", "ip dhcp relay hops <1-16>",
+                              "ip dhcp relay information policy {keep|drop|replace}", "ip dhcp relay information check",
+                              "no ip dhcp relay information check"));
+}
+
+// The relay's definitions come after the platform's, but its words are its own.
+TEST(CommandRows, TheRelayExplainsItsWords) {
+    ASSERT_FALSE(commands().empty());
+    const ravo::cli::session_ptr s = ravo::cli::session_open({}, 31, "tester");
+    std::map<std::string, std::string> help;
+    for (const ravo::cli::help_row &row : ravo::cli::session_help(*s, "cle")) help[row.word] = row.text;
+    for (const ravo::cli::help_row &row : ravo::cli::session_help(*s, "clear ip dhcp ")) help[row.word] = row.text;
+    EXPECT_EQ(help, (std::map<std::string, std::string>{{"clear", "Show running system information"},
+                                                        {"relay", "Relay agent"}}));
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "all_commands.h"
 #include "cli.h"
 #include "cli/command_line.h"
 #include "nsm.h"
@@ -108,12 +109,13 @@ constexpr std::array<cli_handler, sizeof...(command)> make_handlers(std::index_s
     return {note_call<command>...};
 }
 
-// Installs the relay's commands as the relay does. To be called once in a process.
-inline bool install_relay() {
+// Installs the platform's commands, and the relay's as the relay does. To be called once in a process.
+inline bool install_commands() {
     constexpr std::size_t count = 34;
     static constexpr auto handlers = make_handlers(std::make_index_sequence<count>());
     static std::array<cli_element, count> elements{};
     cli_tree *tree = ravo::cli::library_globals()->tree;
+    install_platform();
     bool good = relay_commands().size() == count && if_range_cli_init(tree) == 0 &&
                 cli_install_default(tree, CLI_MODE_INTERFACE) == 0;
     for (std::size_t i = 0; i < relay_commands().size() && i < count; ++i) {
@@ -125,14 +127,19 @@ inline bool install_relay() {
     return good;
 }
 
+// Installs them once. Returns whether all could be.
+inline bool have_commands() {
+    static const bool installed = install_commands();
+    return installed;
+}
+
 // A session whose text is kept, in a tree with the relay's commands. Each starts with no noted calls.
 struct shell {
     std::string text;
     ravo::cli::session_ptr session;
 
     explicit shell(int privilege = 31) {
-        static const bool installed = install_relay();
-        if (!installed) text = "the relay's commands cannot be installed\n";
+        if (!have_commands()) text = "the relay's commands cannot be installed\n";
         calls.clear();
         handler_prints.clear();
         handler_returns = 0;

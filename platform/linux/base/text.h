@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace ravo::platform {
 
@@ -13,6 +14,15 @@ namespace ravo::platform {
 inline std::string ipv4_text(std::uint32_t address) {
     char text[INET_ADDRSTRLEN];
     return inet_ntop(AF_INET, &address, text, sizeof text);
+}
+
+// A text from outside as it may stand in the log or on a terminal: what is no printable ASCII character is shown as
+// "?", and of a long one only the beginning.
+inline std::string printable_text(std::string_view text, std::size_t most = 200) {
+    std::string out(text.substr(0, most));
+    for (char &c : out)
+        if (c < ' ' || c > '~') c = '?';
+    return text.size() > most ? out + "..." : out;
 }
 
 }  // namespace ravo::platform

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "cli/command_row.h"
 
 namespace ravo::cli {
 
@@ -45,8 +46,9 @@ struct session_delete {
 using session_ptr = std::unique_ptr<session, session_delete>;
 
 // Opens a session in privileged execution mode (CLI_MODE_EXEC). privilege: 1 to 31: the commands it may use; user: for
-// the log. Several sessions may exist at once, each with its own mode and current interface.
-session_ptr session_open(session_output output, int privilege, std::string user);
+// the log; who: viewers may use the commands that are for them alone. Several sessions may exist at once, each with its
+// own mode and current interface.
+session_ptr session_open(session_output output, int privilege, std::string user, audience who = audience::operators);
 
 // Chooses the view of the commands that follow: CLI_VIEW_... bits, 0 for plain.
 void session_set_view(session &s, std::uint32_t view_flags, std::uint32_t show_all);
@@ -84,18 +86,7 @@ std::vector<help_row> session_help(session &s, std::string_view line);
 // Completions of the last, half-typed word of the line: whole words that continue it (keywords and interface names).
 std::vector<std::string> session_complete(session &s, std::string_view line);
 
-// Replays a file of commands as the start-up configuration: in global configuration mode with full privilege. A line
-// that fails is reported as "FILE:LINE: reason" through report, the rest is applied; one that asks for what is in force
-// already has not failed. check_only: finds the same lines, but changes nothing but the relay's data: no sockets are
-// opened and commands of the platform's own are not run. Returns the number of failing lines; -1 when the file cannot
-// be read (reported too); 0 when it does not exist and optional.
-int replay_file(const std::string &path, bool optional, bool check_only,
-                const std::function<void(const std::string &line)> &report);
-
-// The whole running configuration as text.
-std::string running_configuration();
-
-// The tree that the daemon installs its commands into, with the platform's own commands already in it.
+// The tree that the daemon installs its commands into.
 cli_globals *library_globals();
 
 // Every installed command in order of installation, for the command reference and for tests.
@@ -103,7 +94,8 @@ struct installed_command {
     int mode;
     int privilege;
     std::string text;
-    std::vector<std::string> help;
+    std::vector<std::string> help;  // a text for each word
+    command_traits traits;
 };
 std::vector<installed_command> installed_commands();
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/session.h"
+#include "cli/tree.h"
 #include "nsm.h"
 
 namespace ravo::cli {
@@ -69,7 +70,7 @@ struct next_words {
 
 next_words next_in_mode(const session &s, const half_line &half, int mode) {
     next_words out;
-    out.tokens = next_tokens(library_tree(), mode, s.privilege, half.words, &out.ends);
+    out.tokens = next_tokens(library_tree(), mode, caller_of(s), half.words, &out.ends);
     std::erase_if(out.tokens, [&](const token *each) { return !can_become(half.prefix, *each); });
     out.ends = out.ends && half.between;
     return out;

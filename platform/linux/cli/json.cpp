@@ -29,7 +29,16 @@ void indent(json_writer &out) {
     out.text.append(2 * static_cast<std::size_t>(out.depth), ' ');
 }
 
+constexpr std::size_t piece_size = 4096;
+
+void hand_over(json_writer &out) {
+    if (!out.sink) return;
+    out.sink(out.text);
+    out.text.clear();
+}
+
 void begin(json_writer &out, std::string_view name) {
+    if (out.text.size() >= piece_size) hand_over(out);
     if (out.depth > 0) out.text += out.fresh ? "\n" : ",\n";
     out.fresh = false;
     indent(out);
@@ -53,7 +62,9 @@ void json_close(json_writer &out, char bracket) {
     }
     out.text += bracket;
     out.fresh = false;
-    if (out.depth == 0) out.text += "\n";
+    if (out.depth > 0) return;
+    out.text += "\n";
+    hand_over(out);
 }
 
 void json_string(json_writer &out, std::string_view name, std::string_view value) {

@@ -3,6 +3,7 @@
 #define PLATFORM_LINUX_CLI_JSON_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -10,7 +11,8 @@ namespace ravo::cli {
 
 // A document that is being written: one member or element a line.
 struct json_writer {
-    std::string text;
+    std::function<void(std::string_view piece)> sink = {};  // takes the text as it grows; empty: it is all kept
+    std::string text;                                       // what no sink has taken
     int depth = 0;
     bool fresh = true;  // nothing stands in the open object or array yet
 };

@@ -1,5 +1,6 @@
-// The command tree and what may be installed in it. Definitions are taken apart once, when they are installed; their
-// records stay the daemon's.
+// The command tree and what may be installed in it. Definitions are taken apart and judged once, when they are
+// installed. Those of the daemon come as they are at the boundary; what else the platform knows of them was handed over
+// before, and finds them here by mode and text.
 #include <algorithm>
 #include <climits>
 #include <span>
@@ -8,6 +9,7 @@
 
 #include "cli/command_line.h"
 #include "cli/tree.h"
+#include "cli/words.h"
 #include "interfaces/nsm_feed.h"
 #include "inventory/inventory.h"
 #include "log/log.h"
@@ -16,34 +18,86 @@ namespace ravo::cli {
 
 namespace {
 
-int install(cli_tree *tree, int mode, int privilege, command_role role, const cli_element *element) {
-    command made{mode, privilege, role, element, {}};
-    const std::string fault = compile(element->text, element->help, &made.form);
-    if (!fault.empty() || element->handler == nullptr) {
-        platform::log_line(platform::log_level_error, "commands: \"%s\" cannot be installed: %s",
-                           element->text == nullptr ? "" : element->text,
-                           fault.empty() ? "it has no handler" : fault.c_str());
-        return -1;
-    }
-    tree->commands.push_back(std::move(made));
-    return 0;
+bool is_known_mode(int mode) {
+    return mode == CLI_MODE_EXEC || mode == CLI_MODE_CONFIGURATION || mode == CLI_MODE_INTERFACE;
+}
+
+std::size_t words_of(const grammar &form) {
+    std::size_t count = 0;
+    for (const item &part : form.items) count += part.tokens.size();
+    return count;
+}
+
+std::size_t explained_words_of(const grammar &form) {
+    std::size_t count = 0;
+    for (const item &part : form.items)
+        count += static_cast<std::size_t>(std::count_if(part.tokens.begin(), part.tokens.end(),
+                                                        [](const token &each) { return !each.help.empty(); }));
+    return count;
+}
+
+// What is wrong with what a command says of itself beside its text; empty when nothing is.
+std::string fault_of_traits(const command &made) {
+    const command_traits &traits = made.traits;
+    const bool changes = traits.effect != command_effect::looks && traits.effect != command_effect::session;
+    if (traits.who == audience::viewers && (changes || made.privilege > viewer_privilege))
+        return "it is for viewers, but changes something or asks for more privilege than they have";
+    if (traits.json != nullptr && traits.effect != command_effect::looks) return "it has JSON, but shows nothing";
+    if (traits.held != nullptr && traits.effect != command_effect::setting)
+        return "it is compared with the settings in force, but makes none";
+    return {};
+}
+
+std::string fault_of(const cli_tree &tree, const command &made) {
+    if (made.handler == nullptr) return "it has no handler";
+    if (!is_known_mode(made.mode)) return "there is no mode " + std::to_string(made.mode);
+    if (made.privilege < lowest_privilege || made.privilege > program_privilege)
+        return "there is no privilege " + std::to_string(made.privilege);
+    const auto is_same = [&](const command &each) {
+        return each.mode == made.mode && trim(each.text) == trim(made.text);
+    };
+    if (std::any_of(tree.commands.begin(), tree.commands.end(), is_same)) return "it is there already";
+    return fault_of_traits(made);
+}
+
+// Puts a command into the tree. help: one text a word, NULL at the end; NULL for none at all. Returns an empty string,
+// or what is wrong with it.
+std::string add(cli_tree *tree, command made, const char *const *help) {
+    std::string fault = compile(made.text.c_str(), help, &made.form);
+    if (fault.empty()) fault = fault_of(*tree, made);
+    std::size_t texts = 0;
+    while (help != nullptr && help[texts] != nullptr) ++texts;
+    const bool explained = texts == words_of(made.form) && texts == explained_words_of(made.form);
+    // A daemon may leave its commands without help; a list that does not fit the words is a fault.
+    if (fault.empty() && !explained && (help != nullptr || !made.of_daemon))
+        fault = "it has " + std::to_string(words_of(made.form)) + " words and help for " + std::to_string(texts);
+    if (fault.empty()) tree->commands.push_back(std::move(made));
+    return fault;
+}
+
+int report(const char *text, const std::string &fault) {
+    if (fault.empty()) return 0;
+    platform::log_line(platform::log_level_error, "commands: \"%s\" cannot be installed: %s",
+                       text == nullptr ? "" : text, fault.c_str());
+    return -1;
+}
+
+bool is_known_as(const known_command &known, int mode, std::string_view text) {
+    return known.mode == mode && known.text == trim(text);
+}
+
+command_traits traits_of(const cli_tree &tree, int mode, std::string_view text) {
+    for (const std::span<const known_command> rows : tree.known)
+        for (const known_command &row : rows)
+            if (is_known_as(row, mode, text)) return row.traits;
+    return {};
 }
 
 cli_tree make_tree() {
     cli_tree tree;
-    install_exec_commands(&tree);
-    install_show_commands(&tree);
-    install_file_commands(&tree);
+    install_movement(&tree, CLI_MODE_EXEC);
     install_movement(&tree, CLI_MODE_CONFIGURATION);
-    install_local_relay_commands(&tree);
-    install_books_commands(&tree);
     return tree;
-}
-
-// "interface NAME" is the daemon's command, but what it does besides is to move the session.
-command_role role_of(const cli_element &element) {
-    const std::string_view text = element.text == nullptr ? "" : element.text;
-    return text.starts_with("interface ") ? command_role::movement : command_role::relay;
 }
 
 }  // namespace
@@ -58,19 +112,36 @@ cli_globals *library_globals() {
     return &globals;
 }
 
-void install_builtins(cli_tree *tree, std::span<const builtin> rows, int mode) {
-    // Not judged: a row that cannot be installed is logged, and a test walks them all.
-    for (const builtin &row : rows)
-        (void)install(tree, mode == 0 ? row.mode : mode, row.privilege, row.role, &row.element);
+void install_rows(cli_tree *tree, std::span<const command_row> rows) {
+    for (const command_row &row : rows) {
+        command made{row.mode, row.privilege, false, row.text == nullptr ? "" : row.text, row.handler, row.traits, {}};
+        (void)report(row.text, add(tree, std::move(made), row.help.data()));  // the others are installed all the same
+    }
+}
+
+void expect_commands(cli_tree *tree, std::span<const known_command> rows) {
+    tree->known.push_back(rows);
+}
+
+std::vector<std::string> missing_commands() {
+    const cli_tree &tree = library_tree();
+    std::vector<std::string> out;
+    for (const std::span<const known_command> rows : tree.known)
+        for (const known_command &row : rows)
+            if (std::none_of(tree.commands.begin(), tree.commands.end(), [&](const command &each) {
+                    return each.of_daemon && is_known_as(row, each.mode, each.text);
+                }))
+                out.emplace_back(row.text);
+    return out;
 }
 
 std::vector<installed_command> installed_commands() {
     std::vector<installed_command> out;
     for (const command &each : library_tree().commands) {
         std::vector<std::string> help;
-        for (const char *const *text = each.element->help; text != nullptr && *text != nullptr; ++text)
-            help.emplace_back(*text);
-        out.push_back({each.mode, each.privilege, each.element->text, std::move(help)});
+        for (const item &part : each.form.items)
+            for (const token &one : part.tokens) help.push_back(one.help);
+        out.push_back({each.mode, each.privilege, each.text, std::move(help), each.traits});
     }
     return out;
 }
@@ -88,7 +159,10 @@ int run_reset() {
 extern "C" {
 
 int cli_install_gen(struct cli_tree *tree, int mode, int privilege, uint32_t /*flags*/, struct cli_element *element) {
-    return ravo::cli::install(tree, mode, privilege, ravo::cli::role_of(*element), element);
+    const char *text = element->text == nullptr ? "" : element->text;
+    ravo::cli::command made{mode, privilege, true, text, element->handler, {}, {}};
+    made.traits = ravo::cli::traits_of(*tree, mode, text);
+    return ravo::cli::report(element->text, ravo::cli::add(tree, std::move(made), element->help));
 }
 
 int cli_install_config(struct cli_tree *tree, int mode, cli_config_writer writer) {

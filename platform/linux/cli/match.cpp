@@ -24,10 +24,15 @@ struct candidate {
     step taken;
 };
 
-std::vector<runner> starters(const cli_tree &tree, int mode, int privilege) {
+bool may_give(const caller &by, const command &what) {
+    const bool is_for_them = by.who == audience::operators || what.traits.who == audience::viewers;
+    return is_for_them && what.privilege <= by.privilege;
+}
+
+std::vector<runner> starters(const cli_tree &tree, int mode, const caller &by) {
     std::vector<runner> out;
     for (const command &each : tree.commands)
-        if (each.mode == mode && each.privilege <= privilege) out.push_back({&each, {}, {}, 0});
+        if (each.mode == mode && may_give(by, each)) out.push_back({&each, {}, {}, 0});
     return out;
 }
 
@@ -92,11 +97,23 @@ bool race(std::vector<runner> *runners, const std::vector<word> &words, std::str
     return true;
 }
 
+// Adds a token to those that are listed. Where two commands share a word the daemon's explains it.
+void list_once(std::vector<candidate> *listed, const candidate &one) {
+    const auto same = std::find_if(listed->begin(), listed->end(), [&](const candidate &each) {
+        return each.taken.what->text == one.taken.what->text;
+    });
+    if (same == listed->end())
+        listed->push_back(one);
+    else if (one.from->what->of_daemon && !same->from->what->of_daemon)
+        *same = one;
+}
+
 }  // namespace
 
-match match_line(const cli_tree &tree, int mode, int privilege, const std::vector<word> &words, std::string_view line) {
+match match_line(const cli_tree &tree, int mode, const caller &by, const std::vector<word> &words,
+                 std::string_view line) {
     match out;
-    std::vector<runner> runners = starters(tree, mode, privilege);
+    std::vector<runner> runners = starters(tree, mode, by);
     if (!race(&runners, words, line, &out)) return out;
     out.result = match_result::incomplete;
     out.word = words.size();
@@ -113,23 +130,22 @@ match match_line(const cli_tree &tree, int mode, int privilege, const std::vecto
     return out;
 }
 
-std::vector<const token *> next_tokens(const cli_tree &tree, int mode, int privilege, const std::vector<word> &words,
+std::vector<const token *> next_tokens(const cli_tree &tree, int mode, const caller &by, const std::vector<word> &words,
                                        bool *ends) {
     *ends = false;
-    std::vector<const token *> out;
-    std::vector<runner> runners = starters(tree, mode, privilege);
+    std::vector<candidate> found;
+    std::vector<runner> runners = starters(tree, mode, by);
     match stopped;
-    if (!race(&runners, words, {}, &stopped)) return out;
+    if (!race(&runners, words, {}, &stopped)) return {};
     std::vector<step> steps;
     for (const runner &each : runners) {
         if (each.what->privilege >= program_privilege) continue;
         steps.clear();
         *ends = next_steps(each.what->form, each.at, &steps) || *ends;
-        for (const step &one : steps) {
-            const auto same = [&](const token *listed) { return listed->text == one.what->text; };
-            if (std::none_of(out.begin(), out.end(), same)) out.push_back(one.what);
-        }
+        for (const step &one : steps) list_once(&found, {&each, one});
     }
+    std::vector<const token *> out;
+    for (const candidate &each : found) out.push_back(each.taken.what);
     return out;
 }
 

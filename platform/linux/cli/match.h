@@ -26,13 +26,20 @@ struct match {
     std::size_t rest = 0;                // column of what LINE stands for, 0 when there is none
 };
 
-// Holds a line's words against the commands of a mode that a privilege may use.
-match match_line(const cli_tree &tree, int mode, int privilege, const std::vector<word> &words, std::string_view line);
+// Who gives a line: the commands it may be.
+struct caller {
+    int privilege = program_privilege;
+    audience who = audience::operators;
+};
 
-// The tokens that may follow the words. Returns them for commands that are listed to people, each text once per kind;
-// *ends tells whether a command may end after the words. words: all whole; when they fit no command, nothing is
-// returned.
-std::vector<const token *> next_tokens(const cli_tree &tree, int mode, int privilege, const std::vector<word> &words,
+// Holds a line's words against the commands of a mode that a caller may give.
+match match_line(const cli_tree &tree, int mode, const caller &by, const std::vector<word> &words,
+                 std::string_view line);
+
+// The tokens that may follow the words. Returns them for commands that are listed to people, each text once, in the
+// daemon's own words where it has such a command; *ends tells whether a command may end after the words. words: all
+// whole; when they fit no command, nothing is returned.
+std::vector<const token *> next_tokens(const cli_tree &tree, int mode, const caller &by, const std::vector<word> &words,
                                        bool *ends);
 
 }  // namespace ravo::cli

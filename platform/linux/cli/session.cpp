@@ -12,9 +12,9 @@
 #include <cstdio>
 #include <utility>
 
+#include "base/text.h"
 #include "cli/format.h"
-#include "commands/show_json.h"
-#include "configuration/in_force.h"
+#include "cli/tree.h"
 #include "log/log.h"
 #include "nsm.h"
 #include "process/relay_data.h"
@@ -61,6 +61,14 @@ bool is_session_mode(int mode) {
     return mode == CLI_MODE_EXEC || mode == CLI_MODE_CONFIGURATION || mode == CLI_MODE_INTERFACE;
 }
 
+// The arguments of a handler, which may write into them.
+std::vector<char *> argv_of(std::vector<std::string> &words) {
+    std::vector<char *> argv;
+    for (std::string &each : words) argv.push_back(each.data());
+    argv.push_back(nullptr);
+    return argv;
+}
+
 // ---- Choosing the command ----
 
 struct choice {
@@ -68,12 +76,12 @@ struct choice {
     int mode;  // whose command it is
 };
 
-choice choose(const session &s, const std::vector<word> &words, std::string_view line) {
-    choice own{match_line(library_tree(), s.mode, s.privilege, words, line), s.mode};
+choice choose(const session &s, const caller &by, const std::vector<word> &words, std::string_view line) {
+    choice own{match_line(library_tree(), s.mode, by, words, line), s.mode};
     if (s.mode != CLI_MODE_INTERFACE || own.found.result == match_result::complete ||
         own.found.result == match_result::ambiguous)
         return own;
-    choice global{match_line(library_tree(), CLI_MODE_CONFIGURATION, s.privilege, words, line), CLI_MODE_CONFIGURATION};
+    choice global{match_line(library_tree(), CLI_MODE_CONFIGURATION, by, words, line), CLI_MODE_CONFIGURATION};
     // The more of the line was understood, the more the fault has to say.
     const bool better = global.found.result == match_result::complete || global.found.word > own.found.word;
     return better ? global : own;
@@ -97,12 +105,41 @@ line_fault fault_of(const match &found, const std::vector<word> &words, std::str
     return out;
 }
 
+// A line that is nothing to this session may be a command all the same, which others may give.
+bool is_for_others(const session &s, const std::vector<word> &words, std::string_view line) {
+    const match_result found = choose(s, {}, words, line).found.result;
+    return found == match_result::complete || found == match_result::incomplete;
+}
+
+// Why the session may not give a command that is there.
+line_fault not_allowed(const session &s, const std::vector<word> &words, std::string_view line) {
+    line_fault out;
+    out.kind = fault_kind::not_allowed;
+    if (s.who == audience::viewers) {
+        platform::log_line(platform::log_level_warning, "user %s may only use show commands, refused: %s",
+                           s.user.c_str(), platform::printable_text(trim(line)).c_str());
+        out.text = "for your group";
+        return out;
+    }
+    out.text = "at privilege level " + std::to_string(s.privilege);
+    const match_result with_all = choose(s, {s.granted, s.who}, words, line).found.result;
+    if (with_all == match_result::complete || with_all == match_result::incomplete)
+        out.text += "; \"enable\" gives back that of the session";
+    return out;
+}
+
 // ---- Running it ----
+
+bool is_held(const session &s, const command &what, const std::vector<std::string> &arguments, const char *interface) {
+    const relay_access *relay = platform::relay_data();
+    return s.replayed && what.traits.held != nullptr && relay != nullptr &&
+           what.traits.held({*relay, arguments, interface});
+}
 
 int run_handler(session &s, const command &what, const std::vector<std::string> &arguments) {
     const char *const name = s.ifp == nullptr ? nullptr : s.ifp->name;
-    const int result = call_handler(s, what.element->handler, arguments);
-    return result != 0 && s.replayed && in_force(what.element->text, arguments, name) ? 0 : result;
+    const int result = call_handler(s, what.handler, arguments);
+    return result != 0 && is_held(s, what, arguments, name) ? 0 : result;
 }
 
 int run_for_each_of_range(session &s, const command &what, const std::vector<std::string> &arguments) {
@@ -116,34 +153,34 @@ int run_for_each_of_range(session &s, const command &what, const std::vector<std
 }
 
 int print_json(session &s, const command &what, const std::vector<std::string> &arguments) {
-    const json_builder build = find_json_builder(what.element->text);
-    const relay_access *relay = platform::relay_data();
-    if (build == nullptr || relay == nullptr) {
+    if (what.traits.json == nullptr) {
         (void)emit(s, "% No JSON for this command\n");
         return 1;
     }
-    const std::string text = build(*relay, arguments);
-    (void)emit(s, text);
-    return text.starts_with('%') ? 1 : 0;
+    std::vector<std::string> words = arguments;
+    std::vector<char *> argv = argv_of(words);
+    struct cli context = context_of(s);
+    json_writer out;
+    out.sink = [&s](std::string_view piece) { (void)emit(s, piece); };
+    return what.traits.json(&context, static_cast<int>(words.size()), argv.data(), out);
 }
 
 bool wants_json(const session &s, const command &what) {
-    // "do" leaves it to the command behind it.
-    return s.filter != nullptr && s.filter->kind == filter_kind::json &&
-           std::string_view(what.element->text) != "do LINE";
+    return s.filter != nullptr && s.filter->kind == filter_kind::json && !what.traits.has_line;
 }
 
-// A check has the relay's own commands judge their lines, on settings that nobody uses: all but the one that opens
-// sockets. What the platform's commands do, they do to the system.
+// A check has the relay's settings judge their lines, on data that nobody uses. What other commands do, they do to the
+// system.
 bool is_passed_over(const session &s, const command &what) {
-    return s.check_only &&
-           (what.role == command_role::platform || std::string_view(what.element->text) == "ip dhcp relay");
+    if (!s.check_only) return false;
+    const command_effect effect = what.traits.effect;
+    return !what.traits.judged || (effect != command_effect::setting && effect != command_effect::session);
 }
 
 int run_command(session &s, const choice &chosen, std::string_view line) {
     const command &what = *chosen.found.what;
     if (wants_json(s, what)) return print_json(s, what, chosen.found.arguments);
-    if (s.replayed && what.role == command_role::startup) {
+    if (s.replayed && what.traits.effect == command_effect::files) {
         // A file that replays itself would never end, one that saves what it has made so far would lose its rest.
         (void)emit(s, "% Not possible while a configuration is replayed\n");
         return 1;
@@ -155,15 +192,16 @@ int run_command(session &s, const choice &chosen, std::string_view line) {
     }
     if (is_passed_over(s, what)) return 0;
     s.rest = display_columns(line, chosen.found.rest);
-    if (what.role == command_role::relay && what.mode == CLI_MODE_INTERFACE && !s.range.empty())
+    if (what.traits.effect == command_effect::setting && what.mode == CLI_MODE_INTERFACE && !s.range.empty())
         return run_for_each_of_range(s, what, chosen.found.arguments);
     return run_handler(s, what, chosen.found.arguments);
 }
 
 int run_words(session &s, std::string_view line, const std::vector<word> &words, line_fault *fault) {
-    const choice chosen = choose(s, words, line);
+    const choice chosen = choose(s, caller_of(s), words, line);
     if (chosen.found.result == match_result::complete) return run_command(s, chosen, line);
-    *fault = fault_of(chosen.found, words, line);
+    const bool hidden = chosen.found.result == match_result::invalid && is_for_others(s, words, line);
+    *fault = hidden ? not_allowed(s, words, line) : fault_of(chosen.found, words, line);
     return 1;
 }
 
@@ -222,7 +260,7 @@ void remember(session &s, std::string_view line) {
 
 }  // namespace
 
-session_ptr session_open(session_output output, int privilege, std::string user) {
+session_ptr session_open(session_output output, int privilege, std::string user, audience who) {
     session_ptr out(new session);
     out->output = std::move(output);
     out->text_target = {out.get(), false};
@@ -230,6 +268,7 @@ session_ptr session_open(session_output output, int privilege, std::string user)
     out->granted = std::clamp(privilege, 1, program_privilege);
     out->privilege = out->granted;
     out->user = std::move(user);
+    out->who = who;
     return out;
 }
 
@@ -298,6 +337,8 @@ std::string fault_for_terminal(const line_fault &fault, std::string_view line, s
                    "\n";
         case fault_kind::bad_filter:
             return "% Invalid pattern: " + fault.text + "\n";
+        case fault_kind::not_allowed:
+            return "% Not allowed " + fault.text + "\n";
     }
     return {};
 }
@@ -318,6 +359,10 @@ int session_mode(const session &s) {
 
 int session_privilege(const session &s) {
     return s.privilege;
+}
+
+caller caller_of(const session &s) {
+    return {s.privilege, s.who};
 }
 
 session &session_of(struct cli *cli) {
@@ -386,9 +431,7 @@ struct cli context_of(session &s) {
 
 int call_handler(session &s, cli_handler handler, const std::vector<std::string> &arguments) {
     std::vector<std::string> words = arguments;
-    std::vector<char *> argv;
-    for (std::string &each : words) argv.push_back(each.data());
-    argv.push_back(nullptr);
+    std::vector<char *> argv = argv_of(words);
     struct cli context = context_of(s);
     const int result = handler(&context, static_cast<int>(words.size()), argv.data());
     if (is_session_mode(context.mode)) s.mode = context.mode;

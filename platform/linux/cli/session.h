@@ -37,6 +37,7 @@ struct session {
     int granted = 1;    // highest privilege it may have
     int privilege = 1;  // privilege it has
     std::string user;   // for the log
+    audience who = audience::operators;
     int mode = CLI_MODE_EXEC;
     struct interface *ifp = nullptr;        // current interface in interface mode
     std::vector<struct interface *> range;  // the interfaces of "interface range", empty without one
@@ -56,13 +57,13 @@ struct session {
     std::size_t rest = 0;                        // column of what LINE stands for in the line that runs
 };
 
-enum class fault_kind { none, invalid, incomplete, ambiguous, too_long, bad_filter };
+enum class fault_kind { none, invalid, incomplete, ambiguous, too_long, bad_filter, not_allowed };
 
 // What is wrong with a line.
 struct line_fault {
     fault_kind kind = fault_kind::none;
     std::size_t column = 0;  // of the word, in bytes
-    std::string text;        // the word; of an ambiguous line all up to it; of a filter the reason
+    std::string text;        // the word; of an ambiguous line all up to it; of a filter and of what is not allowed why
 };
 
 // Runs a line as session_run does, but leaves what is wrong with it to the caller. Returns the handler's result; 1 with
@@ -74,6 +75,9 @@ std::string fault_for_terminal(const line_fault &fault, std::string_view line, s
 
 // Opens a session whose text is appended to *text.
 session_ptr session_capture(std::string *text, int privilege, std::string user);
+
+// Whose lines a session runs.
+caller caller_of(const session &s);
 
 // The session of a handler's context.
 session &session_of(struct cli *cli);

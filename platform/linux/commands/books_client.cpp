@@ -7,10 +7,11 @@
 #include <vector>
 
 #include "books/books.h"
-#include "cli/session.h"
+#include "cli/command_row.h"
 #include "commands/books_clients.h"
-#include "commands/books_commands.h"
+#include "commands/books_json.h"
 #include "commands/books_text.h"
+#include "commands/commands.h"
 
 namespace ravo::cli {
 
@@ -57,14 +58,23 @@ int show_client(struct cli *cli, int /*argc*/, char **argv) {
 constexpr char show_word[] = "Show running system information";
 constexpr char ip_word[] = "Internet Protocol version 4 (IPv4)";
 constexpr char relay_word[] = "The DHCP relay";
-constexpr const char *help_clients[] = {show_word, ip_word, "DHCP", relay_word, "The clients seen lately", nullptr};
-constexpr const char *help_client[] = {
-    show_word, ip_word, "DHCP", relay_word, "The clients seen lately", "A client's hardware address: its last messages",
-    nullptr};
+constexpr char clients_word[] = "The clients seen lately";
 
-constexpr builtin rows[] = {
-    {CLI_MODE_EXEC, 2, command_role::platform, {"show ip dhcp relay client", show_clients, help_clients, {}}},
-    {CLI_MODE_EXEC, 2, command_role::platform, {"show ip dhcp relay client MAC", show_client, help_client, {}}},
+constexpr command_traits shows(json_handler json) {
+    return {.effect = command_effect::looks, .who = audience::viewers, .json = json};
+}
+
+constexpr command_row rows[] = {
+    {.privilege = viewer_privilege,
+     .text = "show ip dhcp relay client",
+     .help = {show_word, ip_word, "DHCP", relay_word, clients_word},
+     .handler = show_clients,
+     .traits = shows(clients_json)},
+    {.privilege = viewer_privilege,
+     .text = "show ip dhcp relay client MAC",
+     .help = {show_word, ip_word, "DHCP", relay_word, clients_word, "A client's hardware address: its last messages"},
+     .handler = show_client,
+     .traits = shows(client_json)},
 };
 
 }  // namespace
@@ -95,7 +105,7 @@ std::vector<platform::book_entry> messages_of_client(const hardware_address &cli
 }
 
 void install_client_commands(cli_tree *tree) {
-    install_builtins(tree, rows);
+    install_rows(tree, rows);
 }
 
 }  // namespace ravo::cli

@@ -6,9 +6,9 @@
 
 #include "base/text.h"
 #include "channel/channel.h"
-#include "cli/json.h"
 #include "commands/books_clients.h"
 #include "commands/books_text.h"
+#include "commands/commands.h"
 #include "inventory/inventory.h"
 #include "osal/send_figures.h"
 
@@ -124,8 +124,7 @@ void add_message(json_writer &out, const platform::book_entry &entry) {
 
 }  // namespace
 
-std::string statistics_json(const relay_access & /*relay*/, const std::vector<std::string> & /*arguments*/) {
-    json_writer out;
+int statistics_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
     json_open(out, "", '{');
     add_total(out);
     json_open(out, "vlans", '[');
@@ -136,26 +135,23 @@ std::string statistics_json(const relay_access & /*relay*/, const std::vector<st
     json_close(out, ']');
     add_all_unsent(out);
     json_close(out, '}');
-    return out.text;
+    return 0;
 }
 
-std::string statistics_of_vlan_json(const relay_access & /*relay*/, const std::vector<std::string> &arguments) {
-    json_writer out;
-    add_vlan(out, static_cast<std::uint16_t>(std::atoi(arguments.at(0).c_str())));
-    return out.text;
+int statistics_of_vlan_json(struct cli * /*cli*/, int /*argc*/, char **argv, json_writer &out) {
+    add_vlan(out, static_cast<std::uint16_t>(std::atoi(argv[0])));
+    return 0;
 }
 
-std::string statistics_of_port_json(const relay_access & /*relay*/, const std::vector<std::string> &arguments) {
-    const auto port = read_port_name(arguments.at(0));
-    if (!port) return bad_port_line(arguments.at(0));
-    json_writer out;
+int statistics_of_port_json(struct cli *cli, int /*argc*/, char **argv, json_writer &out) {
+    const auto port = read_port_name(argv[0]);
+    if (!port) return books_refuse(cli, bad_port_line(argv[0]));
     add_port(out, *port);
-    return out.text;
+    return 0;
 }
 
-std::string clients_json(const relay_access & /*relay*/, const std::vector<std::string> & /*arguments*/) {
+int clients_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
     const std::vector<seen_client> clients = seen_clients();
-    json_writer out;
     json_open(out, "", '{');
     json_open(out, "clients", '[');
     for (std::size_t i = 0; i < clients.size() && i < most_clients; ++i) {
@@ -169,14 +165,13 @@ std::string clients_json(const relay_access & /*relay*/, const std::vector<std::
     json_close(out, ']');
     json_number(out, "total", static_cast<std::int64_t>(clients.size()));
     json_close(out, '}');
-    return out.text;
+    return 0;
 }
 
-std::string client_json(const relay_access & /*relay*/, const std::vector<std::string> &arguments) {
-    const auto client = read_mac(arguments.at(0));
-    if (!client) return bad_mac_line(arguments.at(0));
+int client_json(struct cli *cli, int /*argc*/, char **argv, json_writer &out) {
+    const auto client = read_mac(argv[0]);
+    if (!client) return books_refuse(cli, bad_mac_line(argv[0]));
     const std::vector<platform::book_entry> messages = messages_of_client(*client);
-    json_writer out;
     json_open(out, "", '{');
     json_string(out, "client", mac_text(*client));
     json_open(out, "messages", '[');
@@ -184,11 +179,10 @@ std::string client_json(const relay_access & /*relay*/, const std::vector<std::s
     json_close(out, ']');
     json_number(out, "total", static_cast<std::int64_t>(messages.size()));
     json_close(out, '}');
-    return out.text;
+    return 0;
 }
 
-std::string interfaces_json(const relay_access & /*relay*/, const std::vector<std::string> & /*arguments*/) {
-    json_writer out;
+int interfaces_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
     json_open(out, "", '{');
     json_open(out, "interfaces", '[');
     for (const platform::inventory_row &row : platform::inventory_rows()) {
@@ -205,7 +199,7 @@ std::string interfaces_json(const relay_access & /*relay*/, const std::vector<st
     }
     json_close(out, ']');
     json_close(out, '}');
-    return out.text;
+    return 0;
 }
 
 }  // namespace ravo::cli

@@ -13,9 +13,10 @@
 
 #include "books/books.h"
 #include "books/pcapng.h"
+#include "cli/command_row.h"
 #include "cli/session.h"
-#include "commands/books_commands.h"
 #include "commands/books_text.h"
+#include "commands/commands.h"
 #include "log/log.h"
 
 namespace ravo::cli {
@@ -159,42 +160,26 @@ constexpr char vlan_word[] = "That came in on one VLAN";
 constexpr char id_word[] = "VLAN id";
 constexpr char port_word[] = "That came in on one port";
 constexpr char number_word[] = "Module and port, such as 1/2";
-constexpr const char *help_monitor[] = {monitor_word, ip_word, "DHCP",    relay_word,  mac_word, address_word,
-                                        vlan_word,    id_word, port_word, number_word, nullptr};
-constexpr const char *help_file[] = {monitor_word,
-                                     ip_word,
-                                     "DHCP",
-                                     relay_word,
-                                     mac_word,
-                                     address_word,
-                                     vlan_word,
-                                     id_word,
-                                     port_word,
-                                     number_word,
-                                     "Write a capture file on the daemon's host",
-                                     "Its whole path, ending in .pcapng or .pcap",
-                                     "End at a size; without it, at 100 megabytes",
-                                     "Megabytes",
-                                     nullptr};
 
-constexpr builtin rows[] = {
-    {CLI_MODE_EXEC,
-     2,
-     command_role::platform,
-     {"monitor ip dhcp relay [mac MAC] [vlan <1-4094>] [port PORT]", monitor_messages, help_monitor, {}}},
-    {CLI_MODE_EXEC,
-     operator_privilege,
-     command_role::platform,
-     {"monitor ip dhcp relay [mac MAC] [vlan <1-4094>] [port PORT] pcap FILE [size <1-10000>]",
-      monitor_to_file,
-      help_file,
-      {}}},
+constexpr command_row rows[] = {
+    {.privilege = viewer_privilege,
+     .text = "monitor ip dhcp relay [mac MAC] [vlan <1-4094>] [port PORT]",
+     .help = {monitor_word, ip_word, "DHCP", relay_word, mac_word, address_word, vlan_word, id_word, port_word,
+              number_word},
+     .handler = monitor_messages,
+     .traits = {.effect = command_effect::looks}},
+    {.text = "monitor ip dhcp relay [mac MAC] [vlan <1-4094>] [port PORT] pcap FILE [size <1-10000>]",
+     .help = {monitor_word, ip_word, "DHCP", relay_word, mac_word, address_word, vlan_word, id_word, port_word,
+              number_word, "Write a capture file on the daemon's host", "Its whole path, ending in .pcapng or .pcap",
+              "End at a size; without it, at 100 megabytes", "Megabytes"},
+     .handler = monitor_to_file,
+     .traits = {.effect = command_effect::daemon}},
 };
 
 }  // namespace
 
 void install_monitor_commands(cli_tree *tree) {
-    install_builtins(tree, rows);
+    install_rows(tree, rows);
 }
 
 }  // namespace ravo::cli

@@ -5,9 +5,10 @@
 #include "base/text.h"
 #include "books/books.h"
 #include "channel/channel.h"
-#include "cli/session.h"
-#include "commands/books_commands.h"
+#include "cli/command_row.h"
+#include "commands/books_json.h"
 #include "commands/books_text.h"
+#include "commands/commands.h"
 #include "osal/send_figures.h"
 
 namespace ravo::cli {
@@ -93,43 +94,40 @@ int clear(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/) {
 }
 
 constexpr char show_word[] = "Show running system information";
-constexpr char clear_word[] = "Reset counters";
 constexpr char ip_word[] = "Internet Protocol version 4 (IPv4)";
 constexpr char relay_word[] = "The DHCP relay";
 constexpr char statistics_word[] = "What became of all messages";
-constexpr const char *help_all[] = {show_word, ip_word, "DHCP", relay_word, statistics_word, nullptr};
-constexpr const char *help_vlan[] = {show_word,       ip_word,       "DHCP",    relay_word,
-                                     statistics_word, "Of one VLAN", "VLAN id", nullptr};
-constexpr const char *help_port[] = {
-    show_word, ip_word, "DHCP", relay_word, statistics_word, "Of one port", "Module and port, such as 1/2", nullptr};
-constexpr const char *help_clear[] = {clear_word, ip_word, "DHCP", relay_word, statistics_word, nullptr};
 
-constexpr builtin books_row(int privilege, const char *text, cli_handler handler, const char *const *help) {
-    return {CLI_MODE_EXEC, privilege, command_role::platform, {text, handler, help, {}}};
+constexpr command_traits shows(json_handler json) {
+    return {.effect = command_effect::looks, .who = audience::viewers, .json = json};
 }
 
-constexpr builtin rows[] = {
-    books_row(2, "show ip dhcp relay statistics", show_all, help_all),
-    books_row(2, "show ip dhcp relay statistics vlan <1-4094>", show_vlan, help_vlan),
-    books_row(2, "show ip dhcp relay statistics port PORT", show_port, help_port),
-    books_row(operator_privilege, "clear ip dhcp relay statistics", clear, help_clear),
+constexpr command_row rows[] = {
+    {.privilege = viewer_privilege,
+     .text = "show ip dhcp relay statistics",
+     .help = {show_word, ip_word, "DHCP", relay_word, statistics_word},
+     .handler = show_all,
+     .traits = shows(statistics_json)},
+    {.privilege = viewer_privilege,
+     .text = "show ip dhcp relay statistics vlan <1-4094>",
+     .help = {show_word, ip_word, "DHCP", relay_word, statistics_word, "Of one VLAN", "VLAN id"},
+     .handler = show_vlan,
+     .traits = shows(statistics_of_vlan_json)},
+    {.privilege = viewer_privilege,
+     .text = "show ip dhcp relay statistics port PORT",
+     .help = {show_word, ip_word, "DHCP", relay_word, statistics_word, "Of one port", "Module and port, such as 1/2"},
+     .handler = show_port,
+     .traits = shows(statistics_of_port_json)},
+    {.text = "clear ip dhcp relay statistics",
+     .help = {"Reset counters", ip_word, "DHCP", relay_word, statistics_word},
+     .handler = clear,
+     .traits = {.effect = command_effect::daemon}},
 };
 
 }  // namespace
 
-int books_refuse(struct cli *cli, const std::string &line) {
-    cli->print(cli->print_handle, "%s", line.c_str());
-    return 1;
-}
-
 void install_statistics_commands(cli_tree *tree) {
-    install_builtins(tree, rows);
-}
-
-void install_books_commands(cli_tree *tree) {
-    install_statistics_commands(tree);
-    install_client_commands(tree);
-    install_monitor_commands(tree);
+    install_rows(tree, rows);
 }
 
 }  // namespace ravo::cli

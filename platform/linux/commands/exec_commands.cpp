@@ -2,15 +2,14 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "cli/command_row.h"
 #include "cli/session.h"
+#include "commands/commands.h"
 #include "log/log.h"
 
 namespace ravo::cli {
 
 namespace {
-
-// The least that a session can do: leave, or get its privilege back.
-constexpr int lowest_privilege = 1;
 
 int enable(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     cli->privilege = session_of(cli).granted;
@@ -18,7 +17,7 @@ int enable(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 }
 
 int disable(struct cli *cli, int /*argc*/, char ** /*argv*/) {
-    cli->privilege = lowest_privilege;
+    cli->privilege = lowest_privilege;  // enough to leave, or to get it back
     return 0;
 }
 
@@ -63,48 +62,54 @@ int reset_relay(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     return result == 0 ? 0 : 1;
 }
 
-constexpr const char *help_enable[] = {"Take back the session's full privilege", nullptr};
-constexpr const char *help_disable[] = {"Give up privilege until \"enable\"", nullptr};
-constexpr const char *help_length[] = {"This session's terminal", "Lines of a page", "Number of lines, 0: no pages",
-                                       nullptr};
-constexpr const char *help_monitor[] = {"This session's terminal", "Show log lines as they are written", nullptr};
-constexpr const char *help_no_monitor[] = {"This session's terminal", "Turn off", "Showing log lines", nullptr};
-constexpr const char *help_level[] = {
-    "The daemon's log", "What is written to it", "Failures only", "Failures and warnings", "Everything", nullptr};
-constexpr const char *help_reset[] = {"Back to the state after start-up", "The relay: all its settings are lost",
-                                      nullptr};
+constexpr command_traits own = {.effect = command_effect::session};
+constexpr command_traits of_daemon = {.effect = command_effect::daemon};
 
-constexpr builtin rows[] = {
-    {CLI_MODE_EXEC, lowest_privilege, command_role::movement, {"enable", enable, help_enable, {}}},
-    {CLI_MODE_EXEC, lowest_privilege, command_role::movement, {"disable", disable, help_disable, {}}},
-    {CLI_MODE_EXEC,
-     lowest_privilege,
-     command_role::platform,
-     {"terminal length <0-512>", terminal_length, help_length, {}}},
-    {CLI_MODE_EXEC,
-     operator_privilege,
-     command_role::platform,
-     {"terminal monitor", terminal_monitor, help_monitor, {}}},
-    {CLI_MODE_EXEC,
-     operator_privilege,
-     command_role::platform,
-     {"terminal no monitor", terminal_no_monitor, help_no_monitor, {}}},
-    {CLI_MODE_EXEC,
-     operator_privilege,
-     command_role::platform,
-     {"logging level {error|warning|trace}", logging_level, help_level, {}}},
-    {CLI_MODE_CONFIGURATION,
-     operator_privilege,
-     command_role::platform,
-     {"logging level {error|warning|trace}", logging_level, help_level, {}}},
-    {CLI_MODE_EXEC, operator_privilege, command_role::platform, {"reset relay", reset_relay, help_reset, {}}},
+constexpr command_row logging_level_row(int mode) {
+    return {
+        .mode = mode,
+        .text = "logging level {error|warning|trace}",
+        .help = {"The daemon's log", "What is written to it", "Failures only", "Failures and warnings", "Everything"},
+        .handler = logging_level,
+        .traits = of_daemon};
+}
+
+constexpr command_row rows[] = {
+    {.privilege = lowest_privilege,
+     .text = "enable",
+     .help = {"Take back the session's full privilege"},
+     .handler = enable,
+     .traits = own},
+    {.privilege = lowest_privilege,
+     .text = "disable",
+     .help = {"Give up privilege until \"enable\""},
+     .handler = disable,
+     .traits = own},
+    {.privilege = lowest_privilege,
+     .text = "terminal length <0-512>",
+     .help = {"This session's terminal", "Lines of a page", "Number of lines, 0: no pages"},
+     .handler = terminal_length,
+     .traits = {.effect = command_effect::session, .who = audience::viewers}},
+    {.text = "terminal monitor",
+     .help = {"This session's terminal", "Show log lines as they are written"},
+     .handler = terminal_monitor,
+     .traits = own},
+    {.text = "terminal no monitor",
+     .help = {"This session's terminal", "Turn off", "Showing log lines"},
+     .handler = terminal_no_monitor,
+     .traits = own},
+    logging_level_row(CLI_MODE_EXEC),
+    logging_level_row(CLI_MODE_CONFIGURATION),
+    {.text = "reset relay",
+     .help = {"Back to the state after start-up", "The relay: all its settings are lost"},
+     .handler = reset_relay,
+     .traits = of_daemon},
 };
 
 }  // namespace
 
 void install_exec_commands(cli_tree *tree) {
-    install_movement(tree, CLI_MODE_EXEC);
-    install_builtins(tree, rows);
+    install_rows(tree, rows);
 }
 
 }  // namespace ravo::cli

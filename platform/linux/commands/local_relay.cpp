@@ -5,8 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "cli/session.h"
-#include "commands/vlan_list.h"
+#include "cli/command_row.h"
+#include "cli/vlan_list.h"
+#include "commands/commands.h"
 #include "nsm.h"
 #include "process/relay_data.h"
 
@@ -82,28 +83,49 @@ constexpr char no_word[] = "Turn off or remove";
 constexpr char local_word[] = "Option 82 added to broadcasts within their VLAN";
 constexpr char vlan_word[] = "VLANs it applies to";
 constexpr char list_word[] = "VLAN ids and ranges, such as 10,20-30";
-constexpr const char *help_on[] = {ip_word, "DHCP", local_word, nullptr};
-constexpr const char *help_off[] = {no_word, ip_word, "DHCP", local_word, nullptr};
-constexpr const char *help_add[] = {ip_word, "DHCP", local_word, vlan_word, list_word, nullptr};
-constexpr const char *help_remove[] = {no_word, ip_word, "DHCP", local_word, vlan_word, list_word, nullptr};
+constexpr command_traits setting = {.effect = command_effect::setting};
 
-constexpr builtin relay_row(int mode, const char *text, cli_handler handler, const char *const *help) {
-    return {mode, 2, command_role::relay, {text, handler, help, {}}};
+constexpr command_row on_row(int mode, cli_handler handler) {
+    return {.mode = mode,
+            .privilege = viewer_privilege,
+            .text = "ip dhcp local-relay",
+            .help = {ip_word, "DHCP", local_word},
+            .handler = handler,
+            .traits = setting};
 }
 
-constexpr builtin rows[] = {
-    relay_row(CLI_MODE_CONFIGURATION, "ip dhcp local-relay", enable_local_relay, help_on),
-    relay_row(CLI_MODE_CONFIGURATION, "no ip dhcp local-relay", disable_local_relay, help_off),
-    relay_row(CLI_MODE_CONFIGURATION, "ip dhcp local-relay vlan LIST", add_vlans, help_add),
-    relay_row(CLI_MODE_CONFIGURATION, "no ip dhcp local-relay vlan LIST", remove_vlans, help_remove),
-    relay_row(CLI_MODE_INTERFACE, "ip dhcp local-relay", enable_on_interface, help_on),
-    relay_row(CLI_MODE_INTERFACE, "no ip dhcp local-relay", disable_on_interface, help_off),
+constexpr command_row off_row(int mode, cli_handler handler) {
+    return {.mode = mode,
+            .privilege = viewer_privilege,
+            .text = "no ip dhcp local-relay",
+            .help = {no_word, ip_word, "DHCP", local_word},
+            .handler = handler,
+            .traits = setting};
+}
+
+constexpr command_row rows[] = {
+    on_row(CLI_MODE_CONFIGURATION, enable_local_relay),
+    off_row(CLI_MODE_CONFIGURATION, disable_local_relay),
+    {.mode = CLI_MODE_CONFIGURATION,
+     .privilege = viewer_privilege,
+     .text = "ip dhcp local-relay vlan LIST",
+     .help = {ip_word, "DHCP", local_word, vlan_word, list_word},
+     .handler = add_vlans,
+     .traits = setting},
+    {.mode = CLI_MODE_CONFIGURATION,
+     .privilege = viewer_privilege,
+     .text = "no ip dhcp local-relay vlan LIST",
+     .help = {no_word, ip_word, "DHCP", local_word, vlan_word, list_word},
+     .handler = remove_vlans,
+     .traits = setting},
+    on_row(CLI_MODE_INTERFACE, enable_on_interface),
+    off_row(CLI_MODE_INTERFACE, disable_on_interface),
 };
 
 }  // namespace
 
 void install_local_relay_commands(cli_tree *tree) {
-    install_builtins(tree, rows);
+    install_rows(tree, rows);
 }
 
 }  // namespace ravo::cli

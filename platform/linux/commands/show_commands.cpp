@@ -3,7 +3,10 @@
 #include <string>
 #include <vector>
 
+#include "cli/command_row.h"
 #include "cli/session.h"
+#include "commands/books_json.h"
+#include "commands/commands.h"
 #include "inventory/inventory.h"
 #include "log/log.h"
 #include "process/frame.h"
@@ -12,9 +15,6 @@
 namespace ravo::cli {
 
 namespace {
-
-// Privilege of commands that only look.
-constexpr int viewer_privilege = 2;
 
 int show_version(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     constexpr unsigned long minute = 60, hour = 60 * minute, day = 24 * hour;
@@ -64,30 +64,49 @@ int show_service_status(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 }
 
 constexpr char show_word[] = "Show running system information";
-constexpr const char *help_version[] = {show_word, "Version and time since start", nullptr};
-constexpr const char *help_history[] = {show_word, "The lines typed in this session", nullptr};
-constexpr const char *help_privilege[] = {show_word, "What this session may do", nullptr};
-constexpr const char *help_interfaces[] = {show_word, "VLAN interfaces and ports", "A line for each", nullptr};
-constexpr const char *help_logging[] = {show_word, "The last lines of the log", nullptr};
-constexpr const char *help_service[] = {show_word, "The daemon's services", "Whether they are on", nullptr};
 
-constexpr builtin show_row(int privilege, const char *text, cli_handler handler, const char *const *help) {
-    return {CLI_MODE_EXEC, privilege, command_role::platform, {text, handler, help, {}}};
+// Shows something to everybody who may look.
+constexpr command_traits shows(json_handler json = nullptr) {
+    return {.effect = command_effect::looks, .who = audience::viewers, .json = json};
 }
 
-constexpr builtin rows[] = {
-    show_row(viewer_privilege, "show version", show_version, help_version),
-    show_row(viewer_privilege, "show history", show_history, help_history),
-    show_row(1, "show privilege", show_privilege, help_privilege),
-    show_row(viewer_privilege, "show interfaces brief", show_interfaces, help_interfaces),
-    show_row(viewer_privilege, "show logging", show_logging, help_logging),
-    show_row(viewer_privilege, "show service status", show_service_status, help_service),
+constexpr command_row rows[] = {
+    {.privilege = viewer_privilege,
+     .text = "show version",
+     .help = {show_word, "Version and time since start"},
+     .handler = show_version,
+     .traits = shows()},
+    {.privilege = viewer_privilege,
+     .text = "show history",
+     .help = {show_word, "The lines typed in this session"},
+     .handler = show_history,
+     .traits = shows()},
+    {.privilege = lowest_privilege,
+     .text = "show privilege",
+     .help = {show_word, "What this session may do"},
+     .handler = show_privilege,
+     .traits = shows()},
+    {.privilege = viewer_privilege,
+     .text = "show interfaces brief",
+     .help = {show_word, "VLAN interfaces and ports", "A line for each"},
+     .handler = show_interfaces,
+     .traits = shows(interfaces_json)},
+    {.privilege = viewer_privilege,
+     .text = "show logging",
+     .help = {show_word, "The last lines of the log"},
+     .handler = show_logging,
+     .traits = shows()},
+    {.privilege = viewer_privilege,
+     .text = "show service status",
+     .help = {show_word, "The daemon's services", "Whether they are on"},
+     .handler = show_service_status,
+     .traits = shows()},
 };
 
 }  // namespace
 
 void install_show_commands(cli_tree *tree) {
-    install_builtins(tree, rows);
+    install_rows(tree, rows);
 }
 
 }  // namespace ravo::cli

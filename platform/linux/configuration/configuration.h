@@ -3,10 +3,27 @@
 #define PLATFORM_LINUX_CONFIGURATION_CONFIGURATION_H
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 
+struct cli_tree;
+
 namespace ravo::cli {
+
+// The commands that show, save, erase and replay configurations.
+void install_configuration_commands(cli_tree *tree);
+
+// The whole running configuration as text.
+std::string running_configuration();
+
+// Replays a file of commands as the start-up configuration: in global configuration mode with full privilege. A line
+// that fails is reported as "FILE:LINE: reason" through report, the rest is applied; one that asks for what is in force
+// already has not failed. check_only: finds the same lines, but changes nothing but the relay's data: no sockets are
+// opened and commands of the platform's own are not run. Returns the number of failing lines; -1 when the file cannot
+// be read (reported too); 0 when it does not exist and optional.
+int replay_file(const std::string &path, bool optional, bool check_only,
+                const std::function<void(const std::string &line)> &report);
 
 // The part of the running configuration that the daemon's sections leave out, as commands; empty when there is nothing.
 // daemon_text: those sections, behind which it is replayed.

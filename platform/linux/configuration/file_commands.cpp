@@ -5,7 +5,9 @@
 #include <string_view>
 
 #include "base/files.h"
+#include "cli/command_row.h"
 #include "cli/session.h"
+#include "cli/tree.h"
 #include "configuration/configuration.h"
 #include "log/log.h"
 #include "process/frame.h"
@@ -85,32 +87,32 @@ constexpr char copy_word[] = "Copy one configuration to another";
 constexpr char running_word[] = "The settings in force";
 constexpr char startup_word[] = "The settings the daemon starts with";
 constexpr char write_word[] = "Save the running configuration";
-constexpr const char *help_show_running[] = {show_word, running_word, nullptr};
-constexpr const char *help_show_startup[] = {show_word, startup_word, nullptr};
-constexpr const char *help_save[] = {copy_word, running_word, startup_word, nullptr};
-constexpr const char *help_load[] = {copy_word, startup_word, running_word, nullptr};
-constexpr const char *help_write[] = {write_word, nullptr};
-constexpr const char *help_memory[] = {write_word, "As the startup configuration", nullptr};
-constexpr const char *help_erase[] = {write_word, "Erase the startup configuration", nullptr};
+constexpr command_traits shows = {.effect = command_effect::looks};
+constexpr command_traits of_files = {.effect = command_effect::files};
 
-constexpr builtin file_row(command_role role, const char *text, cli_handler handler, const char *const *help) {
-    return {CLI_MODE_EXEC, operator_privilege, role, {text, handler, help, {}}};
-}
-
-constexpr builtin rows[] = {
-    file_row(command_role::platform, "show running-config", show_running, help_show_running),
-    file_row(command_role::platform, "show startup-config", show_startup, help_show_startup),
-    file_row(command_role::startup, "copy running-config startup-config", save, help_save),
-    file_row(command_role::startup, "copy startup-config running-config", load, help_load),
-    file_row(command_role::startup, "write", save, help_write),
-    file_row(command_role::startup, "write memory", save, help_memory),
-    file_row(command_role::startup, "write erase", erase, help_erase),
+constexpr command_row rows[] = {
+    {.text = "show running-config", .help = {show_word, running_word}, .handler = show_running, .traits = shows},
+    {.text = "show startup-config", .help = {show_word, startup_word}, .handler = show_startup, .traits = shows},
+    {.text = "copy running-config startup-config",
+     .help = {copy_word, running_word, startup_word},
+     .handler = save,
+     .traits = of_files},
+    {.text = "copy startup-config running-config",
+     .help = {copy_word, startup_word, running_word},
+     .handler = load,
+     .traits = of_files},
+    {.text = "write", .help = {write_word}, .handler = save, .traits = of_files},
+    {.text = "write memory", .help = {write_word, "As the startup configuration"}, .handler = save, .traits = of_files},
+    {.text = "write erase",
+     .help = {write_word, "Erase the startup configuration"},
+     .handler = erase,
+     .traits = of_files},
 };
 
 }  // namespace
 
-void install_file_commands(cli_tree *tree) {
-    install_builtins(tree, rows);
+void install_configuration_commands(cli_tree *tree) {
+    install_rows(tree, rows);
 }
 
 std::string running_configuration() {

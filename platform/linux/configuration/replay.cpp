@@ -41,6 +41,8 @@ std::string reason_of(const line_fault &fault, std::string_view line, std::size_
                    " can be read";
         case fault_kind::bad_filter:
             return "invalid pattern: " + fault.text;
+        case fault_kind::not_allowed:
+            return "not allowed " + fault.text;
         case fault_kind::none:
             break;
     }

@@ -9,8 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "cli/words.h"
-
 namespace ravo::platform {
 
 namespace {
@@ -53,18 +51,6 @@ bool read_groups(int fd, std::vector<gid_t> *groups) {
     return getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups->data() + before, &length) == 0;
 }
 
-std::string_view next_word(std::string_view *line) {
-    line->remove_prefix(std::min(line->find_first_not_of(" \t\r\n"), line->size()));
-    const std::string_view word = line->substr(0, line->find_first_of(" \t\r\n"));
-    line->remove_prefix(word.size());
-    return word;
-}
-
-// In letters of either case, as the command library takes keywords.
-bool abbreviates(std::string_view word, std::string_view keyword) {
-    return !word.empty() && cli::begins_with(keyword, word);
-}
-
 }  // namespace
 
 std::optional<management_peer> management_peer_of(int fd) {
@@ -96,22 +82,6 @@ management_rights management_rights_of(const management_peer &peer, const manage
     if (peer.uid == 0 || is_member(groups.admins)) return {privilege_of_admins, /*may_change=*/true};
     if (is_member(groups.viewers)) return {privilege_of_viewers, /*may_change=*/false};
     return {};
-}
-
-bool management_viewer_may_run(std::string_view line) {
-    const std::string_view first = next_word(&line);
-    if (first.empty() || first.starts_with('!')) return true;
-    // An abbreviation that fits other commands too is ambiguous to the command library, which then runs none of them.
-    if (abbreviates(first, "show") || abbreviates(first, "exit")) return true;
-    return abbreviates(first, "terminal") && abbreviates(next_word(&line), "length");
-}
-
-bool management_viewer_may_see(std::string_view line, std::string_view word) {
-    const std::string longer = std::string(line.substr(0, line.find_last_of(" \t") + 1)) + std::string(word);
-    std::string_view left = longer;
-    // On the way to "terminal length" its first word alone is in order too.
-    if (abbreviates(next_word(&left), "terminal") && next_word(&left).empty()) return true;
-    return management_viewer_may_run(longer);
 }
 
 }  // namespace ravo::platform

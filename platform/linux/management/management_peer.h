@@ -39,13 +39,6 @@ struct management_rights {
 // Root and administrators may do everything, viewers may look, anyone else nothing.
 management_rights management_rights_of(const management_peer &peer, const management_groups &groups);
 
-// Tells whether a session that may only look may run this line: "show ..." in any abbreviation, what concerns the
-// session alone ("exit", "terminal length"), a comment, or nothing.
-bool management_viewer_may_run(std::string_view line);
-
-// Tells whether such a session is told of this word, which could stand where the line's last, half-typed word stands.
-bool management_viewer_may_see(std::string_view line, std::string_view word);
-
 }  // namespace ravo::platform
 
 #endif

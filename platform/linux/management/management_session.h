@@ -39,9 +39,6 @@ management_session_ptr management_session_open(int fd, unsigned number, const ma
 // Writes what waits for the client as far as that goes without waiting.
 void management_session_flush(management_session &s);
 
-// A line as it may stand in the log: what is no printable character is shown as "?", and a long line is cut.
-std::string management_log_text(std::string_view line);
-
 }  // namespace ravo::platform
 
 #endif

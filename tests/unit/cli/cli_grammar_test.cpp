@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "cli/vlan_list.h"
 #include "cli_box.h"
-#include "commands/vlan_list.h"
 
 namespace {
 

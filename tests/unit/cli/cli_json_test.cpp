@@ -264,7 +264,8 @@ TEST_F(Json, OtherCommandsHaveNone) {
     EXPECT_EQ(shell_.run("show version | json"), 1);
     EXPECT_EQ(shell_.print("show ip dhcp relay | json  x"), invalid_at(27));
     relay_access_register(nullptr);
-    EXPECT_EQ(shell_.print("show ip dhcp relay | json"), "% No JSON for this command\n");
+    EXPECT_EQ(shell_.print("show ip dhcp relay | json"), "% Not available: no relay runs here\n");
+    EXPECT_EQ(shell_.run("show ip dhcp relay | json"), 1);
     EXPECT_TRUE(calls.empty());
 }
 

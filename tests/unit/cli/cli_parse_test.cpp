@@ -181,7 +181,7 @@ TEST(Abbreviation, IsAmbiguousAcrossCommands) {
 
 TEST(Abbreviation, CommandsThatTheSessionMayNotUseDoNotCount) {
     shell viewer(2);
-    EXPECT_EQ(viewer.print("show ip dhcp relay t"), invalid_at(19));
+    EXPECT_EQ(viewer.print("show ip dhcp relay t"), "% Not allowed at privilege level 2\n");
     EXPECT_TRUE(arguments_of(viewer, "s ip dhcp relay").empty());
     shell all(31);
     EXPECT_EQ(all.print("show ip dhcp relay t"), "% Incomplete command.\n");  // of "trust_tbl <0-4094>"
@@ -327,6 +327,18 @@ TEST(Install, RefusesATextThatIsNone) {
     cli_element without_handler{};
     without_handler.text = "a b";
     EXPECT_EQ(cli_install_gen(ravo::cli::library_globals()->tree, 4, 2, 0, &without_handler), -1);
+    cli_element good{};
+    good.text = "a b";
+    good.handler = cli_box::note_call<5>;
+    EXPECT_EQ(cli_install_gen(ravo::cli::library_globals()->tree, 6, 2, 0, &good), -1) << "there is no such mode";
+    EXPECT_EQ(cli_install_gen(ravo::cli::library_globals()->tree, 4, 0, 0, &good), -1) << "nor such a privilege";
+    EXPECT_EQ(cli_install_gen(ravo::cli::library_globals()->tree, 4, 32, 0, &good), -1);
+    const char *const one_text[] = {"A", nullptr};
+    good.help = one_text;
+    EXPECT_EQ(cli_install_gen(ravo::cli::library_globals()->tree, 4, 2, 0, &good), -1) << "two words, one text";
+    good.help = nullptr;
+    good.text = "show version ";
+    EXPECT_EQ(cli_install_gen(ravo::cli::library_globals()->tree, 4, 2, 0, &good), -1) << "it is there";
     EXPECT_EQ(ravo::cli::installed_commands().size(), before);
 }
 

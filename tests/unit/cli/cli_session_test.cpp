@@ -128,8 +128,10 @@ TEST(Mode, PrivilegeIsGivenUpAndTakenBack) {
     EXPECT_EQ(session_privilege(*s.session), 20);
     EXPECT_EQ(s.run("disable"), 0);
     EXPECT_EQ(session_privilege(*s.session), 1);
-    EXPECT_EQ(s.print("show ip dhcp relay"), invalid_at(5));
-    EXPECT_EQ(s.print("configure terminal"), invalid_at(0));
+    const std::string not_allowed = "% Not allowed at privilege level 1; \"enable\" gives back that of the session\n";
+    EXPECT_EQ(s.print("show ip dhcp relay"), not_allowed);
+    EXPECT_EQ(s.print("configure terminal"), not_allowed);
+    EXPECT_EQ(s.print("show nothing"), invalid_at(5)) << "what is no command is none for anybody";
     EXPECT_EQ(s.run("enable"), 0);
     EXPECT_EQ(session_privilege(*s.session), 20);
     s.configure();

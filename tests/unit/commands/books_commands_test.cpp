@@ -430,6 +430,7 @@ struct streaming_shell {
             return gone ? -1 : 0;
         };
         output.stream_end = [this](int result) { ended.push_back(result); };
+        EXPECT_TRUE(cli_box::have_commands());
         session = session_open(std::move(output), privilege, "tester");
     }
 };

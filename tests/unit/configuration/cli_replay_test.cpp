@@ -153,7 +153,8 @@ TEST_F(Configuration, CheckingHasTheRelayJudgeItsLinesWithoutSockets) {
     EXPECT_EQ(ravo::platform::log_threshold(), level);
     for (const bool check_only : {false, true})
         EXPECT_THAT(replay("do disable\nip dhcp relay hops 9\ndo enable\nip dhcp relay hops 8\n", check_only),
-                    ElementsAre("2: invalid input at \"ip\", column 1: ip dhcp relay hops 9"));
+                    ElementsAre("2: not allowed at privilege level 1; \"enable\" gives back that of the session: "
+                                "ip dhcp relay hops 9"));
     cli_box::handler_returns = 1;
     cli_box::handler_prints = "% No such thing\n";
     for (const bool check_only : {false, true})

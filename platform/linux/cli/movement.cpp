@@ -1,9 +1,11 @@
 // Commands that move a session between the modes of the command line, and between interfaces.
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "cli/session.h"
-#include "commands/vlan_list.h"
+#include "cli/tree.h"
+#include "cli/vlan_list.h"
 #include "nsm.h"
 
 namespace ravo::cli {
@@ -60,43 +62,60 @@ int interface_range(struct cli *cli, int /*argc*/, char **argv) {
     return 0;
 }
 
-constexpr const char *help_configure[] = {"Enter configuration mode", "Configure from this terminal", nullptr};
-constexpr const char *help_close[] = {"End the session", nullptr};
-constexpr const char *help_exit[] = {"Leave this mode for the one above", nullptr};
-constexpr const char *help_end[] = {"Leave configuration for privileged execution mode", nullptr};
-constexpr const char *help_do[] = {"Run a command of privileged execution mode", "The command", nullptr};
-constexpr const char *help_range[] = {"Select an interface to configure", "Several interfaces at once",
-                                      "VLAN interfaces", "VLAN ids and ranges, such as 10,20-30", nullptr};
+constexpr command_traits own_place = {.effect = command_effect::session};
+constexpr command_traits own_place_of_all = {.effect = command_effect::session, .who = audience::viewers};
 
-constexpr builtin exec_rows[] = {
-    {CLI_MODE_EXEC,
-     operator_privilege,
-     command_role::movement,
-     {"configure terminal", configure_terminal, help_configure, {}}},
-    {CLI_MODE_EXEC, 1, command_role::movement, {"exit", exit_mode, help_close, {}}},
+constexpr command_row exec_rows[] = {
+    {.text = "configure terminal",
+     .help = {"Enter configuration mode", "Configure from this terminal"},
+     .handler = configure_terminal,
+     .traits = own_place},
+    {.privilege = lowest_privilege,
+     .text = "exit",
+     .help = {"End the session"},
+     .handler = exit_mode,
+     .traits = own_place_of_all},
 };
 
-constexpr builtin configuration_rows[] = {
-    {0, 1, command_role::movement, {"exit", exit_mode, help_exit, {}}},
-    {0, 1, command_role::movement, {"end", end_modes, help_end, {}}},
-    {0, 1, command_role::movement, {"do LINE", do_command, help_do, {}}},
+constexpr command_row configuration_rows[] = {
+    {.privilege = lowest_privilege,
+     .text = "exit",
+     .help = {"Leave this mode for the one above"},
+     .handler = exit_mode,
+     .traits = own_place},
+    {.privilege = lowest_privilege,
+     .text = "end",
+     .help = {"Leave configuration for privileged execution mode"},
+     .handler = end_modes,
+     .traits = own_place},
+    {.privilege = lowest_privilege,
+     .text = "do LINE",
+     .help = {"Run a command of privileged execution mode", "The command"},
+     .handler = do_command,
+     .traits = {.effect = command_effect::session, .has_line = true}},
 };
 
-constexpr builtin range_rows[] = {
-    {CLI_MODE_CONFIGURATION, 2, command_role::movement, {"interface range vlan LIST", interface_range, help_range, {}}},
+constexpr command_row range_rows[] = {
+    {.mode = CLI_MODE_CONFIGURATION,
+     .privilege = viewer_privilege,
+     .text = "interface range vlan LIST",
+     .help = {"Select an interface to configure", "Several interfaces at once", "VLAN interfaces",
+              "VLAN ids and ranges, such as 10,20-30"},
+     .handler = interface_range,
+     .traits = own_place},
 };
 
 }  // namespace
 
 void install_movement(cli_tree *tree, int mode) {
-    if (mode == CLI_MODE_EXEC)
-        install_builtins(tree, exec_rows);
-    else
-        install_builtins(tree, configuration_rows, mode);
+    if (mode == CLI_MODE_EXEC) return install_rows(tree, exec_rows);
+    std::vector<command_row> rows(std::begin(configuration_rows), std::end(configuration_rows));
+    for (command_row &row : rows) row.mode = mode;
+    install_rows(tree, rows);
 }
 
 void install_range_commands(cli_tree *tree) {
-    install_builtins(tree, range_rows);
+    install_rows(tree, range_rows);
 }
 
 }  // namespace ravo::cli

@@ -1,6 +1,6 @@
 // Lists of VLANs as they are typed: "10,20-30".
-#ifndef PLATFORM_LINUX_COMMANDS_VLAN_LIST_H
-#define PLATFORM_LINUX_COMMANDS_VLAN_LIST_H
+#ifndef PLATFORM_LINUX_CLI_VLAN_LIST_H
+#define PLATFORM_LINUX_CLI_VLAN_LIST_H
 
 #include <cstdint>
 #include <string>

@@ -1,8 +1,6 @@
 // Each builder reads the relay's records through its access table, so that a document can neither lag behind the text
 // output's format nor depend on it.
-#include "commands/show_json.h"
-
-#include <arpa/inet.h>
+#include "commands/relay_json.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -12,9 +10,7 @@
 #include <type_traits>
 
 #include "base/text.h"
-#include "cli/json.h"
-#include "cli/words.h"
-#include "commands/books_json.h"
+#include "process/relay_data.h"
 
 namespace ravo::cli {
 
@@ -78,30 +74,17 @@ std::int64_t add_trusted(json_writer &out, const relay_access &relay) {
     return total;
 }
 
+// Prints a line when no relay is registered.
+const relay_access *relay_or_refuse(struct cli *cli) {
+    const relay_access *relay = platform::relay_data();
+    if (relay == nullptr) cli->print(cli->print_handle, "%% Not available: no relay runs here\n");
+    return relay;
+}
+
 std::unique_ptr<relay_settings> read_settings(const relay_access &relay) {
     auto out = std::make_unique<relay_settings>();
     relay.settings(out.get());
     return out;
-}
-
-// ---- The documents ----
-
-std::string summary(const relay_access &relay, const std::vector<std::string> & /*arguments*/) {
-    json_writer out;
-    json_open(out, "", '{');
-    add_settings(out, *read_settings(relay));
-    json_open(out, "interfaces", '[');
-    for_each_interface(relay, [&](const relay_interface &iface) {
-        if (std::count(std::begin(iface.servers), std::end(iface.servers), 0u) == RELAY_ACCESS_SERVERS) return;
-        json_open(out, "", '{');
-        add_identity(out, iface);
-        add_servers(out, iface);
-        json_close(out, '}');
-    });
-    json_close(out, ']');
-    (void)add_trusted(out, relay);  // the summary has no total
-    json_close(out, '}');
-    return out.text;
 }
 
 void add_sockets_and_counters(json_writer &out, const relay_settings &settings) {
@@ -115,38 +98,6 @@ void add_sockets_and_counters(json_writer &out, const relay_settings &settings) 
     json_open(out, "received", '{');
     for (std::size_t i = 0; i < std::size(types); ++i) json_number(out, types[i], settings.received[i]);
     json_close(out, '}');
-}
-
-std::string detail(const relay_access &relay, const std::vector<std::string> & /*arguments*/) {
-    const std::unique_ptr<relay_settings> settings = read_settings(relay);
-    json_writer out;
-    json_open(out, "", '{');
-    add_settings(out, *settings);
-    add_sockets_and_counters(out, *settings);
-    json_open(out, "interfaces", '[');
-    for_each_interface(relay, [&](const relay_interface &iface) {
-        json_open(out, "", '{');
-        add_identity(out, iface);
-        json_string(out, "address", platform::ipv4_text(iface.address));
-        json_string(out, "mac",
-                    hex_text(iface.mac, std::min<std::size_t>(iface.mac_length, sizeof iface.mac), ":", "%02x"));
-        json_bool(out, "trusted", iface.trusted == 1);
-        json_bool(out, "local_relay", iface.local_relay == 1);
-        add_servers(out, iface);
-        json_close(out, '}');
-    });
-    json_close(out, ']');
-    json_close(out, '}');
-    return out.text;
-}
-
-std::string trusted_sources(const relay_access &relay, const std::vector<std::string> & /*arguments*/) {
-    json_writer out;
-    json_open(out, "", '{');
-    const std::int64_t total = add_trusted(out, relay);
-    json_number(out, "total", total);
-    json_close(out, '}');
-    return out.text;
 }
 
 void add_option60(json_writer &out, const relay_interface &iface) {
@@ -175,14 +126,72 @@ void add_option61(json_writer &out, const relay_interface &iface) {
     json_close(out, ']');
 }
 
-std::string options(const relay_access &relay, const std::vector<std::string> &arguments) {
-    const bool with60 = arguments.empty() || arguments[0] == "60";
-    const bool with61 = arguments.empty() || arguments[0] == "61";
+}  // namespace
+
+// ---- The documents ----
+
+int relay_json(struct cli *cli, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    const relay_access *relay = relay_or_refuse(cli);
+    if (relay == nullptr) return 1;
+    json_open(out, "", '{');
+    add_settings(out, *read_settings(*relay));
+    json_open(out, "interfaces", '[');
+    for_each_interface(*relay, [&](const relay_interface &iface) {
+        if (std::count(std::begin(iface.servers), std::end(iface.servers), 0u) == RELAY_ACCESS_SERVERS) return;
+        json_open(out, "", '{');
+        add_identity(out, iface);
+        add_servers(out, iface);
+        json_close(out, '}');
+    });
+    json_close(out, ']');
+    (void)add_trusted(out, *relay);  // the summary has no total
+    json_close(out, '}');
+    return 0;
+}
+
+int relay_detail_json(struct cli *cli, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    const relay_access *relay = relay_or_refuse(cli);
+    if (relay == nullptr) return 1;
+    const std::unique_ptr<relay_settings> settings = read_settings(*relay);
+    json_open(out, "", '{');
+    add_settings(out, *settings);
+    add_sockets_and_counters(out, *settings);
+    json_open(out, "interfaces", '[');
+    for_each_interface(*relay, [&](const relay_interface &iface) {
+        json_open(out, "", '{');
+        add_identity(out, iface);
+        json_string(out, "address", platform::ipv4_text(iface.address));
+        json_string(out, "mac",
+                    hex_text(iface.mac, std::min<std::size_t>(iface.mac_length, sizeof iface.mac), ":", "%02x"));
+        json_bool(out, "trusted", iface.trusted == 1);
+        json_bool(out, "local_relay", iface.local_relay == 1);
+        add_servers(out, iface);
+        json_close(out, '}');
+    });
+    json_close(out, ']');
+    json_close(out, '}');
+    return 0;
+}
+
+int relay_trusted_json(struct cli *cli, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    const relay_access *relay = relay_or_refuse(cli);
+    if (relay == nullptr) return 1;
+    json_open(out, "", '{');
+    const std::int64_t total = add_trusted(out, *relay);
+    json_number(out, "total", total);
+    json_close(out, '}');
+    return 0;
+}
+
+int relay_options_json(struct cli *cli, int argc, char **argv, json_writer &out) {
+    const relay_access *relay = relay_or_refuse(cli);
+    if (relay == nullptr) return 1;
+    const bool with60 = argc == 0 || std::string_view(argv[0]) == "60";
+    const bool with61 = argc == 0 || std::string_view(argv[0]) == "61";
     const auto is_used = [](const auto &host) { return host.used == 1; };
-    json_writer out;
     json_open(out, "", '{');
     json_open(out, "interfaces", '[');
-    for_each_interface(relay, [&](const relay_interface &iface) {
+    for_each_interface(*relay, [&](const relay_interface &iface) {
         const bool any60 = with60 && std::any_of(std::begin(iface.option60), std::end(iface.option60), is_used);
         const bool any61 = with61 && std::any_of(std::begin(iface.option61), std::end(iface.option61), is_used);
         if (!any60 && !any61) return;
@@ -194,16 +203,17 @@ std::string options(const relay_access &relay, const std::vector<std::string> &a
     });
     json_close(out, ']');
     json_close(out, '}');
-    return out.text;
+    return 0;
 }
 
-std::string transactions(const relay_access &relay, const std::vector<std::string> & /*arguments*/) {
-    json_writer out;
+int relay_transactions_json(struct cli *cli, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    const relay_access *relay = relay_or_refuse(cli);
+    if (relay == nullptr) return 1;
     std::int64_t total = 0;
     json_open(out, "", '{');
     json_open(out, "transactions", '[');
     relay_transaction entry{};
-    for (int found = relay.transaction_first(&entry); found == 1; found = relay.transaction_next(&entry)) {
+    for (int found = relay->transaction_first(&entry); found == 1; found = relay->transaction_next(&entry)) {
         char xid[9];
         std::snprintf(xid, sizeof xid, "%X", static_cast<unsigned>(entry.xid));
         json_open(out, "", '{');
@@ -216,35 +226,7 @@ std::string transactions(const relay_access &relay, const std::vector<std::strin
     json_close(out, ']');
     json_number(out, "total", total);
     json_close(out, '}');
-    return out.text;
-}
-
-struct builder_row {
-    std::string_view command;
-    json_builder build;
-};
-
-constexpr builder_row rows[] = {
-    {"show ip dhcp relay", summary},
-    {"show ip dhcp relay detail", detail},
-    {"show ip dhcp relay information trusted-sources", trusted_sources},
-    {"show ip dhcp relay option [60|61]", options},
-    {"show ip dhcp relay xid-port-mapping", transactions},
-    {"show ip dhcp relay statistics", statistics_json},
-    {"show ip dhcp relay statistics vlan <1-4094>", statistics_of_vlan_json},
-    {"show ip dhcp relay statistics port PORT", statistics_of_port_json},
-    {"show ip dhcp relay client", clients_json},
-    {"show ip dhcp relay client MAC", client_json},
-    {"show interfaces brief", interfaces_json},
-};
-
-}  // namespace
-
-json_builder find_json_builder(std::string_view command_text) {
-    const std::string_view wanted = trim(command_text);
-    for (const builder_row &row : rows)
-        if (row.command == wanted) return row.build;
-    return nullptr;
+    return 0;
 }
 
 }  // namespace ravo::cli

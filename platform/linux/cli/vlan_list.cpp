@@ -1,5 +1,5 @@
 // A list is read item by item; one bad item spoils it all, so that nothing is half-applied.
-#include "commands/vlan_list.h"
+#include "cli/vlan_list.h"
 
 #include <algorithm>
 #include <array>

@@ -1,0 +1,30 @@
+// The platform's own commands, by subject, and what they share.
+#ifndef PLATFORM_LINUX_COMMANDS_COMMANDS_H
+#define PLATFORM_LINUX_COMMANDS_COMMANDS_H
+
+#include <string>
+
+#include "cli.h"
+
+struct cli_tree;
+
+namespace ravo::cli {
+
+// Installs all commands of this room, and tells the library what is known of the relay's. To be called once, before the
+// daemon installs its own.
+void install_platform_commands(cli_tree *tree);
+
+void expect_relay_commands(cli_tree *tree);         // relay_commands.cpp
+void install_exec_commands(cli_tree *tree);         // session, log level, reset
+void install_show_commands(cli_tree *tree);         // version, interfaces, log
+void install_local_relay_commands(cli_tree *tree);  // settings of local relay
+void install_statistics_commands(cli_tree *tree);   // what became of messages
+void install_client_commands(cli_tree *tree);       // the clients seen lately
+void install_monitor_commands(cli_tree *tree);      // messages as they are done with
+
+// Prints what is wrong with an argument, a line with its line end. Returns 1.
+int books_refuse(struct cli *cli, const std::string &line);
+
+}  // namespace ravo::cli
+
+#endif

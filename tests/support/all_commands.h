@@ -1,0 +1,16 @@
+// The commands of the platform and of the relay together, as the daemon has them.
+#ifndef TESTS_ALL_COMMANDS_H
+#define TESTS_ALL_COMMANDS_H
+
+#include "cli/command_line.h"
+#include "commands/commands.h"
+#include "configuration/configuration.h"
+
+// Installs the platform's commands. To be called once in a process.
+inline void install_platform() {
+    cli_tree *tree = ravo::cli::library_globals()->tree;
+    ravo::cli::install_platform_commands(tree);
+    ravo::cli::install_configuration_commands(tree);
+}
+
+#endif
