@@ -4,6 +4,7 @@
 #   make run      build, then a tour: real clients get leases from real servers through the relay, in a lab
 #   make test     everything that is checked: unit tests (plain and sanitized), lab tests, lints
 #   make check    the quick part of that, for between two edits: lints and unit tests of what changed (T=ravo_db: one)
+#   make coverage which lines and branches the unit tests run, by room (ROOM=platform/linux/log: by file)
 #   make build    the programs, into build/
 #   make bench    what the relay costs, measured in the lab
 #   make trouble  what one client notes of the trouble others make, and a table of it
@@ -21,7 +22,7 @@ UNIT_DIR ?= $(if $(filter /usr,$(PREFIX)),/lib/systemd/system,/etc/systemd/syste
 SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
-.PHONY: help run test check build bench trouble fuzz vm-test deb install clean
+.PHONY: help run test check coverage build bench trouble fuzz vm-test deb install clean
 .NOTPARALLEL:
 
 help:
@@ -42,6 +43,10 @@ test:
 check:
 	@packaging/dependencies build unit check
 	@tests/check/all $(T)
+
+coverage:
+	@packaging/dependencies build unit coverage
+	@tests/coverage $(ROOM)
 
 build:
 	@packaging/dependencies build
@@ -104,4 +109,4 @@ install: build
 	done
 
 clean:
-	rm -rf build build-check build-debug build-clang build-fuzz lab-artifacts .pytest_cache
+	rm -rf build build-check build-coverage build-debug build-clang build-fuzz lab-artifacts .pytest_cache

@@ -1,0 +1,103 @@
+// Whole files, up to a limit, and never anything that could hold the reader up.
+#include "base/files.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+#include <string>
+
+#include "base/owners.h"
+
+namespace {
+
+using ravo::platform::descriptor;
+using ravo::platform::folder_of;
+using ravo::platform::read_file;
+using ravo::platform::write_all;
+
+class Files : public testing::Test {
+  protected:
+    std::string folder = testing::TempDir() + "ravo-files-" + std::to_string(getpid());
+    std::string path = folder + "/file";
+    std::string text = "as it was";
+
+    void SetUp() override { ASSERT_EQ(mkdir(folder.c_str(), 0700), 0); }
+    void TearDown() override {
+        unlink(path.c_str());
+        rmdir(folder.c_str());
+    }
+    void write(const std::string &content) { std::ofstream(path, std::ios::binary) << content; }
+};
+
+TEST_F(Files, AreReadWhole) {
+    const std::string content = std::string("a\0b\n", 4) + std::string(100000, 'x');
+    write(content);
+    EXPECT_EQ(read_file(path, 1 << 20, &text), 0);
+    EXPECT_EQ(text, content);
+}
+
+TEST_F(Files, AsLargeAsTheLimitAreReadAndOneByteMoreIsRefused) {
+    write("12345");
+    EXPECT_EQ(read_file(path, 5, &text), 0);
+    EXPECT_EQ(text, "12345");
+    text = "as it was";
+    EXPECT_EQ(read_file(path, 4, &text), EFBIG);
+    EXPECT_EQ(text, "as it was");
+}
+
+TEST_F(Files, EmptyFileIsAnEmptyText) {
+    write("");
+    EXPECT_EQ(read_file(path, 10, &text), 0);
+    EXPECT_EQ(text, "");
+}
+
+TEST_F(Files, NullDeviceIsAnEmptyFileAndOtherDevicesAreRefused) {
+    EXPECT_EQ(read_file("/dev/null", 10, &text), 0);
+    EXPECT_EQ(text, "");
+    text = "as it was";
+    EXPECT_EQ(read_file("/dev/zero", 10, &text), EINVAL);
+    EXPECT_EQ(text, "as it was");
+}
+
+TEST_F(Files, PipeInTheFilesPlaceIsRefusedAtOnce) {
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(read_file(path, 10, &text), EINVAL);
+    EXPECT_EQ(text, "as it was");
+}
+
+TEST_F(Files, FolderAndMissingFileTellTheirReason) {
+    EXPECT_EQ(read_file(folder, 10, &text), EISDIR);
+    EXPECT_EQ(read_file(path, 10, &text), ENOENT);
+    EXPECT_EQ(text, "as it was");
+}
+
+TEST_F(Files, AreWrittenWhole) {
+    const std::string content(300000, 'y');
+    descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_TRUE(static_cast<bool>(file));
+    EXPECT_EQ(write_all(file.get(), content), 0);
+    file.reset();
+    EXPECT_EQ(read_file(path, content.size(), &text), 0);
+    EXPECT_EQ(text, content);
+}
+
+TEST_F(Files, FailedWriteTellsItsReason) {
+    const descriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+    EXPECT_EQ(write_all(full.get(), "x"), ENOSPC);
+    EXPECT_EQ(write_all(-1, "x"), EBADF);
+    EXPECT_EQ(write_all(-1, ""), 0);
+}
+
+TEST(FolderOf, PathsOfEveryShape) {
+    EXPECT_EQ(folder_of("/etc/ravo/switch.toml"), "/etc/ravo");
+    EXPECT_EQ(folder_of("/switch.toml"), "/");
+    EXPECT_EQ(folder_of("switch.toml"), ".");
+    EXPECT_EQ(folder_of("a/b/"), "a/b");
+    EXPECT_EQ(folder_of(""), ".");
+}
+
+}  // namespace
