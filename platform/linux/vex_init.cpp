@@ -40,6 +40,7 @@
 #include "process/frame.h"
 #include "process/limits.h"
 #include "process/service_status.h"
+#include "settings/kept_settings.h"
 #include "trap/trap.h"
 
 // The interface service is one for the whole process and needs nothing handed to it.
@@ -189,6 +190,7 @@ void check_that_we_may_run(const platform::frame_options &options) {
 void describe(const platform::switch_description &description) {
     platform::inventory_describe(description);
     platform::trap_describe(description);
+    ravo::cli::kept_switch(description.settings.keep);
     const std::uint32_t wanted = description.channel.recorder;
     if (platform::books_recorder_size() != wanted && !platform::books_set_recorder(wanted))
         platform::log_line(platform::log_level_error, "no memory for a recorder of %u messages; it holds %zu", wanted,
@@ -290,6 +292,7 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     open_inventory(options);
     install_commands();
     connect_and_start();
+    ravo::cli::kept_begin();
     platform::nsm_deliver_existing();
     replay_startup_configuration(options);
     const std::string reason = platform::management_open(options.management_socket);

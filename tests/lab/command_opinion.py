@@ -118,8 +118,8 @@ class Commands:
 
     # ---- Interfaces ----
 
-    def select(self, vlan):
-        """"interface vlan N": from then on the switch has such an interface."""
+    def exists(self, vlan):
+        """The switch has an interface of this VLAN, without a record so far."""
         if vlan not in self.existing:
             self.existing = sorted([*self.existing, vlan])
 

@@ -269,8 +269,9 @@ def test_lines_that_fail_are_told_and_the_others_count(daemon):
     kept = daemon.sh("-c", "show logging")
     assert all(line in kept for line in told)
     assert daemon.sh("-c", "show running-config") == (
-        "ip dhcp relay hops 9\n!\n!\ninterface vlan10\n ip dhcp relay address 192.0.2.1\n!\ninterface vlan11\n"
-        " ip dhcp relay address 192.0.2.2\n")
+        "ip dhcp relay hops 9\n!\n!\n"
+        "! vlan10 is not there: these settings wait for it\ninterface vlan10\n ip dhcp relay address 192.0.2.1\n!\n"
+        "! vlan11 is not there: these settings wait for it\ninterface vlan11\n ip dhcp relay address 192.0.2.2\n!\n")
 
 
 def test_a_check_finds_what_the_relay_refuses_and_leaves_the_system_alone(daemon):
@@ -372,7 +373,9 @@ def test_copy_brings_back_what_was_saved_and_erase_removes_it(daemon):
 def test_a_range_configures_each_of_its_interfaces(daemon):
     daemon.start()
     daemon.configure(["interface range vlan 10,20-30", " ip dhcp relay address 192.0.2.1", "end"])
-    expected = "".join(f"!\ninterface vlan{vlan}\n ip dhcp relay address 192.0.2.1\n" for vlan in (10, *range(20, 31)))
+    waits = "! vlan{} is not there: these settings wait for it\n"
+    section = "interface vlan{}\n ip dhcp relay address 192.0.2.1\n!\n"
+    expected = "!\n" + section.format(30) + "".join((waits + section).format(vlan, vlan) for vlan in (10, *range(20, 30)))
     assert daemon.sh("-c", "show running-config") == expected
     for wrong in ("0", "4095", "30-20", "10,", "a", "10-"):
         assert daemon.configure([f"interface range vlan {wrong}"], status=1).startswith("% Invalid VLAN list: ")

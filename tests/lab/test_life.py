@@ -168,18 +168,22 @@ def test_a_port_goes_down_and_up(stage, steady):
 
 
 def test_an_interface_is_deleted_and_made_again(stage, steady):
-    """Its settings go with it: the interface that comes is a new one."""
+    """Its settings wait and are put back, each told in a line."""
     lab, relay = stage.lab, stage.relay
-    for _ in range(3):
+    before = relay.running_config()
+    for times in range(1, 4):
         lab.switch.ip("link del vlan10")
         wait_for(lambda: interfaces(relay).get("vlan10", (0, "down", "-"))[1:] == ("down", "-"), 30, "end of vlan10")
+        assert "! vlan10 is not there: these settings wait for it\ninterface vlan10\n" in relay.running_config()
         lab.switch.ip("link add vlan10 index 1034 address 02:00:00:00:10:01 type bridge stp_state 0 forward_delay 0",
                       "link set vlan10 up", "addr add 10.10.0.1/24 dev vlan10", "link set swp1 master vlan10",
                       "link set swp2 master vlan10")
         lab.switch.wait_up("vlan10", "swp1", "swp2")
         wait_interface(relay, "vlan10", (1034, "up", "10.10.0.1/24"))
-        assert "interface vlan10\n!" in relay.running_config()
-        relay.configure("interface vlan 10", "ip dhcp relay address 192.0.2.11")
+        assert relay.running_config() == before
+        told = re.findall(r"^settings: interface vlan10 (.*)$", relay.log, re.M)
+        assert told == ["is gone; its configuration of 2 lines waits for it to come back",
+                        "is there again at 10.10.0.1; its configuration of 2 lines is in force"] * times
         for port in (1, 2):
             check_exchange(stage, lab.client(port), "10.10.0.1")
 
@@ -192,7 +196,6 @@ def test_made_again_with_another_mac_and_kernel_number(stage, steady):
     lab.vlans[10].mac = "02:00:00:00:10:99"
     lab.switch.wait_up("vlan10", "swp1")
     settled(stage)
-    relay.run("configure terminal", "interface vlan 10", "ip dhcp relay address 192.0.2.11")
     check_exchange(stage, lab.client(1), "10.10.0.1")
 
 

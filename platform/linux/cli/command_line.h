@@ -101,6 +101,19 @@ std::vector<installed_command> installed_commands();
 
 // Runs the daemon's reset callback. Returns its result.
 int run_reset();
+// Adds what is to be done right after that, before the interfaces that exist are told again.
+void on_reset(std::function<void()> listener);
+
+// A command of the relay that a session is about to run.
+struct relay_call {
+    session &s;
+    std::string_view command;  // its text as it was installed
+    struct interface *ifp;     // of a command for an interface: that; else null
+};
+// Runs around each command that may change the relay's settings. run: runs its handler, once, and returns the result,
+// which the guard returns too.
+using relay_guard = std::function<int(const relay_call &call, const std::function<int()> &run)>;
+void set_relay_guard(relay_guard guard);
 
 }  // namespace ravo::cli
 

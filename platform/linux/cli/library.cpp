@@ -3,6 +3,7 @@
 // before, and finds them here by mode and text.
 #include <algorithm>
 #include <climits>
+#include <functional>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -100,6 +101,11 @@ cli_tree make_tree() {
     return tree;
 }
 
+std::vector<std::function<void()>> &reset_listeners() {
+    static std::vector<std::function<void()>> listeners;
+    return listeners;
+}
+
 }  // namespace
 
 cli_tree &library_tree() {
@@ -146,10 +152,15 @@ std::vector<installed_command> installed_commands() {
     return out;
 }
 
+void on_reset(std::function<void()> listener) {
+    reset_listeners().push_back(std::move(listener));
+}
+
 int run_reset() {
     const cli_reset reset = library_tree().reset;
     if (reset == nullptr) return 1;
     const int result = reset();
+    for (const std::function<void()> &listener : reset_listeners()) listener();
     platform::nsm_deliver_existing();  // the daemon forgot them, and the system will not tell of them again
     return result;
 }

@@ -136,9 +136,17 @@ bool is_held(const session &s, const command &what, const std::vector<std::strin
            what.traits.held({*relay, arguments, interface});
 }
 
+relay_guard guard;
+
+int run_guarded(session &s, const command &what, const std::vector<std::string> &arguments) {
+    const auto run = [&] { return call_handler(s, what.handler, arguments); };
+    if (what.traits.effect != command_effect::setting || !guard) return run();
+    return guard({s, what.text, what.mode == CLI_MODE_INTERFACE ? s.ifp : nullptr}, run);
+}
+
 int run_handler(session &s, const command &what, const std::vector<std::string> &arguments) {
     const char *const name = s.ifp == nullptr ? nullptr : s.ifp->name;
-    const int result = call_handler(s, what.handler, arguments);
+    const int result = run_guarded(s, what, arguments);
     return result != 0 && is_held(s, what, arguments, name) ? 0 : result;
 }
 
@@ -341,6 +349,10 @@ std::string fault_for_terminal(const line_fault &fault, std::string_view line, s
             return "% Not allowed " + fault.text + "\n";
     }
     return {};
+}
+
+void set_relay_guard(relay_guard wanted) {
+    guard = std::move(wanted);
 }
 
 bool session_closed(const session &s) {

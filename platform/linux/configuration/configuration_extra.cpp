@@ -1,20 +1,15 @@
 // The platform's section of the running configuration: settings of the relay that its own section leaves out, written
 // as the commands that make them. It stands behind the relay's section, whose last lines may be those of an interface,
 // and is replayed from there.
-#include <arpa/inet.h>
-
-#include <algorithm>
-#include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
 
-#include "base/text.h"
-#include "cli/words.h"
 #include "configuration/configuration.h"
 #include "process/relay_data.h"
+#include "settings/kept_settings.h"
+#include "settings/settings_text.h"
 
 namespace ravo::cli {
 
@@ -41,41 +36,12 @@ std::string global_lines(const relay_settings &settings) {
 
 // ---- Interfaces ----
 
-std::string option60_line(const relay_option60_host &host) {
-    const std::string_view vendor(host.vendor, strnlen(host.vendor, sizeof host.vendor));
-    return " ip dhcp relay option60 string " + quote_word(vendor) +
-           (host.match_rule == 0 ? " exact-match" : " partial-match") + " address " + platform::ipv4_text(host.server) +
-           "\n";
-}
-
-std::string option61_line(const relay_option61_host &host) {
-    constexpr std::string_view digits = "0123456789ABCDEF";
-    std::string hex = "0x";
-    const std::size_t length = std::min<std::size_t>(host.client_id_length, sizeof host.client_id);
-    for (std::size_t i = 0; i < length; ++i) {
-        hex += digits[host.client_id[i] >> 4];
-        hex += digits[host.client_id[i] & 15];
-    }
-    return " ip dhcp relay option61 hex " + hex + " address " + platform::ipv4_text(host.server) + "\n";
-}
-
-std::string interface_lines(const relay_interface &iface, bool trust_all) {
-    std::string out;
-    // "trust-all" is replayed first and marks every interface; this one was taken out again.
-    if (trust_all && iface.trusted != 1) out += " no ip dhcp relay information trusted\n";
-    if (iface.local_relay == 1) out += " ip dhcp local-relay\n";
-    for (const relay_option60_host &host : iface.option60)
-        if (host.used == 1) out += option60_line(host);
-    for (const relay_option61_host &host : iface.option61)
-        if (host.used == 1) out += option61_line(host);
-    return out;
-}
-
 std::string interface_sections(const relay_access &relay, bool trust_all) {
     std::string out;
     relay_interface iface{};
     for (int found = relay.interface_first(&iface); found == 1; found = relay.interface_next(&iface)) {
-        const std::string lines = interface_lines(iface, trust_all);
+        // "trust-all" is replayed first and marks every interface.
+        const std::string lines = extra_lines(iface, trust_all);
         if (!lines.empty()) out += "interface " + std::string(iface.name) + "\n" + lines + "!\n";
     }
     return out;
@@ -95,7 +61,8 @@ std::string extra_section(std::string_view daemon_text) {
     std::string globals = global_lines(*settings);
     // Some global commands mean something else on an interface, so an interface section before them is left first.
     if (!globals.empty() && has_interface_line(daemon_text)) globals = "exit\n!\n" + globals;
-    const std::string text = globals + interface_sections(*relay, settings->trust_all == 1);
+    const bool trust_all = settings->trust_all == 1;
+    const std::string text = globals + interface_sections(*relay, trust_all) + kept_sections(trust_all);
     return text.empty() || daemon_text.empty() ? text : "!\n" + text;
 }
 

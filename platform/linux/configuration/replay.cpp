@@ -14,6 +14,7 @@
 #include "log/log.h"
 #include "nsm.h"
 #include "process/relay_data.h"
+#include "settings/kept_settings.h"
 
 namespace ravo::cli {
 
@@ -136,6 +137,7 @@ int replay_file(const std::string &path, bool optional, bool check_only,
     // Some editors begin a file with a mark that it is UTF-8, which nobody can see.
     constexpr std::string_view mark = "\xEF\xBB\xBF";
     const std::string_view lines = text;
+    const kept_opening opening;  // sections of interfaces that are not there are judged like the others, and then wait
     return replay_text(path, lines.substr(lines.starts_with(mark) ? mark.size() : 0), check_only, report);
 }
 

@@ -54,17 +54,28 @@ if_hook up_hook = nullptr;
 if_hook delete_hook = nullptr;
 ifc_hook address_add_hook = nullptr;
 ifc_hook address_delete_hook = nullptr;
+nsm_witness witness;
 
 bool telling() {
     return client.started && delivered;
 }
 
+// Calls a hook with its argument, between the witness's two looks.
+template <typename hook_type, typename argument_type>
+void tell_witnessed(hook_type hook, argument_type *argument, const struct interface &ifp) {
+    if (!telling() || hook == nullptr) return;
+    const std::uint16_t vlan = vlan_of_number(ifp.ifindex);
+    if (witness.before) witness.before(vlan);
+    hook(argument);
+    if (witness.after) witness.after(vlan);
+}
+
 void tell(if_hook hook, interface_object &object) {
-    if (telling() && hook != nullptr) hook(&object.pub);
+    tell_witnessed(hook, &object.pub, object.pub);
 }
 
 void tell(ifc_hook hook, connected &address) {
-    if (telling() && hook != nullptr) hook(&address);
+    tell_witnessed(hook, &address, *address.ifp);
 }
 
 interface_object &object_of(std::uint16_t vlan) {
@@ -167,8 +178,8 @@ std::vector<connected *> take_addresses(interface_object *object, const std::vec
 
 void unbind(interface_object *object) {
     if (object->kernel_ifindex == 0) return;
-    tell(delete_hook, *object);
     object->kernel_ifindex = 0;
+    tell(delete_hook, *object);
     object->up = false;
     object->addresses.clear();
     object->pub.ifc_ipv4 = nullptr;
@@ -228,6 +239,26 @@ void nsm_feed(std::uint16_t vlan, const interface_state *now) {
 void nsm_follow_inventory() {
     static bool follows = false;
     if (!std::exchange(follows, true)) inventory_on_interface(nsm_feed);
+}
+
+void nsm_set_witness(nsm_witness wanted) {
+    witness = std::move(wanted);
+}
+
+bool nsm_is_there(std::uint16_t vlan) {
+    return vlan <= last_vlan && objects[vlan] && objects[vlan]->kernel_ifindex != 0;
+}
+
+void nsm_drop_record(std::uint16_t vlan) {
+    if (vlan == 0 || vlan > last_vlan) return;
+    interface_object &object = object_of(vlan);
+    if (delete_hook != nullptr) delete_hook(&object.pub);
+    if (object.kernel_ifindex == 0) object.selected = false;
+    nsm_refresh_record(vlan);
+}
+
+void nsm_refresh_record(std::uint16_t vlan) {
+    if (nsm_is_there(vlan) && objects[vlan]->up && up_hook != nullptr) up_hook(&objects[vlan]->pub);
 }
 
 void nsm_deliver_existing() {

@@ -87,9 +87,11 @@ struct table_shape {
 constexpr std::string_view port_keys[] = {"device", "module", "port", "trap"};
 constexpr std::string_view interface_keys[] = {"vlan", "device"};
 constexpr std::string_view channel_keys[] = {"trap", "recorder"};
+constexpr std::string_view settings_keys[] = {"keep"};
 constexpr table_shape port_shape = {"[[port]]", port_keys, "device, module, port and trap", "device, module and port"};
 constexpr table_shape interface_shape = {"[[interface]]", interface_keys, "vlan and device", "vlan and device"};
 constexpr table_shape channel_shape = {"[channel]", channel_keys, "trap and recorder", ""};
+constexpr table_shape settings_shape = {"[settings]", settings_keys, "keep", ""};
 
 void check_keys(reading &r, const toml::table &table, const table_shape &shape) {
     for (const auto &[key, value] : table)
@@ -202,14 +204,21 @@ void read_channel(reading &r, const toml::table &table) {
         number_of(r, *recorder, "recorder", 1, described_recorder_max).value_or(described_recorder_default);
 }
 
+void read_settings(reading &r, const toml::table &table) {
+    check_keys(r, table, settings_shape);
+    r.found.settings.keep = read_flag(r, table, "keep").value_or(true);
+}
+
 // The tables a description may have. A new one is a row here and a reader above.
 struct top_table {
     std::string_view name;
     bool list;  // there may be many: [[NAME]]
     void (*read)(reading &r, const toml::table &table);
 };
-constexpr top_table top_tables[] = {
-    {"port", true, read_port}, {"interface", true, read_interface}, {"channel", false, read_channel}};
+constexpr top_table top_tables[] = {{"port", true, read_port},
+                                    {"interface", true, read_interface},
+                                    {"channel", false, read_channel},
+                                    {"settings", false, read_settings}};
 
 void read_single(reading &r, const top_table &which, const toml::node &node) {
     const toml::table *table = node.as_table();
@@ -248,7 +257,7 @@ void read_tables(reading &r, const toml::table &root) {
         else
             note(r, key.source().begin,
                  "unknown " + std::string(value.is_table() || value.is_array_of_tables() ? "table " : "key ") +
-                     quoted(key.str()) + "; there are [[port]], [[interface]] and [channel]");
+                     quoted(key.str()) + "; there are [[port]], [[interface]], [channel] and [settings]");
     }
 }
 

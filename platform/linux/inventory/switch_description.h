@@ -40,10 +40,16 @@ struct described_channel {
     bool operator==(const described_channel &) const = default;
 };
 
+struct described_settings {
+    bool keep = true;  // what is configured for an interface outlasts it
+    bool operator==(const described_settings &) const = default;
+};
+
 struct switch_description {
     std::vector<described_port> ports;
     std::vector<described_interface> interfaces;
     described_channel channel{};
+    described_settings settings{};
     bool operator==(const switch_description &) const = default;
 };
 

@@ -216,12 +216,15 @@ TEST_F(SwitchDescription, EveryCutOfAGoodFileIsReadOrRefused) {
 // ---- Keys and tables ----
 
 TEST_F(SwitchDescription, UnknownTableOrKeyAtTheTop) {
-    EXPECT_THAT(faults("[ports]\nx = 1\n"),
-                ElementsAre("1:2: unknown table \"ports\"; there are [[port]], [[interface]] and [channel]"));
-    EXPECT_THAT(faults("\n[[vlan]]\n"),
-                ElementsAre("2:3: unknown table \"vlan\"; there are [[port]], [[interface]] and [channel]"));
-    EXPECT_THAT(faults("hostname = \"x\"\n"),
-                ElementsAre("1:1: unknown key \"hostname\"; there are [[port]], [[interface]] and [channel]"));
+    EXPECT_THAT(
+        faults("[ports]\nx = 1\n"),
+        ElementsAre("1:2: unknown table \"ports\"; there are [[port]], [[interface]], [channel] and [settings]"));
+    EXPECT_THAT(
+        faults("\n[[vlan]]\n"),
+        ElementsAre("2:3: unknown table \"vlan\"; there are [[port]], [[interface]], [channel] and [settings]"));
+    EXPECT_THAT(
+        faults("hostname = \"x\"\n"),
+        ElementsAre("1:1: unknown key \"hostname\"; there are [[port]], [[interface]], [channel] and [settings]"));
 }
 
 TEST_F(SwitchDescription, UnknownKeyInATable) {
@@ -233,7 +236,7 @@ TEST_F(SwitchDescription, UnknownKeyInATable) {
 
 TEST_F(SwitchDescription, KeyThatBreaksTheLineStaysOneLine) {
     EXPECT_THAT(faults("\"a\\nb\" = 1\n"),
-                ElementsAre("1:1: unknown key \"a b\"; there are [[port]], [[interface]] and [channel]"));
+                ElementsAre("1:1: unknown key \"a b\"; there are [[port]], [[interface]], [channel] and [settings]"));
 }
 
 TEST_F(SwitchDescription, SingleTableInsteadOfAList) {
@@ -333,7 +336,7 @@ TEST_F(SwitchDescription, AllFaultsAreToldInOrderOfTheirPlace) {
         ElementsAre("3:10: module 0 is out of range; it must be 1 to 255",
                     "4:8: port 64 is out of range; it must be 0 to 63",
                     "6:8: vlan 0 is out of range; it must be 1 to 4094",
-                    "8:2: unknown table \"x\"; there are [[port]], [[interface]] and [channel]"));
+                    "8:2: unknown table \"x\"; there are [[port]], [[interface]], [channel] and [settings]"));
 }
 
 }  // namespace
