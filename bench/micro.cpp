@@ -7,14 +7,17 @@
 
 #include <cstring>
 
+#include "checksum.h"
 #include "dhcp.h"
 #include "log/log.h"
 #include "micro_box.h"
 #include "micro_suites.h"
 #include "ravo_db.h"
 #include "ravo_db_xid.h"
+#include "ravo_if_check.h"
 #include "ravo_if_client.h"
 #include "ravo_if_option.h"
+#include "ravo_life.h"
 
 namespace {
 
@@ -100,12 +103,12 @@ void option82_check(benchmark::State &state) {
     held msg(bench::message(bench::op_reply, bench::joined({bench::offer_options(), bench::option82()})));
     std::uint8_t *op82 = nullptr;
     std::uint8_t type = 0;
-    ravo_find_agent_option(msg.options(), &op82, &type);
+    (void)ravo_find_agent_option(msg.options(), &op82, &type);
     xid_entry entry{};
     entry.module = 1;
     entry.port = 1;
     for (auto _ : state) {
-        ravo_db_xid_update(&entry);  // the check takes the transaction out
+        (void)ravo_db_xid_update(&entry);  // the check takes the transaction out
         if (ravo_option_check_reply(&bench::client_interface(), op82, msg.buffer.data()) != 1)
             state.SkipWithError("refused");
     }

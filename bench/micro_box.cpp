@@ -16,7 +16,9 @@
 #include "dhcp_bytes.h"
 #include "osal.h"
 #include "ravo_db.h"
+#include "ravo_if_receive.h"
 #include "ravo_if_socket.h"
+#include "ravo_life.h"
 
 namespace bench {
 
@@ -141,8 +143,8 @@ void start_box(const settings &wanted) {
     clients.server_db[0] = address("192.0.2.11");
     clients.server_count = 1;
     const iface uplink = interface_of(99, "192.0.2.1");
-    ravo_db_if_add(&clients);
-    ravo_db_if_add(&uplink);
+    (void)ravo_db_if_add(&clients);
+    (void)ravo_db_if_add(&uplink);
     sent = 0;
 }
 

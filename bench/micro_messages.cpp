@@ -6,6 +6,7 @@
 #include "micro_suites.h"
 #include "ravo_db.h"
 #include "ravo_db_xid.h"
+#include "ravo_life.h"
 
 namespace {
 
@@ -32,7 +33,7 @@ void exchange(benchmark::State &state, std::uint32_t pending) {
     for (std::uint32_t i = 0; i < pending; ++i) {
         xid_entry entry{};
         entry.xid = i * 2654435761U;
-        ravo_db_xid_update(&entry);
+        (void)ravo_db_xid_update(&entry);
     }
     arrival request = from_client(discover);
     arrival reply = from_server(offer);

@@ -16,6 +16,7 @@
 #include "ravo_db.h"
 #include "ravo_db_if.h"
 #include "ravo_db_xid.h"
+#include "ravo_life.h"
 
 namespace {
 
@@ -42,7 +43,7 @@ void remember(std::uint32_t count) {
     ravo_db_init();
     for (std::uint32_t i = 0; i < count; ++i) {
         const xid_entry entry = transaction(i);
-        ravo_db_xid_update(&entry);
+        (void)ravo_db_xid_update(&entry);
     }
     remembered = count;
 }
@@ -134,7 +135,7 @@ void add_interfaces(unsigned count) {
     ravo_db_init();
     for (unsigned vlan = 1; vlan <= count; ++vlan) {
         const iface record = interface_of(vlan);
-        ravo_db_if_add(&record);
+        (void)ravo_db_if_add(&record);
     }
 }
 

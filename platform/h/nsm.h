@@ -82,7 +82,8 @@ void ifc_add_hook(int event, ifc_hook hook);
 // NULL for a name that cannot be an interface of the switch.
 struct interface *ifg_get_by_name(const char *name);
 
-// Returns the interface object with this number, or NULL.
+// Returns the object of the interface with this number, or NULL when the switch has no such interface now: one that a
+// command only named is not meant.
 struct interface *ifg_lookup_by_index(uint32_t ifindex);
 
 // Walks the interface list of the router context, in order of interface number: the first object, and the one

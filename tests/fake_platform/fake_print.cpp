@@ -3,6 +3,7 @@
 #include "fake_print.h"
 
 #include <cctype>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 
@@ -77,5 +78,6 @@ int vexprintf(int destination, int reserved1, int level, int reserved2, const ch
     if (destination != 32 || reserved1 != 0 || reserved2 != 0) text = "print service called wrongly: " + text;
     if (level == 0) std::fputs(text.c_str(), stderr);
     fake::printed.push_back({level, text});
+    errno = EDOM;  // any service may change it
     return static_cast<int>(text.size());
 }

@@ -17,6 +17,7 @@ std::map<int, open_socket> sockets;
 std::vector<std::string> socket_calls;
 std::vector<datagram> datagrams;
 std::vector<frame> frames;
+int channel_flags = 0;
 
 namespace {
 
@@ -161,10 +162,14 @@ int osal_setsockopt(int fd, int level, int name, const void *value, socklen_t le
 int osal_close(int fd) {
     const int result = fake::result_on(fake::op::close, fd);
     if (result == 0) fake::sockets.erase(fd);
-    return fake::noted(std::string("close(") + std::to_string(fd) + ")", result);
+    const bool watched = std::any_of(fake::readers.begin(), fake::readers.end(),
+                                     [fd](const fake::reader &entry) { return entry.fd == fd; });
+    return fake::noted(std::string("close(") + std::to_string(fd) + (watched ? " while a reader watches it)" : ")"),
+                       result);
 }
 
 ssize_t osal_recvfrom(int fd, void *buffer, std::size_t size, int flags, sockaddr *from, socklen_t *from_length) {
+    fake::channel_flags = flags;
     if (const int result = fake::result_on(fake::op::recvfrom, fd); result != 0) return result;
     if (fake::channel_queue.empty()) {
         errno = EAGAIN;

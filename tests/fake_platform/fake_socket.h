@@ -30,7 +30,8 @@ struct open_socket {
 extern std::map<int, open_socket> sockets;
 
 // Each call in order: "socket(2, 2, 17) = 100", "setsockopt(100, 1, 2, 1) = 0" (level, name, the value as an int),
-// "bind(100, 0.0.0.0:68) = 0", "close(100) = 0"; failures end in "= -1 ADDRESS IN USE" style system text.
+// "bind(100, 0.0.0.0:68) = 0", "close(100) = 0", "close(100 while a reader watches it) = 0"; failures end in "= -1
+// ADDRESS IN USE" style system text.
 extern std::vector<std::string> socket_calls;
 
 // The descriptor of the only open socket of this domain and bound address ("" for not bound), -1 when there is none.
@@ -96,6 +97,7 @@ control pktinfo_control(int ifindex, std::uint32_t spec_dst, std::uint32_t addr)
 // Queues what the coming osal_recvfrom and osal_recvmsg return.
 void put_channel(channel_message message);
 void put_udp(udp_message message);
+extern int channel_flags;  // flags of the last osal_recvfrom
 std::size_t channel_waiting();
 std::size_t udp_waiting();
 

@@ -163,8 +163,8 @@ class Commands:
         return 0, ""
 
     def add_vendor(self, vlan, vendor, rule, server):
-        if len(vendor) > 64:
-            return 1, "% Vendor class string must not exceed 64 characters\n"
+        if len(vendor) > 67:
+            return 1, "% Vendor class string must not exceed 67 characters\n"
         return self.add_host(self.record(vlan).by_vendor, (vendor, rule, server), lambda host: host)
 
     def add_client(self, vlan, word, server):

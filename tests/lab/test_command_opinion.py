@@ -9,7 +9,7 @@ from conftest import open_lab
 
 STEPS, LOOKS = 120, 10
 SERVERS = ["192.0.2.11", "192.0.2.12", "10.0.0.1", "10.255.255.254", "172.16.0.9"]
-VENDORS = ["abc", "a b", "MSFT 5.0", "x" * 63, "v" * 64, "w" * 65, 'say "hi"', "back\\slash", "ends!", "what?", "p|q"]
+VENDORS = ["abc", "a b", "MSFT 5.0", "x" * 63, "v" * 64, "w" * 67, "w" * 68, 'say "hi"', "back\\slash", "ends!", "what?", "p|q"]
 IDENTIFIERS = ["0x1", "0x01AABBCCDD", "0x01aabbccee", "0x01aabb", "0xABC", "0x", "0X12", "12", "0x12g4", "x",
                "0x" + "5" * 256, "0x" + "5" * 257, "0x" + "6" * 255, "0x" + "0" * 300]
 DOWN_VLANS = [30, 4094]

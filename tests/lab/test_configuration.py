@@ -280,7 +280,7 @@ def test_a_check_finds_what_the_relay_refuses_and_leaves_the_system_alone(daemon
              " no ip dhcp relay address 192.0.2.9",
              " ip dhcp relay option61 hex 0x01020304AA address 192.0.2.1",
              " ip dhcp relay option61 hex 0x01020304BB address 192.0.2.1",
-             f" ip dhcp relay option60 string {'x' * 65} exact-match address 192.0.2.1",
+             f" ip dhcp relay option60 string {'x' * 68} exact-match address 192.0.2.1",
              "ip dhcp local-relay vlan 4095", "end", "write memory", "reset relay", "logging level error"]
     daemon.startup.write_text("\n".join(lines) + "\n")
     place = f"{daemon.startup}:"
@@ -289,7 +289,7 @@ def test_a_check_finds_what_the_relay_refuses_and_leaves_the_system_alone(daemon
         f"{place}8: DHCP relay server full: {lines[7].strip()}",
         f"{place}9: No DHCP relay server on this interface: {lines[8].strip()}",
         f"{place}11: DHCP relay server exitsted already: {lines[10].strip()}",
-        f"{place}12: Vendor class string must not exceed 64 characters: {lines[11].strip()[:120]}...",
+        f"{place}12: Vendor class string must not exceed 67 characters: {lines[11].strip()[:120]}...",
         f'{place}13: Invalid VLAN list: "4095" is neither a VLAN id from 1 to 4094 nor a range of them such as 20-30: '
         f"{lines[12]}",
         f"{place}15: Not possible while a configuration is replayed: write memory"]

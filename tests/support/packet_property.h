@@ -27,7 +27,7 @@ inline std::size_t rebroadcasts() {
 
 inline void forget_transactions() {
     xid_entry entry{};
-    while (ravo_db_xid_get_first(&entry) == 1) ravo_db_xid_delete(&entry);
+    while (ravo_db_xid_get_first(&entry) == 1) (void)ravo_db_xid_delete(&entry);
 }
 
 // Hands a message to the handler of the channel and tells what the message's outcome is.

@@ -23,7 +23,10 @@
 #include "ravo_db.h"
 #include "ravo_db_if.h"
 #include "ravo_db_xid.h"
+#include "ravo_if_receive.h"
 #include "ravo_if_socket.h"
+#include "ravo_if_state.h"
+#include "ravo_life.h"
 
 namespace fake {
 

@@ -18,7 +18,8 @@
 #include "ravo_db.h"
 #include "ravo_db_if.h"
 #include "ravo_db_xid.h"
-#include "ravo_if_socket.h"
+#include "ravo_if_state.h"
+#include "ravo_life.h"
 
 // The relay before its start-up: no database exists.
 class UnstartedRelay : public testing::Test {

@@ -12,7 +12,7 @@ struct addr_text {
 };
 
 // Returns an address (network byte order) as dotted text.
-inline addr_text ravo_addr_text(std::uint32_t address) {
+[[nodiscard]] inline addr_text ravo_addr_text(std::uint32_t address) {
     addr_text result;
     in_addr in{};
     in.s_addr = address;

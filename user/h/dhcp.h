@@ -54,7 +54,13 @@ struct dhcp_header {
 };
 
 static_assert(sizeof(dhcp_header) == DHCP_HEADER_SIZE);
-static_assert(offsetof(dhcp_header, giaddr) == 24 && offsetof(dhcp_header, file) == 108);
+static_assert(offsetof(dhcp_header, op) == 0 && offsetof(dhcp_header, htype) == 1);
+static_assert(offsetof(dhcp_header, hlen) == 2 && offsetof(dhcp_header, hops) == 3);
+static_assert(offsetof(dhcp_header, xid) == 4 && offsetof(dhcp_header, secs) == 8);
+static_assert(offsetof(dhcp_header, flags) == 10 && offsetof(dhcp_header, ciaddr) == 12);
+static_assert(offsetof(dhcp_header, yiaddr) == 16 && offsetof(dhcp_header, siaddr) == 20);
+static_assert(offsetof(dhcp_header, giaddr) == 24 && offsetof(dhcp_header, chaddr) == 28);
+static_assert(offsetof(dhcp_header, sname) == 44 && offsetof(dhcp_header, file) == 108);
 
 // A message as the relay holds it: 1024 bytes, zero behind the message, and spare room full of END options in which
 // every walk, dump or comparison that a length byte leads astray ends harmlessly.
@@ -73,29 +79,45 @@ struct message_buffer {
 };
 
 // Reads a fixed header out of a message; at least DHCP_HEADER_SIZE bytes of buffer must stand there.
-inline dhcp_header dhcp_load_header(const std::uint8_t *message) {
+[[nodiscard]] inline dhcp_header dhcp_load_header(const std::uint8_t *message) {
     dhcp_header header;
     std::memcpy(&header, message, sizeof header);
     return header;
 }
 
+// Reads a 32-bit field of a message at an offset of dhcp_header, as it stands: network byte order.
+[[nodiscard]] inline std::uint32_t dhcp_load32(const std::uint8_t *message, std::size_t offset) {
+    std::uint32_t value;
+    std::memcpy(&value, message + offset, sizeof value);
+    return value;
+}
+[[nodiscard]] inline std::uint32_t dhcp_xid(const std::uint8_t *message) {
+    return dhcp_load32(message, offsetof(dhcp_header, xid));
+}
+[[nodiscard]] inline std::uint32_t dhcp_giaddr(const std::uint8_t *message) {
+    return dhcp_load32(message, offsetof(dhcp_header, giaddr));
+}
+[[nodiscard]] inline std::uint8_t dhcp_op(const std::uint8_t *message) {
+    return message[offsetof(dhcp_header, op)];
+}
+
 // Returns 1 when flags, hops and op of the message are acceptable, else 0 with a trace of the reason.
-int isValidHeader(const std::uint8_t *message);
+[[nodiscard]] int isValidHeader(const std::uint8_t *message);
 
 // Returns 1 when the option area is well formed, else 0. options: the magic cookie; options_len: bytes from there to
 // the end of the message, 0 for a message without an option area (valid); a negative length is invalid.
-int isValidOptions(const std::uint8_t *options, std::int32_t options_len);
+[[nodiscard]] int isValidOptions(const std::uint8_t *options, std::int32_t options_len);
 
 // Returns the bytes that an option occupies: 1 for pad and end, else its length byte + 2.
-inline std::size_t DHCP_optionSize(const std::uint8_t *option) {
+[[nodiscard]] inline std::size_t DHCP_optionSize(const std::uint8_t *option) {
     return *option == optPAD || *option == optEND ? 1 : static_cast<std::size_t>(option[1]) + 2;
 }
 
 // Returns the position behind an option.
-inline std::uint8_t *DHCP_nextOption(std::uint8_t *option) {
+[[nodiscard]] inline std::uint8_t *DHCP_nextOption(std::uint8_t *option) {
     return option + DHCP_optionSize(option);
 }
-inline const std::uint8_t *DHCP_nextOption(const std::uint8_t *option) {
+[[nodiscard]] inline const std::uint8_t *DHCP_nextOption(const std::uint8_t *option) {
     return option + DHCP_optionSize(option);
 }
 
@@ -108,6 +130,6 @@ inline void DHCP_eraseOption(std::uint8_t *opt, std::uint8_t *end_opt) {
 
 // Finds the message type (option 53). options: the first option behind the cookie. Returns 0 and the type in *type_out,
 // or 1 when the end option comes first.
-int DHCP_getMessageType(const std::uint8_t *options, std::uint8_t *type_out);
+[[nodiscard]] int DHCP_getMessageType(const std::uint8_t *options, std::uint8_t *type_out);
 
 #endif

@@ -5,8 +5,8 @@
 #include <cstdint>
 
 #include "cli.h"
+#include "ravo_db_if.h"
 
-extern std::uint32_t trust_all;   // 1 after "ip dhcp relay information trust-all"
 extern std::uint32_t debug_flag;  // last value given to "debug ip dhcp relay"
 
 // Stores the debug flag and prints it. Returns the stored value.
@@ -50,6 +50,8 @@ int ravo_cmd_show_trusted_sources(struct cli *cli, int argc, char **argv);
 int ravo_cmd_show_option(struct cli *cli, int argc, char **argv);
 int ravo_cmd_show_xid(struct cli *cli, int argc, char **argv);
 int ravo_cmd_clear_counter(struct cli *cli, int argc, char **argv);
+// Prints an interface's block of "show ip dhcp relay detail"; null: there is no record.
+void ravo_show_detail_block(struct cli *cli, const iface *record);
 
 // ravo_cli_web.cpp
 int ravo_cmd_get_basic(struct cli *cli, int argc, char **argv);
@@ -60,10 +62,13 @@ int ravo_cmd_web_delete(struct cli *cli, int argc, char **argv);
 int ravo_cmd_show_addr_tbl(struct cli *cli, int argc, char **argv);
 int ravo_cmd_show_trust_tbl(struct cli *cli, int argc, char **argv);
 
+// The code by which the web pages know a result of an operation.
+[[nodiscard]] std::uint32_t ravo_web_code_of(std::uint32_t result);
+
 // Checks that text is a VLAN id, 1 to 4094. Returns 0; 1 when it is none, and then tells the user.
-int ravo_check_vlan_id(struct cli *cli, const char *text);
+[[nodiscard]] int ravo_check_vlan_id(struct cli *cli, const char *text);
 
 // ravo_cli_write.cpp: writes the relay's section of the running configuration. Returns the number of sections counted.
-int ravo_config_write(struct cli *cli);
+[[nodiscard]] int ravo_config_write(struct cli *cli);
 
 #endif

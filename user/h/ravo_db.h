@@ -1,13 +1,12 @@
-// Relay settings and result codes.
+// Relay settings, and the result codes of what changes them.
 //
 // All global settings stand in one record that is only ever copied whole, in and out. Every change tells the platform
 // whether the relay service runs.
 #ifndef RAVO_DB_H
 #define RAVO_DB_H
 
+#include <cstddef>
 #include <cstdint>
-
-struct cli;
 
 inline constexpr std::uint32_t RAVO_POLICY_REPLACE = 1;
 inline constexpr std::uint32_t RAVO_POLICY_DROP = 2;
@@ -25,6 +24,14 @@ struct ravo_agent {
     std::uint32_t check;                                     // 1: check option 82 of replies
     std::uint32_t hops;                                      // largest hop count that is still relayed, 1 to 16
 };
+
+static_assert(offsetof(ravo_agent, relay_enable) == 0 && offsetof(ravo_agent, option_state) == 4);
+static_assert(offsetof(ravo_agent, policy) == 8 && offsetof(ravo_agent, local_relay_enable) == 12);
+static_assert(offsetof(ravo_agent, local_relay_vlan) == 16 && offsetof(ravo_agent, check) == 8208);
+static_assert(offsetof(ravo_agent, hops) == 8212 && sizeof(ravo_agent) == 8216);
+
+// 1 after "ip dhcp relay information trust-all"; told by the show commands, it decides about no message.
+extern std::uint32_t trust_all;
 
 // Result codes of configuration operations.
 inline constexpr std::uint32_t RAVO_OK = 0;
@@ -51,11 +58,5 @@ std::uint32_t ravo_db_agent_set(const ravo_agent *in);
 
 // Tells the platform's status service that the relay runs (relay_enable exactly 1) or not (any other value).
 void ravo_db_status_push(std::uint32_t relay_enable);
-
-// Tells whether plain lines are to be printed in this context: bit 2 of the view flags clear, or show_all 1.
-bool ravo_cli_prints(const struct cli *cli);
-
-// Shows a result code to the user. Returns 0 for code 0 (prints nothing), 1 for any other.
-int ravo_show_result(struct cli *cli, std::uint32_t code);
 
 #endif

@@ -5,12 +5,14 @@
 #ifndef RAVO_DB_IF_H
 #define RAVO_DB_IF_H
 
+#include <cstddef>
 #include <cstdint>
 
 struct interface;
 
 inline constexpr int RAVO_SERVERS = 4;  // entries of each server table
 inline constexpr int RAVO_NAME_SIZE = 21;
+inline constexpr std::uint32_t RAVO_MAC_SIZE = 6;  // of an interface that frames can leave
 
 // A server for clients of one vendor class (option 60).
 struct opt60_host {
@@ -20,7 +22,8 @@ struct opt60_host {
     std::uint32_t server;      // IPv4 address, network byte order
 };
 
-static_assert(sizeof(opt60_host) == 80);
+static_assert(offsetof(opt60_host, used) == 0 && offsetof(opt60_host, match_rule) == 4);
+static_assert(offsetof(opt60_host, vendor) == 8 && offsetof(opt60_host, server) == 76 && sizeof(opt60_host) == 80);
 
 // A server for clients with one client identifier (option 61).
 struct opt61_host {
@@ -29,6 +32,10 @@ struct opt61_host {
     std::uint32_t client_id_len;  // number of meaningful bytes in client_id
     std::uint32_t server;         // IPv4 address, network byte order
 };
+
+static_assert(offsetof(opt61_host, used) == 0 && offsetof(opt61_host, client_id) == 4);
+static_assert(offsetof(opt61_host, client_id_len) == 136 && offsetof(opt61_host, server) == 140);
+static_assert(sizeof(opt61_host) == 144);
 
 // The relay interface record.
 struct iface {
@@ -50,33 +57,49 @@ struct iface {
     opt61_host opt61_hosts[RAVO_SERVERS];
 };
 
-// Resets the settings and creates the interface tree and the transaction tree. Returns 0. Called once at start-up; a
-// second call starts from empty trees again.
-int ravo_db_init();
+static_assert(offsetof(iface, name) == 0 && offsetof(iface, aid) == 21 && offsetof(iface, in_use) == 44);
+static_assert(offsetof(iface, ifindex) == 48 && offsetof(iface, if_ip) == 52 && offsetof(iface, if_mac) == 56);
+static_assert(offsetof(iface, if_maclen) == 72 && offsetof(iface, reserved) == 76);
+static_assert(offsetof(iface, server_count) == 80 && offsetof(iface, trusted) == 84);
+static_assert(offsetof(iface, local_relay_state) == 88 && offsetof(iface, server_db) == 92);
+static_assert(offsetof(iface, opt60_count) == 108 && offsetof(iface, opt61_count) == 112);
+static_assert(offsetof(iface, opt60_hosts) == 116 && offsetof(iface, opt61_hosts) == 436 && sizeof(iface) == 1012);
 
-// Frees every record, every transaction and both trees.
-void ravo_db_exit();
+// An empty record with this name, of which at most 20 characters are taken: a key, or the start of a new record.
+[[nodiscard]] iface ravo_db_if_named(const char *name);
+// The same with the name of the interface of this number, empty when the number names nothing.
+[[nodiscard]] iface ravo_db_if_numbered(std::uint32_t ifindex);
+// Tells whether a record can bear this name.
+[[nodiscard]] bool ravo_db_if_name_fits(const char *name);
+
+// Creates the interface tree, after freeing what an earlier one holds.
+void ravo_db_if_init();
+// Frees every record and the tree.
+void ravo_db_if_exit();
 
 // The order of the interface tree: by the number that the last run of decimal digits in the name forms (16 bits,
 // compared signed). a, b: iface records; a missing one gives -1.
-int ravo_db_if_compare(const void *a, const void *b);
+[[nodiscard]] int ravo_db_if_compare(const void *a, const void *b);
 
 // All of these return 1 for success and 0 for failure, and 0 when the tree or the argument is missing.
 
 // Stores a copy of *record: over the record of the same key in place, or as a new one. 0 when memory is used up.
-int ravo_db_if_add(const iface *record);
+[[nodiscard]] int ravo_db_if_add(const iface *record);
 // Copies the stored record with record->name over *record. 0 when there is none.
-int ravo_db_if_get(iface *record);
+[[nodiscard]] int ravo_db_if_get(iface *record);
+// The same, but where there is none *record becomes what a new record starts with: in use, without an address. It is
+// not stored yet. 1 when it was stored, 0 when it is new.
+[[nodiscard]] int ravo_db_if_get_or_new(iface *record);
 // Zero-fills *record and copies the first record into it. 0 when there is none.
-int ravo_db_if_get_first(iface *record);
+[[nodiscard]] int ravo_db_if_get_first(iface *record);
 // Copies the successor of the stored record named record->name over *record. 0 when the name is not stored, has no
 // successor, or the successor bears the same name.
-int ravo_db_if_get_next(iface *record);
+[[nodiscard]] int ravo_db_if_get_next(iface *record);
 // Removes the record with this name. 1 also when there is none.
-int ravo_db_if_delete(const char *name);
+[[nodiscard]] int ravo_db_if_delete(const char *name);
 // Looks an interface up by its address (network byte order), the one that comes first in tree order; the last one
 // found is remembered and tried first.
-int ravo_if_ifinfo_get_by_addr(iface *out, std::uint32_t address);
+[[nodiscard]] int ravo_if_ifinfo_get_by_addr(iface *out, std::uint32_t address);
 
 // Deletes every record. Returns 0.
 int ravo_if_del_all_if();
@@ -86,6 +109,23 @@ int ravo_if_del_all_if();
 int RAVO_IF_Fill_Info(iface *record, const struct interface *ifp);
 
 // Tells whether the interface tree exists.
-bool ravo_db_if_tree_exists();
+[[nodiscard]] bool ravo_db_if_tree_exists();
+
+// A walk over the records in tree order, each a copy: for (const iface &record : ravo_db_if_all()). The record in hand
+// may be stored back, or deleted as the last step of the walk.
+struct ravo_if_walk {
+    iface record;  // the record in hand, while found
+    bool found;
+
+    struct end_mark {};
+    [[nodiscard]] ravo_if_walk begin() const { return *this; }
+    [[nodiscard]] end_mark end() const { return {}; }
+    [[nodiscard]] const iface &operator*() const { return record; }
+    [[nodiscard]] bool operator!=(end_mark) const { return found; }
+    void operator++() { found = ravo_db_if_get_next(&record) != 0; }
+};
+
+[[nodiscard]] ravo_if_walk ravo_db_if_all();                        // from the first record on
+[[nodiscard]] ravo_if_walk ravo_db_if_behind(const iface &record);  // from the one behind it on
 
 #endif

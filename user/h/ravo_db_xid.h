@@ -2,6 +2,7 @@
 #ifndef RAVO_DB_XID_H
 #define RAVO_DB_XID_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "osal.h"
@@ -15,28 +16,37 @@ struct xid_entry {
     osal_timer expiry;     // one-shot expiry timer
 };
 
-// Creates the tree. Called by ravo_db_init.
+static_assert(offsetof(xid_entry, xid) == 0 && offsetof(xid_entry, module) == 4 && offsetof(xid_entry, port) == 8);
+static_assert(offsetof(xid_entry, expiry) ==
+              (12 + alignof(osal_timer) - 1) / alignof(osal_timer) * alignof(osal_timer));
+static_assert(sizeof(xid_entry) == offsetof(xid_entry, expiry) + sizeof(osal_timer));
+
+// Creates the tree, after freeing what an earlier one holds.
 void ravo_db_xid_init();
 
-// Frees every entry, with its timer, and the tree. Called by ravo_db_exit.
+// Frees every entry, with its timer, and the tree.
 void ravo_db_xid_exit();
 
 // The order of the map: by xid as an unsigned number. a, b: xid_entry records.
-int ravo_db_xid_compare(const void *a, const void *b);
+[[nodiscard]] int ravo_db_xid_compare(const void *a, const void *b);
 
 // All of these return 1 for success and 0 for failure, and 0 when the tree or the argument is missing.
 
 // Stores a copy of *e, new or over the entry of the same xid, and arms its expiry. 0 when memory is used up.
-int ravo_db_xid_update(const xid_entry *e);
+[[nodiscard]] int ravo_db_xid_update(const xid_entry *e);
 // Copies the stored entry with e->xid over *e.
-int ravo_db_xid_get(xid_entry *e);
+[[nodiscard]] int ravo_db_xid_get(xid_entry *e);
 // Zero-fills *e and copies the first entry into it.
-int ravo_db_xid_get_first(xid_entry *e);
+[[nodiscard]] int ravo_db_xid_get_first(xid_entry *e);
 // Copies the successor of the stored entry with e->xid over *e.
-int ravo_db_xid_get_next(xid_entry *e);
+[[nodiscard]] int ravo_db_xid_get_next(xid_entry *e);
 // Removes the entry with e->xid and its timer. 1 also when there is none.
-int ravo_db_xid_delete(const xid_entry *e);
+[[nodiscard]] int ravo_db_xid_delete(const xid_entry *e);
 // The timer callback: deletes the stored entry.
 int ravo_db_xid_expire(xid_entry *e);
+
+// Remembers a request's transaction and traces, in the name of a procedure, whether that could be done. xid: as it
+// stands in the message; port_ifindex: number of the port it came in on, 0 when unknown.
+void ravo_db_xid_record(const char *procedure, std::uint32_t xid, std::uint32_t port_ifindex);
 
 #endif

@@ -1,4 +1,4 @@
-// Frames to clients, and the check of option 82 in replies.
+// Frames to clients.
 #ifndef RAVO_IF_CLIENT_H
 #define RAVO_IF_CLIENT_H
 
@@ -10,12 +10,9 @@
 
 inline constexpr std::size_t RAVO_FRAME_HEADER_SIZE = 42;  // Ethernet 14, IPv4 20, UDP 8
 
-// Ones' complement sum (RFC 1071) of size bytes as big-endian words, from an initial sum. Returns the 16-bit sum.
-std::uint16_t checksumAdd(const void *data, std::size_t length, std::uint32_t initial);
-// Stores the checksum of a 20-byte IPv4 header into it.
-void ipChecksum(std::uint8_t *ip_header);
-// Stores the checksum of a UDP datagram into its header. payload: UDP length - 8 bytes.
-void udpChecksum(std::uint8_t *udp_header, const std::uint8_t *ip_header, const std::uint8_t *payload);
+// Tells whether frames can leave an interface: a record made by configuration before its interface came up has no
+// hardware address to send from. When not, that is traced in the name of a procedure and said to be the outcome.
+[[nodiscard]] bool ravo_if_has_hardware_address(const char *procedure, const iface *iface);
 
 // Completes a frame header (42 bytes with destination MAC, EtherType, destination address and ports set) and sends it
 // and the message out of an interface.
@@ -27,9 +24,5 @@ void ravo_if_send_to_client(const iface *iface, const std::uint8_t *header, cons
 // Broadcasts a BOOTREQUEST again out of the relay interface.
 void ravo_if_send_local_relay(const iface *iface, const std::uint8_t *header, const std::uint8_t *message,
                               std::uint32_t length, pkt_origin origin);
-
-// Checks that a reply's option 82 names this interface and the port of its transaction. op82: its first sub-option
-// inside a message_buffer, or null; header: the message. Returns 1 when the reply may be delivered, else 0.
-int ravo_option_check_reply(const iface *iface, const std::uint8_t *op82, const std::uint8_t *header);
 
 #endif

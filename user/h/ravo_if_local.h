@@ -21,9 +21,9 @@ static_assert(sizeof(vlanid_cfg_req) == 8194);
 void ravo_local_relay_handle_pkt(const iface *iface, std::uint8_t *message, std::uint32_t length, pkt_origin origin);
 
 // Applies a request to the VLAN list. Returns 1; 0 when the request is null or the list has no room (nothing changed).
-int RAVO_Set_VLANID_Req_do(const vlanid_cfg_req *request);
+[[nodiscard]] int RAVO_Set_VLANID_Req_do(const vlanid_cfg_req *request);
 // The same with the request as a raw message of 8194 bytes; null gives 0.
-int RAVO_Set_VLANID_Req(const void *raw);
+[[nodiscard]] int RAVO_Set_VLANID_Req(const void *raw);
 
 // Marks a record for local relay; storing it is the caller's. Returns 0.
 int RAVO_Enable_Dhcp_LocalRelay(iface *record);

@@ -6,7 +6,7 @@
 
 // Sets up the client of the interface service and installs the four hooks. Returns the result of starting the client,
 // or -1 when it cannot be created.
-int ravo_nsm_init(struct nsm_globals *globals);
+[[nodiscard]] int ravo_nsm_init(struct nsm_globals *globals);
 
 // The hooks. Each returns 0.
 int ravo_nsm_if_up(struct interface *ifp);

@@ -28,12 +28,16 @@ inline constexpr int level_failure = 104;  // failure
 
 }  // namespace ravo
 
-// Prints a line whose format begins with the function's name and the source line: "%s (%d)...".
-#define ravo_trace(level, format, ...)                                                                              \
+// Prints a line whose format begins with a name and the source line: "%s (%d)...". function: the procedure whose step
+// this is, where that is not the function it stands in.
+#define ravo_trace_as(function, level, format, ...)                                                                 \
     do {                                                                                                            \
         if (vex_prints(level))                                                                                      \
-            vexprintf(ravo::print_destination, 0, level, 0, format, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
+            vexprintf(ravo::print_destination, 0, level, 0, format, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
+
+// The same in the name of the function it stands in.
+#define ravo_trace(level, format, ...) ravo_trace_as(__func__, level, format __VA_OPT__(, ) __VA_ARGS__)
 
 // Prints a line that does not begin with function and line.
 #define ravo_print(level, ...)                                                               \
@@ -41,10 +45,14 @@ inline constexpr int level_failure = 104;  // failure
         if (vex_prints(level)) vexprintf(ravo::print_destination, 0, level, 0, __VA_ARGS__); \
     } while (0)
 
-// Checks a condition in every build. text: the expression as it is reported; module: source module path.
-#define ravo_assert(condition, text, module)                                        \
+// Checks a condition in every build. function: the procedure whose step this is; text: the expression as it is
+// reported; module: source module path.
+#define ravo_assert_as(function, condition, text, module)                           \
     do {                                                                            \
-        if (!(condition)) ravo::assertion_failed(text, module, __func__, __LINE__); \
+        if (!(condition)) ravo::assertion_failed(text, module, function, __LINE__); \
     } while (0)
+
+// The same in the name of the function it stands in.
+#define ravo_assert(condition, text, module) ravo_assert_as(__func__, condition, text, module)
 
 #endif

@@ -20,20 +20,20 @@ static_assert(sizeof(ravo_pktinfo) == 12);
 // When condition is true: perror(label) and exit(status).
 void Wfatal(bool condition, int status, const char *label);
 
-int Wsocket(int domain, int type, int protocol);
+[[nodiscard]] int Wsocket(int domain, int type, int protocol);
 void Wbind(int fd, const struct sockaddr *addr);  // addr: 16 bytes
 void Wsetsockopt(int fd, int level, int name, const void *value, socklen_t length);
 void Wclose(int fd);
-int Wopen(const char *path, int flags, mode_t mode);
-int Wdup2(int from, int to);
+[[nodiscard]] int Wopen(const char *path, int flags, mode_t mode);
+[[nodiscard]] int Wdup2(int from, int to);
 
 // recvmsg with the packet information. *flags and *fromlen are read and written; pktinfo may be null. Returns the count
 // of bytes, negative on failure.
-ssize_t recvfrom_flags(int fd, void *buf, std::size_t len, int *flags, struct sockaddr *from, socklen_t *fromlen,
-                       ravo_pktinfo *pktinfo);
+[[nodiscard]] ssize_t recvfrom_flags(int fd, void *buf, std::size_t len, int *flags, struct sockaddr *from,
+                                     socklen_t *fromlen, ravo_pktinfo *pktinfo);
 
 // recvfrom_flags repeated while interrupted. Returns the count, or -1 when it failed or the sender is no IPv4 address.
-ssize_t WrecvfromFlagsInet4(int fd, void *buf, std::size_t len, int *flags, struct sockaddr_in *from,
-                            ravo_pktinfo *pktinfo);
+[[nodiscard]] ssize_t WrecvfromFlagsInet4(int fd, void *buf, std::size_t len, int *flags, struct sockaddr_in *from,
+                                          ravo_pktinfo *pktinfo);
 
 #endif

@@ -3,21 +3,51 @@
 #include "ravo_access.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <iterator>
 
 #include "if_utl.h"
-#include "ravo_cli.h"
 #include "ravo_db.h"
 #include "ravo_db_if.h"
 #include "ravo_db_xid.h"
 #include "ravo_if_local.h"
-#include "ravo_if_socket.h"
+#include "ravo_if_state.h"
 
 namespace {
 
-static_assert(sizeof(relay_option60_host) == sizeof(opt60_host) && sizeof(relay_option61_host) == sizeof(opt61_host));
+// ---- What crosses the boundary, field by field ----
+
 static_assert(RELAY_ACCESS_SERVERS == RAVO_SERVERS && RELAY_ACCESS_VLANS == RAVO_LOCAL_RELAY_VLANS);
+static_assert(offsetof(relay_settings, relay_enable) == 0 && offsetof(relay_settings, option_state) == 4);
+static_assert(offsetof(relay_settings, policy) == 8 && offsetof(relay_settings, check) == 12);
+static_assert(offsetof(relay_settings, hops) == 16 && offsetof(relay_settings, trust_all) == 20);
+static_assert(offsetof(relay_settings, local_relay_enable) == 24);
+static_assert(offsetof(relay_settings, local_relay_vlan) == 28 && offsetof(relay_settings, server_socket) == 8220);
+static_assert(offsetof(relay_settings, raw_socket) == 8224 && offsetof(relay_settings, listen_socket) == 8228);
+static_assert(offsetof(relay_settings, received) == 8232 && sizeof(relay_settings) == 8264);
+static_assert(offsetof(relay_interface, name) == 0 && offsetof(relay_interface, ifindex) == 24);
+static_assert(offsetof(relay_interface, address) == 28 && offsetof(relay_interface, mac) == 32);
+static_assert(offsetof(relay_interface, mac_length) == 48 && offsetof(relay_interface, trusted) == 52);
+static_assert(offsetof(relay_interface, local_relay) == 56 && offsetof(relay_interface, servers) == 60);
+static_assert(offsetof(relay_interface, option60) == 76 && offsetof(relay_interface, option61) == 396);
+static_assert(sizeof(relay_interface) == 972);
+static_assert(offsetof(relay_transaction, xid) == 0 && offsetof(relay_transaction, module) == 4);
+static_assert(offsetof(relay_transaction, port) == 8 && sizeof(relay_transaction) == 12);
+
+// Hosts are copied as they are.
+static_assert(offsetof(relay_option60_host, used) == offsetof(opt60_host, used));
+static_assert(offsetof(relay_option60_host, match_rule) == offsetof(opt60_host, match_rule));
+static_assert(offsetof(relay_option60_host, vendor) == offsetof(opt60_host, vendor));
+static_assert(offsetof(relay_option60_host, server) == offsetof(opt60_host, server));
+static_assert(sizeof(relay_option60_host) == sizeof(opt60_host));
+static_assert(offsetof(relay_option61_host, used) == offsetof(opt61_host, used));
+static_assert(offsetof(relay_option61_host, client_id) == offsetof(opt61_host, client_id));
+static_assert(offsetof(relay_option61_host, client_id_length) == offsetof(opt61_host, client_id_len));
+static_assert(offsetof(relay_option61_host, server) == offsetof(opt61_host, server));
+static_assert(sizeof(relay_option61_host) == sizeof(opt61_host));
+
+// ---- The functions of the table ----
 
 void settings(relay_settings *out) {
     ravo_agent agent;
@@ -54,14 +84,8 @@ void copy_interface(const iface &record, relay_interface *out) {
     std::memcpy(out->option61, record.opt61_hosts, sizeof out->option61);
 }
 
-iface named(const char *name) {
-    iface record{};
-    std::memcpy(record.name, name, strnlen(name, sizeof record.name - 1));
-    return record;
-}
-
 int interface_get(const char *name, relay_interface *out) {
-    iface record = named(name);
+    iface record = ravo_db_if_named(name);
     if (ravo_db_if_get(&record) == 0) return 0;
     copy_interface(record, out);
     return 1;
@@ -75,7 +99,7 @@ int interface_first(relay_interface *out) {
 }
 
 int interface_next(relay_interface *inout) {
-    iface record = named(inout->name);
+    iface record = ravo_db_if_named(inout->name);
     if (ravo_db_if_get_next(&record) == 0) return 0;
     copy_interface(record, inout);
     return 1;
@@ -108,11 +132,8 @@ int local_relay_set(int on) {
 
 // The record of an interface: the stored one, or a new one that is not stored yet.
 iface stored_or_new(const char *name) {
-    iface record = named(name);
-    if (ravo_db_if_get(&record) != 0) return record;
-    record = named(name);
-    record.in_use = 1;
-    record.ifindex = if_utl_ifname_to_ifindex(name);
+    iface record = ravo_db_if_named(name);
+    if (ravo_db_if_get_or_new(&record) == 0) record.ifindex = if_utl_ifname_to_ifindex(name);
     return record;
 }
 
@@ -122,7 +143,7 @@ int interface_make(const char *name) {
 }
 
 int interface_local_relay_set(const char *name, int on) {
-    iface record = named(name);
+    iface record = ravo_db_if_named(name);
     if (on == 0 && ravo_db_if_get(&record) == 0) return 1;  // off already: no reason to make a record
     record = stored_or_new(name);
     if (on != 0)

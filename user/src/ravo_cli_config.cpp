@@ -11,14 +11,15 @@
 #include "if_utl.h"
 #include "nsm.h"
 #include "ravo_cli.h"
+#include "ravo_cli_result.h"
 #include "ravo_db.h"
 #include "ravo_db_if.h"
 #include "ravo_if_option.h"
 #include "ravo_if_server.h"
 #include "ravo_if_socket.h"
+#include "ravo_if_state.h"
 #include "trace.h"
 
-std::uint32_t trust_all = 0;
 std::uint32_t debug_flag = 0;
 
 namespace {
@@ -43,12 +44,8 @@ enum class new_ifindex { by_name, of_interface, zero };
 
 // The record of an interface: the stored one, or a new one that is not stored yet.
 iface prepare_record(const struct interface *ifp, new_ifindex source) {
-    iface record{};
-    static_assert(sizeof record.name == sizeof ifp->name);
-    std::memcpy(record.name, ifp->name, sizeof record.name);
-    if (ravo_db_if_get(&record) != 0) return record;
-    record.in_use = 1;
-    record.if_ip = 0;
+    iface record = ravo_db_if_named(ifp->name);
+    if (ravo_db_if_get_or_new(&record) != 0) return record;
     if (source == new_ifindex::by_name) record.ifindex = if_utl_ifname_to_ifindex(record.name);
     if (source == new_ifindex::of_interface) record.ifindex = ifp->ifindex;
     return record;
@@ -59,18 +56,17 @@ int store_and_show(cli *cli, const iface &record, std::uint32_t result) {
     return ravo_show_result(cli, result);
 }
 
-// Tells whether the session has a current interface, and tells the user when it has none.
-bool has_interface(cli *cli) {
-    if (cli->ifp != nullptr) return true;
-    if (ravo_cli_prints(cli)) cli->print(cli->print_handle, "%% No interface is selected, use \"interface IFNAME\"\n");
-    return false;
+// Tells whether the session has a current interface; it has none after a name that cannot be one.
+bool has_interface(const cli *cli) {
+    return cli->ifp != nullptr;
 }
 
+// A text that a host's entry cannot hold whole would be cut to another vendor class than the operator named.
 bool vendor_fits(cli *cli, const char *vendor) {
-    if (std::strlen(vendor) <= RAVO_VENDOR_CLASS_SIZE) return true;
+    constexpr std::size_t most = sizeof opt60_host::vendor - 1;
+    if (std::strlen(vendor) <= most) return true;
     if (ravo_cli_prints(cli))
-        cli->print(cli->print_handle, "%% Vendor class string must not exceed %d characters\n",
-                   static_cast<int>(RAVO_VENDOR_CLASS_SIZE));
+        cli->print(cli->print_handle, "%% Vendor class string must not exceed %d characters\n", static_cast<int>(most));
     return false;
 }
 
@@ -203,8 +199,7 @@ int ravo_cmd_trust_all(struct cli *, int, char **) {
 
 // deliberate: also takes the trust of interfaces that were marked one by one.
 int ravo_cmd_no_trust_all(struct cli *, int, char **) {
-    iface record;
-    for (int found = ravo_db_if_get_first(&record); found != 0; found = ravo_db_if_get_next(&record)) {
+    for (iface record : ravo_db_if_all()) {
         if (record.trusted == 0) continue;
         record.trusted = 0;
         (void)ravo_db_if_add(&record);  // the record is stored already, so nothing can fail
@@ -241,8 +236,7 @@ int ravo_cmd_address(struct cli *cli, int, char **argv) {
 
 int ravo_cmd_no_address(struct cli *cli, int argc, char **argv) {
     if (!has_interface(cli)) return 1;
-    iface record{};
-    std::memcpy(record.name, cli->ifp->name, sizeof record.name);
+    iface record = ravo_db_if_named(cli->ifp->name);
     if (ravo_db_if_get(&record) == 0) return 0;
     // An optional group passes its keyword too: the address is the last word.
     const std::uint32_t result = ravo_if_del_server_host(&record, argc > 0 ? argv[argc - 1] : nullptr);
@@ -267,7 +261,7 @@ int ravo_cmd_no_trusted(struct cli *cli, int, char **) {
 int ravo_cmd_option60(struct cli *cli, int, char **argv) {
     if (!has_interface(cli) || !vendor_fits(cli, argv[0])) return 1;
     iface record = prepare_record(cli->ifp, new_ifindex::of_interface);
-    const std::uint32_t rule = std::strcmp(argv[1], "exact-match") == 0 ? 0 : 1;
+    const std::uint32_t rule = std::strcmp(argv[1], "exact-match") == 0 ? RAVO_RULE_EXACT : RAVO_RULE_PARTIAL;
     const std::uint32_t result = RAVO_IF_Add_Option60_Server_Host(&record, argv[0], rule, argv[2]);
     return store_and_show(cli, record, result);
 }
@@ -294,7 +288,7 @@ int ravo_cmd_no_option61(struct cli *cli, int argc, char **argv) {
     std::uint8_t client_id[RAVO_CLIENT_ID_SIZE] = {};
     if (by_id) {
         if (!client_id_valid(cli, argv[1])) return 1;
-        ravo_client_id_bytes(argv[1] + client_id_prefix_size, client_id, sizeof client_id);
+        (void)ravo_client_id_bytes(argv[1] + client_id_prefix_size, client_id, sizeof client_id);  // only bytes count
     }
     iface record = prepare_record(cli->ifp, new_ifindex::by_name);
     std::uint32_t result = RAVO_OK;

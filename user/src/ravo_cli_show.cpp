@@ -11,11 +11,12 @@
 
 #include "addr_text.h"
 #include "ravo_cli.h"
+#include "ravo_cli_result.h"
 #include "ravo_cli_view.h"
 #include "ravo_db.h"
 #include "ravo_db_if.h"
 #include "ravo_db_xid.h"
-#include "ravo_if_socket.h"
+#include "ravo_if_state.h"
 
 namespace {
 
@@ -63,8 +64,7 @@ void value_line(ravo_view *view, std::int32_t column, int value) {
 // Prints the heading before the first trusted interface and the names four to a line. Returns the number of names.
 int show_trusted_names(ravo_view *view, const char *heading) {
     int count = 0;
-    iface record;
-    for (int found = ravo_db_if_get_first(&record); found != 0; found = ravo_db_if_get_next(&record)) {
+    for (const iface &record : ravo_db_if_all()) {
         if (record.trusted != 1) continue;
         if (count == 0) text_line(view, VIEW_TERMINAL, heading);
         if (count % names_a_line == 0) text_line(view, VIEW_TERMINAL, "\n");
@@ -109,11 +109,10 @@ void show_summary_block(ravo_view *view, const iface &record) {
 }
 
 void show_summary_interfaces(ravo_view *view) {
-    iface record;
-    int found = ravo_db_if_get_first(&record);
-    if (found == 0) return;
+    const ravo_if_walk all = ravo_db_if_all();
+    if (!all.found) return;
     int total = 0;
-    for (; found != 0; found = ravo_db_if_get_next(&record)) {
+    for (const iface &record : all) {
         for (const std::uint32_t server : record.server_db)
             if (server != 0) ++total;
         show_summary_block(view, record);
@@ -157,29 +156,6 @@ void show_detail_counters(ravo_view *view) {
     number_line(view, "DHCP packet NAK Rx", rx.nak);
     number_line(view, "DHCP packet INFORMRx", rx.inform);  // deliberate: no blank before "Rx"
     number_line(view, "DHCP packet RELEASE Rx", rx.release);
-}
-
-// Prints one interface in full; null: there is no record.
-void show_detail_block(struct cli *cli, const iface *record) {
-    if (!ravo_cli_prints(cli)) return;
-    const cli_print print = cli->print;
-    void *out = cli->print_handle;
-    if (record == nullptr) {
-        print(out, "\n\nempty");
-        return;
-    }
-    constexpr const char *rule = "============================================================\n";
-    const std::uint8_t *mac = record->if_mac;
-    print(out, "\n\n");
-    print(out, "%s", rule);
-    print(out, "%s Relay IP Address\n", record->name);
-    for (const std::uint32_t server : record->server_db) print(out, "(%s) ", ravo_addr_text(server).text);
-    print(out, "\n");
-    print(out, "interface index:%u\n", record->ifindex);
-    print(out, "if_ip:%s\n", ravo_addr_text(record->if_ip).text);
-    print(out, "if_mac:%02x.%02x.%02x.%02x.%02x.%02x.%02x.%02x.%02x.%02x.%02x.%02x\n", mac[0], mac[1], mac[2], mac[3],
-          mac[4], mac[5], mac[6], mac[7], mac[8], mac[9], mac[10], mac[11]);
-    print(out, "%s", rule);
 }
 
 // ---- Servers by option 60 and 61 ----
@@ -268,10 +244,30 @@ int ravo_cmd_show_detail(struct cli *cli, int, char **) {
     show_detail_settings(&view, agent);
     show_detail_counters(&view);
     if (view.result != 0) return view.result;
-    iface record;
-    for (int found = ravo_db_if_get_first(&record); found != 0; found = ravo_db_if_get_next(&record))
-        show_detail_block(cli, &record);
+    for (const iface &record : ravo_db_if_all()) ravo_show_detail_block(cli, &record);
     return 0;
+}
+
+void ravo_show_detail_block(struct cli *cli, const iface *record) {
+    if (!ravo_cli_prints(cli)) return;
+    const cli_print print = cli->print;
+    void *out = cli->print_handle;
+    if (record == nullptr) {
+        print(out, "\n\nempty");
+        return;
+    }
+    constexpr const char *rule = "============================================================\n";
+    const std::uint8_t *mac = record->if_mac;
+    print(out, "\n\n");
+    print(out, "%s", rule);
+    print(out, "%s Relay IP Address\n", record->name);
+    for (const std::uint32_t server : record->server_db) print(out, "(%s) ", ravo_addr_text(server).text);
+    print(out, "\n");
+    print(out, "interface index:%u\n", record->ifindex);
+    print(out, "if_ip:%s\n", ravo_addr_text(record->if_ip).text);
+    print(out, "if_mac:%02x.%02x.%02x.%02x.%02x.%02x.%02x.%02x.%02x.%02x.%02x.%02x\n", mac[0], mac[1], mac[2], mac[3],
+          mac[4], mac[5], mac[6], mac[7], mac[8], mac[9], mac[10], mac[11]);
+    print(out, "%s", rule);
 }
 
 int ravo_cmd_show_trusted_sources(struct cli *cli, int, char **) {
@@ -286,8 +282,7 @@ int ravo_cmd_show_option(struct cli *cli, int argc, char **argv) {
     if (!ravo_cli_prints(cli)) return 0;
     const bool only60 = argc > 0 && std::strcmp(argv[0], "60") == 0;
     const bool only61 = argc > 0 && !only60;
-    iface record;
-    for (int found = ravo_db_if_get_first(&record); found != 0; found = ravo_db_if_get_next(&record)) {
+    for (const iface &record : ravo_db_if_all()) {
         if (only60)
             show_option60(cli, record);
         else if (only61)

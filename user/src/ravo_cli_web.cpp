@@ -15,6 +15,7 @@
 #include "if_utl.h"
 #include "nsm.h"
 #include "ravo_cli.h"
+#include "ravo_cli_result.h"
 #include "ravo_cli_view.h"
 #include "ravo_db.h"
 #include "ravo_db_if.h"
@@ -61,48 +62,23 @@ void join_servers(const iface &record, std::uint32_t hops, web_interface_setting
                                                        i == 0 ? "" : ", ", ravo_addr_text(record.server_db[i]).text));
 }
 
-// The codes by which the web pages know a result.
-std::uint32_t web_code_of(std::uint32_t result) {
-    switch (result) {
-        case RAVO_ERR_NO_IP:
-            return 302021;
-        case RAVO_ERR_SERVER_IP:
-            return 302020;
-        case RAVO_ERR_SERVER_EXISTS:
-            return 302022;
-        case RAVO_ERR_SERVER_FULL:
-            return 302023;
-        case RAVO_ERR_NO_SERVER:
-            return 302024;
-        case RAVO_ERR_SAME_CONFIG:
-            return 302025;
-        default:
-            return result;
-    }
-}
-
 // ---- Interfaces by name and number ----
 
-// Puts a name into an empty record. Returns false when it is too long for one, and tells the user.
-bool name_record(struct cli *cli, const char *name, iface *record) {
-    *record = {};
-    if (std::strlen(name) < sizeof record->name) {
-        std::strcpy(record->name, name);
-        return true;
-    }
-    if (ravo_cli_prints(cli))
-        cli->print(cli->print_handle, "%% Interface name must not exceed %d characters\n", RAVO_NAME_SIZE - 1);
-    return false;
+// The walk from the record behind the one of this name on: the web pages name the interface they have.
+ravo_if_walk walk_behind(const char *name) {
+    iface record = ravo_db_if_named(name);
+    if (!ravo_db_if_name_fits(name) || ravo_db_if_get(&record) == 0) return {record, false};
+    return ravo_db_if_behind(record);
 }
 
 bool system_interface_exists(const char *name) {
-    return ifg_lookup_by_index(if_utl_ifname_to_ifindex(name)) != nullptr;
+    return ravo_db_if_name_fits(name) && ifg_lookup_by_index(if_utl_ifname_to_ifindex(name)) != nullptr;
 }
 
 // The record of the interface with this number. Returns false when there is none.
 bool find_record(std::uint32_t ifindex, iface *record) {
-    *record = {};
-    return if_utl_ifindex_to_ifname(ifindex, record->name) != 0 && ravo_db_if_get(record) != 0;
+    *record = ravo_db_if_numbered(ifindex);
+    return record->name[0] != '\0' && ravo_db_if_get(record) != 0;
 }
 
 // The number under which a record stands in the tables. A record made before its number was known takes that of its
@@ -136,27 +112,28 @@ int address_get_exact(void *argument) {
     return slot < RAVO_SERVERS ? 1 : 0;
 }
 
+// Puts the first row of a record, of its slots from start on, into the key. Returns false when it has none.
+bool take_row(const iface &record, int start, address_row_key *key) {
+    const int slot = find_slot(record, start, [](std::uint32_t server) { return server != 0; });
+    const std::uint32_t ifindex = row_ifindex(record);
+    if (slot == RAVO_SERVERS || ifindex == 0) return false;
+    *key = {ifindex, record.server_db[slot]};
+    return true;
+}
+
 int address_get_next(void *argument) {
     auto *key = static_cast<address_row_key *>(argument);
-    iface record;
-    int start = 0;
-    if (key->ifindex == 0) {
-        if (ravo_db_if_get_first(&record) == 0) return 0;
-    } else {
+    ravo_if_walk walk = ravo_db_if_all();
+    if (key->ifindex != 0) {
+        iface record;
         if (!find_record(key->ifindex, &record)) return 0;
         const int slot = find_slot(record, 0, [key](std::uint32_t server) { return server == key->address; });
         if (slot == RAVO_SERVERS) return 0;
-        start = slot + 1;
+        if (take_row(record, slot + 1, key)) return 1;
+        walk = ravo_db_if_behind(record);
     }
-    do {
-        const int slot = find_slot(record, start, [](std::uint32_t server) { return server != 0; });
-        const std::uint32_t ifindex = row_ifindex(record);
-        if (slot < RAVO_SERVERS && ifindex != 0) {
-            *key = {ifindex, record.server_db[slot]};
-            return 1;
-        }
-        start = 0;
-    } while (ravo_db_if_get_next(&record) != 0);
+    for (const iface &record : walk)
+        if (take_row(record, 0, key)) return 1;
     return 0;
 }
 
@@ -185,13 +162,13 @@ int trust_get_exact(void *argument) {
 
 int trust_get_next(void *argument) {
     auto *key = static_cast<trust_row_key *>(argument);
-    iface record;
-    int found;
-    if (key->ifindex == 0)
-        found = ravo_db_if_get_first(&record);
-    else
-        found = find_record(key->ifindex, &record) ? ravo_db_if_get_next(&record) : 0;
-    for (; found != 0; found = ravo_db_if_get_next(&record)) {
+    ravo_if_walk walk = ravo_db_if_all();
+    if (key->ifindex != 0) {
+        iface record;
+        if (!find_record(key->ifindex, &record)) return 0;
+        walk = ravo_db_if_behind(record);
+    }
+    for (const iface &record : walk) {
         const std::uint32_t ifindex = row_ifindex(record);
         if (record.trusted != 1 || ifindex == 0) continue;
         key->ifindex = ifindex;
@@ -224,16 +201,32 @@ bool set_trust(struct cli *cli, const char *state, iface *record) {
 // Fetches the record of an interface of the switch, or makes a new one, and sets its trust. Returns false when there is
 // no such interface or STATE is none.
 bool prepare_web_record(struct cli *cli, const char *name, const char *state, iface *record) {
-    if (!system_interface_exists(name) || !name_record(cli, name, record)) return false;
-    if (ravo_db_if_get(record) == 0) {
-        record->ifindex = if_utl_ifname_to_ifindex(name);
-        record->if_ip = 0;
-        record->in_use = 1;
-    }
+    if (!system_interface_exists(name)) return false;
+    *record = ravo_db_if_named(name);
+    if (ravo_db_if_get_or_new(record) == 0) record->ifindex = if_utl_ifname_to_ifindex(name);
     return set_trust(cli, state, record);
 }
 
 }  // namespace
+
+std::uint32_t ravo_web_code_of(std::uint32_t result) {
+    switch (result) {
+        case RAVO_ERR_NO_IP:
+            return 302021;
+        case RAVO_ERR_SERVER_IP:
+            return 302020;
+        case RAVO_ERR_SERVER_EXISTS:
+            return 302022;
+        case RAVO_ERR_SERVER_FULL:
+            return 302023;
+        case RAVO_ERR_NO_SERVER:
+            return 302024;
+        case RAVO_ERR_SAME_CONFIG:
+            return 302025;
+        default:
+            return result;
+    }
+}
 
 int ravo_check_vlan_id(struct cli *cli, const char *text) {
     int ok = 0;
@@ -258,21 +251,15 @@ int ravo_cmd_get_basic(struct cli *cli, int, char **) {
 }
 
 int ravo_cmd_get_interface(struct cli *cli, int argc, char **argv) {
-    iface record;
-    if (argc > 0) {
-        // The web pages name the interface they have; they get the one behind it.
-        if (!name_record(cli, argv[0], &record) || ravo_db_if_get(&record) == 0) return 1;
-        if (ravo_db_if_get_next(&record) == 0) return 1;
-    } else if (ravo_db_if_get_first(&record) == 0) {
-        return 1;
-    }
+    const ravo_if_walk walk = argc > 0 ? walk_behind(argv[0]) : ravo_db_if_all();
+    if (!walk.found) return 1;
     ravo_agent agent{};
     ravo_db_agent_get(&agent);
     web_interface_settings settings{};
-    static_assert(sizeof settings.name > sizeof record.name);
-    std::memcpy(settings.name, record.name, sizeof record.name);
-    settings.trusted = record.trusted != 0 ? 1 : 0;
-    join_servers(record, agent.hops, &settings);
+    static_assert(sizeof settings.name > sizeof iface::name);
+    std::memcpy(settings.name, (*walk).name, sizeof iface::name);
+    settings.trusted = (*walk).trusted != 0 ? 1 : 0;
+    join_servers(*walk, agent.hops, &settings);
     (void)UIB_WEB_Msg_Send(cli, &settings, sizeof settings);  // fails only when nobody is left to be told
     return 0;
 }
@@ -281,7 +268,7 @@ int ravo_cmd_get_interface(struct cli *cli, int argc, char **argv) {
 int ravo_cmd_web_set_server(struct cli *cli, int, char **argv) {
     iface record;
     if (!prepare_web_record(cli, argv[0], argv[2], &record)) return 1;
-    std::uint32_t result = web_code_of(RAVO_IF_Add_Server_Host(&record, argv[1]));
+    std::uint32_t result = ravo_web_code_of(RAVO_IF_Add_Server_Host(&record, argv[1]));
     if (ravo_db_if_add(&record) == 0) result = store_failed;
     return static_cast<int>(result);
 }
@@ -293,15 +280,10 @@ int ravo_cmd_web_set(struct cli *cli, int, char **argv) {
 }
 
 int ravo_cmd_web_delete(struct cli *cli, int, char **argv) {
-    iface record;
-    if (!system_interface_exists(argv[0]) || !name_record(cli, argv[0], &record)) return 1;
+    if (!system_interface_exists(argv[0])) return 1;
+    iface record = ravo_db_if_named(argv[0]);
     std::uint32_t result = RAVO_OK;
-    if (ravo_db_if_get(&record) != 0) {
-        result = ravo_if_del_server_host(&record, nullptr);
-    } else {
-        record.if_ip = 0;
-        record.in_use = 1;
-    }
+    if (ravo_db_if_get_or_new(&record) != 0) result = ravo_if_del_server_host(&record, nullptr);
     record.trusted = 0;
     if (ravo_db_if_add(&record) == 0) result = store_failed;
     return ravo_show_result(cli, result);

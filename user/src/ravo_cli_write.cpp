@@ -8,6 +8,7 @@
 #include "addr_text.h"
 #include "memmgr.h"
 #include "ravo_cli.h"
+#include "ravo_cli_result.h"
 #include "ravo_db.h"
 #include "ravo_db_if.h"
 
@@ -97,8 +98,6 @@ int ravo_config_write(struct cli *cli) {
     section out{cli, ravo_cli_prints(cli), 0};
     // deliberate: without memory for the list the output ends here and counts as nothing.
     if (!write_settings(out)) return 0;
-    iface record;
-    for (int found = ravo_db_if_get_first(&record); found != 0; found = ravo_db_if_get_next(&record))
-        write_interface(out, record);
+    for (const iface &record : ravo_db_if_all()) write_interface(out, record);
     return out.count + 1;
 }

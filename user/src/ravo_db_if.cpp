@@ -15,10 +15,9 @@
 #include <utility>
 
 #include "addr_text.h"
+#include "if_utl.h"
 #include "memmgr.h"
 #include "nsm.h"
-#include "ravo_db.h"
-#include "ravo_db_xid.h"
 #include "trace.h"
 
 namespace {
@@ -89,16 +88,28 @@ void destroy_record(iface *record) {
 
 }  // namespace
 
-int ravo_db_init() {
-    ravo_db_exit();
-    ravo_db_agent_reset();
-    if_tree = avl_create(0, ravo_db_if_compare);
-    ravo_db_xid_init();
-    return 0;
+iface ravo_db_if_named(const char *name) {
+    iface record{};
+    std::memcpy(record.name, name, strnlen(name, sizeof record.name - 1));
+    return record;
 }
 
-void ravo_db_exit() {
-    ravo_db_xid_exit();
+iface ravo_db_if_numbered(std::uint32_t ifindex) {
+    iface record{};
+    (void)if_utl_ifindex_to_ifname(ifindex, record.name);  // a number that names nothing leaves the name empty
+    return record;
+}
+
+bool ravo_db_if_name_fits(const char *name) {
+    return std::strlen(name) < sizeof iface::name;
+}
+
+void ravo_db_if_init() {
+    ravo_db_if_exit();
+    if_tree = avl_create(0, ravo_db_if_compare);
+}
+
+void ravo_db_if_exit() {
     if (if_tree == nullptr) return;
     while (auto *record = static_cast<iface *>(avl_first(if_tree))) {
         if (avl_remove(if_tree, record) < 0) break;
@@ -143,6 +154,13 @@ int ravo_db_if_get(iface *record) {
     return 1;
 }
 
+int ravo_db_if_get_or_new(iface *record) {
+    if (ravo_db_if_get(record) != 0) return 1;
+    record->in_use = 1;
+    record->if_ip = 0;
+    return 0;
+}
+
 int ravo_db_if_get_first(iface *record) {
     if (if_tree == nullptr || record == nullptr) return 0;
     *record = {};
@@ -165,9 +183,8 @@ int ravo_db_if_get_next(iface *record) {
 
 int ravo_db_if_delete(const char *name) {
     if (if_tree == nullptr || name == nullptr) return 0;
-    iface key{};
-    if (std::strlen(name) >= sizeof key.name) return 1;  // no record can bear such a name
-    std::strcpy(key.name, name);
+    if (!ravo_db_if_name_fits(name)) return 1;
+    const iface key = ravo_db_if_named(name);
     iface *stored = find_stored(&key);
     if (stored == nullptr) return 1;
     if (avl_remove(if_tree, stored) < 0) return 0;
@@ -204,6 +221,18 @@ int ravo_if_ifinfo_get_by_addr(iface *out, std::uint32_t address) {
     ravo_trace(ravo::level_trace, "%s (%d): Get interface by addr succeed,ifindex=%d,ip=%s\n",
                static_cast<int>(found->ifindex), ravo_addr_text(address).text);
     return 1;
+}
+
+ravo_if_walk ravo_db_if_all() {
+    ravo_if_walk walk;
+    walk.found = ravo_db_if_get_first(&walk.record) != 0;
+    return walk;
+}
+
+ravo_if_walk ravo_db_if_behind(const iface &record) {
+    ravo_if_walk walk{record, true};
+    ++walk;
+    return walk;
 }
 
 int RAVO_IF_Fill_Info(iface *record, const struct interface *ifp) {

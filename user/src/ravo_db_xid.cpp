@@ -6,7 +6,9 @@
 #include "ravo_db_xid.h"
 
 #include "memmgr.h"
+#include "port_number.h"
 #include "ravo_db_if.h"
+#include "trace.h"
 
 namespace {
 
@@ -39,6 +41,7 @@ int refresh(xid_entry *stored, const xid_entry &e) {
     *stored = e;
     disarm(stored);
     if (arm(stored)) return 1;
+    OSAL_ZEBOS_Delete_Timer(&stored->expiry);  // the one of before must not fire for an entry that is gone
     if (avl_remove(xid_tree, stored) == 0) memmgr_free(stored);
     return 0;
 }
@@ -127,4 +130,19 @@ int ravo_db_xid_delete(const xid_entry *e) {
 
 int ravo_db_xid_expire(xid_entry *e) {
     return ravo_db_xid_delete(e);
+}
+
+void ravo_db_xid_record(const char *procedure, std::uint32_t xid, std::uint32_t port_ifindex) {
+    const port_place ingress = port_number_place(port_ifindex);
+    xid_entry entry{};
+    entry.xid = xid;
+    entry.module = ingress.module;
+    entry.port = ingress.port;
+    if (ravo_db_xid_update(&entry) != 0)
+        ravo_trace_as(procedure, ravo::level_trace, "%s (%d): Update Xid DB with xid=%X,modid=%d,port num=%d\n", xid,
+                      ingress.module, ingress.port);
+    else
+        ravo_trace_as(procedure, ravo::level_failure,
+                      "%s (%d): Failed to update Xid DB with xid=%X,modid=%d,port num=%d\n", xid, ingress.module,
+                      ingress.port);
 }

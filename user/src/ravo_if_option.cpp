@@ -17,14 +17,11 @@ namespace {
 
 constexpr const char *module_path = "user/src/ravo_if";
 
-constexpr std::uint8_t subopt_circuit_id = 1;  // RFC 3046 section 3.1
-constexpr std::uint8_t subopt_remote_id = 2;   // RFC 3046 section 3.2
-
 constexpr int dump_bytes = 60;  // bytes that the trace of a new option shows, from its data on
 
 // deliberate: only an option 82 that begins with a circuit id counts; any other is an option like the rest.
 bool is_agent_option(const std::uint8_t *option) {
-    return *option == optAGENT && option[2] == subopt_circuit_id;
+    return *option == optAGENT && option[2] == RAVO_CIRCUIT_ID;
 }
 
 void write_agent_option(const iface *iface, std::uint8_t *opt, std::uint32_t port_ifindex) {
@@ -33,7 +30,7 @@ void write_agent_option(const iface *iface, std::uint8_t *opt, std::uint32_t por
     const std::uint8_t head[] = {
         optAGENT,
         18,  // data: circuit id 8, remote id 10
-        subopt_circuit_id,
+        RAVO_CIRCUIT_ID,
         6,
         0,
         4,                                       // circuit id type 0 (VLAN-module-port), 4 bytes
@@ -41,7 +38,7 @@ void write_agent_option(const iface *iface, std::uint8_t *opt, std::uint32_t por
         static_cast<std::uint8_t>(vlan >> 8),    //
         origin.module,
         origin.port,  //
-        subopt_remote_id,
+        RAVO_REMOTE_ID,
         8,
         0,
         6,  // remote id type 0 (MAC address), 6 bytes
@@ -133,7 +130,7 @@ int ravo_find_agent_option(std::uint8_t *options, std::uint8_t **relay_out, std:
     bool end_met = false;
     while (!end_met) {
         if (*options == optAGENT) {
-            if (options[2] != subopt_circuit_id) return 0;
+            if (options[2] != RAVO_CIRCUIT_ID) return 0;
             *relay_out = options + 2;
             ravo_trace(ravo::level_trace, "%s (%d): found rcv pkt with 82opt [0] %d [1] %d  \n", options[2],
                        options[3]);

@@ -8,18 +8,18 @@
 
 #include "dhcp.h"
 #include "outcome.h"
-#include "port_number.h"
 #include "ravo_db.h"
 #include "ravo_db_xid.h"
+#include "ravo_if_check.h"
 #include "ravo_if_client.h"
+#include "ravo_if_forward.h"
 #include "ravo_if_option.h"
-#include "ravo_if_server.h"
 #include "trace.h"
 
 namespace {
 
 constexpr const char *module_path = "user/src/ravo_if";
-constexpr std::uint32_t frame_maclen = 6;  // a frame can only leave an interface with an Ethernet address
+constexpr const char *procedure = "ravo_if_handle_pkt";  // whose steps these are, as traces and assertions have it
 
 enum class verdict { send, stop };
 
@@ -49,13 +49,10 @@ std::uint8_t *first_option_of(const relayed &msg) {
     return options_of(msg) + DHCP_COOKIE_SIZE;
 }
 std::uint8_t op_of(const relayed &msg) {
-    return msg.message[offsetof(dhcp_header, op)];
+    return dhcp_op(msg.message);
 }
-
 std::uint32_t giaddr_of(const relayed &msg) {
-    std::uint32_t giaddr;
-    std::memcpy(&giaddr, msg.message + offsetof(dhcp_header, giaddr), sizeof giaddr);
-    return giaddr;
+    return dhcp_giaddr(msg.message);
 }
 
 void set_giaddr(const relayed &msg) {
@@ -84,80 +81,64 @@ void fill(relayed &msg, int mode) {
     if (mode == RAVO_FILL_REPLACE && !options_valid(msg)) pad_behind_end(msg);
 }
 
-// The steps below are parts of one procedure, whose name their traces bear.
-constexpr const char *decision = "ravo_if_handle_pkt";
-#define trace_decision(level, format, ...) ravo_print(level, format, decision, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
-
-void record_transaction(const relayed &msg) {
-    const port_place port = port_number_place(msg.origin.port_ifindex);
-    xid_entry entry{};
-    std::memcpy(&entry.xid, msg.message + offsetof(dhcp_header, xid), sizeof entry.xid);
-    entry.module = port.module;
-    entry.port = port.port;
-    if (ravo_db_xid_update(&entry) != 0)
-        trace_decision(ravo::level_trace, "%s (%d): Update Xid DB with xid=%X,modid=%d,port num=%d\n", entry.xid,
-                       port.module, port.port);
-    else
-        trace_decision(ravo::level_failure, "%s (%d): Failed to update Xid DB with xid=%X,modid=%d,port num=%d\n",
-                       entry.xid, port.module, port.port);
-}
-
 // The message is the relay's own: a client's request, or the reply to one.
 verdict decide_own(relayed &msg) {
     ravo_print(ravo::level_trace, "header->giaddr == %x, my if_ip %x \n", giaddr_of(msg), msg.via->if_ip);
     set_giaddr(msg);
     if (!options_valid(msg)) {
-        trace_decision(ravo::level_failure, "%s (%d): Invalid options");
+        ravo_trace_as(procedure, ravo::level_failure, "%s (%d): Invalid options");
         return drop(OUTCOME_BAD_OPTIONS);
     }
     if (msg.options_len == 0) return verdict::send;
     const std::uint8_t op = op_of(msg);
-    ravo_assert(op == opBOOTREQUEST || op == opBOOTREPLY, "false", module_path);
+    ravo_assert_as(procedure, op == opBOOTREQUEST || op == opBOOTREPLY, "false", module_path);
 
     // A reply must name the port of its transaction.
     if (msg.agent.check == 1 && op == opBOOTREPLY && ravo_option_check_reply(msg.via, msg.op82, msg.message) == 0)
         return verdict::stop;
     // A DECLINE or RELEASE is not answered: nothing would take its entry out again.
     const bool answered = msg.type != dhcpDECLINE && msg.type != dhcpRELEASE;
-    if (msg.agent.check == 1 && op == opBOOTREQUEST && msg.agent.option_state == 1 && answered) record_transaction(msg);
+    if (msg.agent.check == 1 && op == opBOOTREQUEST && msg.agent.option_state == 1 && answered)
+        ravo_db_xid_record(procedure, dhcp_xid(msg.message), msg.origin.port_ifindex);
 
     fill(msg, op == opBOOTREQUEST ? RAVO_FILL_ADD : RAVO_FILL_REMOVE);
-    ravo_assert(options_valid(msg), "isValidOptions(options, options_len)", module_path);
+    ravo_assert_as(procedure, options_valid(msg), "isValidOptions(options, options_len)", module_path);
     return verdict::send;
 }
 
 // The message carries another relay's address: option 82 of a request is handled by the policy.
 verdict decide_foreign(relayed &msg) {
-    trace_decision(ravo::level_trace,
-                   "%s (%d):Packet is relay from another relay agent and process packet by policy\n");
+    ravo_trace_as(procedure, ravo::level_trace,
+                  "%s (%d):Packet is relay from another relay agent and process packet by policy\n");
     if (!msg.option82_present || giaddr_of(msg) == 0 || op_of(msg) != opBOOTREQUEST) return verdict::send;
     switch (msg.agent.policy) {
         case RAVO_POLICY_DROP:
-            trace_decision(ravo::level_trace, "%s (%d): drop  the packet by policy\n");
+            ravo_trace_as(procedure, ravo::level_trace, "%s (%d): drop  the packet by policy\n");
             return drop(OUTCOME_POLICY_DROP);
         case RAVO_POLICY_KEEP:
-            trace_decision(ravo::level_trace, "%s (%d): do nothing policy keep \n");
+            ravo_trace_as(procedure, ravo::level_trace, "%s (%d): do nothing policy keep \n");
             return verdict::send;
         case RAVO_POLICY_REPLACE:
             break;
         default:
             return verdict::send;
     }
-    trace_decision(ravo::level_trace, "%s (%d): replace the packet option by policy\n");
+    ravo_trace_as(procedure, ravo::level_trace, "%s (%d): replace the packet option by policy\n");
     if (!options_valid(msg)) {
-        trace_decision(ravo::level_failure, "%s (%d): Invalid options");
+        ravo_trace_as(procedure, ravo::level_failure, "%s (%d): Invalid options");
         return drop(OUTCOME_BAD_OPTIONS);
     }
     if (msg.options_len == 0) return verdict::send;
     fill(msg, RAVO_FILL_REPLACE);
-    ravo_assert(options_valid(msg), "isValidOptions(options, options_len)", module_path);
+    ravo_assert_as(procedure, options_valid(msg), "isValidOptions(options, options_len)", module_path);
     return verdict::send;
 }
 
 verdict decide(relayed &msg) {
     // RFC 3046 section 2.1: a client on an untrusted circuit must not bring relay information of its own.
     if (msg.via->trusted == 0 && giaddr_of(msg) == 0 && msg.option82_present) return drop(OUTCOME_UNTRUSTED_OPTION82);
-    trace_decision(ravo::level_trace, "%s (%d):agent_db.option_state %d\n", static_cast<int>(msg.agent.option_state));
+    ravo_trace_as(procedure, ravo::level_trace, "%s (%d):agent_db.option_state %d\n",
+                  static_cast<int>(msg.agent.option_state));
     const std::uint32_t giaddr = giaddr_of(msg);
     if (msg.agent.option_state == 0) {
         if (giaddr == 0) set_giaddr(msg);
@@ -202,13 +183,8 @@ void ravo_if_handle_pkt(const iface *iface, std::uint8_t *message, std::uint32_t
         ravo_if_send_server_Unicast(iface, message, msg.length, opt61_data, opt60_data, opt60_found, opt61_found,
                                     origin);
     } else if (op == opBOOTREPLY) {
-        // A record made by configuration before its interface came up has no hardware address to send from.
-        if (iface->if_maclen != frame_maclen) {
-            ravo_trace(ravo::level_failure, "%s (%d): interface %s has no hardware address, drop\n", iface->name);
-            outcome_record(OUTCOME_NO_HARDWARE_ADDRESS);
-            return;
-        }
-        ravo_if_send_to_client(iface, message, message, msg.length, origin);
+        if (ravo_if_has_hardware_address(__func__, iface))
+            ravo_if_send_to_client(iface, message, message, msg.length, origin);
     } else {
         ravo_assert(false, "false", module_path);
     }

@@ -14,8 +14,7 @@
 
 #include "cli.h"
 #include "ravo_cli.h"
-#include "ravo_db_if.h"
-#include "ravo_if_server.h"
+#include "ravo_life.h"
 #include "ravo_nsm.h"
 #include "trace.h"
 

@@ -8,8 +8,6 @@
 
 #include <arpa/inet.h>
 
-#include <cstring>
-
 #include "addr_text.h"
 #include "ravo_db_if.h"
 #include "trace.h"
@@ -24,12 +22,11 @@ bool handled(const struct interface *ifp) {
     return ifp->hw_type == NSM_IF_TYPE_VLAN;
 }
 
-// A zero-filled record with the interface's name, as a key for the database.
-iface named_like(const struct interface *ifp) {
-    iface record{};
-    static_assert(sizeof record.name == sizeof ifp->name);
-    std::memcpy(record.name, ifp->name, sizeof record.name);
-    return record;
+// deliberate: two traces have the format of a hexadecimal number where others have dotted text. What stands there is
+// the address as a number, 192.0.2.1 as C0000201. The place of a text in memory would fit the format too, but it would
+// tell nobody which address is meant, and tell everybody who reads the log where the process keeps its data.
+unsigned traced_number(const connected &ifc) {
+    return ntohl(ifc.address);
 }
 
 }  // namespace
@@ -50,12 +47,8 @@ int ravo_nsm_init(struct nsm_globals *globals) {
 int ravo_nsm_if_up(struct interface *ifp) {
     ravo_trace(ravo::level_trace, "%s (%d) interface %s up or add address\n", ifp->name);
     if (!handled(ifp)) return 0;
-    iface record = named_like(ifp);
-    if (ravo_db_if_get(&record) == 0) {
-        record = named_like(ifp);
-        record.if_ip = 0;
-        record.in_use = 1;
-    }
+    iface record = ravo_db_if_named(ifp->name);
+    (void)ravo_db_if_get_or_new(&record);
     RAVO_IF_Fill_Info(&record, ifp);
     (void)ravo_db_if_add(&record);  // without memory the interface is not served; its next event tries again
     return 0;
@@ -70,9 +63,8 @@ int ravo_nsm_addr_add_callback(struct connected *ifc) {
 
 int ravo_nsm_if_addr_delete(struct connected *ifc) {
     if (!handled(ifc->ifp)) return 0;
-    // deliberate: this address is traced as a hexadecimal number.
     if ((ifc->flags & NSM_IFA_SECONDARY) != 0)
-        ravo_trace(ravo::level_failure, "%s (%d): secondary ip %X, inf %s\n", ntohl(ifc->address), ifc->ifp->name);
+        ravo_trace(ravo::level_failure, "%s (%d): secondary ip %X, inf %s\n", traced_number(*ifc), ifc->ifp->name);
     if ((ifc->flags & (NSM_IFA_SECONDARY | NSM_IFA_OTHER)) != 0) return 0;
     ravo_nsm_if_down(ifc);
     return 0;
@@ -82,14 +74,13 @@ int ravo_nsm_if_down(struct connected *ifc) {
     const char *name = ifc->ifp->name;
     ravo_trace(ravo::level_trace, "%s (%d) address %s for interface %s is about to be deleted\n",
                ravo_addr_text(ifc->address).text, name);
-    iface record = named_like(ifc->ifp);
+    iface record = ravo_db_if_named(name);
     if (ravo_db_if_get(&record) == 0) {
         ravo_trace(ravo::level_trace, "%s (%d): interface %s not found in interface DB\n", name);
         return 0;
     }
     if (record.if_ip != ifc->address) {
-        // deliberate: this address is traced as a hexadecimal number.
-        ravo_trace(ravo::level_trace, "%s (%d):do not del %X for inf %s\n", ntohl(ifc->address), name);
+        ravo_trace(ravo::level_trace, "%s (%d):do not del %X for inf %s\n", traced_number(*ifc), name);
         return 0;
     }
     // deliberate: only plain servers keep a record; servers by option 60 or 61 go with it.
@@ -106,7 +97,7 @@ int ravo_nsm_if_down(struct connected *ifc) {
 int ravo_nsm_if_del(struct interface *ifp) {
     ravo_trace(ravo::level_trace, "%s (%d): Delete interface %s\n", ifp->name);
     if (!handled(ifp)) return 0;
-    iface record = named_like(ifp);
+    iface record = ravo_db_if_named(ifp->name);
     if (ravo_db_if_get(&record) == 0) {
         ravo_trace(ravo::level_failure, "%s (%d): Get interface %s from DB failed!\n", ifp->name);
         return 0;

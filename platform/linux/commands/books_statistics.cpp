@@ -21,7 +21,8 @@ void print_block(struct cli *cli, const std::string &title, const platform::book
     const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
     cli->print(cli->print_handle, "%s\n", title.c_str());
     cli->print(cli->print_handle, row, "received", number(counters.received), "messages that came in");
-    cli->print(cli->print_handle, row, "sent", number(counters.sent), "copies sent on to servers and clients");
+    cli->print(cli->print_handle, row, "sent", number(counters.sent),
+               "copies sent on: to servers, to clients, local broadcasts");
     if (counters.rebroadcast != 0)
         cli->print(cli->print_handle, row, "local broadcasts", number(counters.rebroadcast),
                    "copies broadcast again in their VLAN");

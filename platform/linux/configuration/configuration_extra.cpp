@@ -1,12 +1,15 @@
 // The platform's section of the running configuration: settings of the relay that its own section leaves out, written
 // as the commands that make them. It stands behind the relay's section, whose last lines may be those of an interface,
 // and is replayed from there.
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "configuration/configuration.h"
+#include "nsm.h"
 #include "process/relay_data.h"
 #include "settings/kept_settings.h"
 #include "settings/settings_text.h"
@@ -47,6 +50,24 @@ std::string interface_sections(const relay_access &relay, bool trust_all) {
     return out;
 }
 
+// Interfaces that came after "trust-all" and were never up have no record, but the replay marks them with the others.
+std::string untrusted_sections(const relay_access &relay) {
+    std::string out;
+    const std::vector<waiting_interface> waiting = kept_waiting();  // these have sections of their own
+    for (const struct interface *ifp = ifg_first(); ifp != nullptr; ifp = ifg_next(ifp)) {
+        const auto is_this = [ifp](const waiting_interface &each) {
+            return ifp->ifindex == IF_UTL_VLAN_BASE + std::uint32_t{each.vlan};
+        };
+        relay_interface found{};
+        if (ifg_lookup_by_index(ifp->ifindex) == nullptr || relay.interface_get(ifp->name, &found) != 0 ||
+            std::any_of(waiting.begin(), waiting.end(), is_this))
+            continue;
+        found.trusted = 0;
+        out += "interface " + std::string(ifp->name) + "\n" + extra_lines(found, true) + "!\n";
+    }
+    return out;
+}
+
 bool has_interface_line(std::string_view text) {
     return text.starts_with("interface ") || text.find("\ninterface ") != std::string_view::npos;
 }
@@ -62,7 +83,8 @@ std::string extra_section(std::string_view daemon_text) {
     // Some global commands mean something else on an interface, so an interface section before them is left first.
     if (!globals.empty() && has_interface_line(daemon_text)) globals = "exit\n!\n" + globals;
     const bool trust_all = settings->trust_all == 1;
-    const std::string text = globals + interface_sections(*relay, trust_all) + kept_sections(trust_all);
+    const std::string text = globals + interface_sections(*relay, trust_all) + kept_sections(trust_all) +
+                             (trust_all ? untrusted_sections(*relay) : std::string());
     return text.empty() || daemon_text.empty() ? text : "!\n" + text;
 }
 

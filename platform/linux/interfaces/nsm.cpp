@@ -88,8 +88,13 @@ interface_object &object_of(std::uint16_t vlan) {
     return *slot;
 }
 
+// The switch has such an interface now.
+bool exists(const interface_object *object) {
+    return object != nullptr && object->kernel_ifindex != 0;
+}
+
 bool is_listed(const interface_object *object) {
-    return object != nullptr && (object->kernel_ifindex != 0 || object->selected);
+    return exists(object) || (object != nullptr && object->selected);
 }
 
 struct interface *first_listed(std::uint32_t vlan) {
@@ -325,7 +330,7 @@ struct interface *ifg_lookup_by_index(uint32_t ifindex) {
     const std::uint16_t vlan = ravo::platform::vlan_of_number(ifindex);
     if (vlan == 0) return nullptr;
     ravo::platform::interface_object *object = ravo::platform::objects[vlan].get();
-    return ravo::platform::is_listed(object) ? &object->pub : nullptr;
+    return ravo::platform::exists(object) ? &object->pub : nullptr;
 }
 
 struct interface *ifg_first(void) {

@@ -27,7 +27,7 @@ struct BooksStatistics : testing::Test {
 constexpr char empty_total[] =
     "Total:\n"
     "  received                          0  messages that came in\n"
-    "  sent                              0  copies sent on to servers and clients\n"
+    "  sent                              0  copies sent on: to servers, to clients, local broadcasts\n"
     "  What became of them:\n";
 
 TEST_F(BooksStatistics, TellWhatCouldNotBeSentByServerAndByInterface) {

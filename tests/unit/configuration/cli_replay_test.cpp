@@ -17,7 +17,9 @@
 #include "base/files.h"
 #include "cli_box.h"
 #include "configuration/configuration.h"
+#include "interfaces/nsm_feed.h"
 #include "log/log.h"
+#include "nsm.h"
 #include "process/frame.h"
 #include "process/relay_data.h"
 #include "relay_access.h"
@@ -337,6 +339,15 @@ int get_first(relay_interface *out) {
     return 1;
 }
 
+int get(const char *name, relay_interface *out) {
+    for (const relay_interface &each : interfaces) {
+        if (std::strcmp(each.name, name) != 0) continue;
+        *out = each;
+        return 1;
+    }
+    return 0;
+}
+
 int get_next(relay_interface *inout) {
     for (std::size_t i = 0; i + 1 < interfaces.size(); ++i) {
         if (std::strcmp(interfaces[i].name, inout->name) != 0) continue;
@@ -373,7 +384,7 @@ int interface_make(const char *name) {
 }
 
 constexpr relay_access fake_relay = {.settings = get_settings,
-                                     .interface_get = nullptr,
+                                     .interface_get = get,
                                      .interface_first = get_first,
                                      .interface_next = get_next,
                                      .interface_make = interface_make,
@@ -458,6 +469,23 @@ TEST_F(Running, AddsWhatTheRelaysSectionLeavesOut) {
                   " ip dhcp relay option60 string plain exact-match address 10.0.0.3\n"
                   " ip dhcp relay option60 string \"two words\\\"\" partial-match address 10.0.0.3\n"
                   " ip dhcp relay option61 hex 0x0ABC address 10.0.0.4\n!\n");
+}
+
+// Its replay marks every interface there is, also one that came after it and has no record yet.
+TEST_F(Running, TakesInterfacesWithoutARecordOutOfTrustAll) {
+    const std::vector<ravo::platform::address_record> none;
+    const ravo::platform::interface_state down = {7, false, {2, 0, 0, 0, 0, 1}, &none};
+    for (const std::uint16_t vlan : {std::uint16_t{10}, std::uint16_t{40}}) ravo::platform::nsm_feed(vlan, &down);
+    ASSERT_NE(ifg_get_by_name("vlan50"), nullptr);  // named, but not there: the replay does not find it either
+    settings.trust_all = 1;
+    interfaces = {iface("vlan10")};
+    interfaces[0].trusted = 1;
+    EXPECT_EQ(running_configuration(),
+              "ip dhcp relay information trust-all\n!\n"
+              "interface vlan40\n no ip dhcp relay information trusted\n!\n");
+    settings.trust_all = 0;
+    EXPECT_EQ(running_configuration(), "");
+    for (const std::uint16_t vlan : {std::uint16_t{10}, std::uint16_t{40}}) ravo::platform::nsm_feed(vlan, nullptr);
 }
 
 TEST_F(Running, WritesTheListOfLocalRelayWhileItIsOff) {

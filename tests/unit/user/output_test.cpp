@@ -24,6 +24,8 @@
 
 namespace {
 
+const int msg_fd_at_start = msg_fd;
+
 // ---- An allocator that counts ----
 
 std::atomic<bool> counting{false};
@@ -118,6 +120,26 @@ const sockaddr *as_sockaddr(const sockaddr_in &address) {
 
 ravo_pktinfo info() {
     return {1124, fake::address("192.0.2.1"), fake::address("255.255.255.255")};
+}
+
+// ---- Without a message file ----
+
+TEST_F(Output, ThereIsNoMessageFileAtFirst) {
+    EXPECT_EQ(msg_fd_at_start, -1);
+}
+
+// A write that was tried would leave its error behind.
+TEST_F(Output, WithoutAFileNothingIsTried) {
+    msg_fd = -1;
+    errno = 0;
+    writeMsgTimestamp();
+    EXPECT_EQ(errno, 0);
+    writeMsgUInt(1);
+    EXPECT_EQ(errno, 0);
+    writeMsgRaw("text", 4);
+    EXPECT_EQ(errno, 0);
+    writeMsgLine("text", 4);
+    EXPECT_EQ(errno, 0);
 }
 
 // ---- Numbers and raw text ----

@@ -1,6 +1,6 @@
 // The show and clear commands, in every view.
-#include "relay_fixture.h"
-#include "view_lines.h"
+#include "ravo_if_socket.h"
+#include "show_fixture.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -9,47 +9,9 @@ namespace {
 
 using fake::target;
 
+using RavoCliShow = ShowTest;
+
 constexpr const char *rule = "============================================================\n";
-
-class RavoCliShow : public Relay {
-  protected:
-    static void store(const iface &record) { ASSERT_EQ(ravo_db_if_add(&record), 1); }
-
-    static void store_trusted(int vlan) {
-        iface record = vlan_record(vlan);
-        record.trusted = 1;
-        store(record);
-    }
-
-    // Compares the whole output of a handler with its lines, in every combination of views.
-    static void expect_lines(cli_handler handler, const std::vector<view_line> &lines) {
-        for (std::uint32_t flags = 0; flags < 8; ++flags) {
-            fake::session session = fake::session::with_view(flags);
-            EXPECT_EQ(session.run(handler), 0) << flags;
-            EXPECT_EQ(joined(session.outputs), in_view(lines, flags)) << "view flags " << flags;
-        }
-    }
-
-    // Runs a handler on a plain session.
-    static std::string plain(cli_handler handler, const std::vector<std::string> &words = {}) {
-        fake::session session;
-        EXPECT_EQ(session.run(handler, words), 0);
-        EXPECT_EQ(session.text(), session.text(target::plain));
-        return session.text();
-    }
-
-    // A plain handler prints when the settings view is not asked for, or when everything is.
-    static void expect_gated(cli_handler handler, const std::vector<std::string> &words, const std::string &text) {
-        for (std::uint32_t flags = 0; flags < 8; ++flags)
-            for (const std::uint32_t show_all : {0u, 1u, 2u}) {
-                fake::session session = fake::session::with_view(flags);
-                session.context.show_all = show_all;
-                EXPECT_EQ(session.run(handler, words), 0);
-                EXPECT_EQ(session.text(), (flags & 2) == 0 || show_all == 1 ? text : "") << flags << " " << show_all;
-                EXPECT_EQ(session.text(), session.text(target::plain));
-            }
-    }
-};
 
 // ---- Summary ----
 
@@ -243,7 +205,7 @@ TEST_F(RavoCliShow, DetailOfEverySettingSocketAndCounter) {
     agent.policy = 3;
     ravo_db_agent_set(&agent);
     trust_all = 1;
-    RAVO_IF_Create_fd();
+    EXPECT_EQ(RAVO_IF_Create_fd(), 0U);
     ravo_rx_counters = {1, 2, 3, 4, 5, 6, 7, 8};
     expect_lines(ravo_cmd_show_detail, detail_head("enabled", 7, "enabled", "keep", "disabled", "enabled") +
                                            std::vector<view_line>{
@@ -330,6 +292,16 @@ TEST_F(RavoCliShowDetail, WithoutAViewPrinterOnlyTheBlocksArePrinted) {
     EXPECT_EQ(plain(ravo_cmd_show_detail), detail_blocks());
 }
 
+TEST_F(RavoCliShow, ABlockWithoutARecordIsEmpty) {
+    for (std::uint32_t flags = 0; flags < 8; ++flags)
+        for (const std::uint32_t show_all : {0u, 1u}) {
+            fake::session session = fake::session::with_view(flags);
+            session.context.show_all = show_all;
+            ravo_show_detail_block(&session.context, nullptr);
+            EXPECT_EQ(session.text(target::plain), (flags & 2) == 0 || show_all == 1 ? "\n\nempty" : "");
+        }
+}
+
 // ---- Trusted sources ----
 
 TEST_F(RavoCliShow, WithoutTrustedInterfacesThereIsOnlyTheCount) {
@@ -371,104 +343,6 @@ TEST_F(RavoCliShow, AFullBufferEndsTheTrustedSources) {
     session.keyed_room = 0;
     EXPECT_EQ(session.run(ravo_cmd_show_trusted_sources), 4);
     EXPECT_THAT(session.outputs, IsEmpty());
-}
-
-// ---- Transactions ----
-
-TEST_F(RavoCliShow, AnEmptyMapShowsTheTotalZero) {
-    expect_gated(ravo_cmd_show_xid, {}, "Total Entries: 0\n");
-}
-
-TEST_F(RavoCliShow, TransactionsAreShownInTheirOrder) {
-    xid_entry entry{};
-    entry.xid = 0xfedcba98;
-    entry.module = 2;
-    entry.port = 63;
-    ravo_db_xid_update(&entry);
-    entry = {};
-    entry.xid = 0xa;
-    entry.module = 1;
-    entry.port = 1;
-    ravo_db_xid_update(&entry);
-    expect_gated(ravo_cmd_show_xid, {},
-                 "Xid:A\nModule id: 1\nIngress port: 1\n\n"
-                 "Xid:FEDCBA98\nModule id: 2\nIngress port: 63\n\n"
-                 "Total Entries: 2\n");
-}
-
-// ---- Servers by option ----
-
-constexpr const char *head60 =
-    "String               Match-type    IP address\n=================================================\n";
-constexpr const char *head61 = "Hex                IP address\n=============================\n";
-
-class RavoCliShowOption : public RavoCliShow {
-  protected:
-    void SetUp() override {
-        RavoCliShow::SetUp();
-        iface both = vlan_record(10);
-        both.opt60_count = 2;
-        both.opt60_hosts[0] = {1, 0, "phone", fake::address("10.0.0.1")};
-        both.opt60_hosts[2] = {1, 1, "a very long vendor class", fake::address("10.0.0.2")};
-        both.opt61_count = 1;
-        both.opt61_hosts[1].used = 1;
-        both.opt61_hosts[1].client_id[0] = 0x0a;
-        both.opt61_hosts[1].client_id[1] = 0xbc;
-        both.opt61_hosts[1].client_id_len = 2;
-        both.opt61_hosts[1].server = fake::address("10.0.0.3");
-        store(both);
-        store(vlan_record(20, {"10.0.0.9"}));  // no host of either option
-    }
-
-    const std::string rows60 = std::string(head60) +
-                               "phone                exact-match   10.0.0.1\n"
-                               "a very long vendor classpartial-match 10.0.0.2\n"
-                               "Total entry: 2\n\n";
-    const std::string rows61 = std::string(head61) + "0ABC               10.0.0.3\nTotal entry: 1\n\n";
-};
-
-TEST_F(RavoCliShowOption, Option60) {
-    expect_gated(ravo_cmd_show_option, {"60"}, "vlan10 Option 60 Relay IP address:\n" + rows60);
-}
-
-TEST_F(RavoCliShowOption, Option61) {
-    expect_gated(ravo_cmd_show_option, {"61"}, "vlan10 Option 61 Relay IP address:\n" + rows61);
-}
-
-TEST_F(RavoCliShowOption, BothOptions) {
-    expect_gated(ravo_cmd_show_option, {},
-                 "vlan10 Option Relay IP address:\nOption 60:\n" + rows60 + "\nOption 61:\n" + rows61 + "\n\n");
-}
-
-TEST_F(RavoCliShowOption, OnlyInterfacesWithHostsOfTheOptionAreShown) {
-    iface only60 = vlan_record(5);
-    only60.opt60_count = 1;
-    only60.opt60_hosts[3] = {1, 1, "camera", fake::address("10.0.0.4")};
-    store(only60);
-    EXPECT_EQ(plain(ravo_cmd_show_option, {"60"}),
-              std::string("vlan5 Option 60 Relay IP address:\n") + head60 +
-                  "camera               partial-match 10.0.0.4\nTotal entry: 1\n\n" +
-                  "vlan10 Option 60 Relay IP address:\n" + rows60);
-    EXPECT_EQ(plain(ravo_cmd_show_option, {"61"}), "vlan10 Option 61 Relay IP address:\n" + rows61);
-}
-
-TEST_F(RavoCliShowOption, AnIdentifierOfTheLargestSizeIsShownWhole) {
-    ravo_db_if_delete("vlan10");
-    iface record = vlan_record(10);
-    record.opt61_count = 1;
-    record.opt61_hosts[0].used = 1;
-    std::memset(record.opt61_hosts[0].client_id, 0xee, 128);
-    record.opt61_hosts[0].client_id_len = 128;
-    record.opt61_hosts[0].server = fake::address("10.0.0.3");
-    store(record);
-    EXPECT_EQ(plain(ravo_cmd_show_option, {"61"}), std::string("vlan10 Option 61 Relay IP address:\n") + head61 +
-                                                       std::string(256, 'E') + "10.0.0.3\nTotal entry: 1\n\n");
-}
-
-TEST_F(RavoCliShow, WithoutInterfacesTheOptionsShowNothingButTheEnd) {
-    EXPECT_EQ(plain(ravo_cmd_show_option, {"60"}), "");
-    EXPECT_EQ(plain(ravo_cmd_show_option, {"61"}), "");
-    EXPECT_EQ(plain(ravo_cmd_show_option), "\n\n");
 }
 
 // ---- Clear ----

@@ -184,6 +184,27 @@ TEST_F(RavoDbXid, AnEntryThatCouldNotExpireIsNotKept) {
     EXPECT_EQ(fake::blocks_used(), 0u);
 }
 
+TEST_F(RavoDbXid, ARefreshedEntryThatCouldNotExpireGoesWithItsEarlierTimer) {
+    update(entry_of(1));
+    update(entry_of(2));
+    fake::script(fake::op::create_timer);
+    EXPECT_EQ(update(entry_of(1)), 0);
+    EXPECT_THAT(walk(), ElementsAre(2u));
+    EXPECT_EQ(fake::timers().size(), 1u);
+    EXPECT_EQ(fake::blocks_used(), 1u);
+    fake::advance(300);  // nothing fires for the entry that is gone
+    EXPECT_THAT(walk(), IsEmpty());
+}
+
+TEST_F(RavoDbXid, ARefreshedEntryThatCouldNotExpireAndNotBeRemovedStays) {
+    update(entry_of(1, 3, 4));
+    fake::script(fake::op::create_timer);
+    fake::script(fake::op::avl_remove);
+    EXPECT_EQ(update(entry_of(1, 5, 6)), 0);
+    EXPECT_EQ(stored(1), "5/6");
+    EXPECT_THAT(fake::timers(), IsEmpty());
+}
+
 TEST_F(RavoDbXid, UpdateSucceedsWhateverTheTreeAnswers) {
     fake::script(fake::op::avl_insert);
     EXPECT_EQ(update(entry_of(1)), 1);

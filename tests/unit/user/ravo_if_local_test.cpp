@@ -116,11 +116,13 @@ TEST_F(Local, DeclineAndReleaseAreRelayedWithoutATransaction) {
 }
 
 TEST_F(Local, NoTransactionWhenRepliesAreNotChecked) {
-    packet::set({.check = 0});
-    const message msg = request({type(1), packet::end()});
-    relay_locally(msg);
-    EXPECT_EQ(fake::frames.size(), 1U);
-    EXPECT_EQ(packet::transaction(msg), no_transaction);
+    for (const std::uint32_t check : {0U, 2U}) {  // only 1 is on
+        packet::set({.check = check});
+        const message msg = request({type(1), packet::end()});
+        relay_locally(msg);
+        EXPECT_EQ(fake::frames.size(), 1U);
+        EXPECT_EQ(packet::transaction(msg), no_transaction);
+    }
 }
 
 TEST_F(Local, TransactionThatCannotBeStoredDoesNotStopTheRequest) {
@@ -209,7 +211,7 @@ TEST_F(Local, CheckedReplyIsNeverRebroadcast) {
 
 // deliberate: with the check off a reply without relay address and option 82 breaks the sender's assertion.
 TEST_F(Local, UncheckedReplyEndsInTheSendersAssertion) {
-    packet::set({.check = 0});
+    packet::set({.check = 2});  // only 1 is on
     EXPECT_DEATH(relay_locally(reply()),
                  "user/src/ravo_if:[0-9]+: ravo_if_send_local_relay: Assertion 'header->op == opBOOTREQUEST' failed");
 }

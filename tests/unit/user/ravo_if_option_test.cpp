@@ -67,7 +67,7 @@ TEST_F(Option, Vlan100AndPort5185GiveTheseCircuitIdBytes) {
 TEST_F(Option, VlanIdStandsLowByteFirst) {
     held_message held = with_options(hex("ff"));
     const iface relay = packet::record({.vlan = 4094});
-    addAgentOption(&relay, held.first_option(), 1, 0, port);
+    (void)addAgentOption(&relay, held.first_option(), 1, 0, port);
     EXPECT_BYTES(option82({.vlan = 4094}), bytes(held.first_option(), held.first_option() + 20));
     EXPECT_EQ(held.first_option()[6], 0xFE);
     EXPECT_EQ(held.first_option()[7], 0x0F);
@@ -89,7 +89,7 @@ TEST_F(Option, OnlySixBytesOfTheHardwareAddressAreWritten) {
     iface relay = packet::record();
     for (std::size_t i = 0; i < 16; ++i) relay.if_mac[i] = static_cast<std::uint8_t>(0xA0 + i);
     relay.if_maclen = 16;
-    addAgentOption(&relay, held.first_option(), 1, 0, port);
+    (void)addAgentOption(&relay, held.first_option(), 1, 0, port);
     EXPECT_BYTES(join({option82({.mac = hex("a0 a1 a2 a3 a4 a5")}), {255, 0, 0}}),
                  bytes(held.first_option(), held.first_option() + 23));
 }
@@ -98,7 +98,7 @@ TEST_F(Option, AddingTracesSixtyBytesFromTheDataOn) {
     const bytes behind = hex("99 98 97 96");
     held_message held = with_options(join({hex("35 01 01 ff"), packet::pad(21), behind}));
     const iface relay = packet::record();
-    addAgentOption(&relay, held.first_option() + 3, 4, 0, port);
+    (void)addAgentOption(&relay, held.first_option() + 3, 4, 0, port);
     // The dump is taken before the end option is written behind the new option.
     const bytes shown = join({packet::part_of(option82(), 2, 18), packet::pad(2), behind});
     EXPECT_EQ(fake::traces(), packet::dump_lines(shown));
@@ -107,7 +107,7 @@ TEST_F(Option, AddingTracesSixtyBytesFromTheDataOn) {
 TEST_F(Option, AddingAtTheEndOfTheBufferStaysInside) {
     message_buffer buffer;
     const iface relay = packet::record();
-    addAgentOption(&relay, buffer.data() + 1000, 300, 0, port);
+    (void)addAgentOption(&relay, buffer.data() + 1000, 300, 0, port);
     EXPECT_BYTES(join({option82(), {255}, {0, 0, 0}}), bytes(buffer.data() + 1000, buffer.data() + 1024));
 }
 
@@ -152,7 +152,7 @@ TEST_F(Option, AgentIdOf21CharactersIsTheLongest) {
     EXPECT_EQ(addAgentOption(&relay, held.first_option(), 1, 0, port), 21U);
     std::strcpy(relay.aid, "1234567890123456789012");
     EXPECT_DEATH(
-        addAgentOption(&relay, held.first_option(), 1, 0, port),
+        (void)addAgentOption(&relay, held.first_option(), 1, 0, port),
         "user/src/ravo_if:[0-9]+: addAgentOption: Assertion 'strlen\\(iface->aid\\)<=\\(16\\+4\\)\\+1' failed");
 }
 
@@ -261,7 +261,7 @@ TEST_F(Option, RemovingNeedsOneByteMoreThanTheOption) {
 
 TEST_F(Option, ReplacingNothingAborts) {
     const iface relay = packet::record();
-    EXPECT_DEATH(replaceAgentOption(&relay, nullptr, nullptr, 4, 0, port),
+    EXPECT_DEATH((void)replaceAgentOption(&relay, nullptr, nullptr, 4, 0, port),
                  "user/src/ravo_if:[0-9]+: replaceAgentOption: Assertion 'relay_opt!=0' failed");
 }
 

@@ -1,4 +1,4 @@
-// The relay's decisions about one message, one row of the decision table after the other.
+// The relay's decisions about its own clients' messages, one row of the decision table after the other.
 #include "ravo_if_relay.h"
 
 #include <gmock/gmock.h>
@@ -7,58 +7,38 @@
 #include <string>
 #include <vector>
 
-#include "packet_relay.h"
+#include "relay_decisions.h"
 
 namespace {
 
 using packet::agent_info;
 using packet::bytes;
+using packet::decide;
 using packet::frame_of;
 using packet::held_message;
 using packet::hex;
 using packet::join;
 using packet::message;
+using packet::no_transaction;
 using packet::opt;
 using packet::option82;
+using packet::relayed;
 using packet::text;
+using packet::to_client;
+using packet::trace_lines;
 using packet::type;
 
-using trace_lines = std::vector<fake::line>;
 using strings = std::vector<std::string>;
 using words = std::vector<std::uint32_t>;
 
-constexpr pkt_origin origin = {100, packet::port_2_1};
-const words no_transaction = {};
+constexpr pkt_origin origin = packet::from_port_2_1;
+const std::string server = packet::server_1;
 
 class Relay : public packet::relay_test {};
 
-// Hands a message to the decisions, on an interface that need not be stored.
-void decide(const message &msg, const packet::interface_of &via = {}, pkt_origin from = origin) {
-    held_message held(encode(msg));
-    const iface relay = packet::record(via);
-    fake::forget();
-    ravo_if_handle_pkt(&relay, held.data(), held.length, from);
-}
-
 message request(const std::vector<bytes> &options = {type(packet::discover), packet::end()}) {
-    message msg;
-    msg.options = options;
-    return msg;
+    return packet::request_with(options);
 }
-
-// The message as it leaves: hops raised, relay address set, with these options.
-message relayed(message msg, const std::vector<bytes> &options, const std::string &giaddr = "192.0.2.1") {
-    ++msg.hops;
-    msg.giaddr = giaddr;
-    msg.options = options;
-    return msg;
-}
-
-frame_of to_client(const message &msg) {
-    return {.to_ip = msg.yiaddr, .payload = encode(msg)};
-}
-
-const std::string server = "198.51.100.1:67";
 
 // ---- Every line of a request and of a reply ----
 
@@ -384,334 +364,6 @@ TEST_F(Relay, MessageWithoutAnOptionAreaOnlyGetsItsRelayAddress) {
     reply.magic = {};
     decide(reply);
     expect_only_frame(to_client(relayed(reply, {})));
-}
-
-// ---- Replies and their check ----
-
-TEST_F(Relay, CheckedReplyLosesOption82) {
-    packet::set({.option_state = 1});
-    for (const std::string &giaddr : strings{"192.0.2.1", "0.0.0.0"}) {
-        message msg = packet::reply_message({type(5), option82(), opt(12, text("pc")), packet::end()});
-        msg.giaddr = giaddr;
-        packet::remember(msg);
-        decide(msg, {.trusted = 1});
-        expect_only_frame(to_client(relayed(msg, {type(5), opt(12, text("pc")), packet::end()})));
-        EXPECT_EQ(packet::transaction(msg), no_transaction);
-    }
-}
-
-TEST_F(Relay, SecondReplyOfATransactionIsDropped) {
-    packet::set({.option_state = 1});
-    const message msg = packet::reply_message({type(2), option82(), packet::end()});
-    packet::remember(msg);
-    decide(msg);
-    ASSERT_EQ(fake::frames.size(), 1U);
-    decide(msg);
-    expect_silence();
-    expect_outcomes({OUTCOME_UNKNOWN_TRANSACTION});
-}
-
-TEST_F(Relay, RefusedReplyIsDropped) {
-    packet::set({.option_state = 1});
-    struct row {
-        std::vector<bytes> options;
-        bool remembered;
-        relay_outcome outcome;
-    };
-    const std::vector<row> rows = {
-        {{type(2), packet::end()}, true, OUTCOME_NO_OPTION82},
-        {{type(2), opt(82, hex("02 08 00 06 00 00 5e 00 53 01")), packet::end()}, true, OUTCOME_NO_OPTION82},
-        {{type(2), option82(), packet::end()}, false, OUTCOME_UNKNOWN_TRANSACTION},
-        {{type(2), option82({.vlan = 101}), packet::end()}, true, OUTCOME_CIRCUIT_ID},
-        {{type(2), option82({.module = 3}), packet::end()}, true, OUTCOME_CIRCUIT_ID},
-        {{type(2), option82({.port = 3}), packet::end()}, true, OUTCOME_CIRCUIT_ID},
-        {{type(2), option82({.mac = hex("00 00 5e 00 53 02")}), packet::end()}, true, OUTCOME_REMOTE_ID},
-    };
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        message msg = packet::reply_message(rows[i].options);
-        msg.xid = static_cast<std::uint32_t>(0x300 + i);
-        if (rows[i].remembered) packet::remember(msg);
-        decide(msg);
-        expect_silence();
-        expect_outcomes({rows[i].outcome});
-    }
-}
-
-TEST_F(Relay, UncheckedReplyLosesOption82WhateverItSays) {
-    packet::set({.option_state = 1, .check = 0});
-    const message msg = packet::reply_message({type(2), option82({.vlan = 9}), packet::end()});
-    decide(msg);
-    expect_only_frame(to_client(relayed(msg, {type(2), packet::end()})));
-}
-
-TEST_F(Relay, UncheckedReplyWithoutOption82IsDelivered) {
-    packet::set({.option_state = 1, .check = 0});
-    const message msg = packet::reply_message({type(2), packet::end()});
-    decide(msg);
-    expect_only_frame(to_client(relayed(msg, msg.options)));
-}
-
-TEST_F(Relay, OnlyTheLastOfTwoOptions82IsRemoved) {
-    packet::set({.option_state = 1, .check = 0});
-    const message msg =
-        packet::reply_message({type(2), option82(), option82({.vlan = 7}), opt(12, text("pc")), packet::end()});
-    decide(msg);
-    expect_only_frame(to_client(relayed(msg, {type(2), option82(), opt(12, text("pc")), packet::end()})));
-}
-
-TEST_F(Relay, ReplyOnAnInterfaceWithoutHardwareAddressIsATracedDrop) {
-    for (const std::uint32_t option_state : words{0, 1}) {
-        packet::set({.option_state = option_state, .check = 0});
-        decide(packet::reply_message({type(2), packet::end()}), {.mac = {}, .maclen = 0});
-        expect_silence();
-        EXPECT_EQ(fake::traces().back(),
-                  (fake::line{104, "ravo_if_handle_pkt (#): interface vlan100 has no hardware address, drop\n"}));
-        expect_outcomes({OUTCOME_NO_HARDWARE_ADDRESS});
-    }
-}
-
-TEST_F(Relay, RequestOnAnInterfaceWithoutHardwareAddressIsRelayed) {
-    const message msg = request();
-    decide(msg, {.mac = {}, .maclen = 0});
-    expect_only_datagram(server, encode(relayed(msg, msg.options)));
-}
-
-// ---- Messages of other relays ----
-
-const std::string other_relay = "203.0.113.1";
-const std::string policy_line =
-    "ravo_if_handle_pkt (#):Packet is relay from another relay agent and process packet by "
-    "policy\n";
-
-message foreign(const std::vector<bytes> &options) {
-    message msg = request(options);
-    msg.giaddr = other_relay;
-    return msg;
-}
-
-// The lines between the option state and the sending.
-trace_lines decision_lines() {
-    const trace_lines all = fake::traces();
-    trace_lines result;
-    bool inside = false;
-    for (const fake::line &line : all) {
-        if (line.text.find("header->op=") != std::string::npos) break;
-        if (inside) result.push_back(line);
-        if (line.text.find("agent_db.option_state") != std::string::npos) inside = true;
-    }
-    return result;
-}
-
-TEST_F(Relay, PolicyDropStops) {
-    packet::set({.option_state = 1, .policy = 2});
-    const message msg = foreign({type(1), option82({.vlan = 7}), packet::end()});
-    decide(msg);
-    expect_silence();
-    EXPECT_EQ(decision_lines(),
-              (trace_lines{{101, policy_line}, {101, "ravo_if_handle_pkt (#): drop  the packet by policy\n"}}));
-    EXPECT_EQ(packet::transaction(msg), no_transaction);
-    expect_outcomes({OUTCOME_POLICY_DROP});
-}
-
-TEST_F(Relay, PolicyKeepSendsUnchanged) {
-    packet::set({.option_state = 1, .policy = 3});
-    const message msg = foreign({type(1), option82({.vlan = 7}), opt(12, text("pc")), packet::end()});
-    decide(msg);
-    expect_only_datagram(server, encode(relayed(msg, msg.options, other_relay)));
-    EXPECT_EQ(decision_lines(),
-              (trace_lines{{101, policy_line}, {101, "ravo_if_handle_pkt (#): do nothing policy keep \n"}}));
-    EXPECT_EQ(packet::transaction(msg), no_transaction);
-    expect_outcomes({OUTCOME_RELAYED});
-}
-
-TEST_F(Relay, PolicyReplaceWritesTheRelaysOwnOption82) {
-    packet::set({.option_state = 1, .policy = 1});
-    const message msg = foreign({type(1), option82({.vlan = 7}), packet::end()});
-    decide(msg);
-    expect_only_datagram(server, encode(relayed(msg, {type(1), option82(), packet::end()}, other_relay)));
-    const trace_lines lines = decision_lines();
-    ASSERT_GE(lines.size(), 2U);
-    EXPECT_EQ(lines[0], (fake::line{101, policy_line}));
-    EXPECT_EQ(lines[1], (fake::line{101, "ravo_if_handle_pkt (#): replace the packet option by policy\n"}));
-    EXPECT_EQ(packet::transaction(msg), no_transaction);
-    expect_outcomes({OUTCOME_RELAYED});
-}
-
-TEST_F(Relay, AnyOtherPolicySendsUnchanged) {
-    for (const std::uint32_t policy : words{0, 4, 99}) {
-        packet::set({.option_state = 1, .policy = policy});
-        const message msg = foreign({type(1), option82({.vlan = 7}), packet::end()});
-        decide(msg);
-        expect_only_datagram(server, encode(relayed(msg, msg.options, other_relay)));
-        EXPECT_EQ(decision_lines(), (trace_lines{{101, policy_line}}));
-    }
-}
-
-TEST_F(Relay, ForeignRequestWithoutOption82IsSentUnchanged) {
-    for (const std::uint32_t policy : words{1, 2, 3}) {
-        packet::set({.option_state = 1, .policy = policy});
-        const message msg = foreign({type(1), packet::end()});
-        decide(msg);
-        expect_only_datagram(server, encode(relayed(msg, msg.options, other_relay)));
-        EXPECT_EQ(decision_lines(), (trace_lines{{101, policy_line}}));
-    }
-}
-
-TEST_F(Relay, ForeignReplyIsSentUnchangedAndUnchecked) {
-    for (const std::uint32_t policy : words{1, 2, 3}) {
-        packet::set({.option_state = 1, .policy = policy});
-        message msg = packet::reply_message({type(2), option82({.vlan = 7}), packet::end()});
-        msg.giaddr = other_relay;
-        decide(msg);
-        expect_only_frame(to_client(relayed(msg, msg.options, other_relay)));
-        EXPECT_EQ(decision_lines(), (trace_lines{{101, policy_line}}));
-        expect_outcomes({OUTCOME_DELIVERED});
-    }
-}
-
-TEST_F(Relay, ReplaceOfInvalidOptionsStops) {
-    packet::set({.option_state = 1, .policy = 1});
-    decide(foreign({type(1), option82()}));
-    expect_silence();
-    EXPECT_THAT(fake::traces(), testing::Contains(fake::line{104, "ravo_if_handle_pkt (#): Invalid options"}));
-    expect_outcomes({OUTCOME_BAD_OPTIONS});
-}
-
-TEST_F(Relay, ReplaceAddsBesideAnOption82ThatBeginsOtherwise) {
-    packet::set({.option_state = 1, .policy = 1});
-    const bytes other = opt(82, hex("02 02 aa bb"));
-    const message msg = foreign({type(1), other, packet::end()});
-    decide(msg);
-    expect_only_datagram(server, encode(relayed(msg, {type(1), other, option82(), packet::end()}, other_relay)));
-}
-
-// What stood behind the old option 82 is no chain any more once the new one is written over it: it becomes padding.
-TEST_F(Relay, ReplaceTurnsWhatNoLongerIsAChainIntoPadding) {
-    packet::set({.option_state = 1, .policy = 1});
-    // The old option has 6 bytes: the new one covers the name option's head, and its text is left.
-    const message msg = foreign({type(1), opt(82, hex("01 02 aa bb")), opt(12, bytes(40, 'n')), packet::end()});
-    decide(msg);
-    const std::vector<bytes> out = {type(1), option82(), packet::end(), packet::pad(42)};
-    expect_only_datagram(server, encode(relayed(msg, out, other_relay)));
-    expect_outcomes({OUTCOME_RELAYED});
-}
-
-// As long as it still is a chain it is left as it was.
-TEST_F(Relay, ReplaceLeavesAChainBehindTheEndOption) {
-    packet::set({.option_state = 1, .policy = 1});
-    // The end option overwrites the code of the first option; its length 0 and the rest are a chain of pads.
-    const message msg = foreign({type(1), option82({.vlan = 7}), hex("50 00"), packet::pad(3), packet::end()});
-    decide(msg);
-    const std::vector<bytes> out = {type(1), option82(), hex("ff 00 00 00 00 ff")};
-    expect_only_datagram(server, encode(relayed(msg, out, other_relay)));
-}
-
-TEST_F(Relay, ReplaceWithEveryKindOfOptionBehind) {
-    packet::set({.option_state = 1, .policy = 1});
-    for (std::size_t old_size = 1; old_size < 60; ++old_size) {
-        for (std::size_t size = 0; size < 60; ++size) {
-            bytes old(old_size, 0x33);
-            old[0] = 1;
-            const message msg = foreign({type(1), opt(82, old), opt(12, bytes(size, 0x77)), packet::end()});
-            decide(msg);
-            ASSERT_EQ(fake::datagrams.size(), 1U);
-            const bytes &sent = fake::datagrams[0].payload;
-            // The old length, less the old option, and 20.
-            ASSERT_EQ(sent.size(), encode(msg).size() - (old_size + 2) + 20);
-            EXPECT_BYTES(encode(relayed(msg, {type(1), option82(), packet::end()}, other_relay)),
-                         packet::up_to_end(sent));
-            EXPECT_EQ(isValidOptions(sent.data() + 236, static_cast<std::int32_t>(sent.size() - 236)), 1);
-        }
-    }
-}
-
-TEST_F(Relay, ReplaceWithoutRoomSendsTheMessageAsItCame) {
-    packet::set({.option_state = 1, .policy = 1});
-    const message msg =
-        foreign({type(1), opt(12, bytes(255, 'a')), opt(12, bytes(50, 'b')), option82({.vlan = 7}), packet::end()});
-    decide(msg);
-    expect_only_datagram(server, encode(relayed(msg, msg.options, other_relay)));
-    expect_outcomes({OUTCOME_RELAYED});
-}
-
-// ---- Options 60 and 61 choose servers only beside option 82 ----
-
-packet::interface_of plain() {
-    return {.trusted = 1, .servers = {"198.51.100.1"}};
-}
-
-void decide_with_chosen_servers(const message &msg) {
-    iface relay = packet::record(plain());
-    relay.opt60_count = 1;
-    relay.opt60_hosts[0].used = 1;
-    std::memcpy(relay.opt60_hosts[0].vendor, "printer", 8);
-    relay.opt60_hosts[0].server = fake::address("198.51.100.60");
-    relay.opt61_count = 1;
-    relay.opt61_hosts[0].used = 1;
-    std::memcpy(relay.opt61_hosts[0].client_id, "\1\2\3\4", 4);
-    relay.opt61_hosts[0].client_id_len = 4;
-    relay.opt61_hosts[0].server = fake::address("198.51.100.61");
-    held_message held(encode(msg));
-    fake::forget();
-    ravo_if_handle_pkt(&relay, held.data(), held.length, origin);
-}
-
-strings receivers() {
-    strings result;
-    for (const fake::datagram &sent : fake::datagrams) result.push_back(sent.to);
-    return result;
-}
-
-TEST_F(Relay, IdentifiersWithoutOption82UseThePlainServers) {
-    decide_with_chosen_servers(
-        request({type(1), opt(60, text("printer")), opt(61, hex("01 02 03 04")), packet::end()}));
-    EXPECT_EQ(receivers(), strings{"198.51.100.1:67"});
-}
-
-TEST_F(Relay, IdentifiersBesideOption82ChooseTheirServers) {
-    decide_with_chosen_servers(
-        request({type(1), opt(60, text("printer")), opt(61, hex("01 02 03 04")), option82(), packet::end()}));
-    EXPECT_EQ(receivers(), (strings{"198.51.100.60:67", "198.51.100.61:67"}));
-}
-
-// ---- Sending ----
-
-TEST_F(Relay, RequestWithoutServersIsDropped) {
-    decide(request(), {.servers = {}});
-    expect_silence();
-    EXPECT_EQ(fake::traces().back(), (fake::line{101, "ravo_if_send_server_Unicast (#): server_db[3].s_addr==0\n"}));
-    expect_outcomes({OUTCOME_NO_SERVER});
-}
-
-TEST_F(Relay, RequestThatCannotBeSentIsDropped) {
-    held_message held(encode(request()));
-    const iface relay = packet::record();
-    fake::script(fake::op::sendto, {.error = ENETUNREACH});
-    ravo_if_handle_pkt(&relay, held.data(), held.length, origin);
-    expect_silence();
-    EXPECT_THAT(fake::traces(),
-                testing::Contains(fake::line{
-                    104, "ravo_if_send_server_Unicast (#): sock_fd=102, sendmsg error Network is unreachable\n"}));
-    expect_outcomes({OUTCOME_SEND_FAILED});
-}
-
-TEST_F(Relay, ReplyThatCannotBeSentIsDropped) {
-    held_message held(encode(packet::reply_message({type(2), packet::end()})));
-    const iface relay = packet::record();
-    fake::script(fake::op::sendmsg, {.error = ENXIO});
-    ravo_if_handle_pkt(&relay, held.data(), held.length, origin);
-    expect_silence();
-    EXPECT_THAT(fake::traces(),
-                testing::Contains(
-                    fake::line{104, "sendEtherFrame (#): raw_sock_fd=101, sendmsg error No such device or address\n"}));
-    expect_outcomes({OUTCOME_SEND_FAILED});
-}
-
-TEST_F(Relay, EachServerGetsOneCopy) {
-    const message msg = request();
-    decide(msg, {.servers = {"198.51.100.1", "198.51.100.2", "198.51.100.3", "198.51.100.4"}});
-    EXPECT_EQ(receivers(), (strings{"198.51.100.1:67", "198.51.100.2:67", "198.51.100.3:67", "198.51.100.4:67"}));
-    for (const fake::datagram &sent : fake::datagrams) EXPECT_BYTES(encode(relayed(msg, msg.options)), sent.payload);
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "ravo_if_socket.h"
 #include "ravo_nsm.h"
 #include "relay_fixture.h"
 
@@ -225,7 +226,8 @@ TEST_F(RavoMain, OnlySegmentationFaultsAreHandled) {
             continue;
         }
         EXPECT_EQ(now.sa_sigaction, &ravo_crash_handler);
-        EXPECT_EQ(now.sa_flags & (SA_SIGINFO | SA_NODEFER | SA_RESTART | SA_ONSTACK), SA_SIGINFO);
+        constexpr int restorer = 0x04000000;  // the C library's own
+        EXPECT_EQ(now.sa_flags & ~restorer, SA_SIGINFO);
         for (int other = 1; other < SIGRTMIN; ++other) EXPECT_EQ(sigismember(&now.sa_mask, other), 0) << other;
     }
 }
@@ -237,7 +239,7 @@ TEST_F(RavoMain, ResetBringsTheRelayBackToItsStart) {
     set_setting(&ravo_agent::relay_enable, 1);
     for (const int vlan : {10, 20}) {
         const iface record = vlan_record(vlan, {"10.0.0.1"});
-        ravo_db_if_add(&record);
+        EXPECT_EQ(ravo_db_if_add(&record), 1);
     }
     ASSERT_EQ(RAVO_IF_Create_fd(), 0u);
     ASSERT_EQ(fake::sockets.size(), 3u);

@@ -62,7 +62,7 @@ TEST_F(RavoNsm, AKnownInterfaceIsRefreshedAndKeepsItsSettings) {
     record.trusted = 1;
     record.ifindex = 1;
     record.in_use = 0;
-    ravo_db_if_add(&record);
+    EXPECT_EQ(ravo_db_if_add(&record), 1);
     ravo_nsm_if_up(fake::add_vlan(10, {{"192.0.2.1"}}));
     const iface now = *stored_record("vlan10");
     EXPECT_EQ(now.trusted, 1u);
@@ -112,7 +112,7 @@ class RavoNsmAddress : public Relay {
     void change_record(void (*change)(iface &)) {
         iface record = *stored_record("vlan10");
         change(record);
-        ravo_db_if_add(&record);
+        EXPECT_EQ(ravo_db_if_add(&record), 1);
     }
 
     struct interface *vlan10 = nullptr;
@@ -182,7 +182,7 @@ TEST_F(RavoNsmAddress, RemovingAnAddressThatIsNotTheRecordedOneLeavesTheRecord) 
 }
 
 TEST_F(RavoNsmAddress, RemovingAnAddressOfAnUnknownInterfaceIsTraced) {
-    ravo_db_if_delete("vlan10");
+    EXPECT_EQ(ravo_db_if_delete("vlan10"), 1);
     EXPECT_EQ(ravo_nsm_if_addr_delete(fake::connected_of(vlan10, "192.0.2.1")), 0);
     EXPECT_THAT(fake::traces(),
                 ElementsAre(fake::line{101,
@@ -224,7 +224,7 @@ TEST_F(RavoNsmAddress, AnInterfaceGoesWithWhateverIsConfiguredOnIt) {
 }
 
 TEST_F(RavoNsmAddress, DeletingAnUnknownInterfaceIsTraced) {
-    ravo_db_if_delete("vlan10");
+    EXPECT_EQ(ravo_db_if_delete("vlan10"), 1);
     EXPECT_EQ(ravo_nsm_if_del(vlan10), 0);
     EXPECT_THAT(fake::traces(),
                 ElementsAre(fake::line{101, "ravo_nsm_if_del (#): Delete interface vlan10\n"},

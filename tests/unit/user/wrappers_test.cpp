@@ -55,7 +55,7 @@ TEST_F(Wrappers, SocketBindOptionAndCloseMakeTheirCalls) {
 
 TEST_F(Wrappers, SocketFailureEndsTheProcess) {
     fake::script(fake::op::socket, {.error = EMFILE});
-    EXPECT_EXIT(Wsocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP), status1, "^socket\\(\\): Too many open files\n$");
+    EXPECT_EXIT((void)Wsocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP), status1, "^socket\\(\\): Too many open files\n$");
 }
 
 TEST_F(Wrappers, BindFailureEndsTheProcess) {
@@ -77,11 +77,11 @@ TEST_F(Wrappers, CloseFailureEndsTheProcess) {
 }
 
 TEST_F(Wrappers, OpenFailureEndsTheProcess) {
-    EXPECT_EXIT(Wopen("/nowhere/at/all", O_RDONLY, 0), status1, "^open\\(\\): No such file or directory\n$");
+    EXPECT_EXIT((void)Wopen("/nowhere/at/all", O_RDONLY, 0), status1, "^open\\(\\): No such file or directory\n$");
 }
 
 TEST_F(Wrappers, Dup2FailureEndsTheProcess) {
-    EXPECT_EXIT(Wdup2(-1, 5), status1, "^dup2\\(\\): Bad file descriptor\n$");
+    EXPECT_EXIT((void)Wdup2(-1, 5), status1, "^dup2\\(\\): Bad file descriptor\n$");
 }
 
 TEST_F(Wrappers, FatalDoesNothingWhenTheConditionIsFalse) {
@@ -241,7 +241,7 @@ TEST_F(Wrappers, Inet4AssertsTheAddressAfterTheReceive) {
         std::signal(SIGABRT, report_queue);
         bytes buffer(64);
         int flags = 0;
-        WrecvfromFlagsInet4(fd, buffer.data(), buffer.size(), &flags, nullptr, nullptr);
+        (void)WrecvfromFlagsInet4(fd, buffer.data(), buffer.size(), &flags, nullptr, nullptr);
     };
     EXPECT_EXIT(receive_nowhere(), testing::ExitedWithCode(42),
                 "wrappers:[0-9]+: WrecvfromFlagsInet4: Assertion 'from' failed");

@@ -1,4 +1,6 @@
 // The handler of the UDP socket on port 67.
+#include "ravo_if_receive.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -6,7 +8,6 @@
 #include <vector>
 
 #include "packet_relay.h"
-#include "ravo_if_socket.h"
 
 namespace {
 

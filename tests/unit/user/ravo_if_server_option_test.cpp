@@ -1,4 +1,4 @@
-// The server tables of an interface: adding, finding and deleting.
+// The server tables of an interface: servers by vendor class and by client identifier.
 #include "ravo_if_server.h"
 #include "relay_fixture.h"
 
@@ -7,7 +7,7 @@ using testing::IsEmpty;
 
 namespace {
 
-using RavoServerTables = Relay;
+using RavoServerOption = Relay;
 
 std::uint32_t ip(const char *text) {
     return fake::address(text);
@@ -33,138 +33,9 @@ opt61_host client_host(std::initializer_list<std::uint8_t> id, const char *serve
     return host;
 }
 
-// ---- Plain servers ----
-
-TEST_F(RavoServerTables, AServerGoesIntoTheFirstEmptySlot) {
-    iface record = vlan_record(10);
-    EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, "10.0.0.1"), 0u);
-    EXPECT_EQ(describe(record), describe(vlan_record(10, {"10.0.0.1"})));
-    EXPECT_THAT(fake::traces(),
-                ElementsAre(fake::line{101,
-                                       "RAVO_IF_Add_Server_Host (#): Add server 10.0.0.1 to interface vlan10 and "
-                                       "ifindex=1034\n"},
-                            fake::line{101, "ravo_if_find_server_host_by_ip (#): Find server ip 10.0.0.1, ret=-1\n"},
-                            fake::line{101, "ravo_if_find_first_unused_server_host (#): array index =0"},
-                            fake::line{101, "RAVO_IF_Add_Server_Host (#): interface vlan10 find available index 0\n"}));
-}
-
-TEST_F(RavoServerTables, FourServersFitAndAFifthIsRefused) {
-    iface record = vlan_record(10);
-    for (const char *server : {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"})
-        EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, server), RAVO_OK);
-    const iface full = record;
-    EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, "10.0.0.5"), RAVO_ERR_SERVER_FULL);
-    EXPECT_EQ(describe(record), describe(full));
-    EXPECT_EQ(slots_of(record), "10.0.0.1 10.0.0.2 10.0.0.3 10.0.0.4");
-    EXPECT_EQ(record.server_count, 4u);
-}
-
-TEST_F(RavoServerTables, AnExistingServerIsReportedBeforeTheFullTable) {
-    iface record = vlan_record(10, {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"});
-    const iface before = record;
-    EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, "10.0.0.3"), RAVO_ERR_SERVER_EXISTS);
-    EXPECT_EQ(describe(record), describe(before));
-    EXPECT_EQ(fake::traces().back(),
-              (fake::line{101, "ravo_if_find_server_host_by_ip (#): Find server ip 10.0.0.3, ret=2\n"}));
-}
-
-TEST_F(RavoServerTables, AHoleIsFilledFirst) {
-    iface record = vlan_record(10, {"10.0.0.1", "0.0.0.0", "10.0.0.3"});
-    record.server_count = 2;
-    EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, "10.0.0.9"), RAVO_OK);
-    EXPECT_EQ(slots_of(record), "10.0.0.1 10.0.0.9 10.0.0.3 0.0.0.0");
-    EXPECT_EQ(record.server_count, 3u);
-}
-
-TEST_F(RavoServerTables, WithoutAnAddressNothingIsAdded) {
-    iface record = vlan_record(10);
-    const iface before = record;
-    EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, nullptr), RAVO_OK);
-    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phone", 0, nullptr), RAVO_OK);
-    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "0102", nullptr), RAVO_OK);
-    EXPECT_EQ(RAVO_IF_Add_Server_Host(nullptr, nullptr), RAVO_OK);
-    EXPECT_EQ(describe(record), describe(before));
-}
-
-TEST_F(RavoServerTables, AnInvalidAddressOrNoRecordIsAnAddressError) {
-    iface record = vlan_record(10);
-    const iface before = record;
-    for (const char *text : {"", "10.0.0.256", "10.0.0.1.2", "server", "10.0.0.x"}) {
-        EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, text), RAVO_ERR_SERVER_IP) << text;
-        EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phone", 0, text), RAVO_ERR_SERVER_IP) << text;
-        EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "0102", text), RAVO_ERR_SERVER_IP) << text;
-    }
-    EXPECT_EQ(RAVO_IF_Add_Server_Host(nullptr, "10.0.0.1"), RAVO_ERR_SERVER_IP);
-    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(nullptr, "phone", 0, "10.0.0.1"), RAVO_ERR_SERVER_IP);
-    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(nullptr, "0102", "10.0.0.1"), RAVO_ERR_SERVER_IP);
-    EXPECT_EQ(describe(record), describe(before));
-}
-
-TEST_F(RavoServerTables, FindsPlainServersAndEmptySlots) {
-    const iface record = vlan_record(10, {"10.0.0.1", "10.0.0.2"});
-    EXPECT_EQ(ravo_if_find_server_host_by_ip(&record, ip("10.0.0.2")), 1);
-    EXPECT_EQ(ravo_if_find_server_host_by_ip(&record, ip("10.0.0.9")), -1);
-    EXPECT_EQ(ravo_if_find_first_unused_server_host(&record), 2);
-    const iface full = vlan_record(10, {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"});
-    EXPECT_EQ(ravo_if_find_first_unused_server_host(&full), -1);
-    EXPECT_THAT(fake::traces(),
-                ElementsAre(fake::line{101, "ravo_if_find_server_host_by_ip (#): Find server ip 10.0.0.2, ret=1\n"},
-                            fake::line{101, "ravo_if_find_server_host_by_ip (#): Find server ip 10.0.0.9, ret=-1\n"},
-                            fake::line{101, "ravo_if_find_first_unused_server_host (#): array index =2"},
-                            fake::line{101, "ravo_if_find_first_unused_server_host (#): array index =-1"}));
-}
-
-TEST_F(RavoServerTables, DeletingTheFirstOfThreeMovesTheOthersUp) {
-    iface record = vlan_record(10, {"10.0.0.1", "10.0.0.2", "10.0.0.3"});
-    EXPECT_EQ(ravo_if_del_server_host(&record, "10.0.0.1"), 0u);
-    EXPECT_EQ(describe(record), describe(vlan_record(10, {"10.0.0.2", "10.0.0.3"})));
-}
-
-TEST_F(RavoServerTables, DeletingPacksInOnePass) {
-    // Two holes in a row are more than one pass closes.
-    iface record = vlan_record(10, {"10.0.0.1", "0.0.0.0", "0.0.0.0", "10.0.0.4"});
-    record.server_count = 2;
-    EXPECT_EQ(ravo_if_del_server_host(&record, "10.0.0.1"), 0u);
-    EXPECT_EQ(slots_of(record), "0.0.0.0 0.0.0.0 10.0.0.4 0.0.0.0");
-    EXPECT_EQ(record.server_count, 1u);
-}
-
-TEST_F(RavoServerTables, DeletingOneServerIsZeroWhateverRemains) {
-    iface record = vlan_record(10, {"10.0.0.1", "10.0.0.2"});
-    record.opt60_count = 3;
-    record.opt61_count = 2;
-    EXPECT_EQ(ravo_if_del_server_host(&record, "10.0.0.2"), 0u);
-}
-
-TEST_F(RavoServerTables, DeletingAnUnknownOrInvalidServerIsNoServer) {
-    iface record = vlan_record(10, {"10.0.0.1"});
-    const iface before = record;
-    for (const char *text : {"10.0.0.2", "10.0.0.256", "", "all"})
-        EXPECT_EQ(ravo_if_del_server_host(&record, text), RAVO_ERR_NO_SERVER) << text;
-    EXPECT_EQ(describe(record), describe(before));
-}
-
-TEST_F(RavoServerTables, DeletingAllServersReturnsTheOptionCounts) {
-    const struct {
-        std::uint32_t opt60;
-        std::uint32_t opt61;
-        std::uint32_t expected;
-    } rows[] = {{0, 0, 0}, {3, 0, 3}, {0, 2, 2}, {3, 2, 3}};
-    for (const auto &row : rows) {
-        iface record = vlan_record(10, {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"});
-        record.opt60_count = row.opt60;
-        record.opt61_count = row.opt61;
-        iface expected = vlan_record(10);
-        expected.opt60_count = row.opt60;
-        expected.opt61_count = row.opt61;
-        EXPECT_EQ(ravo_if_del_server_host(&record, nullptr), row.expected);
-        EXPECT_EQ(describe(record), describe(expected));
-    }
-}
-
 // ---- Servers by vendor class ----
 
-TEST_F(RavoServerTables, AVendorHostIsAddedWithItsRule) {
+TEST_F(RavoServerOption, AVendorHostIsAddedWithItsRule) {
     for (const std::uint32_t rule : {0u, 1u}) {
         fake::forget();
         iface record = vlan_record(10);
@@ -184,7 +55,7 @@ TEST_F(RavoServerTables, AVendorHostIsAddedWithItsRule) {
     }
 }
 
-TEST_F(RavoServerTables, AVendorHostIsADuplicateByTextRuleAndServerTogether) {
+TEST_F(RavoServerOption, AVendorHostIsADuplicateByTextRuleAndServerTogether) {
     iface record = vlan_record(10);
     EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phone", 0, "10.0.0.1"), RAVO_OK);
     EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, "phone", 0, "10.0.0.1"), RAVO_ERR_SERVER_EXISTS);
@@ -196,7 +67,7 @@ TEST_F(RavoServerTables, AVendorHostIsADuplicateByTextRuleAndServerTogether) {
     EXPECT_EQ(record.opt60_count, 4u);
 }
 
-TEST_F(RavoServerTables, FindsVendorHosts) {
+TEST_F(RavoServerOption, FindsVendorHosts) {
     iface record = vlan_record(10);
     record.opt60_hosts[1] = vendor_host("phone", 1, "10.0.0.1");
     EXPECT_EQ(ravo_if_find_option60_server_host_by_ip(&record, "phone", 1, ip("10.0.0.1")), 1);
@@ -231,7 +102,7 @@ std::string used60(const iface &record) {
     return text;
 }
 
-TEST_F(RavoServerTables, VendorHostsAreDeletedByAllGivenCriteria) {
+TEST_F(RavoServerOption, VendorHostsAreDeletedByAllGivenCriteria) {
     const struct {
         const char *vendor;
         const char *rule;
@@ -265,7 +136,7 @@ TEST_F(RavoServerTables, VendorHostsAreDeletedByAllGivenCriteria) {
     }
 }
 
-TEST_F(RavoServerTables, AnInvalidAddressDeletesNoVendorHost) {
+TEST_F(RavoServerOption, AnInvalidAddressDeletesNoVendorHost) {
     iface record = with_vendor_hosts();
     const iface before = record;
     EXPECT_EQ(ravo_if_del_option60_server_host(&record, "phone", nullptr, "10.0.0.256"), RAVO_ERR_NO_SERVER);
@@ -273,7 +144,7 @@ TEST_F(RavoServerTables, AnInvalidAddressDeletesNoVendorHost) {
     EXPECT_EQ(describe(record), describe(before));
 }
 
-TEST_F(RavoServerTables, DeletingVendorHostsReturnsTheFirstCountThatIsNotZero) {
+TEST_F(RavoServerOption, DeletingVendorHostsReturnsTheFirstCountThatIsNotZero) {
     const struct {
         std::uint32_t servers;
         std::uint32_t opt61;
@@ -291,7 +162,7 @@ TEST_F(RavoServerTables, DeletingVendorHostsReturnsTheFirstCountThatIsNotZero) {
     }
 }
 
-TEST_F(RavoServerTables, DeletingAllVendorHostsBesideOnePlainServerReturnsOne) {
+TEST_F(RavoServerOption, DeletingAllVendorHostsBesideOnePlainServerReturnsOne) {
     iface record = with_vendor_hosts();
     record.server_db[0] = ip("10.0.0.9");
     record.server_count = 1;
@@ -301,7 +172,7 @@ TEST_F(RavoServerTables, DeletingAllVendorHostsBesideOnePlainServerReturnsOne) {
 
 // ---- Servers by client identifier ----
 
-TEST_F(RavoServerTables, AClientHostIsAddedWithItsBytes) {
+TEST_F(RavoServerOption, AClientHostIsAddedWithItsBytes) {
     iface record = vlan_record(10);
     EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "0a0b", "10.0.0.1"), 0u);
     iface expected = vlan_record(10);
@@ -319,7 +190,7 @@ TEST_F(RavoServerTables, AClientHostIsAddedWithItsBytes) {
             fake::line{101, "RAVO_IF_Add_Option61_Server_Host (#): interface vlan10 find available index 0\n"}));
 }
 
-TEST_F(RavoServerTables, AnOddNumberOfDigitsGivesTheFirstAByteOfItsOwn) {
+TEST_F(RavoServerOption, AnOddNumberOfDigitsGivesTheFirstAByteOfItsOwn) {
     const struct {
         std::string digits;
         std::string bytes;
@@ -345,14 +216,14 @@ TEST_F(RavoServerTables, AnOddNumberOfDigitsGivesTheFirstAByteOfItsOwn) {
     }
 }
 
-TEST_F(RavoServerTables, MoreDigitsThanFitAreLeftOut) {
+TEST_F(RavoServerOption, MoreDigitsThanFitAreLeftOut) {
     iface record = vlan_record(10);
     EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, std::string(600, 'a').c_str(), "10.0.0.1"), RAVO_OK);
     EXPECT_EQ(record.opt61_hosts[0].client_id_len, 129u);
     EXPECT_EQ(record.opt61_hosts[1].used, 0u);
 }
 
-TEST_F(RavoServerTables, IdentifiersThatDifferAfterTheFourthByteAreTheSameHost) {
+TEST_F(RavoServerOption, IdentifiersThatDifferAfterTheFourthByteAreTheSameHost) {
     iface record = vlan_record(10);
     EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "01020304AA", "10.0.0.1"), RAVO_OK);
     EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "01020304BB", "10.0.0.1"), RAVO_ERR_SERVER_EXISTS);
@@ -361,7 +232,7 @@ TEST_F(RavoServerTables, IdentifiersThatDifferAfterTheFourthByteAreTheSameHost) 
     EXPECT_EQ(record.opt61_count, 3u);
 }
 
-TEST_F(RavoServerTables, AFifthClientHostIsRefused) {
+TEST_F(RavoServerOption, AFifthClientHostIsRefused) {
     iface record = vlan_record(10);
     for (const char *digits : {"01", "02", "03", "04"})
         EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, digits, "10.0.0.1"), RAVO_OK);
@@ -370,7 +241,7 @@ TEST_F(RavoServerTables, AFifthClientHostIsRefused) {
     EXPECT_EQ(record.opt61_count, 4u);
 }
 
-TEST_F(RavoServerTables, FindsClientHosts) {
+TEST_F(RavoServerOption, FindsClientHosts) {
     iface record = vlan_record(10);
     record.opt61_hosts[2] = client_host({1, 2, 3, 4, 5}, "10.0.0.1");
     const std::uint8_t same[] = {1, 2, 3, 4, 99};
@@ -403,7 +274,7 @@ std::string used61(const iface &record) {
     return text;
 }
 
-TEST_F(RavoServerTables, ClientHostsAreDeletedByAllGivenCriteria) {
+TEST_F(RavoServerOption, ClientHostsAreDeletedByAllGivenCriteria) {
     const std::uint8_t four[] = {1, 2, 3, 4, 77};
     const std::uint8_t nine[] = {9, 0, 0, 0};
     const std::uint8_t none[] = {9, 9, 9, 9};
@@ -430,14 +301,14 @@ TEST_F(RavoServerTables, ClientHostsAreDeletedByAllGivenCriteria) {
     }
 }
 
-TEST_F(RavoServerTables, AnInvalidAddressDeletesNoClientHost) {
+TEST_F(RavoServerOption, AnInvalidAddressDeletesNoClientHost) {
     iface record = with_client_hosts();
     const iface before = record;
     EXPECT_EQ(ravo_if_del_option61_server_host(&record, nullptr, "10.0.0.256"), RAVO_ERR_NO_SERVER);
     EXPECT_EQ(describe(record), describe(before));
 }
 
-TEST_F(RavoServerTables, DeletingClientHostsReturnsTheFirstCountThatIsNotZero) {
+TEST_F(RavoServerOption, DeletingClientHostsReturnsTheFirstCountThatIsNotZero) {
     const std::uint8_t nine[] = {9, 0, 0, 0};
     const struct {
         std::uint32_t servers;
@@ -455,28 +326,13 @@ TEST_F(RavoServerTables, DeletingClientHostsReturnsTheFirstCountThatIsNotZero) {
     }
 }
 
-TEST_F(RavoServerTables, TheLastClientHostGivenByItsBytesLeavesTheVendorCount) {
+TEST_F(RavoServerOption, TheLastClientHostGivenByItsBytesLeavesTheVendorCount) {
     iface record = vlan_record(10);
     record.opt61_hosts[0] = client_host({9}, "10.0.0.1");
     record.opt61_count = 1;
     record.opt60_count = 2;
     const std::uint8_t nine[] = {9, 0, 0, 0};
     EXPECT_EQ(ravo_if_del_option61_server_host(&record, nine, nullptr), 2u);
-}
-
-// ---- Reset ----
-
-TEST_F(RavoServerTables, ResetDeletesEveryInterfaceAndClosesEverySocket) {
-    const iface record = vlan_record(10, {"10.0.0.1"});
-    ravo_db_if_add(&record);
-    set_setting(&ravo_agent::hops, 9);
-    RAVO_IF_Create_fd();
-    fake::forget();
-    EXPECT_EQ(RAVO_IF_Reset(), 0);
-    EXPECT_EQ(settings_now().hops, 4u);
-    EXPECT_THAT(stored_names(), IsEmpty());
-    EXPECT_TRUE(fake::sockets.empty());
-    EXPECT_THAT(fake::statuses, ElementsAre("28 2 \"\""));
 }
 
 }  // namespace
