@@ -174,6 +174,8 @@ void read_options() {
     answer_and_leave(options);
     const std::string log_fault = platform::log_open(options.log_target, options.log_threshold);
     if (!log_fault.empty()) refuse("ravod: " + log_fault);
+    platform::log_start_writer();
+    platform::log_hold_repeats();
     platform::log_take_event_library();
     platform::frame_set_options(options);
     platform::memmgr_set_budget(options.memory_budget);
@@ -271,6 +273,7 @@ void end_in_order(std::vector<event_ptr> signals) {
     platform::inventory_close();
     platform::service_watchdog_stop();
     signals.clear();
+    platform::log_tell_repeats();
     platform::loop_free();
     platform::log_close();
     libevent_global_shutdown();
@@ -295,6 +298,7 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     ravo::cli::kept_begin();
     platform::nsm_deliver_existing();
     replay_startup_configuration(options);
+    platform::log_settle();  // who has waited for an answer finds in the log how the start went
     const std::string reason = platform::management_open(options.management_socket);
     if (!reason.empty()) refuse("ravod: " + reason);
     platform::service_watchdog_start();

@@ -19,7 +19,6 @@
 #include <cstring>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "channel_frames.h"
@@ -107,19 +106,13 @@ class NetTest : public testing::Test {
     void SetUp() override {
         ASSERT_EQ(::unshare(CLONE_NEWNET), 0) << "these tests make network namespaces and need root";
         run("ip link set lo up");
-        log_listener_ = ravo::platform::log_add_listener(ravo::platform::log_level_warning,
-                                                         [this](std::string_view line) { log_.emplace_back(line); });
+        log_listener_ = ravo::platform::log_add_listener(
+            ravo::platform::log_level_warning,
+            [this](const ravo::platform::log_event &event) { log_.emplace_back(event.line); });
     }
     void TearDown() override { ravo::platform::log_remove_listener(log_listener_); }
 
     const std::vector<std::string> &log() const { return log_; }
-    // Takes the first line out of the log, "" when there is none.
-    std::string take_log_line() {
-        if (log_.empty()) return {};
-        std::string line = std::move(log_.front());
-        log_.erase(log_.begin());
-        return line;
-    }
 
   private:
     int log_listener_ = 0;

@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "books/outcome_words.h"
+#include "log/log_subject.h"
 
 namespace ravo::platform {
 namespace {
@@ -177,11 +178,11 @@ std::size_t books_recorder_size() {
 }
 
 void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,
-                std::span<const std::uint8_t> message, const book_tag &tag, std::int64_t time_us) {
+                std::span<const std::uint8_t> message, const book_tag &tag) {
     books_close();
     current = {};
     current.number = ++messages;
-    current.time_us = time_us != 0 ? time_us : now_us();
+    current.time_us = now_us();
     current.vlan = vlan;
     current.port_ifindex = port_ifindex;
     current.tag = tag;
@@ -190,12 +191,12 @@ void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const 
     in_hand = true;
     read_message(message, current);
     read_sender(frame, current);
+    log_subject_begin({vlan, port_ifindex, current.client, current.has_message || !frame.empty()});
 }
 
 void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
-                std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message, const book_tag &tag,
-                std::int64_t time_us) {
-    books_open(vlan, port_ifindex, frame, message, tag, time_us);
+                std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message, const book_tag &tag) {
+    books_open(vlan, port_ifindex, frame, message, tag);
     current.outcome = static_cast<std::uint8_t>(outcome);
     books_close();
 }
@@ -203,6 +204,7 @@ void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_if
 void books_close() {
     if (!in_hand) return;
     in_hand = false;
+    log_subject_end(outcome_word(static_cast<relay_outcome>(current.outcome)));
     count(total);
     if (current.vlan < vlans && current.vlan != 0) count(of_vlan[current.vlan]);
     count_port();
