@@ -59,7 +59,7 @@ def test_control(package):
 
     assert (field("Package"), field("Version")) == ("ravo", VERSION)
     depends = {word.split()[0] for word in field("Depends").split(", ")}
-    assert depends >= {"libc6", "libedit2", "libevent-core-2.1-7", "libmnl0", "libstdc++6", "libsystemd0", "passwd"}
+    assert depends >= {"libc6", "libedit2", "libevent-core-2.1-7", "libmnl0", "libbpf1", "libstdc++6", "libsystemd0", "passwd"}
 
 
 class Machine:

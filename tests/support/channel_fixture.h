@@ -9,6 +9,8 @@
 #include <cstring>
 #include <string>
 
+#include "books/books.h"
+#include "capabilities.h"
 #include "channel/channel.h"
 #include "channel_box.h"
 #include "channel_frames.h"
@@ -20,10 +22,9 @@ using channel_frames::frame_fields;
 using channel_frames::hex;
 using channel_frames::message_of;
 using ravo::platform::channel_close;
-using ravo::platform::channel_counters;
+using ravo::platform::channel_lost;
 using ravo::platform::channel_open;
 using ravo::platform::channel_receive;
-using ravo::platform::channel_statistics;
 
 struct delivery {
     octets message;
@@ -51,37 +52,39 @@ inline delivery receive_now(std::size_t size = 2048, int flags = 0, socklen_t so
     return got;
 }
 
-// The counters' differences since the last look.
+// What the books counted since the last look. The relay is not here to decide on what is delivered: that stays without
+// an outcome.
 class counted {
   public:
-    counted() : before_(channel_statistics()) {}
-    channel_counters since() {
-        const channel_counters now = channel_statistics();
-        channel_counters difference{.delivered = now.delivered - before_.delivered,
-                                    .truncated = now.truncated - before_.truncated,
-                                    .fragment = now.fragment - before_.fragment,
-                                    .bad_ip_checksum = now.bad_ip_checksum - before_.bad_ip_checksum,
-                                    .bad_udp_checksum = now.bad_udp_checksum - before_.bad_udp_checksum,
-                                    .unknown_vlan = now.unknown_vlan - before_.unknown_vlan,
-                                    .unknown_port = now.unknown_port - before_.unknown_port,
-                                    .overrun = now.overrun - before_.overrun};
+    counted() { (void)since(); }
+    std::string since() {
+        ravo::platform::books_close();
+        const ravo::platform::book_counters now = ravo::platform::books_total();
+        const auto grown = [&](relay_outcome o) { return std::to_string(now.by_outcome[o] - before_.by_outcome[o]); };
+        const std::string text = "delivered " + grown(OUTCOME_NONE) + " truncated " + grown(OUTCOME_TRUNCATED) +
+                                 " fragment " + grown(OUTCOME_FRAGMENT) + " ip " + grown(OUTCOME_BAD_IP_CHECKSUM) +
+                                 " udp " + grown(OUTCOME_BAD_UDP_CHECKSUM) + " vlan " + grown(OUTCOME_UNKNOWN_VLAN) +
+                                 " port " + grown(OUTCOME_UNKNOWN_PORT) + " limit " + grown(OUTCOME_PORT_LIMIT) +
+                                 " lost " + std::to_string(channel_lost() - lost_before_);
         before_ = now;
-        return difference;
+        lost_before_ = channel_lost();
+        return text;
     }
 
   private:
-    channel_counters before_;
+    ravo::platform::book_counters before_;
+    std::uint64_t lost_before_ = 0;
 };
 
-inline std::string text_of(const channel_counters &c) {
-    return "delivered " + std::to_string(c.delivered) + " truncated " + std::to_string(c.truncated) + " fragment " +
-           std::to_string(c.fragment) + " ip " + std::to_string(c.bad_ip_checksum) + " udp " +
-           std::to_string(c.bad_udp_checksum) + " vlan " + std::to_string(c.unknown_vlan) + " port " +
-           std::to_string(c.unknown_port) + " overrun " + std::to_string(c.overrun);
+// Where the relay's limits are kept: by a program in the kernel, or by the relay itself where the kernel refuses that.
+enum class way_in { kernel, daemon };
+
+inline std::string name_of(const testing::TestParamInfo<way_in> &way) {
+    return way.param == way_in::kernel ? "Kernel" : "Daemon";
 }
 
 // Two ports: swp1 is port 1/1 on VLAN 10, swp2 is port 1/2 on VLAN 20. The channel is open.
-class Channel : public BoxTest {
+class Channel : public BoxTest, public testing::WithParamInterface<way_in> {
   protected:
     void SetUp() override {
         BoxTest::SetUp();
@@ -89,9 +92,19 @@ class Channel : public BoxTest {
         add_port("swp2", "c2", 5122);
         tap("swp1", 10, 5121);
         tap("swp2", 20, 5122);
-        fd_ = channel_open();
+        fd_ = open();
         ASSERT_GE(fd_, 0) << std::strerror(errno);
         statistics_ = counted();
+    }
+    // Opens the channel with its limits where the test wants them.
+    int open() {
+        if (GetParam() == way_in::kernel) return channel_open();
+        const without_programs refused;
+        const int fd = channel_open();
+        EXPECT_EQ(take_log_line(),
+                  "the kernel refuses the program that limits what ports may send: Operation not "
+                  "permitted; the relay holds them to the limits itself");
+        return fd;
     }
     void TearDown() override {
         EXPECT_EQ(channel_close(), 0);
@@ -99,7 +112,7 @@ class Channel : public BoxTest {
     }
 
     int fd() const { return fd_; }
-    std::string counted_since() { return text_of(statistics_.since()); }
+    std::string counted_since() { return statistics_.since(); }
 
     // Waits for the next message.
     delivery receive(std::size_t size = 2048, int flags = 0, socklen_t source_size = 64) const {

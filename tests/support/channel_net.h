@@ -19,6 +19,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "channel_frames.h"
@@ -113,6 +114,13 @@ class NetTest : public testing::Test {
     void TearDown() override { ravo::platform::log_remove_listener(log_listener_); }
 
     const std::vector<std::string> &log() const { return log_; }
+    // Takes the first line out of the log, "" when there is none.
+    std::string take_log_line() {
+        if (log_.empty()) return {};
+        std::string line = std::move(log_.front());
+        log_.erase(log_.begin());
+        return line;
+    }
 
   private:
     int log_listener_ = 0;

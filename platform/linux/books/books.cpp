@@ -178,11 +178,11 @@ std::size_t books_recorder_size() {
 }
 
 void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,
-                std::span<const std::uint8_t> message, const book_tag &tag) {
+                std::span<const std::uint8_t> message, const book_tag &tag, std::int64_t time_us) {
     books_close();
     current = {};
     current.number = ++messages;
-    current.time_us = now_us();
+    current.time_us = time_us != 0 ? time_us : now_us();
     current.vlan = vlan;
     current.port_ifindex = port_ifindex;
     current.tag = tag;
@@ -195,8 +195,9 @@ void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const 
 }
 
 void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
-                std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message, const book_tag &tag) {
-    books_open(vlan, port_ifindex, frame, message, tag);
+                std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message, const book_tag &tag,
+                std::int64_t time_us) {
+    books_open(vlan, port_ifindex, frame, message, tag, time_us);
     current.outcome = static_cast<std::uint8_t>(outcome);
     books_close();
 }

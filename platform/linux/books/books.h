@@ -60,15 +60,16 @@ struct book_entry {
 bool books_set_recorder(std::size_t messages);
 std::size_t books_recorder_size();
 
-// Opens a message: frame as received, message: the DHCP message in it. Closes the one before.
+// Opens a message: frame as received, message: the DHCP message in it; time_us: when it was received, 0: now. Closes
+// the one before.
 void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,
-                std::span<const std::uint8_t> message, const book_tag &tag = {});
+                std::span<const std::uint8_t> message, const book_tag &tag = {}, std::int64_t time_us = 0);
 
 // Opens and closes a message that the channel itself drops. vlan, port_ifindex: 0 when not known; message: the DHCP
 // message in the frame, empty when it cannot be told.
 void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
                 std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message = {},
-                const book_tag &tag = {});
+                const book_tag &tag = {}, std::int64_t time_us = 0);
 
 // Closes the message in hand, if there is one.
 void books_close();

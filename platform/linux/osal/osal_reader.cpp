@@ -28,21 +28,21 @@ std::unordered_map<void *, std::unique_ptr<reader>> readers;
 
 constexpr int messages_per_wakeup = 32;  // then commands, timers and netlink get their turn
 
-// The handler may delete its own reader: nothing of it is touched once the handler was entered. A handler takes one
-// message a call; of the channel it is given those that were read from the kernel together, which saves the loop a turn
-// for each.
-void on_readable(evutil_socket_t fd, short /*what*/, void *arg) {
-    const auto *self = static_cast<const reader *>(arg);
-    const osal_read_handler handler = self->handler;
-    void *handler_arg = self->arg;
-    handler(fd, handler_arg);
-    ravo::platform::books_close();
-    for (int more = 1; more < messages_per_wakeup; ++more) {
-        if (!ravo::platform::channel_owns(fd) || ravo::platform::channel_pending() == 0) return;
-        if (!readers.contains(arg)) return;
+// The channel's handler is called for each message, as many as others can be kept waiting for, and only when there is
+// one. The handler may delete its own reader: nothing of it is touched once the handler was entered.
+void serve_channel(int fd, void *key, osal_read_handler handler, void *handler_arg) {
+    for (int served = 0; served < messages_per_wakeup && ravo::platform::channel_next(); ++served) {
         handler(fd, handler_arg);
         ravo::platform::books_close();
+        if (!ravo::platform::channel_owns(fd) || !readers.contains(key)) return;
     }
+}
+
+void on_readable(evutil_socket_t fd, short /*what*/, void *arg) {
+    const auto *self = static_cast<const reader *>(arg);
+    if (ravo::platform::channel_owns(fd)) return serve_channel(fd, arg, self->handler, self->arg);
+    self->handler(fd, self->arg);
+    ravo::platform::books_close();
 }
 
 std::unique_ptr<reader> make_reader(const char *name, osal_read_handler handler, int fd, int repeat, void *arg) {

@@ -15,7 +15,7 @@
 #include <cstring>
 
 #include "channel/channel.h"
-#include "channel/channel_tap.h"
+#include "gate/socket_filter.h"
 #include "inventory/inventory.h"
 #include "log/log.h"
 #include "osal.h"

@@ -28,10 +28,10 @@ using channel_frames::frame_of;
 using channel_frames::hex;
 using channel_frames::message_of;
 using channel_frames::octets;
-using ravo::platform::channel_pending;
+using ravo::platform::channel_next;
 using ravo::platform::channel_receive;
 
-TEST_F(Channel, DeliversAnUntaggedMessageWithItsPortAndVlan) {
+TEST_P(Channel, DeliversAnUntaggedMessageWithItsPortAndVlan) {
     const far_end c1("c1");
     const frame_fields fields{.source_ip = 0, .destination_ip = 0xFFFFFFFF};
     c1.send(fields);
@@ -47,10 +47,10 @@ TEST_F(Channel, DeliversAnUntaggedMessageWithItsPortAndVlan) {
     std::memcpy(&record[16], &vlan, 2);
     EXPECT_EQ(hex(got.source), hex(record));
     expect_nothing_more();
-    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 0 udp 0 vlan 0 port 0 overrun 0");
+    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 0 udp 0 vlan 0 port 0 limit 0 lost 0");
 }
 
-TEST_F(Channel, DeliversATaggedMessageWithItsVlan) {
+TEST_P(Channel, DeliversATaggedMessageWithItsVlan) {
     inventory.vlans[{5121, std::uint16_t{100}}] = {.vlan = 100, .port_ifindex = 5121};
     const far_end c1("c1");
     const frame_fields fields{.tags = {0x8100E064}};
@@ -61,7 +61,7 @@ TEST_F(Channel, DeliversATaggedMessageWithItsVlan) {
     expect_nothing_more();
 }
 
-TEST_F(Channel, PriorityTagCountsAsUntagged) {
+TEST_P(Channel, PriorityTagCountsAsUntagged) {
     const far_end c1("c1");
     const frame_fields fields{.tags = {0x8100E000}};
     c1.send(fields);
@@ -71,17 +71,17 @@ TEST_F(Channel, PriorityTagCountsAsUntagged) {
     expect_nothing_more();
 }
 
-TEST_F(Channel, TagWithoutAnInterfaceIsDropped) {
+TEST_P(Channel, TagWithoutAnInterfaceIsDropped) {
     const far_end c1("c1");
     c1.send(frame_fields{.tags = {0x81000065}});
     c1.send(frame_fields{.tags = {0x88A8000A}});
     c1.send(frame_fields{.tags = {0x8100000A, 0x8100000A}});
     expect_silence(c1);
     // The frame with a provider tag and the one with two tags do not pass for VLAN 10; all three are accounted for.
-    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 0 udp 0 vlan 3 port 0 overrun 0");
+    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 0 udp 0 vlan 3 port 0 limit 0 lost 0");
 }
 
-TEST_F(Channel, OfAnUplinkOnlyRepliesToAnInterfaceAreRead) {
+TEST_P(Channel, OfAnUplinkOnlyRepliesToAnInterfaceAreRead) {
     constexpr std::uint32_t relay = 0x0A0A0001;  // 10.10.0.1
     channel_box::add_port("up1", "s1", 77);
     inventory.taps.push_back({77, "up1", /*uplink=*/true});
@@ -106,23 +106,23 @@ TEST_F(Channel, OfAnUplinkOnlyRepliesToAnInterfaceAreRead) {
     EXPECT_EQ(hex(got.source), hex(record)) << "no port and no VLAN";
     expect_nothing_more();
     // Those that ask the box itself are accounted for: whoever asks needs a VLAN.
-    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 0 udp 0 vlan 2 port 0 overrun 0");
+    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 0 udp 0 vlan 2 port 0 limit 0 lost 0");
 }
 
-TEST_F(Channel, SkipsIpOptions) {
+TEST_P(Channel, SkipsIpOptions) {
     const far_end c1("c1");
     for (std::size_t length = 4; length <= 40; length += 4) {
         expect_delivered(c1, {.ip_options = octets(length, 0x01)});
     }
 }
 
-TEST_F(Channel, SkipsIpOptionsBehindATag) {
+TEST_P(Channel, SkipsIpOptionsBehindATag) {
     inventory.vlans[{5121, std::uint16_t{100}}] = {.vlan = 100, .port_ifindex = 5121};
     expect_delivered(far_end("c1"), {.tags = {0x81000064}, .ip_options = octets(40, 0x01)});
 }
 
 // The kernel takes out the outer tag only; the inner one is still in the frame that the filter and the tap see.
-TEST_F(Channel, ATagInsideTheFrameIsRead) {
+TEST_P(Channel, ATagInsideTheFrameIsRead) {
     inventory.vlans[{5121, std::uint16_t{100}}] = {.vlan = 100, .port_ifindex = 5121};
     const far_end c1("c1");
     c1.send(frame_fields{.tags = {0x81000000, 0x81000064}, .fragment = 0x2000});
@@ -134,11 +134,11 @@ TEST_F(Channel, ATagInsideTheFrameIsRead) {
     EXPECT_EQ(hex(got.message), hex(delivery_of(fields)));
     EXPECT_EQ(got.source[16], 100);
     expect_nothing_more();
-    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 1 ip 0 udp 0 vlan 0 port 0 overrun 0");
+    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 1 ip 0 udp 0 vlan 0 port 0 limit 0 lost 0");
 }
 
 // A first fragment can be told to be for DHCP, and counts; of a later one nobody knows what it is.
-TEST_F(Channel, LaterFragmentsAndOtherTrafficDoNotPassTheFilter) {
+TEST_P(Channel, LaterFragmentsAndOtherTrafficDoNotPassTheFilter) {
     const far_end c1("c1");
     c1.send(frame_fields{.fragment = 0x2000});
     c1.send(frame_fields{.fragment = 0x2000, .destination_port = 68});
@@ -149,33 +149,33 @@ TEST_F(Channel, LaterFragmentsAndOtherTrafficDoNotPassTheFilter) {
     c1.send(frame_fields{.ethertype = 0x0806});
     c1.send(frame_fields{.ip_options = octets(8, 0x01), .destination_port = 69});
     expect_silence(c1);
-    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 1 ip 0 udp 0 vlan 0 port 0 overrun 0");
+    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 1 ip 0 udp 0 vlan 0 port 0 limit 0 lost 0");
 }
 
-TEST_F(Channel, BadChecksumsAreDroppedAndCounted) {
+TEST_P(Channel, BadChecksumsAreDroppedAndCounted) {
     const far_end c1("c1");
     c1.send(frame_fields{.ip_checksum = 0xBEEF});
     c1.send(frame_fields{.udp_checksum = 0xBEEF});
     c1.send(frame_fields{.udp_checksum = 0xBEEE});
     expect_silence(c1);
-    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 1 udp 2 vlan 0 port 0 overrun 0");
+    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 1 udp 2 vlan 0 port 0 limit 0 lost 0");
 }
 
-TEST_F(Channel, BadLengthsAreDroppedAndCounted) {
+TEST_P(Channel, BadLengthsAreDroppedAndCounted) {
     const far_end c1("c1");
     c1.send(frame_fields{.total_length = 1000});
     c1.send(frame_fields{.udp_length = 7});
     c1.send(frame_fields{.udp_length = 309});
     c1.send(frame_fields{.version = 5});
     expect_silence(c1);
-    EXPECT_EQ(counted_since(), "delivered 1 truncated 4 fragment 0 ip 0 udp 0 vlan 0 port 0 overrun 0");
+    EXPECT_EQ(counted_since(), "delivered 1 truncated 4 fragment 0 ip 0 udp 0 vlan 0 port 0 limit 0 lost 0");
 }
 
-TEST_F(Channel, UdpChecksumZeroPasses) {
+TEST_P(Channel, UdpChecksumZeroPasses) {
     expect_delivered(far_end("c1"), {.udp_checksum = 0});
 }
 
-TEST_F(Channel, ChecksumThatIsNotReadyPasses) {
+TEST_P(Channel, ChecksumThatIsNotReadyPasses) {
     // An ordinary socket leaves the checksum to the veth device, which leaves it to nobody.
     run("ip addr add 10.1.0.2/24 dev c1");
     const int client = ::socket(AF_INET, SOCK_DGRAM, 0);
@@ -202,7 +202,7 @@ TEST_F(Channel, ChecksumThatIsNotReadyPasses) {
     expect_nothing_more();
 }
 
-TEST_F(Channel, MessagesOfOddAndEvenLengthsUpToTheMtu) {
+TEST_P(Channel, MessagesOfOddAndEvenLengthsUpToTheMtu) {
     const far_end c1("c1");
     for (const std::size_t length : {0U, 1U, 2U, 3U, 235U, 236U, 241U, 575U, 576U, 999U, 1000U, 1001U, 1471U, 1472U}) {
         SCOPED_TRACE(length);
@@ -210,12 +210,12 @@ TEST_F(Channel, MessagesOfOddAndEvenLengthsUpToTheMtu) {
     }
 }
 
-TEST_F(Channel, CutsThePaddingOfAShortFrame) {
+TEST_P(Channel, CutsThePaddingOfAShortFrame) {
     // 60 bytes, the shortest frame on a wire: 3 of them are the message, 15 are padding.
     expect_delivered(far_end("c1"), {.message = message_of(3), .padding = 15});
 }
 
-TEST_F(Channel, VerifiesTheChecksumOfAJumboMessage) {
+TEST_P(Channel, VerifiesTheChecksumOfAJumboMessage) {
     run("ip link set swp1 mtu 9000 && ip link set c1 mtu 9000");
     const far_end c1("c1");
     const frame_fields good{.message = message_of(8900)};
@@ -223,10 +223,10 @@ TEST_F(Channel, VerifiesTheChecksumOfAJumboMessage) {
     EXPECT_EQ(hex(receive(10000).message), hex(delivery_of(good)));
     c1.send(frame_fields{.udp_checksum = 0xBEEF, .message = message_of(8900)});
     expect_silence(c1);
-    EXPECT_EQ(counted_since(), "delivered 2 truncated 0 fragment 0 ip 0 udp 1 vlan 0 port 0 overrun 0");
+    EXPECT_EQ(counted_since(), "delivered 2 truncated 0 fragment 0 ip 0 udp 1 vlan 0 port 0 limit 0 lost 0");
 }
 
-TEST_F(Channel, CutsAMessageToTheBufferAndTellsItsLength) {
+TEST_P(Channel, CutsAMessageToTheBufferAndTellsItsLength) {
     const far_end c1("c1");
     const frame_fields fields{.message = message_of(1300)};
     octets cut = delivery_of(fields);
@@ -243,7 +243,7 @@ TEST_F(Channel, CutsAMessageToTheBufferAndTellsItsLength) {
     EXPECT_EQ(hex(silent.message), hex(cut));
 }
 
-TEST_F(Channel, SourceRecordIsCutToTheRoomGiven) {
+TEST_P(Channel, SourceRecordIsCutToTheRoomGiven) {
     const far_end c1("c1");
     for (const socklen_t room : {0U, 1U, 16U, 19U, 20U, 64U}) {
         c1.send(frame_fields{});
@@ -255,15 +255,15 @@ TEST_F(Channel, SourceRecordIsCutToTheRoomGiven) {
     EXPECT_EQ(channel_receive(buffer.data(), buffer.size(), 0, nullptr, nullptr), 24 + 300);
 }
 
-TEST_F(Channel, OwnFramesAreNotSeen) {
+TEST_P(Channel, OwnFramesAreNotSeen) {
     const far_end port("swp1");  // sends out of the port, as the relay does
     port.send(frame_fields{});
     EXPECT_EQ(far_end("c1").receive(0x0800, 0), octets{});  // opened after the frame went by
     expect_silence(far_end("c1"));
-    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 0 udp 0 vlan 0 port 0 overrun 0");
+    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 0 udp 0 vlan 0 port 0 limit 0 lost 0");
 }
 
-TEST_F(Channel, ABurstIsDeliveredOnceAndInOrder) {
+TEST_P(Channel, ABurstIsDeliveredOnceAndInOrder) {
     const far_end c1("c1");
     for (unsigned i = 0; i < 1000; ++i)
         c1.send(frame_fields{.identification = i, .message = message_of(236 + i % 300)});
@@ -274,34 +274,24 @@ TEST_F(Channel, ABurstIsDeliveredOnceAndInOrder) {
         ASSERT_EQ(hex(receive_now().message), hex(delivery_of(expected))) << i;
     }
     expect_nothing_more();
-    EXPECT_EQ(counted_since(), "delivered 1000 truncated 0 fragment 0 ip 0 udp 0 vlan 0 port 0 overrun 0");
+    EXPECT_EQ(counted_since(), "delivered 1000 truncated 0 fragment 0 ip 0 udp 0 vlan 0 port 0 limit 0 lost 0");
 }
 
-TEST_F(Channel, PendingCountsWhatWasReadAhead) {
+TEST_P(Channel, AMessageIsInHandUntilItIsReceived) {
     const far_end c1("c1");
-    for (unsigned i = 0; i < 10; ++i) c1.send(frame_fields{});
-    EXPECT_EQ(channel_pending(), 0U);
-    (void)receive();
-    EXPECT_EQ(channel_pending(), 9U);
-    for (unsigned i = 9; i > 0; --i) {
-        EXPECT_TRUE(readable(fd(), 0));
-        EXPECT_GE(receive_now().result, 0);
-        EXPECT_EQ(channel_pending(), i - 1);
+    EXPECT_FALSE(channel_next());
+    for (unsigned i = 0; i < 10; ++i) c1.send(frame_fields{.identification = i});
+    for (unsigned i = 0; i < 10; ++i) {
+        EXPECT_TRUE(readable(fd(), wait_limit_ms));
+        EXPECT_TRUE(channel_next());
+        EXPECT_TRUE(channel_next());
+        EXPECT_EQ(hex(receive_now().message), hex(delivery_of({.identification = i})));
     }
+    EXPECT_FALSE(channel_next());
     expect_nothing_more();
 }
 
-TEST_F(Channel, AFloodOnOnePortDoesNotKeepTheOtherWaiting) {
-    const far_end c1("c1");
-    const far_end c2("c2");
-    for (unsigned i = 0; i < 1000; ++i) c1.send(frame_fields{});
-    c2.send(frame_fields{});
-    unsigned before = 0;
-    while (receive().source[16] == 10) ++before;
-    EXPECT_LE(before, 64U);  // two batches
-}
-
-TEST_F(Channel, AFloodOfBadFramesLeavesTurnsToOthers) {
+TEST_P(Channel, AFloodOfBadFramesLeavesTurnsToOthers) {
     const far_end c1("c1");
     for (unsigned i = 0; i < 200; ++i) c1.send(frame_fields{.udp_checksum = 0xBEEF});
     c1.send(frame_fields{});
@@ -312,10 +302,10 @@ TEST_F(Channel, AFloodOfBadFramesLeavesTurnsToOthers) {
         ++empty_handed;
     }
     EXPECT_EQ(empty_handed, 200U / 32);
-    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 0 udp 200 vlan 0 port 0 overrun 0");
+    EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 0 udp 200 vlan 0 port 0 limit 0 lost 0");
 }
 
-TEST_F(Channel, OverrunIsCounted) {
+TEST_P(Channel, WhatTheQueueHasNoRoomForIsCounted) {
     const far_end c1("c1");
     ravo::platform::channel_forget_lost();
     constexpr unsigned sent = 20000;
@@ -323,14 +313,18 @@ TEST_F(Channel, OverrunIsCounted) {
     for (unsigned i = 0; i < sent; ++i) c1.send(frame);
     unsigned delivered = 0;
     while (readable(fd(), 0)) delivered += receive_now().result >= 0;
-    EXPECT_GE(delivered, 1000U);
+    EXPECT_GE(delivered, 500U);
     EXPECT_LT(delivered, sent) << "nothing was lost: this test shows nothing";
     EXPECT_EQ(counted_since(), "delivered " + std::to_string(delivered) +
-                                   " truncated 0 fragment 0 ip 0 udp 0 vlan 0 port 0 overrun " +
+                                   " truncated 0 fragment 0 ip 0 udp 0 vlan 0 port 0 limit 0 lost " +
                                    std::to_string(sent - delivered));
     EXPECT_EQ(ravo::platform::channel_lost(), sent - delivered);
     ravo::platform::channel_forget_lost();
     EXPECT_EQ(ravo::platform::channel_lost(), 0U);
+    expect_delivered(c1, {});
 }
+
+INSTANTIATE_TEST_SUITE_P(WaysIn, Channel, testing::Values(channel_box::way_in::kernel, channel_box::way_in::daemon),
+                         channel_box::name_of);
 
 }  // namespace

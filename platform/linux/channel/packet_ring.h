@@ -1,0 +1,62 @@
+// The packet socket through which all frames come in: one for all devices, with a ring of frames in memory that the
+// kernel fills and the relay reads without a system call.
+#ifndef PLATFORM_LINUX_CHANNEL_PACKET_RING_H
+#define PLATFORM_LINUX_CHANNEL_PACKET_RING_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+
+#include "base/mapping.h"
+#include "base/owners.h"
+#include "channel/channel_frame.h"
+
+struct tpacket2_hdr;
+
+namespace ravo::platform {
+
+// A frame in the ring.
+struct ring_frame {
+    std::span<const std::uint8_t> bytes;  // from the Ethernet destination address on
+    frame_aux aux;
+    int kernel_ifindex = 0;    // the device it came in on
+    std::int64_t time_us = 0;  // when it came in, microseconds since 1970
+    bool cut = false;          // the kernel had no room for all of it
+};
+
+class packet_ring {
+  public:
+    static constexpr std::size_t capacity = 2048;  // frames
+
+    // Opens the socket, non-blocking, and its ring. It receives nothing yet, so that it can be given a filter first.
+    // Returns 0, or the reason as errno.
+    int open();
+    // Begins to receive frames that come in on any device, whatever their protocol. Returns 0, or the reason as errno.
+    int listen();
+
+    // Readable while the ring holds a frame that was not given back.
+    int fd() const { return socket_.get(); }
+
+    // Gives the frame taken last back to the kernel and takes the next one, which stays valid until the next call.
+    // Returns whether there was one.
+    bool take(ring_frame *out);
+
+    // Frames that the kernel had no room for since the last call.
+    std::uint32_t take_overruns() const;
+
+  private:
+    tpacket2_hdr *slot() const;
+    void give_back();
+    void read_whole(std::size_t size, ring_frame *out);
+
+    descriptor socket_;
+    mapping ring_;
+    std::size_t at_ = 0;  // the slot that is taken, or will be taken next
+    bool taken_ = false;
+    std::unique_ptr<std::uint8_t[]> large_;  // a frame that no slot has room for; made for the first one
+};
+
+}  // namespace ravo::platform
+
+#endif

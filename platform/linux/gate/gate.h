@@ -1,0 +1,92 @@
+// The gate in front of the relay's queue: which frames are let in, from which devices, and how many.
+//
+// In the kernel it is a program (gate.bpf.c) that every frame of every device passes. Where the kernel refuses such a
+// program a plain filter lets in what the relay can want from any device, and the daemon holds what it reads against
+// the same limits.
+#ifndef PLATFORM_LINUX_GATE_GATE_H
+#define PLATFORM_LINUX_GATE_GATE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/mapping.h"
+#include "base/owners.h"
+#include "gate/gate_records.h"
+
+namespace ravo::platform {
+
+// What a port may send.
+struct port_rate {
+    std::uint32_t messages = 0;  // a second; 0: as many as it likes
+    std::uint32_t burst = 1;     // that many at once; at least 1
+    bool operator==(const port_rate &) const = default;
+};
+
+class gate {
+  public:
+    static constexpr std::size_t no_place = ~std::size_t{0};
+
+    // Sets the gate up at a packet socket that receives nothing yet, in the kernel if it can be. Returns 0, or the
+    // reason as errno.
+    int attach(int fd);
+    bool in_kernel() const { return static_cast<bool>(devices_); }
+    // Why it is not in the kernel.
+    const std::string &refusal() const { return refusal_; }
+
+    // Gives a place among the ports. Returns no_place and errno when there is none; ENOSPC: all are given.
+    std::size_t give_place();
+    // A place is freed when nothing of its device can be in the queue any more.
+    void free_place(std::size_t place);
+
+    // Lets a device's messages in, or no more of them. Returns 0, or the reason as errno.
+    int let_in(int kernel_ifindex, std::size_t place);
+    void shut_out(int kernel_ifindex);
+
+    // From the next message on.
+    void set_rate(std::size_t place, const port_rate &rate);
+
+    // How many messages the queue may hold; more than it has room for is no limit.
+    void set_room(std::size_t messages);
+    // Notes that a message of the port was taken out of the queue.
+    void take(std::size_t place);
+    // Notes that the queue is empty, whatever was counted.
+    void note_empty();
+
+    // Outside the kernel: tells whether a message that was taken out is within its port's limit, and counts it if not.
+    // vlan: the id of its tag, 0 for none; now: nanoseconds of a clock that is never set.
+    bool admit(std::size_t place, std::uint32_t vlan, std::uint64_t now);
+
+    // The counts of a port since its place was given.
+    const gate_port &counts(std::size_t place) const { return *record(place); }
+    // Calls a function with each port and VLAN tag of which messages were over the limit, and how many since the
+    // place was given.
+    using tag_visitor = std::function<void(const gate_tag &tag, std::uint64_t count)>;
+    void each_limited_tag(const tag_visitor &visit) const;
+
+  private:
+    gate_port *record(std::size_t place) const;
+    gate_queue *queue() const { return static_cast<gate_queue *>(queue_.get()); }
+    bool load(int fd);
+    bool map_place(std::size_t place);
+    void forget_tags(std::size_t place);
+
+    // Of the program; closed outside the kernel.
+    descriptor devices_;
+    descriptor ports_;
+    descriptor limited_by_tag_;
+    std::string refusal_;
+
+    mapping queue_;
+    std::vector<mapping> pages_;                                                         // of records, in their order
+    std::vector<bool> used_;                                                             // which places are
+    std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint64_t> own_limited_tags_;  // outside the kernel
+};
+
+}  // namespace ravo::platform
+
+#endif
