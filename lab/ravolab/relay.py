@@ -38,7 +38,8 @@ class Relay:
 
     def start(self, timeout=60):
         words = [self.build / "ravod", "--management", self.socket, "--switch", self.switch_file,
-                 "--startup-config", self.startup_file, "--log-level", self.log_level, "--log-to", "stderr"]
+                 "--startup-config", self.startup_file, "--state", self.folder / "state",
+                 "--log-level", self.log_level, "--log-to", "stderr"]
         self.process = Process(self.namespace, [*words, *self.options], self.folder / "log", env=self.env,
                                name="ravod", **self.how)
         self.lab.keep(self.process)

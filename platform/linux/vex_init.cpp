@@ -39,7 +39,9 @@
 #include "osal/osal_events.h"
 #include "process/frame.h"
 #include "process/limits.h"
+#include "process/relay_data.h"
 #include "process/service_status.h"
+#include "process/state_folder.h"
 #include "settings/kept_settings.h"
 #include "trap/trap.h"
 
@@ -199,6 +201,13 @@ void describe(const platform::switch_description &description) {
                            platform::books_recorder_size());
 }
 
+// A number that waits for its reply must not be given to another port meanwhile.
+void remember_ports(const platform::frame_options &options) {
+    const std::string why_not = platform::state_open(options.state_folder);
+    if (!why_not.empty()) platform::log_line(platform::log_level_start, "%s", why_not.c_str());
+    platform::inventory_remember(platform::state_path("ports"), platform::relay_names_port);
+}
+
 void open_inventory(const platform::frame_options &options) {
     platform::switch_description description;
     std::string fault;
@@ -207,6 +216,7 @@ void open_inventory(const platform::frame_options &options) {
     platform::trap_remove_stale();
     platform::nsm_follow_inventory();
     describe(description);
+    remember_ports(options);
     const std::string reason = platform::inventory_open();
     if (!reason.empty()) refuse("ravod: " + reason);
 }
@@ -231,9 +241,7 @@ void on_end_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/) {
     platform::frame_stop(0);
 }
 
-void on_reload_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/) {
-    const std::string log_fault = platform::log_reopen();
-    if (!log_fault.empty()) platform::log_line(platform::log_level_error, "%s", log_fault.c_str());
+void read_description_again() {
     const platform::frame_options &options = platform::frame_get_options();
     platform::switch_description description;
     std::string fault;
@@ -244,6 +252,12 @@ void on_reload_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/)
     describe(description);
     platform::log_line(platform::log_level_start, "ravod: switch description read again: %zu ports, %zu interfaces",
                        description.ports.size(), description.interfaces.size());
+}
+
+void on_reload_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/) {
+    const std::string log_fault = platform::log_reopen();
+    if (!log_fault.empty()) platform::log_line(platform::log_level_error, "%s", log_fault.c_str());
+    platform::frame_reload();
 }
 
 std::vector<event_ptr> catch_signals() {
@@ -292,6 +306,7 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     check_that_we_may_run(options);
     platform::limits_raise_descriptors();
     std::vector<event_ptr> signals = catch_signals();
+    platform::frame_set_reload(read_description_again);
     open_inventory(options);
     install_commands();
     connect_and_start();

@@ -9,7 +9,6 @@
 #include "commands/books_clients.h"
 #include "commands/books_text.h"
 #include "commands/commands.h"
-#include "inventory/inventory.h"
 #include "osal/send_figures.h"
 
 namespace ravo::cli {
@@ -187,26 +186,6 @@ int client_json(struct cli *cli, int /*argc*/, char **argv, json_writer &out) {
     for (std::size_t i = 0; i < messages.size() && i < most_messages; ++i) add_message(out, messages[i]);
     json_close(out, ']');
     json_number(out, "total", static_cast<std::int64_t>(messages.size()));
-    json_close(out, '}');
-    return 0;
-}
-
-int interfaces_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
-    json_open(out, "", '{');
-    json_open(out, "interfaces", '[');
-    for (const platform::inventory_row &row : platform::inventory_rows()) {
-        json_open(out, "", '{');
-        json_string(out, "name", row.name);
-        json_string(out, "kind", row.is_port ? "port" : "vlan");
-        json_number(out, "ifindex", row.ifindex);
-        json_bool(out, "up", row.up);
-        if (!row.address.empty()) json_string(out, "address", row.address);
-        if (row.pvid != 0) json_number(out, "pvid", row.pvid);
-        if (!row.device.empty()) json_string(out, "device", row.device);
-        if (row.kernel_ifindex != 0) json_number(out, "kernel_ifindex", row.kernel_ifindex);
-        json_close(out, '}');
-    }
-    json_close(out, ']');
     json_close(out, '}');
     return 0;
 }
