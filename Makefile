@@ -37,7 +37,7 @@ run:
 
 test:
 	@lab/check-host test
-	@packaging/dependencies build lab unit check deb
+	@packaging/dependencies build lab unit check page deb
 	@$(PYTHON) -B tests/run
 
 check:
@@ -102,6 +102,9 @@ install: build
 	    test -f "$$groups" || continue; \
 	    name="$${groups##*/}"; \
 	    put "$$groups" "$(SYSUSERS_DIR)/$${name%.sysusers}.conf"; \
+	done; \
+	for module in docs/mibs/*.txt; do \
+	    put "$$module" "$(PREFIX)/share/snmp/mibs/$${module##*/}"; \
 	done; \
 	for page in docs/man/*.[1-8]; do \
 	    test -f "$$page" || continue; \

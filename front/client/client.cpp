@@ -9,15 +9,14 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <optional>
 
 #include "management_protocol.h"
+#include "reach.h"
 
 namespace ravo::client {
 
@@ -42,10 +41,6 @@ using std::chrono::steady_clock;
 constexpr std::size_t read_size = std::size_t{64} * 1024;
 constexpr std::size_t longest_sent = protocol::max_request - 256;  // bytes of a line; its frame has a head too
 constexpr int slice_ms = 200;                                      // how often a wait looks whether it was cancelled
-
-std::string error_text(int error) {
-    return strerrordesc_np(error);
-}
 
 // What a frame meant for whoever waits.
 enum class event { other, welcome, status, refused, malformed };
@@ -244,46 +239,12 @@ answer request_status(connection &c, const protocol::bytes &request, std::uint32
     return a;
 }
 
-// ---- Connecting ----
-
-std::string reach_fault(int error) {
-    switch (error) {
-        case ENOENT:
-            return "no ravod is running there: there is no such socket";
-        case ECONNREFUSED:
-            return "no ravod is running there: nobody listens on the socket";
-        case EACCES:
-            return "permission denied; only root and members of group ravo or ravo-admin may use ravod";
-        case EAGAIN:
-            return "ravod does not take connections: too many are waiting";
-        default:
-            return "cannot reach ravod: " + error_text(error);
-    }
-}
-
-std::string connect_to(const std::string &path, int *made) {
-    sockaddr_un address{};
-    if (path.empty() || path.size() >= sizeof(address.sun_path))
-        return "a socket's path must have 1 to " + std::to_string(sizeof(address.sun_path) - 1) + " bytes";
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd < 0) return "cannot make a socket: " + error_text(errno);
-    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
-        const int error = errno;
-        ::close(fd);
-        return reach_fault(error);
-    }
-    *made = fd;
-    return {};
-}
-
 }  // namespace
 
 connection_ptr open(const open_options &options, std::string *reason) {
     connection_ptr c(new connection);
     c->path = options.socket;
-    const std::string fault = connect_to(options.socket, &c->fd);
+    const std::string fault = reach(options.socket, &c->fd);
     if (!fault.empty()) {
         *reason = options.socket + ": " + fault;
         return nullptr;

@@ -53,8 +53,9 @@ def _first_child(pid):
 class Process:
     """One program started in a namespace; its standard output and error go to the file `log`."""
 
-    def __init__(self, namespace, argv, log, *, env=None, contained=False, mount_script=None, name=None):
-        """mount_script: shell commands run in the mount namespace before the program (contained only)."""
+    def __init__(self, namespace, argv, log, *, env=None, contained=False, mount_script=None, name=None, stderr=None):
+        """mount_script: shell commands run in the mount namespace before the program (contained only); stderr: a file
+        for its standard error, in place of the log."""
         if threading.current_thread() is not threading.main_thread():
             raise LabError("processes of the lab are started by the main thread: they die with their starter")
         self.argv = [str(word) for word in argv]
@@ -70,7 +71,7 @@ class Process:
             command += self.argv
         with open(self.log_path, "ab") as log_file:
             self._popen = subprocess.Popen(
-                command, stdin=subprocess.DEVNULL, stdout=log_file, stderr=subprocess.STDOUT,
+                command, stdin=subprocess.DEVNULL, stdout=log_file, stderr=stderr or subprocess.STDOUT,
                 start_new_session=True, env={**os.environ, "LC_ALL": "C", **(env or {})})
 
     @property

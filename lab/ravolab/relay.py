@@ -21,14 +21,14 @@ BUILD = Path(os.environ.get("RAVO_BUILD") or REPOSITORY / "build")
 
 class Relay:
     def __init__(self, lab, *, build=None, log_level="trace", switch_toml=None, startup_config=None, options=(),
-                 env=None, namespace=None):
+                 env=None, namespace=None, **how):
         """switch_toml, startup_config: texts of the two files, empty without one, so that nothing of the host's
-        own /etc/ravo counts."""
+        own /etc/ravo counts; how: more arguments of Process."""
         self.lab = lab
         self.namespace = namespace or lab.switch
         self.build = Path(build or BUILD)
         self.folder = lab.fresh_folder("relay")
-        self.log_level, self.options, self.env = log_level, list(options), env
+        self.log_level, self.options, self.env, self.how = log_level, list(options), env, how
         self.socket = self.folder / "ravod.sock"
         self.switch_file = self.folder / "switch.toml"
         self.startup_file = self.folder / "startup-config"
@@ -38,9 +38,10 @@ class Relay:
 
     def start(self, timeout=60):
         words = [self.build / "ravod", "--management", self.socket, "--switch", self.switch_file,
-                 "--startup-config", self.startup_file, "--log-level", self.log_level, "--log-to", "stderr"]
+                 "--startup-config", self.startup_file, "--state", self.folder / "state",
+                 "--log-level", self.log_level, "--log-to", "stderr"]
         self.process = Process(self.namespace, [*words, *self.options], self.folder / "log", env=self.env,
-                               name="ravod")
+                               name="ravod", **self.how)
         self.lab.keep(self.process)
         wait_for(self._answers, timeout, lambda: f"answer from ravod; its log:\n{self.log[-2000:]}\nreadiness")
         return self

@@ -37,10 +37,11 @@
 #include "management/management.h"
 #include "memory/memmgr_budget.h"
 #include "osal/osal_events.h"
-#include "osal/transaction_room.h"
 #include "process/frame.h"
 #include "process/limits.h"
+#include "process/relay_data.h"
 #include "process/service_status.h"
+#include "process/state_folder.h"
 #include "settings/kept_settings.h"
 #include "trap/trap.h"
 
@@ -175,6 +176,8 @@ void read_options() {
     answer_and_leave(options);
     const std::string log_fault = platform::log_open(options.log_target, options.log_threshold);
     if (!log_fault.empty()) refuse("ravod: " + log_fault);
+    platform::log_start_writer();
+    platform::log_hold_repeats();
     platform::log_take_event_library();
     platform::frame_set_options(options);
     platform::memmgr_set_budget(options.memory_budget);
@@ -198,6 +201,13 @@ void describe(const platform::switch_description &description) {
                            platform::books_recorder_size());
 }
 
+// A number that waits for its reply must not be given to another port meanwhile.
+void remember_ports(const platform::frame_options &options) {
+    const std::string why_not = platform::state_open(options.state_folder);
+    if (!why_not.empty()) platform::log_line(platform::log_level_start, "%s", why_not.c_str());
+    platform::inventory_remember(platform::state_path("ports"), platform::relay_names_port);
+}
+
 void open_inventory(const platform::frame_options &options) {
     platform::switch_description description;
     std::string fault;
@@ -206,6 +216,7 @@ void open_inventory(const platform::frame_options &options) {
     platform::trap_remove_stale();
     platform::nsm_follow_inventory();
     describe(description);
+    remember_ports(options);
     const std::string reason = platform::inventory_open();
     if (!reason.empty()) refuse("ravod: " + reason);
 }
@@ -230,9 +241,7 @@ void on_end_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/) {
     platform::frame_stop(0);
 }
 
-void on_reload_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/) {
-    const std::string log_fault = platform::log_reopen();
-    if (!log_fault.empty()) platform::log_line(platform::log_level_error, "%s", log_fault.c_str());
+void read_description_again() {
     const platform::frame_options &options = platform::frame_get_options();
     platform::switch_description description;
     std::string fault;
@@ -243,6 +252,12 @@ void on_reload_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/)
     describe(description);
     platform::log_line(platform::log_level_start, "ravod: switch description read again: %zu ports, %zu interfaces",
                        description.ports.size(), description.interfaces.size());
+}
+
+void on_reload_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/) {
+    const std::string log_fault = platform::log_reopen();
+    if (!log_fault.empty()) platform::log_line(platform::log_level_error, "%s", log_fault.c_str());
+    platform::frame_reload();
 }
 
 std::vector<event_ptr> catch_signals() {
@@ -267,12 +282,12 @@ void end_in_order(std::vector<event_ptr> signals) {
     platform::service_stopping();
     platform::management_close();
     platform::readers_free();
-    platform::transaction_room_close();
     platform::timers_free();
     platform::channel_close();
     platform::inventory_close();
     platform::service_watchdog_stop();
     signals.clear();
+    platform::log_tell_repeats();
     platform::loop_free();
     platform::log_close();
     libevent_global_shutdown();
@@ -291,13 +306,14 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     check_that_we_may_run(options);
     platform::limits_raise_descriptors();
     std::vector<event_ptr> signals = catch_signals();
-    platform::transaction_room_open();
+    platform::frame_set_reload(read_description_again);
     open_inventory(options);
     install_commands();
     connect_and_start();
     ravo::cli::kept_begin();
     platform::nsm_deliver_existing();
     replay_startup_configuration(options);
+    platform::log_settle();  // who has waited for an answer finds in the log how the start went
     const std::string reason = platform::management_open(options.management_socket);
     if (!reason.empty()) refuse("ravod: " + reason);
     platform::service_watchdog_start();

@@ -46,7 +46,9 @@ class Daemon:
         self.starts += 1
         log = self.folder / f"log{self.starts}"
         self.process = Process(self.namespace, [BUILD / "ravod", "--management", self.socket, "--log-level", "warning",
-                                                "--startup-config", self.startup, *options], log, **how)
+                                                "--startup-config", self.startup,
+                                                *(() if "--state" in options else ("--state", self.folder / "state")),
+                                                *options], log, **how)
         wait_for(self.answers, 60, lambda: f"answer from ravod; its log:\n{self.log[-2000:]}\nreadiness")
         return self
 

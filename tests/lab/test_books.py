@@ -71,9 +71,9 @@ def test_the_recorder_tells_the_exchange(lab, relay):
     lines = relay.sh(f"show ip dhcp relay client {host.mac}").splitlines()
     assert lines[0] == f"Client {host.mac}, newest message first:"
     information = f"option 82 VLAN 10 port 1/1 MAC {vlan.mac}"
-    reply = rf"{host.mac} xid 0x[0-9a-f]{{8}} vlan 99 port 1/9: delivered \(delivered to the client\)" \
+    reply = rf"{host.mac} xid [0-9A-F]{{1,8}} vlan 99 port 1/9: delivered \(delivered to the client\)" \
             rf", \d+\.\d{{3}} ms after its request, {information}"
-    request = rf"{host.mac} xid 0x[0-9a-f]{{8}} vlan 10 port 1/1: relayed to {server.address} \(relayed to servers\)"
+    request = rf"{host.mac} xid [0-9A-F]{{1,8}} vlan 10 port 1/1: relayed to {server.address} \(relayed to servers\)"
     patterns = [f"{WHEN}ACK {reply}", f"{WHEN}REQUEST {request}", f"{WHEN}OFFER {reply}", f"{WHEN}DISCOVER {request}"]
     assert len(lines) == 5
     for line, pattern in zip(lines[1:], patterns):
@@ -168,14 +168,14 @@ def test_reasons_of_frames_that_are_no_message(lab, relay):
     assert nonzero(seen["total"]) == dict.fromkeys([*frames, "unknown-vlan", "unknown-operation"], 1)
     lines = relay.sh(f"show ip dhcp relay client {host.mac}").splitlines()[1:]
     assert [line[24:] for line in lines] == [
-        f"DISCOVER {host.mac} xid 0x00000003 vlan 10 port 1/1: unknown-operation (neither request nor reply)",
-        f"DISCOVER {host.mac} xid 0x00000002 vlan 777 port 1/1: unknown-vlan (no VLAN interface for its VLAN)",
+        f"DISCOVER {host.mac} xid 3000000 vlan 10 port 1/1: unknown-operation (neither request nor reply)",
+        f"DISCOVER {host.mac} xid 2000000 vlan 777 port 1/1: unknown-vlan (no VLAN interface for its VLAN)",
         f"- {host.mac} vlan 10 port 1/1: truncated (shorter than its headers say)",
         f"- {host.mac} vlan 10 port 1/1: bad-udp-checksum (wrong UDP checksum)",
         f"- {host.mac} vlan 10 port 1/1: fragment (part of a fragmented packet)"]
     told = document(relay, f"show ip dhcp relay client {host.mac}")["messages"]
     assert [(each["op"], each.get("xid"), each["vlan"]) for each in told] == [
-        ("", "0x00000003", 10), ("request", "0x00000002", 777), ("", None, 10), ("", None, 10), ("", None, 10)]
+        ("", "3000000", 10), ("request", "2000000", 777), ("", None, 10), ("", None, 10), ("", None, 10)]
     assert [(each["client"], each["messages"], each["op"]) for each in document(relay, "show ip dhcp relay client")[
         "clients"]] == [(host.mac, 2, "")]
 
@@ -271,7 +271,7 @@ def test_nothing_is_received_while_the_relay_is_off(lab, relay):
     host.send(broadcast(message("DISCOVER", mac=host.mac, xid=3), host.mac))
     received(relay, 2)
     told = document(relay, f"show ip dhcp relay client {host.mac}")["messages"]
-    assert [each["xid"] for each in told] == ["0x00000003", "0x00000001"]
+    assert [each["xid"] for each in told] == ["3000000", "1000000"]
 
 
 def random_frame(dice, mac):
@@ -380,7 +380,7 @@ def test_recorder_of_the_size_described(lab):
             host.send(broadcast(message("DISCOVER", mac=host.mac, xid=xid), host.mac))
         received(relay, 5)
         told = document(relay, f"show ip dhcp relay client {host.mac}")
-        assert [each["xid"] for each in told["messages"]] == ["0x00000005", "0x00000004", "0x00000003"]
+        assert [each["xid"] for each in told["messages"]] == ["5000000", "4000000", "3000000"]
     finally:
         relay.stop()
         lab.relays.remove(relay)

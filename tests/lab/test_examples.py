@@ -16,7 +16,7 @@ STEP = re.compile(r"^```(?P<kind>[a-z]+)\n(?P<text>.*?)^```$|^<!-- lab: (?P<scen
 # What differs from run to run stands as one of its kind.
 CHANGING = [(re.compile(pattern), kind) for pattern, kind in (
     (r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}", "TIME"), (r"\b\d+\.\d{3} ms\b", "DURATION"),
-    (r"\bxid 0x[0-9a-f]{8}\b", "xid XID"))]
+    (r"\bxid [0-9A-F]{1,8}\b", "xid XID"))]
 
 
 def examples():

@@ -23,7 +23,8 @@ def run(*words, **more):
 def package():
     printed = run("make", "--no-print-directory", "deb", cwd=REPOSITORY)
     architecture = run("dpkg", "--print-architecture").strip()
-    assert printed.splitlines()[-1] == f"build/ravo_{VERSION}_{architecture}.deb"
+    assert printed.splitlines()[-3:] == [f"build/{name}_{VERSION}_{architecture}.deb"
+                                         for name in ("ravo-web", "ravo-snmp", "ravo")]
     return REPOSITORY / printed.splitlines()[-1]
 
 
@@ -51,6 +52,44 @@ def test_contents(package):
             path = os.path.dirname(path)
             expected[path] = FOLDER
     assert entries(package) == {path: f"{mode} root/root" for path, mode in expected.items()}
+
+
+def beside(package, name):
+    """The package of a program in front, built together with the daemon's."""
+    return package.with_name(package.name.replace("ravo_", f"{name}_"))
+
+
+@pytest.mark.parametrize("name, more", [
+    ("ravo-web", {f"/usr/share/doc/ravo-web/monitoring/{path.name}" for path in (REPOSITORY / "docs/monitoring").glob("*")}),
+    ("ravo-snmp", {"/usr/share/snmp/mibs/RAVO-DHCP-RELAY-MIB.txt"})])
+def test_contents_of_the_programs_in_front(package, name, more):
+    files = {path for path, mode in entries(beside(package, name)).items() if not mode.startswith("d")}
+    assert files == more | {f"/usr/sbin/{name}", f"/lib/systemd/system/{name}.service", f"/usr/lib/sysusers.d/{name}.conf",
+                            f"/usr/share/man/man8/{name}.8.gz",
+                            *(f"/usr/share/doc/{name}/{file}" for file in ("CHANGELOG.md", "changelog.gz", "copyright"))}
+    assert f"ravo (= {VERSION})" in run("dpkg-deb", "-f", beside(package, name), "Depends")
+
+
+def test_programs_in_front_are_installed_and_purged(package, tmp_path):
+    machine = Machine(tmp_path / "machine")
+    machine.dpkg("-i", package, beside(package, "ravo-web"), beside(package, "ravo-snmp"))
+    users = {line.split(":")[0] for line in (machine.folder / "etc/passwd").read_text().splitlines()}
+    assert users >= {"ravo-web", "ravo-snmp"} and "ravo-admin" in group_names(machine)
+    for name in ("ravo-web", "ravo-snmp"):
+        assert run(machine.folder / "usr/sbin" / name, "--version") == f"{name} {VERSION}\n"
+    (machine.folder / "etc/ravo/web-accounts").write_text("")
+    machine.dpkg("-P", "ravo-web", "ravo-snmp", "ravo")
+    left = {path for path in machine.files() - machine.before if "ravo" in path}
+    assert left == set()
+
+
+@pytest.mark.parametrize("name", ["ravo-web", "ravo-snmp"])
+def test_services_are_shut_in(name, tmp_path):
+    """What systemd finds exposed of them: at most 1.5 of 10."""
+    unit = (REPOSITORY / "packaging" / f"{name}.service").read_text().replace(f"/usr/sbin/{name}", "/bin/true")
+    (tmp_path / f"{name}.service").write_text(unit)
+    shown = run("systemd-analyze", "security", "--offline=true", "--no-pager", tmp_path / f"{name}.service")
+    assert float(re.search(r"Overall exposure level for \S+: ([\d.]+)", shown)[1]) <= 1.5, shown
 
 
 def test_control(package):

@@ -107,8 +107,9 @@ class NetTest : public testing::Test {
     void SetUp() override {
         ASSERT_EQ(::unshare(CLONE_NEWNET), 0) << "these tests make network namespaces and need root";
         run("ip link set lo up");
-        log_listener_ = ravo::platform::log_add_listener(ravo::platform::log_level_warning,
-                                                         [this](std::string_view line) { log_.emplace_back(line); });
+        log_listener_ = ravo::platform::log_add_listener(
+            ravo::platform::log_level_warning,
+            [this](const ravo::platform::log_event &event) { log_.emplace_back(event.line); });
     }
     void TearDown() override { ravo::platform::log_remove_listener(log_listener_); }
 

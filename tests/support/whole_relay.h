@@ -88,9 +88,11 @@ inline std::string show(const std::string &line) {
 class log_lines {
   public:
     log_lines()
-        : id_(ravo::platform::log_add_listener(ravo::platform::log_level_start, [this](std::string_view line) {
-              if (line.starts_with("settings: ")) lines_.emplace_back(line);
-          })) {}
+        : id_(ravo::platform::log_add_listener(ravo::platform::log_level_start,
+                                               [this](const ravo::platform::log_event &event) {
+                                                   if (event.line.starts_with("settings: "))
+                                                       lines_.emplace_back(event.line);
+                                               })) {}
     log_lines(const log_lines &) = delete;
     log_lines &operator=(const log_lines &) = delete;
     ~log_lines() { ravo::platform::log_remove_listener(id_); }

@@ -1,4 +1,7 @@
-// Whole files are read at once, up to a limit that their reader sets: configuration, descriptions, saved state.
+// Whole files are read at once, up to a limit that their reader sets: configuration, descriptions, saved state. A file
+// is never written in place: its successor is written beside it, brought to the disk, and takes its name in one step;
+// then the folder is brought to the disk too. Whoever is killed on the way leaves at most a file ".new" behind, which
+// the next one takes over.
 #include "base/files.h"
 
 #include <fcntl.h>
@@ -7,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <utility>
 
 #include "base/owners.h"
@@ -17,6 +21,17 @@ namespace {
 
 bool is_null_device(const struct stat &status) {
     return S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
+}
+
+int write_new(const std::string &path, std::string_view text, mode_t mode) {
+    if (unlink(path.c_str()) != 0 && errno != ENOENT) return errno;
+    descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
+    if (!file) return errno;
+    const int failed = write_all(file.get(), text);
+    if (failed != 0) return failed;
+    if (fsync(file.get()) != 0) return errno;
+    // Some file systems report only at the end what they could not write.
+    return close(file.release()) == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -55,6 +70,24 @@ int write_all(int fd, std::string_view text) {
         text.remove_prefix(static_cast<std::size_t>(done));
     }
     return 0;
+}
+
+int sync_folder_of(const std::string &path) {
+    descriptor folder(open(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder) return errno;
+    // Some file systems cannot do this for a folder; those have nothing to bring to the disk.
+    return fsync(folder.get()) == 0 || errno == EINVAL ? 0 : errno;
+}
+
+int replace_file(const std::string &path, std::string_view text, mode_t mode) {
+    const std::string successor = path + ".new";
+    int failed = write_new(successor, text, mode);
+    if (failed == 0 && rename(successor.c_str(), path.c_str()) != 0) failed = errno;
+    if (failed != 0) {
+        (void)unlink(successor.c_str());  // the reason reported is why this failed, not why that did
+        return failed;
+    }
+    return sync_folder_of(path);
 }
 
 std::string folder_of(const std::string &path) {

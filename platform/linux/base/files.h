@@ -2,6 +2,8 @@
 #ifndef PLATFORM_LINUX_BASE_FILES_H
 #define PLATFORM_LINUX_BASE_FILES_H
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -14,6 +16,14 @@ namespace ravo::platform {
 
 // Writes all of the text to a descriptor that blocks. Returns 0, or the reason as errno.
 [[nodiscard]] int write_all(int fd, std::string_view text);
+
+// Replaces a file by this text so that, whatever happens meanwhile, the file holds its old or its new text, whole, and
+// has it on the disk before the function returns. Its successor is written beside it, as PATH.new, and takes its name.
+// Returns 0, or the reason as errno; the file is then untouched.
+[[nodiscard]] int replace_file(const std::string &path, std::string_view text, mode_t mode);
+
+// Brings to the disk what was created, renamed or removed in the folder of a path. Returns 0, or the reason as errno.
+[[nodiscard]] int sync_folder_of(const std::string &path);
 
 // The folder that a path names something in: "." for a bare name, "/" for what stands in the root.
 [[nodiscard]] std::string folder_of(const std::string &path);

@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "books/outcome_words.h"
+#include "log/log_subject.h"
 
 namespace ravo::platform {
 namespace {
@@ -190,6 +191,7 @@ void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const 
     in_hand = true;
     read_message(message, current);
     read_sender(frame, current);
+    log_subject_begin({vlan, port_ifindex, current.client, current.has_message || !frame.empty()});
 }
 
 void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
@@ -203,16 +205,13 @@ void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_if
 void books_close() {
     if (!in_hand) return;
     in_hand = false;
+    log_subject_end(outcome_word(static_cast<relay_outcome>(current.outcome)));
     count(total);
     if (current.vlan < vlans && current.vlan != 0) count(of_vlan[current.vlan]);
     count_port();
     recorder[recorder_next] = current;
     recorder_next = recorder_next + 1 == recorder.size() ? 0 : recorder_next + 1;
     if (!watchers.empty()) tell_watchers();
-}
-
-std::uint32_t books_port_in_hand() {
-    return in_hand ? current.port_ifindex : 0;
 }
 
 const book_counters &books_total() {

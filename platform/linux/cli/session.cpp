@@ -322,6 +322,7 @@ int run_line(session &s, std::string_view line, std::size_t limit, line_fault *f
 }
 
 int session_run(session &s, std::string_view line) {
+    const platform::log_user of_user(s.user);
     remember(s, line);
     line_fault fault;
     const int result = run_line(s, line, session_line_limit, &fault);

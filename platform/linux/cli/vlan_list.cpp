@@ -59,4 +59,16 @@ std::string read_vlan_list(std::string_view text, std::vector<std::uint16_t> *ou
     return {};
 }
 
+std::string vlan_list_text(const std::vector<std::uint16_t> &vlans) {
+    std::string out;
+    for (std::size_t first = 0; first < vlans.size();) {
+        std::size_t last = first;
+        while (last + 1 < vlans.size() && vlans[last + 1] == vlans[last] + 1) ++last;
+        out += (out.empty() ? "" : ",") + std::to_string(vlans[first]);
+        if (last != first) out += "-" + std::to_string(vlans[last]);
+        first = last + 1;
+    }
+    return out;
+}
+
 }  // namespace ravo::cli

@@ -13,6 +13,9 @@ namespace ravo::cli {
 // Returns an empty string, or what is wrong, naming the item; *out is then unchanged.
 std::string read_vlan_list(std::string_view text, std::vector<std::uint16_t> *out);
 
+// The list of VLAN ids that stand in order, as ranges where they follow each other; empty for none.
+std::string vlan_list_text(const std::vector<std::uint16_t> &vlans);
+
 }  // namespace ravo::cli
 
 #endif

@@ -9,9 +9,7 @@
 #include "commands/books_clients.h"
 #include "commands/books_text.h"
 #include "commands/commands.h"
-#include "inventory/inventory.h"
 #include "osal/send_figures.h"
-#include "osal/transaction_room.h"
 
 namespace ravo::cli {
 
@@ -75,26 +73,13 @@ void add_all_unsent(json_writer &out) {
     json_close(out, ']');
 }
 
-// What transactions take of the memory, and what they had to go without.
-void add_transactions(json_writer &out) {
-    const auto number = [](std::uint64_t value) { return static_cast<std::int64_t>(value); };
-    const platform::transaction_figures figures = platform::transaction_room_figures();
-    json_open(out, "transactions", '{');
-    json_number(out, "open", number(figures.open));
-    json_number(out, "used_bytes", number(figures.used));
-    json_number(out, "budget_bytes", number(figures.budget));
-    json_number(out, "ended_early", number(figures.ended_early));
-    json_number(out, "refused", number(figures.refused));
-    json_open(out, "ports", '[');
-    for (const platform::port_transactions &port : platform::transaction_room_ports()) {
-        json_open(out, "", '{');
-        json_string(out, "port", port_name(port.port));
-        json_number(out, "open", number(port.open));
-        json_number(out, "ended_early", number(port.ended_early));
-        json_close(out, '}');
-    }
-    json_close(out, ']');
-    json_close(out, '}');
+// As the relay's log has it, and as its bytes stand in the message, for those who look at captures.
+void add_xid(json_writer &out, std::uint32_t xid) {
+    json_string(out, "xid", xid_text(xid));
+    const std::array<std::uint8_t, 4> bytes = {static_cast<std::uint8_t>(xid >> 24),
+                                               static_cast<std::uint8_t>(xid >> 16),
+                                               static_cast<std::uint8_t>(xid >> 8), static_cast<std::uint8_t>(xid)};
+    json_string(out, "xid_bytes", hex_text(bytes));
 }
 
 void add_place(json_writer &out, std::uint16_t vlan, std::uint32_t port) {
@@ -132,7 +117,7 @@ void add_message(json_writer &out, const platform::book_entry &entry) {
     json_open(out, "", '{');
     json_number(out, "number", static_cast<std::int64_t>(entry.number));
     add_event(out, entry);
-    if (entry.has_message) json_string(out, "xid", xid_text(entry.xid));
+    if (entry.has_message) add_xid(out, entry.xid);
     add_place(out, vlan_of(entry), entry.port_ifindex);
     json_open(out, "servers", '[');
     for (std::size_t i = 0; i < entry.servers_count && i < entry.servers.size(); ++i)
@@ -157,7 +142,6 @@ int statistics_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_w
     for (const std::uint32_t port : platform::books_ports()) add_port(out, port);
     json_close(out, ']');
     add_all_unsent(out);
-    add_transactions(out);
     json_close(out, '}');
     return 0;
 }
@@ -202,26 +186,6 @@ int client_json(struct cli *cli, int /*argc*/, char **argv, json_writer &out) {
     for (std::size_t i = 0; i < messages.size() && i < most_messages; ++i) add_message(out, messages[i]);
     json_close(out, ']');
     json_number(out, "total", static_cast<std::int64_t>(messages.size()));
-    json_close(out, '}');
-    return 0;
-}
-
-int interfaces_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
-    json_open(out, "", '{');
-    json_open(out, "interfaces", '[');
-    for (const platform::inventory_row &row : platform::inventory_rows()) {
-        json_open(out, "", '{');
-        json_string(out, "name", row.name);
-        json_string(out, "kind", row.is_port ? "port" : "vlan");
-        json_number(out, "ifindex", row.ifindex);
-        json_bool(out, "up", row.up);
-        if (!row.address.empty()) json_string(out, "address", row.address);
-        if (row.pvid != 0) json_number(out, "pvid", row.pvid);
-        if (!row.device.empty()) json_string(out, "device", row.device);
-        if (row.kernel_ifindex != 0) json_number(out, "kernel_ifindex", row.kernel_ifindex);
-        json_close(out, '}');
-    }
-    json_close(out, ']');
     json_close(out, '}');
     return 0;
 }

@@ -15,7 +15,6 @@ int statistics_of_vlan_json(struct cli *cli, int argc, char **argv, json_writer 
 int statistics_of_port_json(struct cli *cli, int argc, char **argv, json_writer &out);
 int clients_json(struct cli *cli, int argc, char **argv, json_writer &out);
 int client_json(struct cli *cli, int argc, char **argv, json_writer &out);
-int interfaces_json(struct cli *cli, int argc, char **argv, json_writer &out);
 
 }  // namespace ravo::cli
 

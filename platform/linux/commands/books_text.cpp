@@ -163,8 +163,8 @@ std::string milliseconds_text(std::int32_t microseconds) {
 }
 
 std::string xid_text(std::uint32_t xid) {
-    char text[11];
-    std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(xid));
+    char text[9];
+    std::snprintf(text, sizeof text, "%X", static_cast<unsigned>(htonl(xid)));
     return text;
 }
 

@@ -37,7 +37,9 @@ std::string time_text_utc(std::int64_t time_us);
 // "1.234" milliseconds.
 std::string milliseconds_text(std::int32_t microseconds);
 
-std::string xid_text(std::uint32_t xid);  // "0x0a1b2c3d"
+// A transaction id, in host byte order, as the relay has it in its log and in its map: the number that the bytes of the
+// message are on this machine, in hexadecimal digits.
+std::string xid_text(std::uint32_t xid);
 
 // Option 82 as this relay writes it.
 struct relay_information {

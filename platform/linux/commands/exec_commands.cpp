@@ -35,8 +35,8 @@ int terminal_monitor(struct cli *cli, int /*argc*/, char ** /*argv*/) {
         return 1;
     }
     if (s.monitor == 0)
-        s.monitor = platform::log_add_listener(platform::log_level_trace,
-                                               [&s](std::string_view line) { s.output.monitor(line); });
+        s.monitor = platform::log_add_listener(
+            platform::log_level_trace, [&s](const platform::log_event &event) { s.output.monitor(event.line); });
     return 0;
 }
 

@@ -74,6 +74,16 @@ std::int64_t add_trusted(json_writer &out, const relay_access &relay) {
     return total;
 }
 
+// xid: as it stands in the message.
+void add_xid(json_writer &out, std::uint32_t xid) {
+    char text[9];
+    std::snprintf(text, sizeof text, "%X", static_cast<unsigned>(xid));
+    json_string(out, "xid", text);
+    std::uint8_t bytes[sizeof xid];
+    std::memcpy(bytes, &xid, sizeof bytes);
+    json_string(out, "xid_bytes", hex_text(bytes, sizeof bytes, "", "%02x"));
+}
+
 // Prints a line when no relay is registered.
 const relay_access *relay_or_refuse(struct cli *cli) {
     const relay_access *relay = platform::relay_data();
@@ -214,10 +224,8 @@ int relay_transactions_json(struct cli *cli, int /*argc*/, char ** /*argv*/, jso
     json_open(out, "transactions", '[');
     relay_transaction entry{};
     for (int found = relay->transaction_first(&entry); found == 1; found = relay->transaction_next(&entry)) {
-        char xid[9];
-        std::snprintf(xid, sizeof xid, "%X", static_cast<unsigned>(entry.xid));
         json_open(out, "", '{');
-        json_string(out, "xid", xid);
+        add_xid(out, entry.xid);
         json_number(out, "module", entry.module);
         json_number(out, "port", entry.port);
         json_close(out, '}');

@@ -1,13 +1,9 @@
-// Commands that show the platform's side of things: version, session, interfaces and ports, log, service status.
-#include <algorithm>
+// Commands that show the platform's side of things: version, session, log, service status.
 #include <string>
-#include <vector>
 
 #include "cli/command_row.h"
 #include "cli/session.h"
-#include "commands/books_json.h"
 #include "commands/commands.h"
-#include "inventory/inventory.h"
 #include "log/log.h"
 #include "process/frame.h"
 #include "process/service_status.h"
@@ -32,20 +28,6 @@ int show_history(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 
 int show_privilege(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     cli->print(cli->print_handle, "Current privilege level is %d\n", cli->privilege);
-    return 0;
-}
-
-int show_interfaces(struct cli *cli, int /*argc*/, char ** /*argv*/) {
-    const std::vector<platform::inventory_row> rows = platform::inventory_rows();
-    cli->print(cli->print_handle, "%-14s %6s  %-5s  %-18s  %4s  %-15s  %s\n", "Interface", "Number", "State", "Address",
-               "PVID", "Device", "Index");
-    for (const platform::inventory_row &row : rows) {
-        const bool present = !row.device.empty();
-        cli->print(cli->print_handle, "%-14s %6u  %-5s  %-18s  %4s  %-15s  %s\n", row.name.c_str(), row.ifindex,
-                   row.up ? "up" : "down", row.address.empty() ? "-" : row.address.c_str(),
-                   row.pvid == 0 ? "-" : std::to_string(row.pvid).c_str(), present ? row.device.c_str() : "-",
-                   row.kernel_ifindex == 0 ? "-" : std::to_string(row.kernel_ifindex).c_str());
-    }
     return 0;
 }
 
@@ -86,11 +68,6 @@ constexpr command_row rows[] = {
      .help = {show_word, "What this session may do"},
      .handler = show_privilege,
      .traits = shows()},
-    {.privilege = viewer_privilege,
-     .text = "show interfaces brief",
-     .help = {show_word, "VLAN interfaces and ports", "A line for each"},
-     .handler = show_interfaces,
-     .traits = shows(interfaces_json)},
     {.privilege = viewer_privilege,
      .text = "show logging",
      .help = {show_word, "The last lines of the log"},

@@ -2,6 +2,8 @@
 #ifndef PLATFORM_LINUX_CONFIGURATION_CONFIGURATION_H
 #define PLATFORM_LINUX_CONFIGURATION_CONFIGURATION_H
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -29,10 +31,10 @@ int replay_file(const std::string &path, bool optional, bool check_only,
 // daemon_text: those sections, behind which it is replayed.
 std::string extra_section(std::string_view daemon_text);
 
-// Replaces a file by this text so that, whatever happens meanwhile, the file holds its old or its new text, whole: mode
-// 0600, on the disk before the function returns. What the file held before is kept as PATH.1. A symbolic link is
+// Replaces a file by this text so that, whatever happens meanwhile, the file holds its old or its new text, whole, and
+// on the disk before the function returns. What the file held before is kept as PATH.1. A symbolic link is
 // followed. Returns an empty string, or one line with the reason; the file is then untouched.
-std::string save_file(const std::string &path, std::string_view text);
+std::string save_file(const std::string &path, std::string_view text, mode_t mode = 0600);
 
 // Removes a file, or what a symbolic link leads to; PATH.1 stays. Returns an empty string, also when there is no such
 // file, or one line with the reason.

@@ -21,10 +21,9 @@
 
 namespace ravo::cli {
 
-using platform::descriptor;
 using platform::folder_of;
 using platform::read_file;
-using platform::write_all;
+using platform::replace_file;
 
 namespace {
 
@@ -41,40 +40,11 @@ std::string behind_links(std::string path) {
     return path;
 }
 
-int write_new(const std::string &path, std::string_view text) {
-    if (unlink(path.c_str()) != 0 && errno != ENOENT) return errno;
-    descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!file) return errno;
-    const int failed = write_all(file.get(), text);
-    if (failed != 0) return failed;
-    if (fsync(file.get()) != 0) return errno;
-    // Some file systems report only at the end what they could not write.
-    return close(file.release()) == 0 ? 0 : errno;
-}
-
-int sync_folder(const std::string &path) {
-    descriptor folder(open(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!folder) return errno;
-    // Some file systems cannot do this for a folder; those have nothing to bring to the disk.
-    return fsync(folder.get()) == 0 || errno == EINVAL ? 0 : errno;
-}
-
-int replace(const std::string &path, std::string_view text) {
-    const std::string successor = path + ".new";
-    int failed = write_new(successor, text);
-    if (failed == 0 && rename(successor.c_str(), path.c_str()) != 0) failed = errno;
-    if (failed != 0) {
-        (void)unlink(successor.c_str());  // the reason reported is why the save failed, not why this did
-        return failed;
-    }
-    return sync_folder(path);
-}
-
-int keep_predecessor(const std::string &path) {
+int keep_predecessor(const std::string &path, mode_t mode) {
     std::string old;
     const int failed = read_file(path, configuration_limit, &old);
     if (failed == ENOENT) return 0;
-    return failed != 0 ? failed : replace(path + ".1", old);
+    return failed != 0 ? failed : replace_file(path + ".1", old, mode);
 }
 
 std::string remedy(int error) {
@@ -92,20 +62,20 @@ std::string not_a_file(const std::string &path) {
     return S_ISDIR(status.st_mode) ? "it is a folder" : "it is a device or the like, not a file";
 }
 
-std::string save_file(const std::string &name, std::string_view text) {
+std::string save_file(const std::string &name, std::string_view text, mode_t mode) {
     const std::string path = behind_links(name);
     const std::string fault = not_a_file(path);
     if (!fault.empty()) return path + " cannot be written: " + fault;
-    int failed = keep_predecessor(path);
+    int failed = keep_predecessor(path, mode);
     if (failed != 0) return path + ".1 cannot be written: " + std::strerror(failed) + remedy(failed);
-    failed = replace(path, text);
+    failed = replace_file(path, text, mode);
     if (failed != 0) return path + " cannot be written: " + std::strerror(failed) + remedy(failed);
     return {};
 }
 
 std::string erase_file(const std::string &name) {
     const std::string path = behind_links(name);
-    int failed = unlink(path.c_str()) == 0 ? sync_folder(path) : errno;
+    int failed = unlink(path.c_str()) == 0 ? platform::sync_folder_of(path) : errno;
     if (failed == ENOENT) failed = 0;
     return failed == 0 ? std::string() : path + " cannot be erased: " + std::strerror(failed);
 }

@@ -3,17 +3,15 @@
 // packet channel to a change of its taps, once all waiting changes are in.
 #include "inventory/inventory.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <array>
 #include <utility>
 
-#include "base/text.h"
+#include "inventory/inventory_memory.h"
 #include "inventory/inventory_model.h"
 #include "inventory/inventory_names.h"
 #include "inventory/inventory_netlink.h"
-#include "port_number.h"
+#include "inventory/inventory_rows.h"
 
 namespace ravo::platform {
 
@@ -27,6 +25,7 @@ inventory_model &the_model() {
 }
 
 std::function<void()> change_listener;
+std::string memory_path;  // where the numbers of ports are remembered, empty: nowhere
 
 std::vector<interface_listener> &interface_listeners() {
     static std::vector<interface_listener> listeners;
@@ -52,43 +51,14 @@ void tell_interfaces() {
 }
 
 void tell_taps() {
-    if (model_settle_taps(&the_model()) && change_listener) change_listener();
+    const bool changed = model_settle_taps(&the_model());
+    ports_remember(&the_model().ports, memory_path);
+    if (changed && change_listener) change_listener();
 }
 
 void take_all(const std::vector<inventory_change> &all) {
     model_reconcile(&the_model(), all);
     tell_interfaces();
-}
-
-std::string address_text(const model_device &device) {
-    if (device.addresses.empty() || device.addresses.front().secondary) return {};
-    const address_record &address = device.addresses.front();
-    return ipv4_text(address.address) + "/" + std::to_string(address.prefix_length);
-}
-
-inventory_row interface_row(std::uint16_t vlan, const model_device &device) {
-    inventory_row row;
-    row.name = "vlan" + std::to_string(vlan);
-    row.ifindex = vlan_number_base + vlan;
-    row.device = device.record.name;
-    row.kernel_ifindex = device.record.ifindex;
-    row.up = device.record.up;
-    row.address = address_text(device);
-    return row;
-}
-
-inventory_row port_row(std::uint32_t number, const std::string &name, const model_device *device) {
-    inventory_row row;
-    char text[PORT_NUMBER_TEXT_SIZE];
-    row.name = std::string("port ") + port_number_text(number, text);
-    row.ifindex = number;
-    row.is_port = true;
-    if (device == nullptr) return row;
-    row.device = name;
-    row.kernel_ifindex = device->record.ifindex;
-    row.up = device->record.up;
-    row.pvid = device->pvid;
-    return row;
 }
 
 }  // namespace
@@ -128,6 +98,20 @@ std::string inventory_open_with_buffer(int receive_buffer) {
 
 void inventory_close() {
     netlink_unfollow();
+    the_model().ports.changed = true;  // the times since when devices are away are written only here
+    ports_remember(&the_model().ports, memory_path);
+}
+
+void inventory_remember(const std::string &path, std::function<bool(std::uint32_t number)> in_use) {
+    memory_path = path;
+    the_model().number_in_use = std::move(in_use);
+    if (!path.empty()) ports_recall(&the_model().ports, path);
+}
+
+std::size_t inventory_forget_ports() {
+    const std::size_t count = port_table_forget(&the_model().ports);
+    ports_remember(&the_model().ports, memory_path);
+    return count;
 }
 
 void inventory_on_interface(interface_listener listener) {
@@ -164,9 +148,7 @@ int inventory_kernel_ifindex(std::uint32_t switch_ifindex) {
 }
 
 std::uint32_t inventory_port_number(const std::string &device) {
-    const auto &numbers = the_model().ports.number_of;
-    const auto found = numbers.find(device);
-    return found == numbers.end() ? 0 : found->second;
+    return port_table_number(the_model().ports, device);
 }
 
 std::string inventory_port_device(std::uint32_t switch_ifindex) {
@@ -186,16 +168,7 @@ void inventory_on_change(std::function<void()> listener) {
 }
 
 std::vector<inventory_row> inventory_rows() {
-    const inventory_model &model = the_model();
-    std::vector<inventory_row> rows;
-    for (std::uint16_t vlan = 1; vlan <= last_vlan; ++vlan)
-        if (const model_device *device = model_interface(model, vlan)) rows.push_back(interface_row(vlan, *device));
-    const std::size_t interfaces = rows.size();
-    for (const auto &[number, name] : model.ports.device_of)
-        rows.push_back(port_row(number, name, model_find(model, name)));
-    std::sort(rows.begin() + static_cast<std::ptrdiff_t>(interfaces), rows.end(),
-              [](const inventory_row &a, const inventory_row &b) { return a.ifindex < b.ifindex; });
-    return rows;
+    return model_rows(the_model());
 }
 
 }  // namespace ravo::platform

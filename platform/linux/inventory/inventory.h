@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "inventory/inventory_change.h"
@@ -84,18 +85,31 @@ struct interface_state {
 using interface_listener = std::function<void(std::uint16_t vlan, const interface_state *now)>;
 void inventory_on_interface(interface_listener listener);
 
-// One row of "show interfaces brief".
+// One row of "show interfaces brief": a VLAN interface, an uplink or a port that is there.
 struct inventory_row {
-    std::string name;           // vlan10, or port 1/1
-    std::uint32_t ifindex = 0;  // the switch's number
-    std::string device;         // the kernel's device, empty when absent
+    enum class what { interface, uplink, port };
+    what kind = what::interface;
+    std::string name;           // vlan10, uplink, or port 1/1
+    std::uint32_t ifindex = 0;  // the switch's number, 0 of an uplink
+    std::string device;         // the kernel's device
     int kernel_ifindex = 0;
     bool up = false;
-    std::string address;  // primary address/prefix of a VLAN interface, else empty
-    int pvid = 0;         // of a port, 0 for none
-    bool is_port = false;
+    std::string address;               // primary address/prefix of an interface or an uplink, else empty
+    std::uint16_t pvid = 0;            // of a port, 0 for none
+    std::vector<std::uint16_t> vlans;  // of a port: those of the interfaces at which its frames end
+    std::string_view why;              // of a port: why it has its number
+    bool guessed = false;              // of a port: for no reason but that the number was free
 };
+// VLAN interfaces, then uplinks, then ports, each in order of their numbers.
 std::vector<inventory_row> inventory_rows();
+
+// Numbers of ports from one life of the process to the next: reads what the file remembers, after the description was
+// installed, and writes it whenever a port gets a number. path: empty for no file; in_use: tells whether a number must
+// not be given to another device now.
+void inventory_remember(const std::string &path, std::function<bool(std::uint32_t number)> in_use);
+
+// Forgets the numbers of devices that are away and not described. Returns how many.
+std::size_t inventory_forget_ports();
 
 }  // namespace ravo::platform
 

@@ -31,6 +31,7 @@ struct device_record {
     int master = 0;               // the bridge, bond or VRF it is a member of; 0 none
     std::uint16_t vlan_id = 0;    // of a VLAN device
     bool vlan_filtering = false;  // of a bridge: it is VLAN-aware
+    std::string physical_name{};  // what its driver calls the port ("p7"), mostly empty
     bool operator==(const device_record &) const = default;
 };
 

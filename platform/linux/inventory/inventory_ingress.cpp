@@ -8,9 +8,11 @@
 // Servers may be reached over a device of no VLAN. Where such an "uplink" has an address of its own, what comes in on
 // it is for the box, and read there: a reply needs no VLAN, as its destination tells the interface it is for. An uplink
 // is no port, and has no number.
-#include "inventory/inventory_lookup.h"
-
+#include <set>
 #include <utility>
+
+#include "base/clock.h"
+#include "inventory/inventory_lookup.h"
 
 namespace ravo::platform {
 
@@ -81,6 +83,34 @@ bool is_uplink(const inventory_model &model, const model_device &device) {
            resolve(model, device, 0, 0) == &device;
 }
 
+// The tags that frames from a device may have and still end somewhere.
+void collect_tags(const inventory_model &model, const model_device &device, std::set<std::uint16_t> *tags, int depth) {
+    if (depth > max_stack_depth) return;
+    const auto add_uppers = [&](int ifindex, const auto &passes) {
+        const auto uppers = model.vlan_devices.find(ifindex);
+        if (uppers == model.vlan_devices.end()) return;
+        for (const int upper : uppers->second)
+            if (const model_device *found = model_find(model, upper))
+                if (passes(found->record.vlan_id)) tags->insert(found->record.vlan_id);
+    };
+    add_uppers(device.record.ifindex, [](std::uint16_t) { return true; });
+    const model_device *bridge = bridge_of(model, device);
+    if (bridge == nullptr) return;
+    if (!bridge->record.vlan_filtering) return collect_tags(model, *bridge, tags, depth + 1);
+    add_uppers(bridge->record.ifindex, [&](std::uint16_t vlan) { return device.vlans && device.vlans->test(vlan); });
+    tags->insert(bridge->pvid);
+}
+
+// All together, so that no port gets what another one has a better claim to.
+void number_ports(inventory_model *model, const std::vector<model_device *> &taps) {
+    std::vector<port_device> devices;
+    devices.reserve(taps.size());
+    for (const model_device *tap : taps)
+        devices.push_back({tap->record.name, tap->record.ifindex, tap->record.physical_name});
+    port_table_give(&model->ports, devices, model->number_in_use);
+    for (model_device *tap : taps) tap->port = port_table_number(model->ports, tap->record.name);
+}
+
 }  // namespace
 
 bool model_settle_taps(inventory_model *model) {
@@ -91,6 +121,7 @@ bool model_settle_taps(inventory_model *model) {
         model_device &device = found->second;
         const bool tap = is_tap(*model, device);
         const bool uplink = is_uplink(*model, device);
+        if (device.tap && !tap) port_table_gone(&model->ports, device.record.name, wall_clock_us());
         if (tap != device.tap || uplink != device.uplink) model->taps_changed = true;
         device.tap = tap;
         device.uplink = uplink;
@@ -98,13 +129,18 @@ bool model_settle_taps(inventory_model *model) {
         if (tap) taps.push_back(&device);
     }
     model->suspects.clear();
-
-    // Devices that bring a port's number with them first, so that none of those is given away.
-    for (const bool brings_number : {true, false})
-        for (model_device *tap : taps)
-            if (is_port_number(tap->record.ifindex) == brings_number)
-                tap->port = port_table_number(&model->ports, tap->record.name, tap->record.ifindex);
+    number_ports(model, taps);
     return std::exchange(model->taps_changed, false);
+}
+
+std::vector<std::uint16_t> model_port_vlans(const inventory_model &model, const model_device &tap) {
+    std::set<std::uint16_t> tags = {0};
+    collect_tags(model, tap, &tags, 0);
+    std::set<std::uint16_t> vlans;
+    for (const std::uint16_t tag : tags)
+        if (const model_device *end = resolve(model, tap, tag, 0))
+            if (const std::uint16_t vlan = own_vlan(model, *end)) vlans.insert(vlan);
+    return {vlans.begin(), vlans.end()};
 }
 
 ingress_result model_classify(const inventory_model &model, int ifindex, bool tagged, std::uint16_t tag, ingress *out) {

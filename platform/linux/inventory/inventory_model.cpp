@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/clock.h"
 #include "inventory/inventory_lookup.h"
 #include "inventory/inventory_names.h"
 #include "log/log.h"
@@ -165,6 +166,7 @@ void move_device(inventory_model *model, model_device *device, const device_reco
     link_record(model, now);
     suspect_below(model, now.ifindex);
     if (before.name != now.name && (device->tap || device->uplink)) model->taps_changed = true;
+    if (before.name != now.name && device->tap) port_table_gone(&model->ports, before.name, wall_clock_us());
     if (before.master != now.master) {
         device->vlans.reset();
         device->pvid = 0;
@@ -200,6 +202,7 @@ void apply(inventory_model *model, const device_gone &change) {
     suspect_below(model, change.ifindex);
     give_up_claim(model, device);
     if (device->tap || device->uplink) model->taps_changed = true;
+    if (device->tap) port_table_gone(&model->ports, device->record.name, wall_clock_us());
     unlink_record(model, device->record);
     model->refused.erase(device->record.name);
     model->devices.erase(change.ifindex);

@@ -43,6 +43,7 @@ struct inventory_model {
     std::unordered_map<std::string, std::uint16_t> described_vlan;  // by device name
     std::unordered_map<std::uint16_t, std::string> described_device;
     port_table ports;
+    port_in_use number_in_use;  // empty: none is
 
     std::set<std::uint16_t> changed_vlans;    // to be told to the interface service
     std::set<int> suspects;                   // devices that may have become, or ceased to be, taps
@@ -73,6 +74,9 @@ const model_device *model_find(const inventory_model &model, const std::string &
 
 // As inventory_classify.
 ingress_result model_classify(const inventory_model &model, int ifindex, bool tagged, std::uint16_t tag, ingress *out);
+
+// The VLANs of the interfaces at which frames from a tap end, in order.
+std::vector<std::uint16_t> model_port_vlans(const inventory_model &model, const model_device &tap);
 
 // As inventory_is_interface_address.
 bool model_is_interface_address(inventory_model *model, std::uint32_t address);

@@ -123,7 +123,7 @@ void read_kind(const nlattr *link_info, device_record *device) {
 
 std::optional<inventory_change> read_device(const nlmsghdr *message, const ifinfomsg &header) {
     if (message->nlmsg_type == RTM_DELLINK) return device_gone{header.ifi_index};
-    const auto found = attributes_of<IFLA_LINK_NETNSID + 1>(message, sizeof header);
+    const auto found = attributes_of<IFLA_PHYS_PORT_NAME + 1>(message, sizeof header);
     device_record device;
     device.ifindex = header.ifi_index;
     device.name = get_text(found[IFLA_IFNAME]);
@@ -133,6 +133,7 @@ std::optional<inventory_change> read_device(const nlmsghdr *message, const ifinf
     device.ethernet = header.ifi_type == ARPHRD_ETHER && found[IFLA_ADDRESS] != nullptr &&
                       mnl_attr_get_payload_len(found[IFLA_ADDRESS]) == device.mac.size() &&
                       get(found[IFLA_ADDRESS], &device.mac);
+    device.physical_name = get_text(found[IFLA_PHYS_PORT_NAME]);
     read_kind(found[IFLA_LINKINFO], &device);
     get(found[IFLA_MASTER], &device.master);
     // With a namespace id the number is that of a device over there.

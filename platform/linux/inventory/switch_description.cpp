@@ -281,7 +281,36 @@ std::vector<std::string> fault_lines(const std::string &path, std::vector<fault>
     return lines;
 }
 
+// A text in quotes, as TOML has it.
+std::string toml_text(std::string_view text) {
+    std::string out = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') out += '\\';
+        out += c;
+    }
+    return out + "\"";
+}
+
 }  // namespace
+
+std::string switch_description_ports(const std::vector<described_port> &ports) {
+    std::string out;
+    for (const described_port &port : ports)
+        out += "\n[[port]]\ndevice = " + toml_text(port.device) + "\nmodule = " + std::to_string(port.module) +
+               "\nport   = " + std::to_string(port.port) + "\n";
+    return out;
+}
+
+std::vector<std::string> switch_description_parse(std::string_view text, const std::string &path,
+                                                  switch_description *out) {
+    toml::parse_result parsed = toml::parse(text, std::string_view(path));
+    if (!parsed) return {fault_line(path, {parsed.error().source().begin, std::string(parsed.error().description())})};
+    reading r;
+    read_tables(r, parsed.table());
+    if (!r.faults.empty()) return fault_lines(path, std::move(r.faults));
+    *out = std::move(r.found);
+    return {};
+}
 
 std::vector<std::string> switch_description_check(const std::string &path, bool optional, switch_description *out) {
     std::string text;
@@ -293,13 +322,7 @@ std::vector<std::string> switch_description_check(const std::string &path, bool 
     if (error != 0)
         return {path + ": cannot read the switch description: " + strerrordesc_np(error) +
                 "; name a readable file with --switch"};
-    toml::parse_result parsed = toml::parse(std::string_view(text), std::string_view(path));
-    if (!parsed) return {fault_line(path, {parsed.error().source().begin, std::string(parsed.error().description())})};
-    reading r;
-    read_tables(r, parsed.table());
-    if (!r.faults.empty()) return fault_lines(path, std::move(r.faults));
-    *out = std::move(r.found);
-    return {};
+    return switch_description_parse(text, path, out);
 }
 
 bool switch_description_read(const std::string &path, bool optional, switch_description *out, std::string *error) {

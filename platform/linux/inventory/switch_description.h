@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "port_number.h"
@@ -58,8 +59,15 @@ struct switch_description {
 // no line and column: "FILE: reason".)
 bool switch_description_read(const std::string &path, bool optional, switch_description *out, std::string *error);
 
+// The same from the text of a file, with all its faults, each a line as above; none: *out is filled. path: for them.
+std::vector<std::string> switch_description_parse(std::string_view text, const std::string &path,
+                                                  switch_description *out);
+
 // Reads a description and returns all its faults in order of their place, each a line as above; none: *out is filled.
 std::vector<std::string> switch_description_check(const std::string &path, bool optional, switch_description *out);
+
+// Text with a [[port]] table for each port, to be appended to a description.
+std::string switch_description_ports(const std::vector<described_port> &ports);
 
 }  // namespace ravo::platform
 

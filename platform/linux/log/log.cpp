@@ -1,31 +1,28 @@
 // Lines come from two sides: the relay's through the print service (vex_print.cpp), in pieces that carry their own line
-// ends, and the platform's own, each a whole line. They go to one target (standard error, syslog or a file), to live
-// listeners, and into a ring of the last lines. Target and ring share a threshold, each listener has its own; the
-// lowest of them all is vex_print_threshold, which callers test before they format anything.
-//
-// Under systemd standard error is a stream of the journal, which takes a line's severity from "<4>" at its begin.
+// ends, and the platform's own, each a whole line. They go to one target (log_target.h), to live listeners, and into a
+// ring of the last lines. Target and ring share a threshold, each listener has its own; the lowest of them all is
+// vex_print_threshold, which callers test before they format anything. A line that repeats is judged before it is
+// formatted too: in a flood that is all it costs.
 //
 // The crash report comes through here from a signal handler, so nothing on its way to a target allocates.
 #include "log/log.h"
 
 #include <event2/event.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <syslog.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <list>
 
+#include "base/loop.h"
+#include "base/owners.h"
+#include "log/log_hold.h"
 #include "log/log_ring.h"
-#include "log/log_syslog.h"
+#include "log/log_target.h"
+#include "log/log_writer.h"
 #include "vex_init.h"
 
 int vex_print_threshold = ravo::platform::log_level_warning;
@@ -33,17 +30,6 @@ int vex_print_threshold = ravo::platform::log_level_warning;
 namespace ravo::platform {
 
 namespace {
-
-enum class target_kind { standard_error, syslog, file };
-
-struct log_target {
-    target_kind kind = target_kind::standard_error;
-    int fd = STDERR_FILENO;
-    std::string path;           // of the file
-    bool journal = false;       // fd is a stream of the journal
-    bool at_line_start = true;  // nothing of the current line has been written to fd
-    bool fault_told = false;    // a failing file was reported
-};
 
 struct listener_entry {
     int id;  // 0: removed, taken out of the list once no listener runs
@@ -60,13 +46,15 @@ struct pending_line {
     int level = -1;  // highest of the pieces so far, -1: none
 };
 
-log_target target;
 int threshold_now = log_level_warning;
 std::list<listener_entry> listeners;
 int next_listener_id = 1;
 bool in_listener = false;
 pending_line pending;
 log_ring ring;
+log_hold hold;
+bool holding_back = false;
+event_ptr report_timer;  // when a report is due
 
 bool passes(int level, int threshold) {
     return level == log_level_start || level >= threshold;
@@ -85,79 +73,33 @@ void update_print_threshold() {
     vex_print_threshold = lowest;
 }
 
-bool write_all(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(fd, text.data(), text.size());
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) return false;
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
-void tell_file_fault(int error) {
-    if (target.fault_told) return;
-    target.fault_told = true;
-    char line[512];
-    const int length = std::snprintf(line, sizeof(line), "ravod: %s: cannot write the log: %s\n", target.path.c_str(),
-                                     strerrordesc_np(error));
-    const std::size_t shown = std::min(static_cast<std::size_t>(std::max(length, 0)), sizeof(line) - 1);
-    // Standard error is the last place to turn to; when it is gone too there is nobody left to tell.
-    (void)write_all(STDERR_FILENO, {line, shown});
-}
-
-// RFC 3164 section 4.1.1.
-int severity_of(int level) {
-    if (level == log_level_start) return LOG_NOTICE;
-    if (level < log_level_warning) return LOG_DEBUG;
-    return level < log_level_error ? LOG_WARNING : LOG_ERR;
-}
-
-// What stands before a line: in a file the time, in the journal the line's severity, elsewhere nothing, since whoever
-// reads standard error adds the time. Returns whether it could be written.
-bool write_line_start(int level) {
-    char start[log_stamp_size];
-    std::size_t length = 0;
-    if (target.journal) {
-        length = static_cast<std::size_t>(std::snprintf(start, sizeof start, "<%d>", severity_of(level)));
-    } else if (target.kind == target_kind::file) {
-        std::timespec now{};
-        clock_gettime(CLOCK_REALTIME, &now);
-        length = log_stamp(now, start);
-    }
-    return write_all(target.fd, {start, length});
-}
-
-void write_direct(int level, std::string_view text) {
-    while (!text.empty()) {
-        const std::size_t end = text.find('\n');
-        const std::string_view piece = end == std::string_view::npos ? text : text.substr(0, end + 1);
-        const bool good = (!target.at_line_start || write_line_start(level)) && write_all(target.fd, piece);
-        // Nobody is left to tell when standard error itself fails.
-        if (!good && target.kind == target_kind::file) tell_file_fault(errno);
-        target.at_line_start = end != std::string_view::npos;
-        text.remove_prefix(piece.size());
-    }
-}
-
-void call_listeners(int level, std::string_view line) {
+void call_listeners(const log_event &event) {
     if (in_listener) return;
     in_listener = true;
     for (listener_entry &entry : listeners)
-        if (entry.id != 0 && passes(level, entry.threshold)) entry.call(line);
+        if (entry.id != 0 && passes(event.level, entry.threshold)) entry.call(event);
     in_listener = false;
     if (std::erase_if(listeners, [](const listener_entry &entry) { return entry.id == 0; }) != 0)
         update_print_threshold();
 }
 
+// Sends a line to a target that takes lines.
+void send_line(int level, std::string_view line) {
+    if (line.empty()) return;
+    if (target_takes_fields())
+        log_send_with_fields(level, line);
+    else
+        target_send(level, line, {});
+}
+
 void deliver_line(int level, std::string_view line) {
+    std::timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
     if (passes(level, threshold_now)) {
-        std::timespec now{};
-        clock_gettime(CLOCK_REALTIME, &now);
         log_ring_keep(ring, line, now);
-        if (target.kind == target_kind::syslog && !line.empty()) syslog_send(severity_of(level), line);
+        if (!target_is_stream()) send_line(level, line);
     }
-    if (!listeners.empty()) call_listeners(level, line);
+    if (!listeners.empty()) call_listeners({level, now, line, log_subject_now()});
 }
 
 // The line is taken out before it is delivered: a listener's own logging would otherwise run into it.
@@ -185,53 +127,98 @@ void assemble(int level, std::string_view text) {
     }
 }
 
-int open_file(const std::string &path) {
-    return open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0640);
+// ---- Lines that repeat ----
+
+constexpr std::uint64_t hash_start = 0xCBF29CE484222325U;
+
+std::uint64_t mix(std::uint64_t hash, std::uint64_t value) {
+    hash = (hash ^ value) * 0x9E3779B97F4A7C15U;
+    return hash ^ hash >> 29;
 }
 
-std::string file_fault(const std::string &path, int error) {
-    return path + ": cannot write the log there: " + strerrordesc_np(error) +
-           "; name a file in an existing, writable folder, or stderr or syslog";
+std::uint64_t mix_text(std::uint64_t hash, const char *text) {
+    constexpr std::size_t most = 256;
+    if (text == nullptr) return hash;
+    for (std::size_t i = 0; i < most && text[i] != '\0'; ++i)
+        hash = (hash ^ static_cast<unsigned char>(text[i])) * 0x100000001B3U;
+    return hash;
 }
 
-// Whether standard error is the stream that systemd says it connected to the journal: "DEVICE:INODE".
-bool is_journal() {
-    const char *stream = std::getenv("JOURNAL_STREAM");
-    struct stat own {};
-    if (stream == nullptr || fstat(STDERR_FILENO, &own) != 0) return false;
-    return stream == std::to_string(own.st_dev) + ":" + std::to_string(own.st_ino);
+// The place of a line and what it is about, as one number. The relay's lines begin with their function and source line;
+// of others the format is the place, and the first text that goes into it names what it is about.
+__attribute__((format(printf, 1, 0))) std::uint64_t key_of(const char *format, va_list arguments) {
+    constexpr std::string_view function_and_line = "%s (%d)";
+    const log_subject &about = log_subject_now();
+    std::uint64_t key = mix(hash_start, reinterpret_cast<std::uintptr_t>(format));
+    key = mix(key, about.vlan != 0 ? about.vlan : about.port_ifindex);
+    const char *first = std::strchr(format, '%');
+    if (first != nullptr && first[1] == 's') {
+        va_list values;
+        va_copy(values, arguments);
+        key = mix_text(key, va_arg(values, const char *));
+        if (std::string_view(format).starts_with(function_and_line))
+            key = mix(key, static_cast<std::uint64_t>(va_arg(values, int)));
+        va_end(values);
+    }
+    return key == 0 ? 1 : key;
 }
 
-void close_target() {
-    if (target.kind == target_kind::syslog) syslog_close();
-    if (target.kind == target_kind::file) close(target.fd);
-    target = log_target{};
+std::int64_t now_ms() {
+    std::timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+void arm_report() {
+    const std::int64_t wait = log_hold_wait(hold, now_ms());
+    if (wait < 0 || report_timer == nullptr || evtimer_pending(report_timer.get(), nullptr) != 0) return;
+    const timeval time{static_cast<time_t>(wait / 1000), static_cast<suseconds_t>(wait % 1000 * 1000)};
+    evtimer_add(report_timer.get(), &time);
+}
+
+// Writes what is due. all: whatever has been held back.
+void tell_held(bool all) {
+    held_report report;
+    while (log_hold_due(hold, all, now_ms(), &report)) {
+        char line[384];
+        const int length =
+            std::snprintf(line, sizeof line, "%llu more lines like this one in the last %lld s: %.*s\n",
+                          static_cast<unsigned long long>(report.lines), static_cast<long long>(report.seconds),
+                          static_cast<int>(report.like.size()), report.like.data());
+        if (length > 0 && vex_prints(report.level)) log_text(report.level, {line, static_cast<std::size_t>(length)});
+    }
+}
+
+void on_report_due(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) {
+    tell_held(/*all=*/false);
+    arm_report();
 }
 
 }  // namespace
 
 std::string log_open(const std::string &name, int threshold) {
-    log_target chosen;
-    if (name == "syslog") {
-        chosen.kind = target_kind::syslog;
-        chosen.fd = -1;
-    } else if (name != "stderr") {
-        chosen.kind = target_kind::file;
-        chosen.path = name;
-        chosen.fd = open_file(name);
-        if (chosen.fd < 0) return file_fault(name, errno);
-    }
-    chosen.journal = chosen.kind == target_kind::standard_error && is_journal();
-    close_target();
-    target = std::move(chosen);
+    std::string fault = target_open(name);
+    if (!fault.empty()) return fault;
     tzset();  // here, so that no later line has to read the time zone
-    if (target.kind == target_kind::syslog) syslog_open();
     log_set_threshold(threshold);
     return {};
 }
 
+void log_start_writer() {
+    if (!target_start_writer())
+        log_line(log_level_warning, "the log is written without a thread of its own: the system has none to spare");
+}
+
+void log_settle() {
+    constexpr std::chrono::microseconds moment{2000};
+    (void)log_writer_settle(moment);  // a writer that is stuck is nothing to wait for
+}
+
 void log_close() {
-    close_target();
+    hold = {};
+    holding_back = false;
+    report_timer.reset();
+    target_close();
     listeners.clear();
     log_ring_clear(ring);
     pending.length = 0;
@@ -240,14 +227,18 @@ void log_close() {
 }
 
 std::string log_reopen() {
-    if (target.kind != target_kind::file) return {};
-    const int fd = open_file(target.path);
-    if (fd < 0) return file_fault(target.path, errno);
-    close(target.fd);
-    target.fd = fd;
-    target.at_line_start = true;
-    target.fault_told = false;
-    return {};
+    return target_reopen();
+}
+
+void log_hold_repeats() {
+    holding_back = true;
+    report_timer.reset(evtimer_new(loop_base(), on_report_due, nullptr));
+}
+
+void log_tell_repeats() {
+    tell_held(/*all=*/true);
+    holding_back = false;
+    report_timer.reset();
 }
 
 void log_set_threshold(int threshold) {
@@ -270,23 +261,41 @@ std::string_view log_word_of(int threshold) {
     return threshold >= log_level_warning ? "warning" : "trace";
 }
 
+bool log_lets_through(int level, const char *format, va_list arguments, std::uint64_t *like) {
+    *like = 0;
+    // What continues a line, or is continued, is no line that could be told from others.
+    if (!holding_back || level < log_level_warning || pending.level >= 0) return true;
+    const std::uint64_t key = key_of(format, arguments);
+    const hold_verdict verdict = log_hold_judge(hold, key, now_ms());
+    if (verdict == hold_verdict::hold_first) *like = key;
+    return verdict == hold_verdict::write;
+}
+
+void log_held_like(std::uint64_t like, int level, std::string_view text) {
+    log_hold_like(hold, like, level, text.substr(0, text.find('\n')));
+    arm_report();
+}
+
 void log_text(int level, std::string_view text) {
-    if (target.fd >= 0 && passes(level, threshold_now)) write_direct(level, text);
+    if (target_is_stream() && passes(level, threshold_now)) target_write(level, text);
     assemble(level, text);
 }
 
 void log_line(int level, const char *format, ...) {
     if (!vex_prints(level)) return;
     // The relay's unfinished line ends here; whatever continues it starts a line of its own.
-    if (target.fd >= 0 && !target.at_line_start && passes(level, threshold_now)) write_direct(level, "\n");
+    if (target_is_stream() && passes(level, threshold_now)) target_end_line(level);
     if (pending.level >= 0) finish_pending();
     char line[2048];
+    std::uint64_t like = 0;
     va_list arguments;
     va_start(arguments, format);
-    const int formatted = std::vsnprintf(line, sizeof(line) - 1, format, arguments);
+    const bool written = log_lets_through(level, format, arguments, &like);
+    const int formatted = written || like != 0 ? std::vsnprintf(line, sizeof(line) - 1, format, arguments) : -1;
     va_end(arguments);
     if (formatted < 0) return;
     const std::size_t length = std::min(static_cast<std::size_t>(formatted), sizeof(line) - 2);
+    if (like != 0) return log_held_like(like, level, {line, length});
     line[length] = '\n';
     log_text(level, {line, length + 1});
 }

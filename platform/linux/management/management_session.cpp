@@ -175,6 +175,7 @@ cli::session_output output_of(management_session *s) {
 }
 
 void send_status(management_session &s, std::uint32_t id, int result) {
+    log_settle();  // who has the answer finds in the log what there was to say
     protocol::status_message status;
     status.id = id;
     status.result = result;

@@ -21,6 +21,7 @@ namespace {
 
 frame_options options_in_force;
 std::optional<int> stop_status;
+std::function<void()> reload_description;
 const auto started = std::chrono::steady_clock::now();
 
 constexpr std::string_view see_help = "; see ravod --help";
@@ -51,6 +52,10 @@ std::string set_startup_config(frame_options &out, std::string_view value) {
 
 std::string set_management(frame_options &out, std::string_view value) {
     return set_file(value, out.management_socket);
+}
+
+std::string set_state(frame_options &out, std::string_view value) {
+    return set_file(value, out.state_folder);
 }
 
 std::string set_log_level(frame_options &out, std::string_view value) {
@@ -97,6 +102,7 @@ constexpr option_row option_rows[] = {
     {"--switch", "FILE", set_switch, "switch description (/etc/ravo/switch.toml, which may be missing)"},
     {"--startup-config", "FILE", set_startup_config, "commands to start with (/etc/ravo/startup-config)"},
     {"--management", "SOCKET", set_management, "where ravosh finds the daemon (/run/ravo/ravod.sock)"},
+    {"--state", "DIR", set_state, "where ports' numbers and saved versions are remembered ($STATE_DIRECTORY)"},
     {"--log-level", "LEVEL", set_log_level, "error, warning (the default) or trace"},
     {"--log-to", "TARGET", set_log_to, "stderr (the default), syslog or a file"},
     {"--memory-budget", "BYTES", set_memory_budget, "most memory for the relay's records (134217728; 0: no limit)"},
@@ -183,6 +189,14 @@ std::string frame_missing_capability(std::uint64_t effective, unsigned first_fre
                "; start ravod as root, or with AmbientCapabilities=" + std::string(row.name) + " in its systemd unit";
     }
     return {};
+}
+
+void frame_set_reload(std::function<void()> reload) {
+    reload_description = std::move(reload);
+}
+
+void frame_reload() {
+    if (reload_description) reload_description();
 }
 
 unsigned long frame_uptime() {

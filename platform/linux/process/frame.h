@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,7 @@ struct frame_options {
     std::string startup_config = "/etc/ravo/startup-config";
     bool startup_config_given = false;
     std::string management_socket = "/run/ravo/ravod.sock";
+    std::string state_folder;  // empty: as the init system says
     int log_threshold = 103;
     std::string log_target = "stderr";
     std::size_t memory_budget = 128u << 20;  // bytes for the relay's records, 0: no limit
@@ -39,6 +41,10 @@ std::string frame_help();
 // <linux/capability.h>; first_free_port: the lowest port that needs no privilege. Returns an empty string, or one line
 // that names the first missing one and what to do.
 std::string frame_missing_capability(std::uint64_t effective, unsigned first_free_port);
+
+// Sets how the switch description is read again, and does that: for SIGHUP and for commands that changed it.
+void frame_set_reload(std::function<void()> reload);
+void frame_reload();
 
 // Whole seconds since the daemon started.
 unsigned long frame_uptime();

@@ -17,6 +17,7 @@ namespace {
 using ravo::platform::descriptor;
 using ravo::platform::folder_of;
 using ravo::platform::read_file;
+using ravo::platform::replace_file;
 using ravo::platform::write_all;
 
 class Files : public testing::Test {
@@ -47,6 +48,35 @@ TEST_F(Files, AsLargeAsTheLimitAreReadAndOneByteMoreIsRefused) {
     text = "as it was";
     EXPECT_EQ(read_file(path, 4, &text), EFBIG);
     EXPECT_EQ(text, "as it was");
+}
+
+TEST_F(Files, AreReplacedWholeWithTheirMode) {
+    EXPECT_EQ(replace_file(path, "first", 0640), 0);
+    EXPECT_EQ(replace_file(path, "second", 0600), 0);
+    EXPECT_EQ(read_file(path, 100, &text), 0);
+    EXPECT_EQ(text, "second");
+    struct stat status;
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+    EXPECT_NE(access((path + ".new").c_str(), F_OK), 0);
+}
+
+TEST_F(Files, WhatAKilledWriterLeftIsTakenOver) {
+    write("old");
+    std::ofstream(path + ".new") << "half a";
+    EXPECT_EQ(replace_file(path, "new", 0600), 0);
+    EXPECT_EQ(read_file(path, 100, &text), 0);
+    EXPECT_EQ(text, "new");
+}
+
+TEST_F(Files, AFileThatCannotBeReplacedStaysAsItIs) {
+    EXPECT_EQ(replace_file(folder + "/no/such/file", "x", 0600), ENOENT);
+    ASSERT_EQ(mkdir((path + ".new").c_str(), 0700), 0);
+    write("old");
+    EXPECT_NE(replace_file(path, "new", 0600), 0);
+    EXPECT_EQ(read_file(path, 100, &text), 0);
+    EXPECT_EQ(text, "old");
+    rmdir((path + ".new").c_str());
 }
 
 TEST_F(Files, EmptyFileIsAnEmptyText) {

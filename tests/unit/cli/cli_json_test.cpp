@@ -236,11 +236,13 @@ TEST_F(Json, Transactions) {
   "transactions": [
     {
       "xid": "1F",
+      "xid_bytes": "1f000000",
       "module": 1,
       "port": 2
     },
     {
       "xid": "FFFFFFFF",
+      "xid_bytes": "ffffffff",
       "module": 0,
       "port": 0
     }

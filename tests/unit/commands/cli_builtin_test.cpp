@@ -84,8 +84,9 @@ TEST(Builtin, ShowServiceStatus) {
 
 TEST(Builtin, ShowInterfacesBriefHasItsHeading) {
     shell s;
-    EXPECT_EQ(s.print("show interfaces brief").substr(0, 88),
-              "Interface      Number  State  Address             PVID  Device           Index\n");
+    EXPECT_EQ(s.print("show interfaces brief"),
+              "Interface  Number  State  Address             Device           Index\n"
+              "\nPort        Number  State  PVID  VLANs           Device           Numbered by\n");
 }
 
 TEST(Builtin, TerminalLength) {

@@ -336,9 +336,9 @@ TEST_F(InventoryModel, VlanDeviceAsBridgeMemberIsReadOnItsNic) {
     member(5, "eth1", 3);
     EXPECT_EQ(interface_of(10), "vlan10");
     EXPECT_THAT(taps(), ElementsAre("eth0", "eth1"));
-    EXPECT_EQ(classify(2, 10), "vlan 10 port 5121");
+    EXPECT_EQ(classify(2, 10), "vlan 10 port 5122") << "eth1 is port 1 by its name";
     EXPECT_EQ(classify(2, untagged), "unknown vlan");
-    EXPECT_EQ(classify(5, untagged), "vlan 10 port 5122");
+    EXPECT_EQ(classify(5, untagged), "vlan 10 port 5121");
     EXPECT_EQ(classify(4, untagged), "unknown port");
 }
 
@@ -429,65 +429,102 @@ TEST_F(InventoryModel, RingsOfDevicesEnd) {
 
 // ---- Ports ----
 
-TEST_F(InventoryModel, PortsAreNumberedInOrderOfKernelNumbers) {
+TEST_F(InventoryModel, PortsThatComeTogetherAreNumberedByTheirBestClaims) {
     bridge(2, "vlan10");
-    member(9, "eth9", 2);
-    member(5122, "swp2", 2);
-    member(4, "eth4", 2);
-    member(7, "eth7", 2);
-    EXPECT_EQ(classify(4, untagged), "vlan 10 port 5121");
+    member(9, "swp9", 2);
+    member(5122, "front", 2);
+    member(4, "beta", 2);
+    member(7, "alpha", 2);
+    EXPECT_EQ(classify(9, untagged), "vlan 10 port 5129");
     EXPECT_EQ(classify(5122, untagged), "vlan 10 port 5122");
-    EXPECT_EQ(classify(7, untagged), "vlan 10 port 5123");
-    EXPECT_EQ(classify(9, untagged), "vlan 10 port 5124");
+    EXPECT_EQ(classify(7, untagged), "vlan 10 port 5121");
+    EXPECT_EQ(classify(4, untagged), "vlan 10 port 5123");
+}
+
+TEST_F(InventoryModel, ThePortNameOfItsDriverNumbersAPort) {
+    bridge(2, "vlan10");
+    device_record device;
+    device.ifindex = 4;
+    device.name = "enp3s0";
+    device.ethernet = true;
+    device.master = 2;
+    device.physical_name = "p12";
+    model_apply(&model, device_seen{device});
+    EXPECT_EQ(classify(4, untagged), "vlan 10 port 5132");
 }
 
 TEST_F(InventoryModel, PortKeepsItsNumberWhenItsDeviceComesBack) {
     bridge(2, "vlan10");
-    member(4, "eth4", 2);
-    member(5, "eth5", 2);
+    member(4, "left", 2);
+    member(5, "right", 2);
     EXPECT_EQ(classify(5, untagged), "vlan 10 port 5122");
     remove(4);
     remove(5);
-    member(50, "eth5", 2);
-    member(51, "eth6", 2);
+    EXPECT_NE(model.ports.of_device.at("left").absent_us, 0);
+    member(50, "right", 2);
+    member(51, "middle", 2);
     EXPECT_EQ(classify(50, untagged), "vlan 10 port 5122");
-    EXPECT_EQ(classify(51, untagged), "vlan 10 port 5123") << "eth4 keeps 5121";
+    EXPECT_EQ(classify(51, untagged), "vlan 10 port 5123") << "left keeps 5121";
+    EXPECT_EQ(model.ports.of_device.at("right").absent_us, 0);
+}
+
+TEST_F(InventoryModel, ADeviceThatLeavesItsVlanOrItsNameIsAway) {
+    bridge(2, "vlan10");
+    member(4, "left", 2);
+    member(5, "right", 2);
+    EXPECT_EQ(classify(5, untagged), "vlan 10 port 5122");
+    add(4, "left");
+    member(5, "other", 2);
+    EXPECT_EQ(classify(5, untagged), "vlan 10 port 5123");
+    EXPECT_NE(model.ports.of_device.at("left").absent_us, 0);
+    EXPECT_NE(model.ports.of_device.at("right").absent_us, 0);
+    EXPECT_EQ(model.ports.of_device.at("other").absent_us, 0);
 }
 
 TEST_F(InventoryModel, DescribedPortsHaveTheirNumbers) {
     bridge(2, "vlan10");
-    member(4, "eth4", 2);
+    member(4, "other", 2);
     EXPECT_EQ(classify(4, untagged), "vlan 10 port 5121");
     model_describe(&model, {.ports = {{"eth5", 1, 1}, {"eth6", 3, 0}}, .interfaces = {}});
     member(5, "eth5", 2);
     member(6, "eth6", 2);
     EXPECT_EQ(classify(5, untagged), "vlan 10 port 5121");
     EXPECT_EQ(classify(6, untagged), "vlan 10 port 5248");
-    EXPECT_EQ(classify(4, untagged), "vlan 10 port 5122") << "eth4 lost 5121 to the described port";
-}
-
-TEST_F(InventoryModel, DescribedPortsMayChangePlaces) {
-    model_describe(&model, {.ports = {{"a", 1, 1}, {"b", 1, 2}}, .interfaces = {}});
-    model_describe(&model, {.ports = {{"a", 1, 2}, {"b", 1, 1}}, .interfaces = {}});
-    EXPECT_EQ(port_table_number(&model.ports, "a", 3), 5122U);
-    EXPECT_EQ(port_table_number(&model.ports, "b", 4), 5121U);
+    EXPECT_EQ(classify(4, untagged), "vlan 10 port 5122") << "it lost 5121 to the described port";
 }
 
 TEST_F(InventoryModel, DeviceWhoseNumberIsTakenGetsAnother) {
     bridge(2, "vlan10");
-    member(4, "eth4", 2);
+    member(4, "eth1", 2);
     EXPECT_EQ(classify(4, untagged), "vlan 10 port 5121");
-    member(5121, "swp1", 2);
+    member(5121, "front", 2);
     EXPECT_EQ(classify(5121, untagged), "vlan 10 port 5122");
-    EXPECT_THAT(log_recent(), Contains(HasSubstr("swp1 cannot be port number 5121, which eth4 has; it gets 5122")));
+    EXPECT_THAT(log_recent(), Contains(HasSubstr("front cannot be port number 5121, which eth1 has; it gets 5122")));
 }
 
-TEST(PortTable, NumbersEnd) {
-    port_table table;
-    for (std::uint32_t number = first_port_number; number <= last_port_number; ++number)
-        ASSERT_EQ(port_table_number(&table, "d" + std::to_string(number), 2), number);
-    EXPECT_EQ(port_table_number(&table, "more", 2), 0U);
-    EXPECT_EQ(port_table_number(&table, "d5130", 2), 5130U);
+// The VLANs of a port as "show interfaces brief" lists them.
+TEST_F(InventoryModel, ThePortsVlansAreThoseWhereItsFramesEnd) {
+    const auto vlans_of = [&](int ifindex) {
+        (void)model_settle_taps(&model);
+        return model_port_vlans(model, *model_find(model, ifindex));
+    };
+    aware_bridge(2, "br0");
+    vlan_device(3, "br0.10", 2, 10);
+    vlan_device(4, "br0.20", 2, 20);
+    vlan_device(5, "br0.30", 2, 30);
+    member(6, "swp1", 2);
+    model_apply(&model, vlans_seen{6, {{10, 10, true}, {20, 25, false}}});
+    EXPECT_THAT(vlans_of(6), ElementsAre(10, 20));
+    bridge(7, "vlan99");
+    member(8, "swp2", 7);
+    EXPECT_THAT(vlans_of(8), ElementsAre(99));
+    vlan_device(9, "swp2.40", 8, 40);
+    EXPECT_THAT(vlans_of(8), ElementsAre(40, 99));
+    add(10, "eth0");
+    vlan_device(11, "eth0.50", 10, 50);
+    EXPECT_THAT(vlans_of(10), ElementsAre(50));
+    vlan_device(12, "vlan99.60", 7, 60);
+    EXPECT_THAT(vlans_of(8), ElementsAre(40, 60, 99)) << "a VLAN device on a plain bridge";
 }
 
 // ---- Uplinks: devices of no VLAN over which servers are reached ----
@@ -546,7 +583,7 @@ TEST_F(InventoryModel, InterfacesMembersAndOthersThanEthernetAreNoUplinks) {
     EXPECT_THAT(uplinks(), ElementsAre("eth1"));
     model_describe(&model, {.ports = {}, .interfaces = {{99, "eth1"}}});
     EXPECT_THAT(uplinks(), IsEmpty());
-    EXPECT_EQ(classify(7, untagged), "vlan 99 port 5122");
+    EXPECT_EQ(classify(7, untagged), "vlan 99 port 5121");
     model_describe(&model, {});
     EXPECT_THAT(uplinks(), ElementsAre("eth1"));
 }

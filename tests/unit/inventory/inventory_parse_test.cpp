@@ -180,6 +180,13 @@ TEST(NetlinkParse, OnlySixByteEthernetIsEthernet) {
     EXPECT_FALSE(parse_as<device_seen>(no_address).device.ethernet);
 }
 
+TEST(NetlinkParse, TheDriversNameOfAPort) {
+    message named(RTM_NEWLINK);
+    named.link(AF_UNSPEC, 2).text(IFLA_IFNAME, "swp7").put(IFLA_ADDRESS, mac).text(IFLA_PHYS_PORT_NAME, "p7");
+    EXPECT_EQ(parse_as<device_seen>(named).device.physical_name, "p7");
+    EXPECT_EQ(parse_as<device_seen>(bridge_link()).device.physical_name, "");
+}
+
 TEST(NetlinkParse, DeviceGone) {
     EXPECT_EQ(parse_as<device_gone>(message(RTM_DELLINK).link(AF_UNSPEC, 12)).ifindex, 12);
 }

@@ -12,12 +12,15 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 
+#include "base/files.h"
 #include "base/loop.h"
 #include "interface_events.h"
 #include "interfaces/nsm_feed.h"
 #include "inventory/inventory_netlink.h"
+#include "log/log.h"
 
 namespace ravo::platform {
 namespace {
@@ -252,18 +255,57 @@ TEST_F(Inventory, DescribedDevicesAndASecondDescription) {
     EXPECT_EQ(classify(up0), "unknown port");
 }
 
-TEST_F(Inventory, RowsTellInterfacesAndPorts) {
-    inventory_describe({.ports = {{"swp1", 1, 1}, {"swp2", 1, 2}, {"away0", 4, 7}}, .interfaces = {}});
+// "port 1/1 5121 swp1 5121 up [10] kernel index"
+std::string text_of(const inventory_row &row) {
+    std::string out = row.name + " " + std::to_string(row.ifindex) + " " + row.device + " " +
+                      std::to_string(row.kernel_ifindex) + (row.up ? " up " : " down ") + row.address;
+    if (row.kind != inventory_row::what::port) return out;
+    out += "[";
+    for (const std::uint16_t vlan : row.vlans) out += (out.back() == '[' ? "" : " ") + std::to_string(vlan);
+    return out + "] " + std::string(row.why);
+}
+
+TEST_F(Inventory, RowsTellInterfacesAndPortsThatAreThere) {
+    inventory_describe({.ports = {{"swp1", 1, 1}, {"away0", 4, 7}}, .interfaces = {}});
     ip(two_vlans);
     open();
     std::vector<std::string> rows;
-    for (const inventory_row &row : inventory_rows())
-        rows.push_back(row.name + " " + std::to_string(row.ifindex) + " " + row.device + " " +
-                       std::to_string(row.kernel_ifindex) + (row.up ? " up " : " down ") + row.address +
-                       (row.is_port ? "port" : ""));
+    for (const inventory_row &row : inventory_rows()) rows.push_back(text_of(row));
     EXPECT_THAT(rows, testing::IsSupersetOf({"vlan10 1034 vlan10 1034 up 10.0.10.1/24", "vlan20 1044 vlan20 1044 down ",
-                                             "port 1/1 5121 swp1 5121 up port", "port 1/2 5122 swp2 5122 up port",
-                                             "port 4/7 5319  0 down port"}));
+                                             "port 1/1 5121 swp1 5121 up [10] description",
+                                             "port 1/2 5122 swp2 5122 up [20] kernel index"}));
+    EXPECT_THAT(rows, testing::Not(testing::Contains(testing::HasSubstr("4/7"))));
+    ip("link add up0 index 77 type veth peer name up0-far\nlink set up0 up\naddr add 192.0.2.1/24 dev up0\n");
+    settle();
+    rows.clear();
+    for (const inventory_row &row : inventory_rows()) rows.push_back(text_of(row));
+    EXPECT_THAT(rows, testing::Contains("uplink 0 up0 77 up 192.0.2.1/24"));
+}
+
+TEST_F(Inventory, NumbersOfPortsAreRememberedInAFile) {
+    char name[] = "/tmp/ravo-ports-XXXXXX";
+    ASSERT_NE(mkdtemp(name), nullptr);
+    const std::string path = std::string(name) + "/ports";
+    ASSERT_EQ(replace_file(path, "absent0 1/40 free 5\nrecalled0 9/9 free 0\nbroken\n", 0600), 0);
+    inventory_remember(path, {});
+    ip(two_vlans);
+    ip("link add recalled0 type veth peer name far0\nlink set recalled0 master vlan10\n");
+    open();
+    EXPECT_EQ(inventory_port_number("recalled0"), 5120U + 8 * 64 + 9);
+    EXPECT_THAT(log_recent(), testing::Contains(testing::HasSubstr(path + ":3: not a device")));
+    std::string text;
+    ip("link add new0 type veth peer name far1\nlink set new0 master vlan10\n");
+    settle();
+    ASSERT_EQ(read_file(path, 10000, &text), 0);
+    EXPECT_THAT(text, testing::HasSubstr("\nabsent0 1/40 free 5\n"));
+    EXPECT_THAT(text, testing::HasSubstr("\nrecalled0 9/9 free 0\n"));
+    EXPECT_THAT(text, testing::HasSubstr("\nnew0 "));
+    EXPECT_GE(inventory_forget_ports(), 1U);
+    ASSERT_EQ(read_file(path, 10000, &text), 0);
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("absent0")));
+    EXPECT_THAT(text, testing::HasSubstr("\nrecalled0 9/9 free 0\n"));
+    inventory_remember("", {});
+    std::filesystem::remove_all(name);
 }
 
 std::string bridges(int from, int to) {

@@ -134,6 +134,26 @@ port = 3
     EXPECT_FALSE(switch_description{}.channel.trap);
 }
 
+TEST_F(SwitchDescription, SettingsThatAreKeptOrNot) {
+    EXPECT_TRUE(good("").settings.keep);
+    EXPECT_TRUE(good("[settings]\n").settings.keep);
+    EXPECT_TRUE(good("[settings]\nkeep = true\n").settings.keep);
+    EXPECT_FALSE(good("[settings]\nkeep = false\n").settings.keep);
+    EXPECT_THAT(faults("[settings]\nkeep = 1\n"), ElementsAre("2:8: \"keep\" must be true or false, not a number"));
+    EXPECT_THAT(faults("[settings]\nkep = false\n"),
+                ElementsAre("2:1: unknown key \"kep\" in [settings]; it has keep"));
+    EXPECT_THAT(faults("[[settings]]\n"),
+                ElementsAre("1:1: expected [settings], not [[settings]]; there is one such table"));
+}
+
+TEST_F(SwitchDescription, PortsAreWrittenAsTheyAreRead) {
+    const std::vector<ravo::platform::described_port> ports = {
+        {"swp1", 1, 1, {}}, {"q\"uo\\te", 255, 63, {}}, {"\xc3\xa9th0", 2, 0, {}}};
+    const std::string text = ravo::platform::switch_description_ports(ports);
+    EXPECT_EQ(text.substr(0, text.find("\n\n", 1)), "\n[[port]]\ndevice = \"swp1\"\nmodule = 1\nport   = 1");
+    EXPECT_EQ(good("[channel]\ntrap = true\n" + text).ports, ports);
+}
+
 TEST_F(SwitchDescription, FaultsOfTheChannel) {
     EXPECT_THAT(faults("[channel]\nrecorder = 0\n"),
                 ElementsAre("2:12: recorder 0 is out of range; it must be 1 to 1000000"));

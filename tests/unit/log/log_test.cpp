@@ -24,6 +24,7 @@ namespace {
 
 using ravo::platform::log_add_listener;
 using ravo::platform::log_close;
+using ravo::platform::log_event;
 using ravo::platform::log_level_error;
 using ravo::platform::log_level_of;
 using ravo::platform::log_level_trace;
@@ -239,7 +240,7 @@ TEST_F(Log, FileThatWasMovedAwayIsOpenedAgain) {
 
 TEST_F(Log, ListenerGetsWholeLinesOfItsOwnLevel) {
     std::vector<std::string> heard;
-    const int id = log_add_listener(log_level_trace, [&](std::string_view line) { heard.emplace_back(line); });
+    const int id = log_add_listener(log_level_trace, [&](const log_event &event) { heard.emplace_back(event.line); });
     EXPECT_TRUE(vex_prints(101));
     print(101, "half ");
     EXPECT_THAT(heard, IsEmpty());
@@ -256,8 +257,8 @@ TEST_F(Log, ListenerGetsWholeLinesOfItsOwnLevel) {
 TEST_F(Log, LineHasTheHighestLevelOfItsPieces) {
     std::vector<std::string> trace;
     std::vector<std::string> errors;
-    log_add_listener(log_level_trace, [&](std::string_view line) { trace.emplace_back(line); });
-    log_add_listener(log_level_error, [&](std::string_view line) { errors.emplace_back(line); });
+    log_add_listener(log_level_trace, [&](const log_event &event) { trace.emplace_back(event.line); });
+    log_add_listener(log_level_error, [&](const log_event &event) { errors.emplace_back(event.line); });
     print(101, "result: ");
     print(104, "failed\n");
     print(101, "fine\n");
@@ -267,7 +268,7 @@ TEST_F(Log, LineHasTheHighestLevelOfItsPieces) {
 
 TEST_F(Log, LineLoggedByAListenerReachesNoListener) {
     int calls = 0;
-    log_add_listener(log_level_warning, [&](std::string_view) {
+    log_add_listener(log_level_warning, [&](const log_event & /*event*/) {
         ++calls;
         log_line(log_level_error, "from the listener");
     });
@@ -280,15 +281,15 @@ TEST_F(Log, ListenersMayComeAndGoWhileTheyRun) {
     std::vector<std::string> heard;
     int second = 0;
     int first = 0;
-    first = log_add_listener(log_level_warning, [&](std::string_view line) {
-        heard.push_back("first " + std::string(line));
+    first = log_add_listener(log_level_warning, [&](const log_event &event) {
+        heard.push_back("first " + std::string(event.line));
         log_remove_listener(first);
         log_remove_listener(second);
         log_add_listener(log_level_trace,
-                         [&](std::string_view later) { heard.push_back("third " + std::string(later)); });
+                         [&](const log_event &later) { heard.push_back("third " + std::string(later.line)); });
     });
     second = log_add_listener(log_level_warning,
-                              [&](std::string_view line) { heard.push_back("second " + std::string(line)); });
+                              [&](const log_event &event) { heard.push_back("second " + std::string(event.line)); });
     log_line(log_level_error, "a");
     heard.clear();
     log_line(log_level_error, "b");

@@ -1,0 +1,18 @@
+// Reaching the daemon: a connection to its management socket, made without waiting.
+#ifndef FRONT_CLIENT_REACH_H
+#define FRONT_CLIENT_REACH_H
+
+#include <string>
+
+namespace ravo::client {
+
+// Connects to the management socket at path. Returns an empty string and the descriptor, which is non-blocking and the
+// caller's, in *fd; or one line that tells why not (without the path).
+[[nodiscard]] std::string reach(const std::string &path, int *fd);
+
+// What the system calls an error.
+std::string error_text(int error);
+
+}  // namespace ravo::client
+
+#endif

@@ -1,0 +1,40 @@
+// ravo-snmp: the relay for SNMP managers. A sub-agent: the system's master agent has the port, the communities and the
+// users, and asks this program for the relay's objects.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "agent.h"
+#include "options.h"
+
+namespace {
+
+constexpr int exit_good = 0;
+constexpr int exit_failed = 1;
+constexpr int exit_usage = 2;
+
+// A standard stream that was closed must not be a connection.
+void fill_standard_streams() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    fill_standard_streams();
+    ravo::snmp::snmp_options options;
+    const std::string fault = ravo::snmp::parse_options({argv + (argc > 0 ? 1 : 0), argv + argc}, &options);
+    if (!fault.empty()) {
+        std::fprintf(stderr, "ravo-snmp: %s; see ravo-snmp --help\n", fault.c_str());
+        return exit_usage;
+    }
+    if (options.help || options.version) {
+        std::fputs(options.help ? ravo::snmp::help_text() : "ravo-snmp " RAVO_VERSION "\n", stdout);
+        return std::fflush(stdout) == 0 ? exit_good : exit_failed;
+    }
+    return ravo::snmp::serve(options);
+}

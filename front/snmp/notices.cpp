@@ -1,0 +1,19 @@
+#include "notices.h"
+
+namespace ravo::snmp {
+
+void look_at_servers(notices *n, const picture &p,
+                     const std::function<void(const server_row &row, bool silent)> &tell) {
+    std::map<std::pair<std::uint32_t, std::uint32_t>, bool> now;
+    for (const server_row &row : p.servers) {
+        const std::pair key(row.ifindex, row.address);
+        const bool silent = row.silent_seconds > 0;
+        const auto before = n->silent.find(key);
+        const bool was = before != n->silent.end() && before->second;
+        if (silent != was) tell(row, silent);
+        now[key] = silent;
+    }
+    n->silent = std::move(now);
+}
+
+}  // namespace ravo::snmp

@@ -1,0 +1,32 @@
+// The command line of ravo-snmp.
+#ifndef FRONT_SNMP_OPTIONS_H
+#define FRONT_SNMP_OPTIONS_H
+
+#include <string>
+#include <vector>
+
+#include "client.h"
+#include "objects.h"
+
+namespace ravo::snmp {
+
+struct snmp_options {
+    std::string management = client::default_socket;
+    std::string agentx;  // empty: where net-snmp's master agent listens by default
+    std::string base_oid;
+    oid_text base;  // of base_oid, or the module's own
+    bool help = false;
+    bool version = false;
+};
+
+// Reads the command line. Returns an empty string, or what is wrong.
+[[nodiscard]] std::string parse_options(const std::vector<std::string> &words, snmp_options *out);
+
+// Reads "1.3.6.1.4.1.99" (a leading dot is taken too): 2 to 100 numbers. Returns false for what is no identifier.
+bool read_oid(std::string_view text, oid_text *out);
+
+const char *help_text();
+
+}  // namespace ravo::snmp
+
+#endif

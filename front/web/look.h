@@ -1,0 +1,26 @@
+// The looks at the daemon that nobody asked for: what the history is made of, and what pages are told.
+#ifndef FRONT_WEB_LOOK_H
+#define FRONT_WEB_LOOK_H
+
+#include "server.h"
+
+namespace ravo::web {
+
+inline constexpr std::size_t most_streams = 32;
+
+// Asks the daemon for its counters, and tells the pages when they are there.
+void look_at_daemon(server &s);
+
+// The newest row of the history, the totals and the daemon's state, as pages are told.
+nlohmann::json now_json(const server &s);
+
+// {"status": "up" or "down", "reason", "version", "daemon_version"}
+nlohmann::json health_json(const server &s, bool up, const std::string &reason);
+
+// GET /api/v1/events and /api/v1/history.
+void serve_events(const exchange_ptr &x);
+void serve_history(const exchange_ptr &x);
+
+}  // namespace ravo::web
+
+#endif

@@ -1,0 +1,61 @@
+// ravo-web: the web page, the JSON interface and the metrics of the relay. It talks to the daemon through its
+// management socket, as the shell does, and to nothing else.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "accounts.h"
+#include "options.h"
+#include "password_prompt.h"
+#include "server.h"
+
+namespace {
+
+constexpr int exit_good = 0;
+constexpr int exit_failed = 1;
+constexpr int exit_usage = 2;
+
+// A standard stream that was closed must not be a connection.
+void fill_standard_streams() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
+// --set-password and --account-role: changes the accounts' file.
+int change_accounts(const ravo::web::web_options &options) {
+    std::vector<ravo::web::account> accounts;
+    std::string fault = ravo::web::read_accounts(options.accounts, &accounts);
+    if (fault.empty() && !options.set_password.empty()) {
+        std::string password;
+        fault = ravo::web::ask_password(options.set_password, &password);
+        if (fault.empty()) fault = ravo::web::set_password(&accounts, options.set_password, password);
+        explicit_bzero(password.data(), password.size());
+    }
+    if (fault.empty() && !options.account_role.empty()) fault = ravo::web::set_role(&accounts, options.account_role);
+    if (fault.empty()) fault = ravo::web::write_accounts(options.accounts, accounts);
+    if (fault.empty()) return exit_good;
+    std::fprintf(stderr, "ravo-web: %s\n", fault.c_str());
+    return exit_failed;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    fill_standard_streams();
+    ravo::web::web_options options;
+    const std::string fault = ravo::web::parse_options({argv + (argc > 0 ? 1 : 0), argv + argc}, &options);
+    if (!fault.empty()) {
+        std::fprintf(stderr, "ravo-web: %s; see ravo-web --help\n", fault.c_str());
+        return exit_usage;
+    }
+    if (options.help || options.version) {
+        std::fputs(options.help ? ravo::web::help_text() : "ravo-web " RAVO_VERSION "\n", stdout);
+        return std::fflush(stdout) == 0 ? exit_good : exit_failed;
+    }
+    if (!options.set_password.empty() || !options.account_role.empty()) return change_accounts(options);
+    return ravo::web::serve(options);
+}

@@ -1,0 +1,14 @@
+// What "show interfaces brief" tells, from the model.
+#ifndef PLATFORM_LINUX_INVENTORY_INVENTORY_ROWS_H
+#define PLATFORM_LINUX_INVENTORY_INVENTORY_ROWS_H
+
+#include "inventory/inventory_model.h"
+
+namespace ravo::platform {
+
+// As inventory_rows.
+std::vector<inventory_row> model_rows(const inventory_model &model);
+
+}  // namespace ravo::platform
+
+#endif

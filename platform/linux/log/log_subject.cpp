@@ -1,0 +1,113 @@
+// Lines about a message are written while the relay is still at work on it, and wait for the outcome in a room of fixed
+// size; when it is full they go without. A line of level 0 takes the others with it at once: the process may be ending.
+#include "log/log_subject.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "log/log.h"
+#include "log/log_target.h"
+#include "port_number.h"
+
+namespace ravo::platform {
+
+namespace {
+
+struct waiting_line {
+    int level;
+    std::uint32_t length;
+};
+
+constexpr std::size_t waiting_room = 16384;
+
+log_subject subject;
+bool in_hand = false;
+std::string_view user;
+std::array<char, waiting_room> waiting;  // records, each with its text behind it
+std::size_t waiting_bytes = 0;
+
+void send_waiting(std::string_view fields) {
+    const std::size_t end = std::exchange(waiting_bytes, 0);
+    for (std::size_t at = 0; at < end;) {
+        waiting_line line;
+        std::memcpy(&line, waiting.data() + at, sizeof line);
+        at += sizeof line;
+        target_send(line.level, {waiting.data() + at, line.length}, fields);
+        at += line.length;
+    }
+}
+
+// Returns false when there is no room for the line.
+bool keep(int level, std::string_view text) {
+    const waiting_line line{level, static_cast<std::uint32_t>(text.size())};
+    if (waiting_bytes + sizeof line + text.size() > waiting.size()) return false;
+    std::memcpy(waiting.data() + waiting_bytes, &line, sizeof line);
+    std::memcpy(waiting.data() + waiting_bytes + sizeof line, text.data(), text.size());
+    waiting_bytes += sizeof line + text.size();
+    return true;
+}
+
+void add(std::string *out, const char *name, std::string_view value) {
+    out->append(name).append("=").append(value).append("\n");
+}
+
+}  // namespace
+
+void log_subject_begin(const log_subject &now) {
+    log_subject_end({});
+    subject = now;
+    in_hand = true;
+}
+
+void log_subject_end(std::string_view outcome) {
+    if (waiting_bytes != 0) send_waiting(log_fields(subject, outcome, user));
+    subject = {};
+    in_hand = false;
+}
+
+const log_subject &log_subject_now() {
+    return subject;
+}
+
+log_user::log_user(std::string_view name) : before_(std::exchange(user, name)) {}
+
+log_user::~log_user() {
+    user = before_;
+}
+
+std::string_view log_user_now() {
+    return user;
+}
+
+std::string log_fields(const log_subject &about, std::string_view outcome, std::string_view who) {
+    std::string out;
+    if (about.vlan != 0) add(&out, "RAVO_VLAN", std::to_string(about.vlan));
+    char port[PORT_NUMBER_TEXT_SIZE];
+    if (about.port_ifindex != 0) add(&out, "RAVO_PORT", port_number_text(about.port_ifindex, port));
+    if (about.has_client) {
+        char text[18];
+        const auto &mac = about.client;
+        std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
+                      mac[5]);
+        add(&out, "RAVO_CLIENT", text);
+    }
+    if (!outcome.empty()) add(&out, "RAVO_OUTCOME", outcome);
+    if (!who.empty()) add(&out, "RAVO_USER", who);
+    return out;
+}
+
+void log_send_with_fields(int level, std::string_view line) {
+    if (level == log_level_start) {
+        send_waiting({});
+        target_send(level, line, {});
+        return;
+    }
+    if (in_hand && keep(level, line)) return;
+    const std::string fields = log_fields(subject, {}, user);
+    send_waiting(fields);
+    target_send(level, line, fields);
+}
+
+}  // namespace ravo::platform

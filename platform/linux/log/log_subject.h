@@ -1,0 +1,49 @@
+// What a line of the log is about, as far as it is known when it is written: the message in hand, and the user whose
+// command runs.
+#ifndef PLATFORM_LINUX_LOG_LOG_SUBJECT_H
+#define PLATFORM_LINUX_LOG_LOG_SUBJECT_H
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ravo::platform {
+
+struct log_subject {
+    std::uint16_t vlan = 0;          // VLAN id, 0: not known
+    std::uint32_t port_ifindex = 0;  // number of a port, 0: not known
+    std::array<std::uint8_t, 6> client{};
+    bool has_client = false;
+};
+
+// Lines from here on are about this message, until log_subject_end.
+void log_subject_begin(const log_subject &subject);
+// The message is done with. outcome: the word for what became of it, empty when there is none.
+void log_subject_end(std::string_view outcome);
+// The message in hand; without one a subject that nothing is known of.
+const log_subject &log_subject_now();
+
+// While this lives, lines are those of a user's command. name: must outlive it.
+class log_user {
+  public:
+    explicit log_user(std::string_view name);
+    log_user(const log_user &) = delete;
+    log_user &operator=(const log_user &) = delete;
+    ~log_user();
+
+  private:
+    std::string_view before_;
+};
+std::string_view log_user_now();
+
+// What is known as fields for the journal: "RAVO_VLAN=10" and so on, each with its line end.
+std::string log_fields(const log_subject &subject, std::string_view outcome, std::string_view user);
+
+// Sends a line, with what it is about, to a target that takes fields. Lines about a message wait until it is done with,
+// so that all of them bear its outcome. From a signal handler only lines of level 0 may come.
+void log_send_with_fields(int level, std::string_view line);
+
+}  // namespace ravo::platform
+
+#endif
