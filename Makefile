@@ -2,6 +2,7 @@
 # it names the missing ones).
 #
 #   make run      build, then a tour: real clients get leases from real servers through the relay, in a lab
+#                 PAGE=1 keeps the lab and its web page up until Enter
 #   make test     everything that is checked: unit tests (plain and sanitized), lab tests, lints
 #   make check    the quick part of that, for between two edits: lints and unit tests of what changed (T=ravo_db: one)
 #   make coverage which lines and branches the unit tests run, by room (ROOM=platform/linux/log: by file)
@@ -30,10 +31,10 @@ help:
 
 run:
 	@lab/check-host run
-	@packaging/dependencies build lab
+	@packaging/dependencies build lab faces
 	@$(QUIET_CONFIGURE) --preset release >/dev/null
-	@cmake --build build --target ravod ravosh
-	@$(PYTHON) -B lab/run.py
+	@cmake --build build --target ravod ravosh ravo-web ravo-snmp
+	@PAGE='$(PAGE)' $(PYTHON) -B lab/run.py
 
 test:
 	@lab/check-host test

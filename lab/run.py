@@ -27,13 +27,13 @@ def main():
     reason = namespace.unavailable()
     if reason:
         return refuse(f"the lab needs network namespaces, and this process may make none: {reason}")
-    for program in ("ravod", "ravosh"):
+    for program in ("ravod", "ravosh", "ravo-web", "ravo-snmp"):
         if not (BUILD / program).exists():
             return refuse(f"{BUILD / program} is not built yet: make build")
     cleanup.on_signals()
     started = time.monotonic()
     try:
-        Tour(started).run()
+        Tour(started, keep_page=bool(os.environ.get("PAGE"))).run()
     except KeyboardInterrupt:
         print("\nravo: interrupted; the lab is removed", file=sys.stderr)
         return 130

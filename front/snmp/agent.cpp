@@ -168,9 +168,10 @@ int reserve(const netsnmp_request_info &request, const write_target &target) {
         const bool is = find_exact(source_of(*the_agent().relay), suffix_of(*request.requestvb), &v) == found::yes;
         return is ? SNMP_ERR_NOTWRITABLE : SNMP_ERR_NOCREATION;
     }
-    if (request.requestvb->type != ASN_INTEGER) return SNMP_ERR_WRONGTYPE;
-    if (request.requestvb->val_len != sizeof(long)) return SNMP_ERR_WRONGLENGTH;
-    return error_of(judge_value(target, *request.requestvb->val.integer));
+    const netsnmp_variable_list &given = *request.requestvb;
+    if (given.type != ASN_INTEGER || given.val.integer == nullptr) return SNMP_ERR_WRONGTYPE;
+    if (given.val_len != sizeof(long)) return SNMP_ERR_WRONGLENGTH;
+    return error_of(judge_value(target, *given.val.integer));
 }
 
 int act(netsnmp_request_info *request, const write_target &target, std::int64_t number) {

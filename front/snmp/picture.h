@@ -35,7 +35,10 @@ struct interface_row {
 struct address_row {
     std::uint32_t ifindex = 0;
     std::uint32_t address = 0;  // the first byte highest
-    auto operator<=>(const address_row &) const = default;
+    bool operator==(const address_row &other) const = default;
+    bool operator<(const address_row &other) const {
+        return ifindex != other.ifindex ? ifindex < other.ifindex : address < other.address;
+    }
 };
 
 struct outcome_row {

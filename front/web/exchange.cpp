@@ -6,6 +6,7 @@
 #include <event2/bufferevent.h>
 #include <event2/http.h>
 #include <event2/keyvalq_struct.h>
+#include <malloc.h>
 
 #include <utility>
 
@@ -20,6 +21,7 @@ struct exchange_hold {
 
 namespace {
 
+constexpr std::size_t large_answer = 64 * 1024;
 constexpr std::size_t most_unsent = 256 * 1024;  // of a stream
 
 constexpr const char *policy =
@@ -115,6 +117,7 @@ void respond(exchange &x, int status, const char *type, std::string_view body, c
     evbuffer_add(out, body.data(), body.size());
     evhttp_send_reply(request, status, nullptr, out);
     evbuffer_free(out);
+    if (body.size() > large_answer) malloc_trim(0);  // what it was made of is free by now, or soon
 }
 
 void respond_json(exchange &x, int status, const nlohmann::json &value, const std::vector<header> &more) {

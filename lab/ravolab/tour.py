@@ -7,6 +7,7 @@ import sys
 import time
 
 from .client import Dhclient, Dhcpcd, NoLease, Udhcpc
+from .faces import SnmpAgent, WebPage
 from .lab import Lab
 from .paper import Paper
 from .process import LabError
@@ -47,8 +48,9 @@ FORGED = "0106000407" "00093f" "0208" "0006deadbeef0001"
 
 
 class Tour:
-    def __init__(self, started):
-        """started: time.monotonic() at the program's start."""
+    def __init__(self, started, keep_page=False):
+        """started: time.monotonic() at the program's start; keep_page: the lab stays until Enter, for its web page."""
+        self.keep_page = keep_page
         self.started = started
         self.paper = Paper()
         self.lab = None
@@ -62,6 +64,7 @@ class Tour:
             self.serve_clients()
             self.forged_option()
             self.change_while_running()
+            self.other_faces()
             self.end()
         self.paper.line(self.paper.style("faint", "  The lab is removed: no namespace, process or file is left."))
 
@@ -206,6 +209,27 @@ class Tour:
         self.paper.done(f"client 5 on {host.port_device} got {self.paper.style('good', lease.address)} after "
                         f"{(ack.time - discover.time) * 1000:.1f} ms ({information})")
         self.paper.done(f"ravod is still process {before}: no restart, no lease lost")
+
+    def other_faces(self):
+        self.station("The same by web, metrics and SNMP")
+        web = WebPage(self.lab, self.relay)
+        metric = next(line for line in web.metrics().splitlines() if 'interface="vlan10",outcome="relayed"' in line)
+        self.paper.line(f"  {self.paper.style('faint', '$')} "
+                        f"{self.paper.style('key', 'curl -s ' + web.url + 'metrics | grep outcomes')}")
+        self.paper.line(f"    {metric}")
+        self.paper.line()
+        snmp = SnmpAgent(self.lab, self.relay)
+        self.paper.line(f"  {self.paper.style('faint', '$')} "
+                        f"{self.paper.style('key', 'snmpwalk -v2c -c public localhost ' + snmp.base + '.1.3')}")
+        for line in snmp.walk("1.3"):
+            self.paper.line(f"    {line}")
+        self.paper.say("These are the servers of the VLANs, active, by the number of the interface (1024 + VLAN).")
+        self.paper.line()
+        self.paper.done(f"the page is at {self.paper.style('strong', web.url)} while the lab is up: "
+                        f"user {web.user}, password {web.password}")
+        if self.keep_page:
+            self.paper.say("Enter ends it.")
+            sys.stdin.readline()
 
     def end(self):
         self.paper.line()

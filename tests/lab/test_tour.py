@@ -35,6 +35,9 @@ def test_tour():
     assert "2 DISCOVERs entered swp1, none reached the server, no offer came back" in result.stdout
     assert "VLAN 7, module 9, port 63, MAC de:ad:be:ef:00:01" in result.stdout
     assert re.search(r"client 5 on swp5 got 10\.30\.0\.\d+ ", result.stdout)
+    assert re.search(r'^    ravo_outcomes_total\{interface="vlan10",outcome="\w+"\} [1-9]', result.stdout, re.M)
+    assert "    .1.3.6.1.4.1.8072.9999.9999.67.1.3.1.3.1034.192.0.2.11 = INTEGER: 1\n" in result.stdout
+    assert re.search(r"the page is at http://127\.0\.0\.1:\d+/ while the lab is up: user ravo, password \S+\n", result.stdout)
 
 
 def test_tour_has_colours_on_a_terminal_only_and_not_with_no_color():

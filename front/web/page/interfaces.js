@@ -45,10 +45,13 @@ export async function open(place) {
   let offset = 0;
   const change = async (call, done) => {
     const focus = document.activeElement && document.activeElement.getAttribute("aria-label");
-    try { await call(); say(done); } catch (fault) { refused(fault); }
+    let wrong = null;
+    try { await call(); } catch (fault) { wrong = fault; }
     await load();
     const again = focus && [...body.querySelectorAll("[aria-label]")].find((e) => e.getAttribute("aria-label") === focus);
     if (again) again.focus();
+    if (wrong) refused(wrong);
+    else say(done);
   };
   async function load() {
     let value;
