@@ -22,6 +22,7 @@ struct avl_tree;
 
 // Compares two records by key: negative, 0 or positive as a sorts before, with or after b. Only the sign
 // counts. It must stay a strict order over the records in the tree, whose keys do not change while there.
+// A record is at least four bytes long, which the platform may read to look for it where it probably is.
 typedef int (*avl_compare)(const void *a, const void *b);
 
 // Creates an empty tree. max_nodes: most records it takes, 0 for no limit. Returns NULL when memory is used

@@ -41,8 +41,9 @@ typedef void (*osal_timer_callback)(void *arg);
 // Arms a timer that fires once. timer: the object; it must stay where it is until the timer fired or was
 // deleted; name: text for diagnostics; seconds: from now; repeat: always 1, the number of firings; arg: handed
 // to the callback. A timer that is already scheduled on the same object is replaced. The armed mark is cleared
-// before the callback runs. Returns 0, or -1 when memory is used up: this timer is then not armed, an earlier one on
-// the object may still be.
+// before the callback runs. When memory is short the platform may fire a timer of a record of mfh_calloc's before
+// its time, from its event loop as any other. Returns 0, or -1 when memory is used up: this timer is then not armed,
+// an earlier one on the object may still be.
 int OSAL_ZEBOS_Create_Sec_Once_Timer(struct osal_timer *timer, const char *name, osal_timer_callback callback,
                                      uint32_t seconds, int repeat, void *arg);
 

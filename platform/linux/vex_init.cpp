@@ -37,6 +37,7 @@
 #include "management/management.h"
 #include "memory/memmgr_budget.h"
 #include "osal/osal_events.h"
+#include "osal/transaction_room.h"
 #include "process/frame.h"
 #include "process/limits.h"
 #include "process/relay_data.h"
@@ -282,6 +283,7 @@ void end_in_order(std::vector<event_ptr> signals) {
     platform::service_stopping();
     platform::management_close();
     platform::readers_free();
+    platform::transaction_room_close();
     platform::timers_free();
     platform::channel_close();
     platform::inventory_close();
@@ -307,6 +309,7 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     platform::limits_raise_descriptors();
     std::vector<event_ptr> signals = catch_signals();
     platform::frame_set_reload(read_description_again);
+    platform::transaction_room_open();
     open_inventory(options);
     install_commands();
     connect_and_start();

@@ -20,7 +20,7 @@ VERSION = (Path(__file__).resolve().parents[2] / "VERSION").read_text().strip()
 class Daemon:
     """One ravod in a network namespace of its own, heard through the notification socket that an init system gives."""
 
-    def __init__(self, folder, *options, watchdog=None):
+    def __init__(self, folder, *options, watchdog=None, through=()):
         self.notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.notify.settimeout(LIMIT)
         path = str(folder / f"notify{len(list(folder.iterdir()))}")
@@ -30,7 +30,7 @@ class Daemon:
             environment["WATCHDOG_USEC"] = str(watchdog)
         self.stderr = folder / f"{Path(path).name}.stderr"
         with open(self.stderr, "wb") as out:
-            self.process = subprocess.Popen(["unshare", "--net", RAVOD, *map(str, options)], env=environment,
+            self.process = subprocess.Popen([*through, "unshare", "--net", RAVOD, *map(str, options)], env=environment,
                                             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=out)
 
     def hear(self, word):
@@ -250,12 +250,8 @@ def test_broken_pipe_signal_is_ignored(start):
 
 def test_few_descriptors_are_no_limit(start):
     """The soft limit is raised to the hard one: a thousand ports start in a shell with its usual limit."""
-    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
-    resource.setrlimit(resource.RLIMIT_NOFILE, (24, hard))
-    try:
-        daemon = start()
-    finally:
-        resource.setrlimit(resource.RLIMIT_NOFILE, (soft, hard))
+    _, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    daemon = start(through=["prlimit", f"--nofile=24:{hard}"])
     limits = Path(f"/proc/{daemon.process.pid}/limits").read_text()
     assert [line.split()[3:5] for line in limits.splitlines() if line.startswith("Max open files")] == [[str(hard)] * 2]
 

@@ -214,6 +214,10 @@ void books_close() {
     if (!watchers.empty()) tell_watchers();
 }
 
+std::uint32_t books_port_in_hand() {
+    return in_hand ? current.port_ifindex : 0;
+}
+
 const book_counters &books_total() {
     return total;
 }

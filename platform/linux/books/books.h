@@ -74,6 +74,9 @@ void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_if
 // Closes the message in hand, if there is one.
 void books_close();
 
+// The number of the port that the message in hand came in on; 0 without one.
+std::uint32_t books_port_in_hand();
+
 // Counters in total, of a VLAN (1 to 4094), of a port; zeros for one that never received anything.
 const book_counters &books_total();
 const book_counters &books_of_vlan(std::uint16_t vlan);

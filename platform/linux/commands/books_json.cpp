@@ -10,6 +10,7 @@
 #include "commands/books_text.h"
 #include "commands/commands.h"
 #include "osal/send_figures.h"
+#include "osal/transaction_room.h"
 
 namespace ravo::cli {
 
@@ -82,6 +83,28 @@ void add_xid(json_writer &out, std::uint32_t xid) {
     json_string(out, "xid_bytes", hex_text(bytes));
 }
 
+// What transactions take of the memory, and what they had to go without.
+void add_transactions(json_writer &out) {
+    const auto number = [](std::uint64_t value) { return static_cast<std::int64_t>(value); };
+    const platform::transaction_figures figures = platform::transaction_room_figures();
+    json_open(out, "transactions", '{');
+    json_number(out, "open", number(figures.open));
+    json_number(out, "used_bytes", number(figures.used));
+    json_number(out, "budget_bytes", number(figures.budget));
+    json_number(out, "ended_early", number(figures.ended_early));
+    json_number(out, "refused", number(figures.refused));
+    json_open(out, "ports", '[');
+    for (const platform::port_transactions &port : platform::transaction_room_ports()) {
+        json_open(out, "", '{');
+        json_string(out, "port", port_name(port.port));
+        json_number(out, "open", number(port.open));
+        json_number(out, "ended_early", number(port.ended_early));
+        json_close(out, '}');
+    }
+    json_close(out, ']');
+    json_close(out, '}');
+}
+
 void add_place(json_writer &out, std::uint16_t vlan, std::uint32_t port) {
     if (vlan != 0) json_number(out, "vlan", vlan);
     if (port != 0) json_string(out, "port", port_name(port));
@@ -142,6 +165,7 @@ int statistics_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_w
     for (const std::uint32_t port : platform::books_ports()) add_port(out, port);
     json_close(out, ']');
     add_all_unsent(out);
+    add_transactions(out);
     json_close(out, '}');
     return 0;
 }

@@ -10,6 +10,7 @@
 #include "commands/books_text.h"
 #include "commands/commands.h"
 #include "osal/send_figures.h"
+#include "osal/transaction_room.h"
 
 namespace ravo::cli {
 
@@ -57,12 +58,30 @@ void print_unsent(struct cli *cli) {
         print_row("Interface " + interface_name(row.destination), row.figures);
 }
 
+// Transactions that had to go, or to stay away, for lack of memory.
+void print_crowded(struct cli *cli) {
+    const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
+    const platform::transaction_figures figures = platform::transaction_room_figures();
+    if (figures.ended_early == 0 && figures.refused == 0) return;
+    cli->print(
+        cli->print_handle,
+        "%llu transactions open, %llu of %llu bytes used; %llu were ended early to make room, %llu records found "
+        "none\n",
+        number(figures.open), number(figures.used), number(figures.budget), number(figures.ended_early),
+        number(figures.refused));
+    for (const platform::port_transactions &port : platform::transaction_room_ports())
+        if (port.ended_early != 0)
+            cli->print(cli->print_handle, "Port %s: %llu transactions open, %llu ended early\n",
+                       port_name(port.port).c_str(), number(port.open), number(port.ended_early));
+}
+
 int show_all(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     print_block(cli, "Total:", platform::books_total());
     if (const std::uint64_t lost = platform::channel_lost(); lost != 0)
         cli->print(cli->print_handle, "%llu messages more came faster than they could be read and were lost\n",
                    static_cast<unsigned long long>(lost));
     print_unsent(cli);
+    print_crowded(cli);
     for (const std::uint16_t vlan : platform::books_vlans()) {
         cli->print(cli->print_handle, "\n");
         print_block(cli, vlan_title(vlan), platform::books_of_vlan(vlan));
@@ -91,6 +110,7 @@ int clear(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/) {
     platform::books_clear_counters();
     platform::channel_forget_lost();
     platform::send_figures_clear();
+    platform::transaction_room_forget();
     return 0;
 }
 

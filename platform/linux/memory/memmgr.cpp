@@ -1,44 +1,99 @@
-// Memory for the relay's records, counted against an optional budget. Each block carries its size in front, so that
-// freeing needs no look-up; the size takes a whole alignment unit, so that the record behind it is aligned for
-// anything.
+// Memory for the relay's records, counted against an optional budget: small ones in blocks of the slab, larger ones
+// from the C library with their size in front. What is counted is what is taken, so that the budget bounds the process
+// and not only the records.
 #include "memmgr.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 
+#include "memory/memmgr_block.h"
 #include "memory/memmgr_budget.h"
+#include "memory/slab.h"
 
 namespace {
 
+using namespace ravo::platform;
+
+// In front of a large block; a whole alignment unit, so that the record behind it is aligned for anything.
 constexpr std::size_t header_size = alignof(std::max_align_t);
 static_assert(header_size >= sizeof(std::size_t));
+
+constexpr std::size_t record_kinds = 2;  // blocks of 64 and 128 bytes are records', larger ones nodes'
+constexpr std::size_t side_at = slab_line - side_room_size;  // in the block's last line
+constexpr std::size_t most_reserve = 256 * 1024;
 
 std::size_t budget = 0;  // 0: no limit
 std::size_t used = 0;
 std::size_t peak = 0;
+std::uint64_t refused = 0;
+void (*on_short)() = nullptr;
+void (*on_free)(void *) = nullptr;
 
 bool within_budget(std::size_t bytes) {
     return budget == 0 || (used <= budget && bytes <= budget - used);
+}
+
+void *refuse() {
+    ++refused;
+    return nullptr;
+}
+
+void count_taken(std::size_t bytes) {
+    used += bytes;
+    if (used > peak) peak = used;
+    if (memmgr_short() != 0 && on_short != nullptr) on_short();
+}
+
+// The kind of block for a small record with its side room; record_kinds for a large one.
+std::size_t kind_for(std::size_t bytes) {
+    std::size_t kind = 0;
+    while (kind < record_kinds && slab_size(kind) - side_room_size < bytes) ++kind;
+    return kind;
+}
+
+// A zeroed block of the slab; NULL when there is none.
+void *take_small(std::size_t kind) {
+    void *block = slab_take(kind);
+    if (block == nullptr) return nullptr;
+    std::memset(block, 0, slab_size(kind));
+    count_taken(slab_size(kind));
+    return block;
+}
+
+void *take_large(std::size_t bytes) {
+    auto *block = static_cast<unsigned char *>(std::calloc(1, bytes));
+    if (block == nullptr) return refuse();
+    std::memcpy(block, &bytes, sizeof bytes);
+    count_taken(bytes);
+    return block + header_size;
+}
+
+unsigned char *last_line_of(const void *address) {
+    const auto lines = static_cast<std::uint32_t>(slab_size_at(address) / slab_line);  // a power of two, as its place
+    return static_cast<unsigned char *>(slab_line_at(slab_number(address) | (lines - 1)));
 }
 
 }  // namespace
 
 void *mfh_calloc(std::size_t count, std::size_t size) {
     std::size_t bytes = 0;
-    if (__builtin_mul_overflow(count, size, &bytes) || __builtin_add_overflow(bytes, header_size, &bytes))
-        return nullptr;
-    if (!within_budget(bytes)) return nullptr;
-    auto *block = static_cast<unsigned char *>(std::calloc(1, bytes));
-    if (block == nullptr) return nullptr;
-    std::memcpy(block, &bytes, sizeof(bytes));
-    used += bytes;
-    if (used > peak) peak = used;
-    return block + header_size;
+    if (__builtin_mul_overflow(count, size, &bytes)) return refuse();
+    if (const std::size_t kind = kind_for(bytes); kind < record_kinds) {
+        if (!within_budget(slab_size(kind))) return refuse();
+        if (void *block = take_small(kind)) return block;
+    }
+    if (__builtin_add_overflow(bytes, header_size, &bytes) || !within_budget(bytes)) return refuse();
+    return take_large(bytes);
 }
 
 void memmgr_free(void *memory) {
     if (memory == nullptr) return;
+    if (slab_has(memory)) {
+        if (on_free != nullptr) on_free(last_line_of(memory) + side_at);
+        used -= slab_size_at(memory);
+        slab_give(memory);
+        return;
+    }
     unsigned char *block = static_cast<unsigned char *>(memory) - header_size;
     std::size_t bytes = 0;
     std::memcpy(&bytes, block, sizeof(bytes));
@@ -50,6 +105,11 @@ namespace ravo::platform {
 
 void memmgr_set_budget(std::size_t bytes) {
     budget = bytes;
+    slab_reserve(bytes == 0 ? 0 : bytes + bytes / 8 + (std::size_t{1} << 20));
+}
+
+std::size_t memmgr_budget() {
+    return budget;
 }
 
 std::size_t memmgr_used() {
@@ -58,6 +118,59 @@ std::size_t memmgr_used() {
 
 std::size_t memmgr_peak() {
     return peak;
+}
+
+std::size_t memmgr_reserve() {
+    return budget / 16 < most_reserve ? budget / 16 : most_reserve;
+}
+
+std::size_t memmgr_short() {
+    const std::size_t mark = budget - memmgr_reserve();
+    return budget == 0 || used <= mark ? 0 : used - mark;
+}
+
+void memmgr_on_short(void (*listener)()) {
+    on_short = listener;
+}
+
+std::uint64_t memmgr_refused() {
+    return refused;
+}
+
+void *memmgr_side_room(const void *address) {
+    if (!slab_has(address) || slab_size_at(address) >= slab_size(record_kinds)) return nullptr;
+    return last_line_of(address) + side_at;
+}
+
+std::uint32_t memmgr_side_number(const void *side_room) {
+    return slab_number(side_room);
+}
+
+void *memmgr_side_at(std::uint32_t number) {
+    return static_cast<unsigned char *>(slab_line_at(number)) + side_at;
+}
+
+void memmgr_on_free(void (*listener)(void *side_room)) {
+    on_free = listener;
+}
+
+void *memmgr_take_node(std::size_t size) {
+    std::size_t kind = record_kinds;
+    while (slab_size(kind) < size) ++kind;
+    if (!within_budget(slab_size(kind))) return refuse();
+    void *node = slab_take(kind);
+    if (node == nullptr) return take_large(size + header_size);
+    count_taken(slab_size(kind));
+    return node;
+}
+
+void memmgr_give_node(void *node) {
+    if (!slab_has(node)) {
+        memmgr_free(node);
+        return;
+    }
+    used -= slab_size_at(node);
+    slab_give(node);
 }
 
 }  // namespace ravo::platform

@@ -567,6 +567,10 @@ std::string outcomes(const std::string &indent, relay_outcome one) {
     return out + indent + "}\n";
 }
 
+constexpr char no_transactions[] =
+    "  \"transactions\": {\n    \"open\": 0,\n    \"used_bytes\": 0,\n    \"budget_bytes\": 0,\n"
+    "    \"ended_early\": 0,\n    \"refused\": 0,\n    \"ports\": []\n  }\n";
+
 TEST_F(BooksCommands, StatisticsAsJson) {
     have_relay();
     take({.servers = {"192.0.2.11", "192.0.2.12"}});
@@ -586,7 +590,7 @@ TEST_F(BooksCommands, StatisticsAsJson) {
               "{\n  \"total\": {\n" + with_lost(block("    ", "")) + "  },\n  \"vlans\": [\n    {\n" +
                   block("      ", "      \"vlan\": 10,\n") + "    }\n  ],\n  \"ports\": [\n    {\n" +
                   block("      ", "      \"port\": \"1/1\",\n      \"ifindex\": 5121,\n") +
-                  "    }\n  ],\n  \"unsent\": []\n}\n");
+                  "    }\n  ],\n  \"unsent\": [],\n" + no_transactions + "}\n");
     EXPECT_EQ(s.run("show ip dhcp relay statistics port 1 | json"), 1);
     EXPECT_EQ(s.text, "% \"1\" is no port; give module and port, such as 1/2\n");
 }

@@ -1,13 +1,21 @@
 // Statistics of what could not be sent: behind the total, by server and by interface.
 #include <arpa/inet.h>
+#include <event2/event.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <set>
 #include <string>
 
+#include "base/loop.h"
 #include "books/books.h"
 #include "cli_box.h"
+#include "memmgr.h"
+#include "memory/memmgr_budget.h"
+#include "osal.h"
+#include "osal/osal_events.h"
 #include "osal/send_figures.h"
+#include "osal/transaction_room.h"
 #include "relay_access.h"
 
 namespace {
@@ -50,11 +58,85 @@ TEST_F(BooksStatistics, TellItInJsonToo) {
     relay_access_register(&no_data);
     shell s(2);
     const std::string text = s.print("show ip dhcp relay statistics | json");
-    EXPECT_EQ(text.substr(text.find("  \"unsent\"")),
+    const std::size_t unsent = text.find("  \"unsent\"");
+    EXPECT_EQ(text.substr(unsent, text.find("  \"transactions\"") - unsent),
               "  \"unsent\": [\n"
               "    {\n      \"server\": \"192.0.2.12\",\n      \"no_room\": 1,\n      \"failed\": 0\n    },\n"
               "    {\n      \"interface\": \"vlan10\",\n      \"no_room\": 0,\n      \"failed\": 1\n    }\n"
-              "  ]\n}\n");
+              "  ],\n");
+}
+
+struct transaction {
+    std::uint32_t key;
+    osal_timer expiry;
+};
+
+std::set<void *> opened;
+
+void end(void *arg) {
+    opened.erase(arg);
+    memmgr_free(arg);
+}
+
+// A transaction of a port; the books say which one.
+bool open(std::uint32_t port) {
+    books_open(10, port, {}, {});
+    auto *made = static_cast<transaction *>(mfh_calloc(1, sizeof(transaction)));
+    if (made != nullptr) {
+        OSAL_ZEBOS_Create_Sec_Once_Timer(&made->expiry, "test", end, 300, 1, made);
+        opened.insert(made);
+    }
+    books_close();
+    return made != nullptr;
+}
+
+struct CrowdedStatistics : BooksStatistics {
+    CrowdedStatistics() {
+        memmgr_set_budget(64 * 64);
+        transaction_room_open();
+        for (int i = 0; i < 10; ++i) open(5122);
+        while (open(5121)) {
+        }
+        event_base_loop(loop_base(), EVLOOP_NONBLOCK);
+        books_clear_counters();
+    }
+    ~CrowdedStatistics() override {
+        transaction_room_close();
+        for (void *each : std::set<void *>(opened)) end(each);
+        timers_free();
+        loop_free();
+        memmgr_set_budget(0);
+        transaction_room_forget();
+    }
+};
+
+// 64 transactions fit; four of them, a sixteenth, are the reserve that is made free again.
+TEST_F(CrowdedStatistics, TellWhoHadToMakeRoom) {
+    shell s(2);
+    EXPECT_EQ(
+        s.print("show ip dhcp relay statistics"),
+        std::string(empty_total) +
+            "60 transactions open, 3840 of 4096 bytes used; 4 were ended early to make room, 1 records found none\n"
+            "Port 1/1: 50 transactions open, 4 ended early\n");
+}
+
+TEST_F(CrowdedStatistics, TellItInJsonToo) {
+    static const relay_access no_data{};
+    relay_access_register(&no_data);
+    shell s(2);
+    const std::string text = s.print("show ip dhcp relay statistics | json");
+    EXPECT_EQ(text.substr(text.find("  \"transactions\"")),
+              "  \"transactions\": {\n    \"open\": 60,\n    \"used_bytes\": 3840,\n    \"budget_bytes\": 4096,\n"
+              "    \"ended_early\": 4,\n    \"refused\": 1,\n    \"ports\": [\n"
+              "      {\n        \"port\": \"1/2\",\n        \"open\": 10,\n        \"ended_early\": 0\n      },\n"
+              "      {\n        \"port\": \"1/1\",\n        \"open\": 50,\n        \"ended_early\": 4\n      }\n"
+              "    ]\n  }\n}\n");
+}
+
+TEST_F(CrowdedStatistics, AreCountedAnewWhenCleared) {
+    shell s(15);
+    EXPECT_EQ(s.run("clear ip dhcp relay statistics"), 0);
+    EXPECT_EQ(s.print("show ip dhcp relay statistics"), empty_total);
 }
 
 TEST_F(BooksStatistics, AreClearedTogether) {
