@@ -17,13 +17,14 @@
 
 PREFIX ?= /usr/local
 DESTDIR ?=
+BUILD ?= build
 FUZZ_SECONDS ?= 60
 PYTHON = /usr/bin/python3
 UNIT_DIR ?= $(if $(filter /usr,$(PREFIX)),/lib/systemd/system,/etc/systemd/system)
 SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
-.PHONY: help run test check coverage build bench trouble fuzz vm-test deb install clean
+.PHONY: help run test check coverage build bench trouble fuzz vm-test deb install install-built clean
 .NOTPARALLEL:
 
 help:
@@ -90,8 +91,10 @@ deb:
 	@packaging/dependencies build deb
 	@packaging/build-deb
 
-install: build
-	@DESTDIR="$(DESTDIR)" cmake --install build --prefix "$(PREFIX)" --strip
+install: build install-built
+
+install-built:
+	@DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)" --strip
 	@set -e; put() { echo "-- Installing: $(DESTDIR)$$2"; install -D -m 644 "$$1" "$(DESTDIR)$$2"; }; \
 	for unit in packaging/*.service; do \
 	    test -f "$$unit" || continue; \
@@ -113,4 +116,4 @@ install: build
 	done
 
 clean:
-	rm -rf build build-check build-coverage build-debug build-clang build-fuzz lab-artifacts .pytest_cache
+	rm -rf build build-check build-coverage build-debug build-clang build-fuzz build-package lab-artifacts .pytest_cache

@@ -1,5 +1,7 @@
 """The Debian package: what is in it, and what installing and removing it leaves, in a folder that plays the machine."""
 
+import hashlib
+import json
 import os
 import re
 import subprocess
@@ -42,7 +44,7 @@ def test_contents(package):
         "/usr/bin/ravosh": PROGRAM,
         "/usr/lib/sysusers.d/ravo.conf": FILE,
         "/usr/sbin/ravod": PROGRAM,
-        **{f"/usr/share/doc/ravo/{name}": FILE for name in ("README.md", "CHANGELOG.md", "changelog.gz", "copyright", *documents)},
+        **{f"/usr/share/doc/ravo/{name}": FILE for name in ("README.md", "CHANGELOG.md", "changelog.gz", "copyright", "ravo.spdx.json", *documents)},
         "/usr/share/man/man1/ravosh.1.gz": FILE,
         "/usr/share/man/man5/switch.toml.5.gz": FILE,
         "/usr/share/man/man8/ravod.8.gz": FILE,
@@ -66,7 +68,8 @@ def test_contents_of_the_programs_in_front(package, name, more):
     files = {path for path, mode in entries(beside(package, name)).items() if not mode.startswith("d")}
     assert files == more | {f"/usr/sbin/{name}", f"/lib/systemd/system/{name}.service", f"/usr/lib/sysusers.d/{name}.conf",
                             f"/usr/share/man/man8/{name}.8.gz",
-                            *(f"/usr/share/doc/{name}/{file}" for file in ("CHANGELOG.md", "changelog.gz", "copyright"))}
+                            *(f"/usr/share/doc/{name}/{file}" for file in ("CHANGELOG.md", "changelog.gz", "copyright",
+                                                                             f"{name}.spdx.json"))}
     assert f"ravo (= {VERSION})" in run("dpkg-deb", "-f", beside(package, name), "Depends")
 
 
@@ -98,7 +101,40 @@ def test_control(package):
 
     assert (field("Package"), field("Version")) == ("ravo", VERSION)
     depends = {word.split()[0] for word in field("Depends").split(", ")}
-    assert depends >= {"libc6", "libedit2", "libevent-core-2.1-7", "libmnl0", "libbpf1", "libstdc++6", "libsystemd0", "passwd"}
+    assert depends >= {"libc6", "libedit2", "libevent-core-2.1-7", "libmnl0", "libbpf1", "libstdc++6", "passwd"}
+    assert not any(name.startswith("libsystemd") for name in depends), "the few lines for the init system are our own"
+
+
+def unpacked(package, name, folder):
+    """The programs of a package, and its folder of documents."""
+    run("dpkg-deb", "-x", beside(package, name), folder)
+    programs = [path for place in ("usr/sbin", "usr/bin") for path in (folder / place).glob("*")]
+    return programs, folder / "usr/share/doc" / name
+
+
+@pytest.mark.parametrize("name", ["ravo", "ravo-web", "ravo-snmp"])
+def test_programs_are_hardened(package, name, tmp_path):
+    programs, _ = unpacked(package, name, tmp_path)
+    run(REPOSITORY / "tests/hardening/check", *programs)
+
+
+@pytest.mark.parametrize("name", ["ravo", "ravo-web", "ravo-snmp"])
+def test_list_of_what_it_is_made_of(package, name, tmp_path):
+    """Each library that the package depends on, and the programs with their checksums, are in the SPDX document."""
+    programs, documents = unpacked(package, name, tmp_path)
+    document = json.loads((documents / f"{name}.spdx.json").read_text())
+    assert (document["spdxVersion"], document["dataLicense"]) == ("SPDX-2.3", "CC0-1.0")
+    named = {element["SPDXID"] for element in [*document["packages"], *document["files"]]} | {"SPDXRef-DOCUMENT"}
+    for relation in document["relationships"]:
+        assert {relation["spdxElementId"], relation["relatedSpdxElement"]} <= named
+    kinds = {relation["relatedSpdxElement"]: relation["relationshipType"] for relation in document["relationships"]}
+    listed = {element["name"]: kinds[element["SPDXID"]] for element in document["packages"]}
+    depends = {word.split()[0] for word in run("dpkg-deb", "-f", beside(package, name), "Depends").split(", ")}
+    assert {one for one, kind in listed.items() if kind == "DYNAMIC_LINK"} >= {one for one in depends if one.startswith("lib")}
+    compiled = "libtomlplusplus-dev" if name == "ravo" else "nlohmann-json3-dev"
+    assert [one for one, kind in listed.items() if kind == "STATIC_LINK"] == [compiled]
+    checksums = {file["fileName"]: file["checksums"][1]["checksumValue"] for file in document["files"]}
+    assert checksums == {f"./{path.name}": hashlib.sha256(path.read_bytes()).hexdigest() for path in programs}
 
 
 class Machine:

@@ -3,10 +3,14 @@
 
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
+#include <optional>
 #include <string_view>
 
 #include "base/owners.h"
@@ -30,6 +34,17 @@ socklen_t read_address(std::string_view name, sockaddr_un *address) {
     return static_cast<socklen_t>(length);
 }
 
+// A variable of the environment that is a number and nothing else.
+std::optional<std::uint64_t> number_from(const char *name) {
+    const char *text = std::getenv(name);
+    if (text == nullptr) return std::nullopt;
+    const char *end = text + std::strlen(text);
+    std::uint64_t value = 0;
+    const auto [stop, error] = std::from_chars(text, end, value);
+    if (error != std::errc() || stop != end) return std::nullopt;
+    return value;
+}
+
 }  // namespace
 
 bool init_system_tell(const std::string &message) {
@@ -43,6 +58,12 @@ bool init_system_tell(const std::string &message) {
                  reinterpret_cast<const sockaddr *>(&address), length) >= 0)
         return true;
     return errno != EAGAIN && errno != ENOBUFS && errno != ENOMEM;
+}
+
+std::uint64_t init_system_watchdog() {
+    // What another process was given says nothing about this one.
+    const bool is_ours = std::getenv("WATCHDOG_PID") == nullptr || number_from("WATCHDOG_PID") == getpid();
+    return is_ours ? number_from("WATCHDOG_USEC").value_or(0) : 0;
 }
 
 }  // namespace ravo::platform

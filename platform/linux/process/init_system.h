@@ -1,7 +1,9 @@
-// The init system's notification socket (sd_notify(3)).
+// The init system's notification socket (sd_notify(3)) and its watchdog (sd_watchdog_enabled(3)), without the library
+// and the libraries that it brings.
 #ifndef PLATFORM_LINUX_PROCESS_INIT_SYSTEM_H
 #define PLATFORM_LINUX_PROCESS_INIT_SYSTEM_H
 
+#include <cstdint>
 #include <string>
 
 namespace ravo::platform {
@@ -10,6 +12,9 @@ namespace ravo::platform {
 // message: lines such as "READY=1". Returns false when the init system has no room for it now, so that it is to be told
 // again; true when it was told, or when there is nobody to tell.
 bool init_system_tell(const std::string &message);
+
+// Microseconds within which the init system's watchdog wants to hear of this process; 0: it does not watch it.
+std::uint64_t init_system_watchdog();
 
 }  // namespace ravo::platform
 

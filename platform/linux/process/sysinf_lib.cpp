@@ -4,7 +4,6 @@
 #include "sysinf_lib.h"
 
 #include <event2/event.h>
-#include <systemd/sd-daemon.h>
 
 #include <map>
 #include <memory>
@@ -85,9 +84,8 @@ void service_stopping() {
 }
 
 void service_watchdog_start() {
-    std::uint64_t interval = 0;
-    if (sd_watchdog_enabled(0, &interval) <= 0) return;
-    const std::uint64_t half = interval / 2;
+    const std::uint64_t half = init_system_watchdog() / 2;
+    if (half == 0) return;
     const struct timeval period { static_cast<time_t>(half / 1000000), static_cast<suseconds_t>(half % 1000000) };
     watchdog.reset(event_new(loop_base(), -1, EV_PERSIST, on_watchdog, nullptr));
     if (watchdog != nullptr) event_add(watchdog.get(), &period);

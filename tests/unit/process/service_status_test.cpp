@@ -14,6 +14,7 @@
 #include <string>
 
 #include "base/loop.h"
+#include "process/init_system.h"
 #include "sysinf_lib.h"
 
 namespace {
@@ -69,6 +70,24 @@ TEST_F(ServiceStatus, TextIsCopiedAndSeveralServicesShareTheLine) {
     EXPECT_EQ(SYSINF_LIB_Proto_Status_Set(99, SYSINF_STATE_OFF, text), 0);
     std::memset(text, 'x', sizeof(text) - 1);
     EXPECT_EQ(ravo::platform::service_status_line(), "DHCP relay on, service 99 off (busy)");
+}
+
+TEST_F(ServiceStatus, WatchdogIsOursOrNobodys) {
+    using ravo::platform::init_system_watchdog;
+    EXPECT_EQ(init_system_watchdog(), 0U);
+    setenv("WATCHDOG_USEC", "30000000", 1);
+    EXPECT_EQ(init_system_watchdog(), 30000000U);
+    setenv("WATCHDOG_PID", std::to_string(getpid()).c_str(), 1);
+    EXPECT_EQ(init_system_watchdog(), 30000000U);
+    for (const char *other : {"1", "", "x", "99999999999999999999"}) {
+        setenv("WATCHDOG_PID", other, 1);
+        EXPECT_EQ(init_system_watchdog(), 0U) << other;
+    }
+    unsetenv("WATCHDOG_PID");
+    for (const char *bad : {"", "-1", "30s", " 30000000", "99999999999999999999"}) {
+        setenv("WATCHDOG_USEC", bad, 1);
+        EXPECT_EQ(init_system_watchdog(), 0U) << bad;
+    }
 }
 
 TEST_F(ServiceStatus, AnInitSystemThatHangsIsNotWaitedForAndToldLater) {
