@@ -22,6 +22,7 @@ namespace {
 using clock = std::chrono::steady_clock;
 
 constexpr std::size_t read_size = std::size_t{64} * 1024;
+constexpr std::size_t tail_size = 256;
 
 struct request {
     std::string line;
@@ -170,8 +171,11 @@ bool take_status(link &l, std::span<const std::uint8_t> payload) {
 void take_text(link &l, std::string_view text) {
     std::string &kept = l.answer.text;
     const std::size_t room = l.options.longest_text - std::min(kept.size(), l.options.longest_text);
-    if (text.size() > room) l.answer.cut = true;
     kept += text.substr(0, room);
+    if (text.size() <= room) return;
+    l.answer.cut = true;
+    l.answer.tail += text.substr(room);
+    if (l.answer.tail.size() > tail_size) l.answer.tail.erase(0, l.answer.tail.size() - tail_size);
 }
 
 bool take_value(link &l, std::span<const std::uint8_t> payload) {

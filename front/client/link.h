@@ -26,11 +26,11 @@ namespace ravo::client {
 struct link_options {
     std::string socket = default_socket;
     int privilege = 31;
-    int mode = 4;                                      // 4 privileged execution, 5 global configuration
-    std::chrono::milliseconds patience{5000};          // for a welcome or an answer
-    std::chrono::milliseconds pause{1000};             // between two tries to connect
-    std::size_t longest_text = std::size_t{16} << 20;  // bytes of an answer that are kept
-    std::size_t most_waiting = 256;                    // requests that may wait at a time
+    int mode = 4;                                     // 4 privileged execution, 5 global configuration
+    std::chrono::milliseconds patience{5000};         // for a welcome or an answer
+    std::chrono::milliseconds pause{1000};            // between two tries to connect
+    std::size_t longest_text = std::size_t{8} << 20;  // bytes of an answer that are kept
+    std::size_t most_waiting = 256;                   // requests that may wait at a time
 };
 
 // A row of a table, or a keyed value line: the key as the daemon sent it and the text behind it.
@@ -40,11 +40,12 @@ struct keyed_line {
 };
 
 struct reply {
-    bool answered = false;                                 // the daemon ran it; else reason says why not
-    int result = 1;                                        // 0 success; else what the command returned
-    std::string text;                                      // what it printed
-    bool cut = false;                                      // it printed more than is kept
-    std::vector<keyed_line> values = {};                   // keyed value lines
+    bool answered = false;                // the daemon ran it; else reason says why not
+    int result = 1;                       // 0 success; else what the command returned
+    std::string text;                     // what it printed
+    bool cut = false;                     // it printed more than is kept
+    std::string tail;                     // of what is not kept, the last bytes: where a document has its sums
+    std::vector<keyed_line> values = {};  // keyed value lines
     std::vector<std::vector<std::uint8_t>> records = {};   // records for the web side
     std::vector<std::vector<std::uint8_t>> row_keys = {};  // keys of table rows
     std::string reason = {};

@@ -198,6 +198,17 @@ bool take_servers(picture *p, const std::string &text) {
     return true;
 }
 
+// The sum at the end of a list that was too long to be kept.
+std::uint32_t total_of(std::string_view tail) {
+    constexpr std::string_view mark = "\"total\": ";
+    const std::size_t at = tail.rfind(mark);
+    if (at == std::string_view::npos) return 0;
+    tail.remove_prefix(at + mark.size());
+    std::uint32_t number = 0;
+    (void)std::from_chars(tail.data(), tail.data() + tail.size(), number);  // what is no number counts as none
+    return number;
+}
+
 // The list may be cut off when it is very long: what came counts.
 bool take_transactions(picture *p, const client::reply &answer) {
     std::vector<transaction_row> rows;
@@ -214,7 +225,8 @@ bool take_transactions(picture *p, const client::reply &answer) {
     rows.erase(std::unique(rows.begin(), rows.end(), [](const auto &a, const auto &b) { return a.xid == b.xid; }),
                rows.end());
     p->transactions = std::move(rows);
-    p->transactions_total = std::max(gauge_of(rest, "total"), static_cast<std::uint32_t>(seen));
+    p->transactions_total =
+        std::max({gauge_of(rest, "total"), total_of(answer.tail), static_cast<std::uint32_t>(seen)});
     return true;
 }
 

@@ -85,6 +85,7 @@ void pass_on_list(const exchange_ptr &x, const std::string &command, const std::
             &rest);
         rest[list] = std::move(kept);
         rest["matched"] = matched;
+        if (doc->cut) rest["total"] = last_count(doc->tail, "total");
         if (!rest.contains("total")) rest["total"] = matched;
         rest["complete"] = whole && !doc->cut;
         respond_json(*x, 200, rest);

@@ -126,6 +126,7 @@ document_ptr document_of(client::reply &answer) {
     doc->cut = answer.cut;
     doc->text = std::move(answer.text);
     doc->text.shrink_to_fit();
+    doc->tail = std::move(answer.tail);
     doc->reason = std::move(answer.reason);
     doc->at = clock::now();
     return doc;

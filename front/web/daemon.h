@@ -22,6 +22,7 @@ struct document {
     int result = 1;      // of the command, when the daemon answered
     bool answered = false;
     std::string text;
+    std::string tail;    // of what was not kept, the last bytes
     std::string reason;  // not answered: why
     std::chrono::steady_clock::time_point at = {};
 };

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <map>
 
 #include "commands.h"
@@ -23,6 +24,8 @@ constexpr const char *open_type = "application/openmetrics-text; version=1.0.0; 
 constexpr const char *plain_type = "text/plain; version=0.0.4; charset=utf-8";
 
 std::string number_text(double value) {
+    constexpr double exact = 1e15;  // whole numbers up to here are written as such
+    if (value == std::floor(value) && std::fabs(value) < exact) return std::to_string(static_cast<std::int64_t>(value));
     std::array<char, 32> text;
     const auto [end, fault] = std::to_chars(text.data(), text.data() + text.size(), value);
     return fault == std::errc{} ? std::string(text.data(), end) : "0";
@@ -212,10 +215,9 @@ void add_state(writer &w, const metrics_source &from) {
     if (each_element(
             from.settings, "interfaces", [](json &) {}, &settings))
         add_gauge(w, "ravo_relay_enabled", "1 while the relay is on.", flag_member(settings, "relay") ? 1 : 0);
-    json transactions;
-    if (each_element(
-            from.transactions, "transactions", [](json &) {}, &transactions))
-        add_gauge(w, "ravo_transactions", "Transactions that are open.", number_member(transactions, "total"));
+    if (!from.transactions.empty())
+        add_gauge(w, "ravo_transactions", "Transactions that are open.",
+                  static_cast<double>(last_count(from.transactions, "total")));
     if (!from.advice.empty())
         add_gauge(w, "ravo_advice", "Things that the relay advises to look at.",
                   static_cast<double>(elements_in(from.advice, "advice")));
@@ -251,13 +253,18 @@ std::string_view text_of(const document_ptr &doc) {
     return doc->there ? std::string_view(doc->text) : std::string_view{};
 }
 
+// Its sum is at its end, which is kept also of a list that is too long.
+std::string_view end_of(const document_ptr &doc) {
+    return doc->there && doc->cut ? std::string_view(doc->tail) : text_of(doc);
+}
+
 void respond_metrics(const gathering &g) {
     if (g.x->request == nullptr) return;
     if (!g.docs[0]->answered) return respond_fault(*g.x, 503, g.docs[0]->reason);
     const client::link_state &state = daemon_state(*g.x->owner->daemon);
     metrics_source from{text_of(g.docs[0]),
                         text_of(g.docs[1]),
-                        text_of(g.docs[2]),
+                        end_of(g.docs[2]),
                         text_of(g.docs[3]),
                         text_of(g.docs[4]),
                         state.daemon_version,

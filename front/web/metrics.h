@@ -18,7 +18,7 @@ namespace ravo::web {
 struct metrics_source {
     std::string_view statistics;
     std::string_view settings;
-    std::string_view transactions;
+    std::string_view transactions;  // or its end
     std::string_view servers;
     std::string_view advice;
     std::string daemon_version;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 
 namespace ravo::web {
 
@@ -93,6 +94,17 @@ bool read_statistics(std::string_view text, const statistics_reader &to) {
         return false;
     };
     return !json::parse(text, step, /*allow_exceptions=*/false).is_discarded();
+}
+
+std::uint64_t last_count(std::string_view text, std::string_view name) {
+    const std::string mark = "\"" + std::string(name) + "\":";
+    const std::size_t at = text.rfind(mark);
+    if (at == std::string_view::npos) return 0;
+    text.remove_prefix(at + mark.size());
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    std::uint64_t number = 0;
+    (void)std::from_chars(text.data(), text.data() + text.size(), number);  // what is no number counts as none
+    return number;
 }
 
 std::uint64_t count_of(const named_counts &counts, std::string_view name) {

@@ -50,7 +50,9 @@ class ScriptedDaemon:
     def _run(self, link, identity, line):
         self.asked.append(line)
         known = line in self.answers
-        self._send(link, OUTPUT, (self.answers[line] if known else "% Invalid input\n").encode())
+        said = (self.answers[line] if known else "% Invalid input\n").encode()
+        for at in range(0, len(said), 32768):
+            self._send(link, OUTPUT, said[at:at + 32768])
         self._send(link, STATUS, identity + struct.pack(">iBBi", 0 if known else 1, 0, 4, -1) + text(b"#") + text(b""))
 
     @staticmethod

@@ -37,3 +37,22 @@ def test_nonsense_is_told_and_survived(tmp_path, nonsense):
     finally:
         assert web.stop() == 0, web.log
         daemon.close()
+
+
+def test_a_list_that_is_too_long_keeps_its_sum(tmp_path):
+    """A million open transactions: the first ones are shown, the sum is told, and memory is bounded."""
+    daemon = ScriptedDaemon(tmp_path / "sock")
+    row = '    {\n      "xid": "0x0a1b2c3d",\n      "module": 1,\n      "port": 7\n    }'
+    many = 200_000
+    daemon.says("show ip dhcp relay xid-port-mapping | json",
+                '{\n  "transactions": [\n' + ",\n".join([row] * many) + f'\n  ],\n  "total": {many}\n}}\n')
+    daemon.says("show ip dhcp relay statistics | json", '{"total": {"received": 0, "outcomes": {}}, "vlans": [], "ports": []}')
+    web = Web(tmp_path, tmp_path / "sock").start()
+    try:
+        shown = web.user().get("/transactions?limit=5")
+        assert (len(shown["transactions"]), shown["total"], shown["complete"]) == (5, many, False)
+        assert f"\nravo_transactions {many}\n".encode() in web.request("GET", "/metrics")[2]
+        assert web.memory() < 32 * 1024
+    finally:
+        assert web.stop() == 0, web.log
+        daemon.close()

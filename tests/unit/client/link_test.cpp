@@ -68,8 +68,9 @@ struct Link : testing::Test {
     }
     void ask(const std::string &line) {
         client::link_ask(*link, line, [this, line](client::reply &r) {
-            answers.push_back(r.answered ? line + "=" + std::to_string(r.result) + ":" + r.text + (r.cut ? "..." : "")
-                                         : line + "!" + r.reason);
+            answers.push_back(r.answered
+                                  ? line + "=" + std::to_string(r.result) + ":" + r.text + (r.cut ? "..." + r.tail : "")
+                                  : line + "!" + r.reason);
         });
     }
     void put(const bytes &data) const {
@@ -128,7 +129,7 @@ TEST_F(Link, KeepsABoundedAmountOfAnAnswer) {
     text("more");
     status(1, 0);
     until(1);
-    EXPECT_THAT(answers, ElementsAre("one=0:12345678..."));
+    EXPECT_THAT(answers, ElementsAre("one=0:12345678...90more"));
 }
 
 TEST_F(Link, ADaemonThatIsNotThereIsTriedAgainAfterAPause) {

@@ -108,6 +108,9 @@ TEST(Picture, TakesABoundedNumberOfTransactions) {
     cut.cut = true;
     EXPECT_TRUE(take_part(&p, part::transactions, cut)) << "what came of a long list counts";
     EXPECT_EQ(p.transactions_total, 10050u);
+    cut.tail = "},\n  ],\n  \"total\": 1000000\n}";
+    EXPECT_TRUE(take_part(&p, part::transactions, cut));
+    EXPECT_EQ(p.transactions_total, 1000000u) << "as its end tells";
 }
 
 TEST(Picture, AnAnswerThatIsNoneLeavesAPartAsItWas) {
