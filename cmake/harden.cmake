@@ -6,6 +6,8 @@
 # from the start. The copies' checks need an optimising build; the sanitizers check the same, and find what zeros hide.
 include(CheckCXXCompilerFlag)
 
+# A flag that the compiler only warns of is none that it has.
+set(CMAKE_REQUIRED_FLAGS -Werror)
 set(RAVO_HARDENING -fPIE -fstack-protector-strong -fstack-clash-protection)
 check_cxx_compiler_flag(-fcf-protection=full RAVO_HAS_CF_PROTECTION) # x86
 if(RAVO_HAS_CF_PROTECTION)
@@ -19,6 +21,8 @@ check_cxx_compiler_flag(-ftrivial-auto-var-init=zero RAVO_HAS_ZERO_INIT) # old c
 if(RAVO_HAS_ZERO_INIT AND NOT RAVO_SANITIZE)
   list(APPEND RAVO_HARDENING -ftrivial-auto-var-init=zero)
 endif()
+
+unset(CMAKE_REQUIRED_FLAGS)
 
 set(RAVO_HARDENED_LINK -pie -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 if(RAVO_HAS_CF_PROTECTION)
