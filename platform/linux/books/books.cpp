@@ -2,7 +2,7 @@
 //
 // A message is in hand from the moment the channel takes it until the next one is taken or the reader's handler
 // returned. While it is in hand the relay may say its outcome several times; the last word counts. Counters stand in
-// fixed tables (VLANs) or are made once (ports), the flight recorder is a ring whose memory is taken when it is set up,
+// fixed tables (VLANs) or are made once (ports), the memory of the flight recorder is taken when it is set up,
 // and the times of requests, from which a reply's age is told, stand in a table of fixed size whose older entries are
 // overwritten.
 
@@ -13,19 +13,19 @@
 #include <algorithm>
 #include <cstring>
 #include <list>
-#include <map>
 #include <memory>
 #include <new>
 #include <utility>
 
+#include "base/port_rows.h"
 #include "books/outcome_words.h"
+#include "books/recorder.h"
 #include "log/log_subject.h"
 
 namespace ravo::platform {
 namespace {
 
 constexpr std::size_t vlans = 4096;
-constexpr std::size_t default_recorder = 4096;
 constexpr std::size_t largest_recorder = 1000000;
 constexpr std::size_t request_slots = 8192;  // a power of two
 
@@ -50,13 +50,18 @@ struct watcher_slot {
     books_watcher watcher;
 };
 
+// What a port counts.
+struct port_counters {
+    std::uint32_t port = 0;
+    book_counters counters;
+};
+
 book_counters total;
 std::array<book_counters, vlans> of_vlan;
-std::map<std::uint32_t, book_counters> of_port;
+port_rows rows;
+std::vector<port_counters> of_port(1);  // by row; row 0 is no port's
 const book_counters nothing;
 
-std::vector<book_entry> recorder(default_recorder);
-std::size_t recorder_next = 0;
 std::uint64_t messages = 0;
 std::array<request_time, request_slots> requests;
 
@@ -137,12 +142,17 @@ void count(book_counters &counters) {
 
 // Counts of a port are made when it is first heard of.
 void count_port() {
-    if (current.port_ifindex == 0) return;
-    try {
-        count(of_port[current.port_ifindex]);
-    } catch (const std::bad_alloc &) {
-        // The totals still hold it.
+    const std::uint16_t row = port_row(rows, current.port_ifindex, UINT16_MAX);
+    if (row == 0) return;
+    if (row >= of_port.size()) {
+        try {
+            of_port.resize(row + 1U);
+        } catch (const std::bad_alloc &) {
+            return;  // the totals still hold it
+        }
     }
+    of_port[row].port = current.port_ifindex;
+    count(of_port[row].counters);
 }
 
 // What cannot be read as a message is its sender's all the same.
@@ -163,18 +173,11 @@ void tell_watchers() {
 }  // namespace
 
 bool books_set_recorder(std::size_t size) {
-    try {
-        std::vector<book_entry> fresh(std::clamp<std::size_t>(size, 1, largest_recorder));
-        recorder.swap(fresh);
-    } catch (const std::bad_alloc &) {
-        return false;
-    }
-    recorder_next = 0;
-    return true;
+    return recorder_set_size(std::clamp<std::size_t>(size, 1, largest_recorder));
 }
 
 std::size_t books_recorder_size() {
-    return recorder.size();
+    return recorder_size();
 }
 
 void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,
@@ -209,8 +212,7 @@ void books_close() {
     count(total);
     if (current.vlan < vlans && current.vlan != 0) count(of_vlan[current.vlan]);
     count_port();
-    recorder[recorder_next] = current;
-    recorder_next = recorder_next + 1 == recorder.size() ? 0 : recorder_next + 1;
+    recorder_keep(current);
     if (!watchers.empty()) tell_watchers();
 }
 
@@ -227,8 +229,8 @@ const book_counters &books_of_vlan(std::uint16_t vlan) {
 }
 
 const book_counters &books_of_port(std::uint32_t port_ifindex) {
-    const auto found = of_port.find(port_ifindex);
-    return found == of_port.end() ? nothing : found->second;
+    const std::uint16_t row = port_row_known(rows, port_ifindex);
+    return row == 0 || row >= of_port.size() ? nothing : of_port[row].counters;
 }
 
 std::vector<std::uint16_t> books_vlans() {
@@ -240,23 +242,20 @@ std::vector<std::uint16_t> books_vlans() {
 
 std::vector<std::uint32_t> books_ports() {
     std::vector<std::uint32_t> ports;
-    ports.reserve(of_port.size());
-    for (const auto &[port, counters] : of_port) ports.push_back(port);
+    for (const port_counters &each : of_port)
+        if (each.counters.received != 0) ports.push_back(each.port);
+    std::sort(ports.begin(), ports.end());
     return ports;
 }
 
 void books_clear_counters() {
     total = {};
     of_vlan.fill({});
-    of_port.clear();
+    for (port_counters &each : of_port) each.counters = {};
 }
 
 void books_each_recorded(const std::function<void(const book_entry &entry)> &visit) {
-    for (std::size_t back = 0; back < recorder.size(); ++back) {
-        const book_entry &entry = recorder[(recorder_next + recorder.size() - 1 - back) % recorder.size()];
-        if (entry.number == 0) return;
-        visit(entry);
-    }
+    recorder_each(visit);
 }
 
 int books_watch(books_watcher watcher) {

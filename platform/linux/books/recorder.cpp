@@ -1,0 +1,110 @@
+// Each message stands in a slot, and each slot in two lists: of all messages by age, and of those of its port. Which
+// port has most is known without counting: a message in and another one out change two numbers by one, so whoever had
+// most still has about most; a look at one other port with each message finds out when that is not so any more.
+#include "books/recorder.h"
+
+#include <array>
+#include <cstdint>
+#include <new>
+#include <vector>
+
+#include "base/port_rows.h"
+
+namespace ravo::platform {
+
+namespace {
+
+constexpr std::size_t default_size = 4096;
+constexpr std::size_t most_ports = 4096;  // with a share of their own; others have one together
+constexpr std::uint32_t nobody = 0xFFFFFFFF;
+
+struct slot {
+    book_entry entry;
+    std::uint32_t newer = nobody, older = nobody;  // of all
+    std::uint32_t port_newer = 0;                  // of the same port; of its newest it means nothing
+};
+
+// The messages of a port; without any, newest and oldest mean nothing.
+struct share {
+    std::uint32_t held = 0;
+    std::uint32_t newest = 0, oldest = 0;
+};
+
+std::vector<slot> slots(default_size);
+std::uint32_t filled = 0;  // slots that hold a message
+std::uint32_t newest = nobody;
+port_rows rows;
+std::array<share, most_ports> shares;
+std::uint16_t most = 0;       // the row that has most, or nearly
+std::uint16_t looked_at = 0;  // the row that was last compared with it
+
+void look_for_most(std::uint16_t changed) {
+    looked_at = static_cast<std::uint16_t>(looked_at + 1U < rows.rows ? looked_at + 1U : 0U);
+    if (shares[changed].held > shares[most].held) most = changed;
+    if (shares[looked_at].held > shares[most].held) most = looked_at;
+}
+
+void unlink(const slot &which) {
+    (which.newer == nobody ? newest : slots[which.newer].older) = which.older;
+    if (which.older != nobody) slots[which.older].newer = which.newer;
+}
+
+// Takes the oldest message of a port out. Returns its slot.
+std::uint32_t take_oldest(share &of) {
+    const std::uint32_t number = of.oldest;
+    of.oldest = slots[number].port_newer;
+    --of.held;
+    unlink(slots[number]);
+    return number;
+}
+
+// A slot for a new message of a port.
+std::uint32_t find_slot(std::uint16_t row) {
+    if (filled < slots.size()) return filled++;
+    return take_oldest(shares[row].held >= shares[most].held ? shares[row] : shares[most]);
+}
+
+void link(std::uint32_t number, std::uint16_t row) {
+    slot &made = slots[number];
+    made.newer = nobody;
+    made.older = newest;
+    if (newest != nobody) slots[newest].newer = number;
+    newest = number;
+    share &of = shares[row];
+    (of.held == 0 ? of.oldest : slots[of.newest].port_newer) = number;
+    of.newest = number;
+    ++of.held;
+}
+
+}  // namespace
+
+bool recorder_set_size(std::size_t messages) {
+    try {
+        std::vector<slot> fresh(messages);
+        slots.swap(fresh);
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+    filled = 0;
+    newest = nobody;
+    shares.fill({});
+    return true;
+}
+
+std::size_t recorder_size() {
+    return slots.size();
+}
+
+void recorder_keep(const book_entry &entry) {
+    const std::uint16_t row = port_row(rows, entry.port_ifindex, most_ports);
+    const std::uint32_t number = find_slot(row);
+    slots[number].entry = entry;
+    link(number, row);
+    look_for_most(row);
+}
+
+void recorder_each(const std::function<void(const book_entry &entry)> &visit) {
+    for (std::uint32_t number = newest; number != nobody; number = slots[number].older) visit(slots[number].entry);
+}
+
+}  // namespace ravo::platform
