@@ -21,14 +21,15 @@ BUILD = Path(os.environ.get("RAVO_BUILD") or REPOSITORY / "build")
 
 class Relay:
     def __init__(self, lab, *, build=None, log_level="trace", switch_toml=None, startup_config=None, options=(),
-                 env=None, namespace=None, **how):
+                 env=None, namespace=None, wrapper=(), **how):
         """switch_toml, startup_config: texts of the two files, empty without one, so that nothing of the host's
-        own /etc/ravo counts; how: more arguments of Process."""
+        own /etc/ravo counts; wrapper: words of a program that becomes ravod; how: more arguments of Process."""
         self.lab = lab
         self.namespace = namespace or lab.switch
         self.build = Path(build or BUILD)
         self.folder = lab.fresh_folder("relay")
         self.log_level, self.options, self.env, self.how = log_level, list(options), env, how
+        self.wrapper = list(wrapper)
         self.socket = self.folder / "ravod.sock"
         self.switch_file = self.folder / "switch.toml"
         self.startup_file = self.folder / "startup-config"
@@ -37,7 +38,7 @@ class Relay:
         self.process = None
 
     def start(self, timeout=60):
-        words = [self.build / "ravod", "--management", self.socket, "--switch", self.switch_file,
+        words = [*self.wrapper, self.build / "ravod", "--management", self.socket, "--switch", self.switch_file,
                  "--startup-config", self.startup_file, "--state", self.folder / "state",
                  "--log-level", self.log_level, "--log-to", "stderr"]
         self.process = Process(self.namespace, [*words, *self.options], self.folder / "log", env=self.env,

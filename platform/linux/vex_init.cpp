@@ -195,6 +195,7 @@ void check_that_we_may_run(const platform::frame_options &options) {
 void describe(const platform::switch_description &description) {
     platform::inventory_describe(description);
     platform::trap_describe(description);
+    platform::channel_describe(description);
     ravo::cli::kept_switch(description.settings.keep);
     const std::uint32_t wanted = description.channel.recorder;
     if (platform::books_recorder_size() != wanted && !platform::books_set_recorder(wanted))

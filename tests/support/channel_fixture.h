@@ -59,6 +59,7 @@ class counted {
     counted() { (void)since(); }
     std::string since() {
         ravo::platform::books_close();
+        ravo::platform::books_look();
         const ravo::platform::book_counters now = ravo::platform::books_total();
         const auto grown = [&](relay_outcome o) { return std::to_string(now.by_outcome[o] - before_.by_outcome[o]); };
         const std::string text = "delivered " + grown(OUTCOME_NONE) + " truncated " + grown(OUTCOME_TRUNCATED) +
@@ -92,6 +93,9 @@ class Channel : public BoxTest, public testing::WithParamInterface<way_in> {
         add_port("swp2", "c2", 5122);
         tap("swp1", 10, 5121);
         tap("swp2", 20, 5122);
+        ravo::platform::switch_description unlimited;
+        unlimited.limit = {.port = 0, .burst = 1, .uplink = 0};
+        ravo::platform::channel_describe(unlimited);
         fd_ = open();
         ASSERT_GE(fd_, 0) << std::strerror(errno);
         statistics_ = counted();

@@ -69,6 +69,8 @@ std::list<watcher_slot> watchers;  // a list: watchers may come and go while the
 int next_watcher = 1;
 bool telling = false;
 
+std::function<void()> look_listener;
+
 bool in_hand = false;
 std::uint32_t sent = 0;  // copies of the message in hand
 book_entry current;
@@ -133,26 +135,34 @@ void read_message(std::span<const std::uint8_t> message, book_entry &entry) {
     relate(entry);
 }
 
-void count(book_counters &counters) {
-    ++counters.received;
-    ++counters.by_outcome[current.outcome];
-    if (current.rebroadcast) ++counters.rebroadcast;
-    counters.sent += sent;
-}
-
-// Counts of a port are made when it is first heard of.
-void count_port() {
-    const std::uint16_t row = port_row(rows, current.port_ifindex, UINT16_MAX);
-    if (row == 0) return;
+// The counters of a port, made when it is first heard of; NULL without a port, and when there is no memory for them.
+book_counters *counters_of_port(std::uint32_t port_ifindex) {
+    const std::uint16_t row = port_row(rows, port_ifindex, UINT16_MAX);
+    if (row == 0) return nullptr;
     if (row >= of_port.size()) {
         try {
             of_port.resize(row + 1U);
         } catch (const std::bad_alloc &) {
-            return;  // the totals still hold it
+            return nullptr;
         }
     }
-    of_port[row].port = current.port_ifindex;
-    count(of_port[row].counters);
+    of_port[row].port = port_ifindex;
+    return &of_port[row].counters;
+}
+
+// Calls a function with the counters of all messages, of a VLAN and of a port.
+template <typename function>
+void each_counters(std::uint16_t vlan, std::uint32_t port_ifindex, function add) {
+    add(total);
+    if (vlan < vlans && vlan != 0) add(of_vlan[vlan]);
+    if (book_counters *port = counters_of_port(port_ifindex)) add(*port);
+}
+
+void count_current(book_counters &counters) {
+    ++counters.received;
+    ++counters.by_outcome[current.outcome];
+    if (current.rebroadcast) ++counters.rebroadcast;
+    counters.sent += sent;
 }
 
 // What cannot be read as a message is its sender's all the same.
@@ -209,15 +219,28 @@ void books_close() {
     if (!in_hand) return;
     in_hand = false;
     log_subject_end(outcome_word(static_cast<relay_outcome>(current.outcome)));
-    count(total);
-    if (current.vlan < vlans && current.vlan != 0) count(of_vlan[current.vlan]);
-    count_port();
+    each_counters(current.vlan, current.port_ifindex, count_current);
     recorder_keep(current);
     if (!watchers.empty()) tell_watchers();
 }
 
 std::uint32_t books_port_in_hand() {
     return in_hand ? current.port_ifindex : 0;
+}
+
+void books_count(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex, std::uint64_t count) {
+    each_counters(vlan, port_ifindex, [=](book_counters &counters) {
+        counters.received += count;
+        counters.by_outcome[outcome] += count;
+    });
+}
+
+void books_look() {
+    if (look_listener) look_listener();
+}
+
+void books_on_look(std::function<void()> listener) {
+    look_listener = std::move(listener);
 }
 
 const book_counters &books_total() {

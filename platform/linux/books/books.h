@@ -77,6 +77,14 @@ void books_close();
 // The number of the port that the message in hand came in on; 0 without one.
 std::uint32_t books_port_in_hand();
 
+// Counts messages that were dropped before they could be read. They are in no recorder, and no watcher is told.
+void books_count(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex, std::uint64_t count);
+
+// Whoever looks at the counters calls books_look before; it calls the listener, for those who count apart from the
+// books to hand in (books_count). One listener: the packet channel.
+void books_look();
+void books_on_look(std::function<void()> listener);
+
 // Counters in total, of a VLAN (1 to 4094), of a port; zeros for one that never received anything.
 const book_counters &books_total();
 const book_counters &books_of_vlan(std::uint16_t vlan);

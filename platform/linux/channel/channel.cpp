@@ -11,6 +11,7 @@
 #include <arpa/inet.h>
 #include <event2/event.h>
 #include <netinet/in.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,7 +24,9 @@
 #include "base/loop.h"
 #include "books/books.h"
 #include "channel/channel_frame.h"
+#include "channel/limits.h"
 #include "channel/packet_ring.h"
+#include "channel/tally.h"
 #include "channel/taps.h"
 #include "gate/gate.h"
 #include "gate/socket_filter.h"
@@ -39,6 +42,7 @@ constexpr std::uint16_t dhcp_server_port = 67;
 constexpr std::size_t in_ip_part_destination = 12;
 constexpr std::size_t frames_per_turn = 32;  // frames dropped in one call before others get a turn
 constexpr std::size_t spare_slots = 64;      // of the ring, for what passes the gate on other processors meanwhile
+constexpr std::int64_t second_ns = 1'000'000'000;
 constexpr timeval tally_interval{.tv_sec = 1, .tv_usec = 0};
 
 struct open_channel {
@@ -54,6 +58,7 @@ struct open_channel {
 };
 
 std::unique_ptr<open_channel> channel;
+port_limits limits;
 std::uint64_t lost = 0;            // messages that the queue had no room for
 std::uint64_t forgotten_lost = 0;  // of these, those that are not told any more
 
@@ -174,10 +179,16 @@ void hold_udp_port(open_channel &c) {
              std::strerror(errno));
 }
 
-// Hands in what the gate and the ring counted as lost.
+std::int64_t clock_ns() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * second_ns + now.tv_nsec;
+}
+
+// Takes over what the gate and the ring counted.
 void tally(open_channel &c) {
     const std::uint32_t overruns = c.ring.take_overruns();
-    lost += overruns + c.taps.take_crowded(c.at);
+    lost += overruns + tally_taps(c.at, c.taps, clock_ns() / second_ns);
     // The gate counted them as queued.
     if (overruns != 0) c.recount = true;
 }
@@ -188,8 +199,21 @@ void on_tally_timer(evutil_socket_t, short, void *) {
 
 // Nothing waits. What was noted for this moment is done.
 void settle(open_channel &c) {
-    c.taps.forget_gone(c.at);
+    if (c.taps.some_gone()) {
+        tally(c);
+        c.taps.forget_gone(c.at);
+    }
     if (std::exchange(c.recount, false)) c.at.note_empty();
+}
+
+// Counts a frame as taken. Returns whether it is a message that its port may send.
+bool admit(open_channel &c, const ring_frame &received) {
+    const tap *from = c.taps.find(received.kernel_ifindex);
+    if (from == nullptr) return false;  // heard on another device too, and read there
+    c.at.take(from->place);
+    if (received.cut) ++lost;
+    if (received.cut || c.at.in_kernel()) return !received.cut;
+    return c.at.admit(from->place, channel_frame_vlan(received.bytes, received.aux), clock_ns());
 }
 
 // Takes frames until one is to be delivered, and keeps its parts. Returns whether there is one.
@@ -201,13 +225,7 @@ bool fetch(open_channel &c) {
             settle(c);
             return false;
         }
-        const tap *from = c.taps.find(received.kernel_ifindex);
-        if (from == nullptr) continue;  // heard on another device too, and read there
-        c.at.take(from->place);
-        if (received.cut)
-            ++lost;
-        else if (examine(received, &c.frame, &c.in))
-            return true;
+        if (admit(c, received) && examine(received, &c.frame, &c.in)) return true;
     }
     return false;
 }
@@ -228,11 +246,16 @@ int open_at_gate(open_channel &c) {
                  "limits itself",
                  c.at.refusal().c_str());
     c.at.set_room(packet_ring::capacity - spare_slots);
-    c.taps.follow(c.at);
+    c.taps.follow(c.at, limits);
     return c.ring.listen();
 }
 
 }  // namespace
+
+void channel_describe(const switch_description &description) {
+    limits.describe(description);
+    if (channel) channel->taps.set_limits(channel->at, limits);
+}
 
 int channel_open() {
     if (channel) {
@@ -245,8 +268,11 @@ int channel_open() {
     if (!c.tally_timer || event_add(c.tally_timer.get(), &tally_interval) != 0) return fail_open(ENOMEM);
     if (const int reason = open_at_gate(c); reason != 0) return fail_open(reason);
     hold_udp_port(c);
+    books_on_look([] {
+        if (channel) tally(*channel);
+    });
     inventory_on_change([] {
-        if (channel) channel->taps.follow(channel->at);
+        if (channel) channel->taps.follow(channel->at, limits);
     });
     return c.ring.fd();
 }
@@ -278,6 +304,7 @@ int channel_close() {
     trap_release();
     inventory_on_change(nullptr);
     tally(*channel);
+    books_on_look(nullptr);
     channel.reset();
     return 0;
 }

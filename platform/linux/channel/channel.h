@@ -8,7 +8,12 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "inventory/switch_description.h"
+
 namespace ravo::platform {
+
+// Installs what the description says of the channel. While it is open, the ports are held to the limits at once.
+void channel_describe(const switch_description &description);
 
 // Opens the channel. Returns a descriptor that is readable while a frame waits, or -1 and errno. One channel at a time;
 // EBUSY when one is open.

@@ -159,6 +159,16 @@ frame_result channel_frame_decode(std::span<const std::uint8_t> frame, const fra
     return decode_ipv4(reader.rest(), aux, out);
 }
 
+std::uint16_t channel_frame_vlan(std::span<const std::uint8_t> frame, const frame_aux &aux) {
+    constexpr std::uint16_t no_vlan = 4095;
+    byte_reader reader(frame);
+    reader.take(ethernet_addresses_size);
+    if (aux.tagged && aux.tpid != ethertype_vlan) return no_vlan;
+    const std::uint16_t outer = aux.tagged ? aux.tci & vid_mask : 0;
+    if (reader.u16() != ethertype_vlan) return outer;
+    return outer != 0 ? no_vlan : reader.u16() & vid_mask;
+}
+
 std::size_t channel_frame_copy(const dhcp_frame &frame, void *buffer, std::size_t size) {
     auto *to = static_cast<std::uint8_t *>(buffer);
     const std::size_t from_ip = std::min(size, frame.ip_part.size());

@@ -54,6 +54,10 @@ struct dhcp_frame {
 // meaningful for frame_result::ok only.
 frame_result channel_frame_decode(std::span<const std::uint8_t> frame, const frame_aux &aux, dhcp_frame *out);
 
+// The VLAN id of a frame's tag as the gate's program reads it, of frames that may be broken too: 0 for none and for a
+// priority tag, 4095 for tags that can belong to no VLAN interface.
+std::uint16_t channel_frame_vlan(std::span<const std::uint8_t> frame, const frame_aux &aux);
+
 // Copies a good frame in the channel's layout (osal.h), cut to size bytes. Returns the length of the whole message.
 std::size_t channel_frame_copy(const dhcp_frame &frame, void *buffer, std::size_t size);
 

@@ -27,21 +27,25 @@ void trap_heard(const std::unordered_map<int, tap> &taps) {
 }  // namespace
 
 // Returns 0, or the reason as errno.
-int tap_table::open(gate &at, int kernel_ifindex, tap &t) {
-    if (t.place == gate::no_place) t.place = at.give_place();
+int tap_table::open(gate &at, tap &t) {
+    if (t.place == gate::no_place) {
+        t.place = at.give_place();
+        t.told = {};
+    }
     if (t.place == gate::no_place) return errno;
-    return at.let_in(kernel_ifindex, t.place);
+    return at.let_in(t.kernel_ifindex, t.place);
 }
 
-void tap_table::hear(gate &at, int kernel_ifindex, tap &t) {
-    const int reason = open(at, kernel_ifindex, t);
+void tap_table::hear(gate &at, const port_limits &limits, tap &t) {
+    const int reason = open(at, t);
     t.state = reason == 0 ? tap_state::heard : tap_state::failed;
+    if (t.place != gate::no_place) at.set_rate(t.place, limits.of(t.name, t.uplink));
     if (reason == 0) return;
     log_line(log_level_error, "cannot listen on device %s: %s", t.name.c_str(),
              reason == ENOSPC ? "there are more devices than the relay can listen on" : std::strerror(reason));
 }
 
-void tap_table::follow(gate &at) {
+void tap_table::follow(gate &at, const port_limits &limits) {
     std::map<int, tap_device> wanted;
     for (tap_device &device : inventory_taps()) wanted.emplace(device.kernel_ifindex, std::move(device));
     for (auto &[kernel_ifindex, t] : taps_) {
@@ -52,21 +56,27 @@ void tap_table::follow(gate &at) {
     }
     for (auto &[kernel_ifindex, device] : wanted) {
         tap &t = taps_[kernel_ifindex];
+        const bool same = t.name == device.name && t.uplink == device.uplink;
+        t.kernel_ifindex = kernel_ifindex;
         t.name = std::move(device.name);
         t.uplink = device.uplink;
-        if (t.state == tap_state::gone) hear(at, kernel_ifindex, t);
+        if (t.state == tap_state::gone)
+            hear(at, limits, t);
+        else if (!same && t.place != gate::no_place)
+            at.set_rate(t.place, limits.of(t.name, t.uplink));
     }
     trap_heard(taps_);
 }
 
-std::uint64_t tap_table::take_crowded(const gate &at) {
-    std::uint64_t sum = 0;
-    for (auto &[kernel_ifindex, t] : taps_) {
-        if (t.place == gate::no_place) continue;
-        const std::uint64_t now = at.counts(t.place).crowded;
-        sum += now - std::exchange(t.crowded, now);
-    }
-    return sum;
+void tap_table::set_limits(gate &at, const port_limits &limits) {
+    for (const auto &[kernel_ifindex, t] : taps_)
+        if (t.place != gate::no_place) at.set_rate(t.place, limits.of(t.name, t.uplink));
+}
+
+tap *tap_table::at_place(std::size_t place) {
+    for (auto &[kernel_ifindex, t] : taps_)
+        if (t.place == place) return &t;
+    return nullptr;
 }
 
 void tap_table::forget_gone(gate &at) {

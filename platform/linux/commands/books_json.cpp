@@ -156,6 +156,7 @@ void add_message(json_writer &out, const platform::book_entry &entry) {
 }  // namespace
 
 int statistics_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    platform::books_look();
     json_open(out, "", '{');
     add_total(out);
     json_open(out, "vlans", '[');
@@ -171,6 +172,7 @@ int statistics_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_w
 }
 
 int statistics_of_vlan_json(struct cli * /*cli*/, int /*argc*/, char **argv, json_writer &out) {
+    platform::books_look();
     add_vlan(out, static_cast<std::uint16_t>(std::atoi(argv[0])));
     return 0;
 }
@@ -178,6 +180,7 @@ int statistics_of_vlan_json(struct cli * /*cli*/, int /*argc*/, char **argv, jso
 int statistics_of_port_json(struct cli *cli, int /*argc*/, char **argv, json_writer &out) {
     const auto port = read_port_name(argv[0]);
     if (!port) return books_refuse(cli, bad_port_line(argv[0]));
+    platform::books_look();
     add_port(out, *port);
     return 0;
 }

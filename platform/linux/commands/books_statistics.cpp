@@ -76,6 +76,7 @@ void print_crowded(struct cli *cli) {
 }
 
 int show_all(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    platform::books_look();
     print_block(cli, "Total:", platform::books_total());
     if (const std::uint64_t lost = platform::channel_lost(); lost != 0)
         cli->print(cli->print_handle, "%llu messages more came faster than they could be read and were lost\n",
@@ -95,6 +96,7 @@ int show_all(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 
 int show_vlan(struct cli *cli, int /*argc*/, char **argv) {
     const auto vlan = static_cast<std::uint16_t>(std::atoi(argv[0]));  // the parser has seen to its range
+    platform::books_look();
     print_block(cli, vlan_title(vlan), platform::books_of_vlan(vlan));
     return 0;
 }
@@ -102,11 +104,13 @@ int show_vlan(struct cli *cli, int /*argc*/, char **argv) {
 int show_port(struct cli *cli, int /*argc*/, char **argv) {
     const auto port = read_port_name(argv[0]);
     if (!port) return books_refuse(cli, bad_port_line(argv[0]));
+    platform::books_look();
     print_block(cli, port_title(*port), platform::books_of_port(*port));
     return 0;
 }
 
 int clear(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/) {
+    platform::books_look();
     platform::books_clear_counters();
     platform::channel_forget_lost();
     platform::send_figures_clear();

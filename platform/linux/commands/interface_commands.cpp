@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/files.h"
+#include "books/books.h"
 #include "cli/command_row.h"
 #include "cli/session.h"
 #include "cli/vlan_list.h"
@@ -48,19 +49,31 @@ void print_interfaces(struct cli *cli, const std::vector<inventory_row> &rows) {
     }
 }
 
+std::uint64_t over_limit(const inventory_row &port) {
+    return platform::books_of_port(port.ifindex).by_outcome[OUTCOME_PORT_LIMIT];
+}
+
+// What a person is to know of a port beside its columns.
+std::string remark_on(const inventory_row &port) {
+    const std::uint64_t dropped = over_limit(port);
+    return dropped == 0 ? std::string() : "  limit reached: " + std::to_string(dropped) + " dropped";
+}
+
 void print_ports(struct cli *cli, const std::vector<inventory_row> &rows) {
     constexpr std::size_t vlan_width = 14;
     cli->print(cli->print_handle, "\n%-11s %6s  %-5s  %4s  %-14s  %-15s  %s\n", "Port", "Number", "State", "PVID",
                "VLANs", "Device", "Numbered by");
     for (const inventory_row &row : rows) {
         if (row.kind != inventory_row::what::port) continue;
-        cli->print(cli->print_handle, "%-11s %6s  %-5s  %4s  %-14s  %-15s  %s\n", row.name.c_str(),
+        cli->print(cli->print_handle, "%-11s %6s  %-5s  %4s  %-14s  %-15s  %s%s\n", row.name.c_str(),
                    number_or_dash(row.ifindex).c_str(), row.up ? "up" : "down", number_or_dash(row.pvid).c_str(),
-                   vlan_column(row.vlans, vlan_width).c_str(), row.device.c_str(), std::string(row.why).c_str());
+                   vlan_column(row.vlans, vlan_width).c_str(), row.device.c_str(), std::string(row.why).c_str(),
+                   remark_on(row).c_str());
     }
 }
 
 int show_interfaces(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    platform::books_look();
     const std::vector<inventory_row> rows = platform::inventory_rows();
     print_interfaces(cli, rows);
     print_ports(cli, rows);
@@ -87,11 +100,13 @@ void add_row(json_writer &out, const inventory_row &row) {
         for (const std::uint16_t vlan : row.vlans) json_number(out, "", vlan);
         json_close(out, ']');
         json_string(out, "numbered_by", row.why);
+        json_number(out, "over_limit", static_cast<std::int64_t>(over_limit(row)));
     }
     json_close(out, '}');
 }
 
 int interfaces_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    platform::books_look();
     json_open(out, "", '{');
     json_open(out, "interfaces", '[');
     for (const inventory_row &row : platform::inventory_rows()) add_row(out, row);

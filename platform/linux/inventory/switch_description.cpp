@@ -80,25 +80,37 @@ void mark_once(reading &r, const std::string &what, const toml::source_position 
 struct table_shape {
     std::string_view name;
     std::span<const std::string_view> keys;
-    std::string_view keys_text;   // the same for a person
     std::string_view needs_text;  // those that it must have
 };
 
-constexpr std::string_view port_keys[] = {"device", "module", "port", "trap"};
+constexpr std::string_view port_keys[] = {"device", "module", "port", "trap", "limit", "burst"};
 constexpr std::string_view interface_keys[] = {"vlan", "device"};
 constexpr std::string_view channel_keys[] = {"trap", "recorder"};
+constexpr std::string_view limit_keys[] = {"port", "burst", "uplink"};
 constexpr std::string_view settings_keys[] = {"keep"};
-constexpr table_shape port_shape = {"[[port]]", port_keys, "device, module, port and trap", "device, module and port"};
-constexpr table_shape interface_shape = {"[[interface]]", interface_keys, "vlan and device", "vlan and device"};
-constexpr table_shape channel_shape = {"[channel]", channel_keys, "trap and recorder", ""};
-constexpr table_shape settings_shape = {"[settings]", settings_keys, "keep", ""};
+constexpr table_shape port_shape = {"[[port]]", port_keys, "device, module and port"};
+constexpr table_shape interface_shape = {"[[interface]]", interface_keys, "vlan and device"};
+constexpr table_shape channel_shape = {"[channel]", channel_keys, ""};
+constexpr table_shape limit_shape = {"[limit]", limit_keys, ""};
+constexpr table_shape settings_shape = {"[settings]", settings_keys, ""};
+
+// Names as a person lists them: "a, b and c".
+template <typename names>
+std::string listed(const names &all) {
+    std::string text;
+    for (std::size_t i = 0; i < std::size(all); ++i) {
+        if (i != 0) text += i + 1 == std::size(all) ? " and " : ", ";
+        text += all[i];
+    }
+    return text;
+}
 
 void check_keys(reading &r, const toml::table &table, const table_shape &shape) {
     for (const auto &[key, value] : table)
         if (std::find(shape.keys.begin(), shape.keys.end(), key.str()) == shape.keys.end())
             note(r, key.source().begin,
                  "unknown key " + quoted(key.str()) + " in " + std::string(shape.name) + "; it has " +
-                     std::string(shape.keys_text));
+                     listed(shape.keys));
 }
 
 const toml::node *required(reading &r, const toml::table &table, std::string_view key, const table_shape &shape) {
@@ -131,7 +143,13 @@ std::optional<std::uint32_t> read_number(reading &r, const toml::table &table, s
     return node == nullptr ? std::nullopt : number_of(r, *node, key, low, high);
 }
 
-// A key that may be left out.
+// A key that may be left out, as the next one.
+std::optional<std::uint32_t> read_optional_number(reading &r, const toml::table &table, std::string_view key,
+                                                  std::int64_t low, std::int64_t high) {
+    const toml::node *node = table.get(key);
+    return node == nullptr ? std::nullopt : number_of(r, *node, key, low, high);
+}
+
 std::optional<bool> read_flag(reading &r, const toml::table &table, std::string_view key) {
     const toml::node *node = table.get(key);
     if (node == nullptr) return std::nullopt;
@@ -180,7 +198,9 @@ void read_port(reading &r, const toml::table &table) {
         mark_once(r, "port " + std::to_string(*module) + "/" + std::to_string(*port), table.get("port")->source().begin,
                   "give each port a number of its own");
     const auto trap = read_flag(r, table, "trap");
-    if (device && module && port) r.found.ports.push_back({*device, *module, *port, trap});
+    const auto limit = read_optional_number(r, table, "limit", 0, described_limit_max);
+    const auto burst = read_optional_number(r, table, "burst", 1, described_limit_max);
+    if (device && module && port) r.found.ports.push_back({*device, *module, *port, trap, limit, burst});
 }
 
 void read_interface(reading &r, const toml::table &table) {
@@ -198,10 +218,16 @@ void read_interface(reading &r, const toml::table &table) {
 void read_channel(reading &r, const toml::table &table) {
     check_keys(r, table, channel_shape);
     r.found.channel.trap = read_flag(r, table, "trap").value_or(false);
-    const toml::node *recorder = table.get("recorder");
-    if (recorder == nullptr) return;
     r.found.channel.recorder =
-        number_of(r, *recorder, "recorder", 1, described_recorder_max).value_or(described_recorder_default);
+        read_optional_number(r, table, "recorder", 1, described_recorder_max).value_or(described_recorder_default);
+}
+
+void read_limit(reading &r, const toml::table &table) {
+    check_keys(r, table, limit_shape);
+    described_limit &found = r.found.limit;
+    found.port = read_optional_number(r, table, "port", 0, described_limit_max).value_or(found.port);
+    found.burst = read_optional_number(r, table, "burst", 1, described_limit_max).value_or(found.burst);
+    found.uplink = read_optional_number(r, table, "uplink", 0, described_limit_max).value_or(found.uplink);
 }
 
 void read_settings(reading &r, const toml::table &table) {
@@ -218,6 +244,7 @@ struct top_table {
 constexpr top_table top_tables[] = {{"port", true, read_port},
                                     {"interface", true, read_interface},
                                     {"channel", false, read_channel},
+                                    {"limit", false, read_limit},
                                     {"settings", false, read_settings}};
 
 void read_single(reading &r, const top_table &which, const toml::node &node) {
@@ -244,6 +271,15 @@ void read_list(reading &r, const top_table &which, const toml::node &node) {
     }
 }
 
+std::string tables_text() {
+    std::vector<std::string> names;
+    for (const top_table &row : top_tables) {
+        const std::string name(row.name);
+        names.push_back(row.list ? "[[" + name + "]]" : "[" + name + "]");
+    }
+    return listed(names);
+}
+
 const top_table *find_top_table(std::string_view name) {
     for (const top_table &row : top_tables)
         if (row.name == name) return &row;
@@ -257,7 +293,7 @@ void read_tables(reading &r, const toml::table &root) {
         else
             note(r, key.source().begin,
                  "unknown " + std::string(value.is_table() || value.is_array_of_tables() ? "table " : "key ") +
-                     quoted(key.str()) + "; there are [[port]], [[interface]], [channel] and [settings]");
+                     quoted(key.str()) + "; there are " + tables_text());
     }
 }
 

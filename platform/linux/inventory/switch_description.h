@@ -18,10 +18,12 @@ inline constexpr std::uint32_t described_module_max = PORT_NUMBER_MODULES;
 inline constexpr std::uint32_t described_port_max = PORT_NUMBER_PORTS - 1;
 
 struct described_port {
-    std::string device;          // name of the kernel's device
-    std::uint32_t module;        // 1 to described_module_max
-    std::uint32_t port;          // 0 to 63: number within the module; 1 to 63 in the first
-    std::optional<bool> trap{};  // clients' broadcasts go to the relay only; none: as the channel says
+    std::string device;                    // name of the kernel's device
+    std::uint32_t module;                  // 1 to described_module_max
+    std::uint32_t port;                    // 0 to 63: number within the module; 1 to 63 in the first
+    std::optional<bool> trap{};            // clients' broadcasts go to the relay only; none: as the channel says
+    std::optional<std::uint32_t> limit{};  // messages a second, 0 to described_limit_max; none: as [limit] says
+    std::optional<std::uint32_t> burst{};  // messages at once, 1 to described_limit_max; none: as [limit] says
     bool operator==(const described_port &) const = default;
 };
 
@@ -41,6 +43,17 @@ struct described_channel {
     bool operator==(const described_channel &) const = default;
 };
 
+// What ports may send. No ordinary switch comes near the defaults.
+inline constexpr std::uint32_t described_limit_max = 1000000;
+
+struct described_limit {
+    std::uint32_t port = 5000;    // messages a second of a port that does not say otherwise; 0: no limit
+    std::uint32_t burst = 10000;  // messages at once; 1 to described_limit_max
+    std::uint32_t uplink =
+        50000;  // messages a second of a device that is no port, and of a port of servers; 0: no limit
+    bool operator==(const described_limit &) const = default;
+};
+
 struct described_settings {
     bool keep = true;  // what is configured for an interface outlasts it
     bool operator==(const described_settings &) const = default;
@@ -50,6 +63,7 @@ struct switch_description {
     std::vector<described_port> ports;
     std::vector<described_interface> interfaces;
     described_channel channel{};
+    described_limit limit{};
     described_settings settings{};
     bool operator==(const switch_description &) const = default;
 };

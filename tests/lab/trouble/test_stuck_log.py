@@ -123,7 +123,7 @@ def flood_seen(relay):
 
 def test_forged_replies_leave_the_log_useful(lab):
     """20,000 replies to nobody's request: ten lines, a count, and the rest of the log is where it was."""
-    relay = lab.start_relay(log_level="warning", startup_config=CONFIGURATION)
+    relay = lab.start_relay(log_level="warning", startup_config=CONFIGURATION, switch_toml="[limit]\nport = 0\n")
     relay.run("no such command", "configure terminal")
     host = lab.client(1)
     vlan = lab.vlans[10]

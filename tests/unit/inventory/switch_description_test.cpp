@@ -13,6 +13,8 @@
 
 namespace {
 
+using ravo::platform::described_limit;
+using ravo::platform::described_port;
 using ravo::platform::switch_description;
 using ravo::platform::switch_description_check;
 using ravo::platform::switch_description_read;
@@ -154,6 +156,24 @@ TEST_F(SwitchDescription, PortsAreWrittenAsTheyAreRead) {
     EXPECT_EQ(good("[channel]\ntrap = true\n" + text).ports, ports);
 }
 
+TEST_F(SwitchDescription, Limits) {
+    EXPECT_EQ(switch_description{}.limit, (described_limit{.port = 5000, .burst = 10000, .uplink = 50000}));
+    EXPECT_EQ(good("[limit]\n").limit, described_limit{});
+    EXPECT_EQ(good("[limit]\nport = 0\nburst = 1\nuplink = 1000000\n").limit,
+              (described_limit{.port = 0, .burst = 1, .uplink = 1000000}));
+    const described_port own =
+        good("[[port]]\ndevice = \"swp1\"\nmodule = 1\nport = 1\nlimit = 0\nburst = 7\n").ports[0];
+    EXPECT_EQ(own, (described_port{.device = "swp1", .module = 1, .port = 1, .limit = 0, .burst = 7}));
+    EXPECT_THAT(faults("[limit]\nport = 1000001\nburst = 0\nuplink = -1\nports = 1\n"),
+                ElementsAre("2:8: port 1000001 is out of range; it must be 0 to 1000000",
+                            "3:9: burst 0 is out of range; it must be 1 to 1000000",
+                            "4:10: uplink -1 is out of range; it must be 0 to 1000000",
+                            "5:1: unknown key \"ports\" in [limit]; it has port, burst and uplink"));
+    EXPECT_THAT(faults("[[port]]\ndevice = \"swp1\"\nmodule = 1\nport = 1\nlimit = true\nburst = 0\n"),
+                ElementsAre("5:9: \"limit\" must be a number from 0 to 1000000, not true or false",
+                            "6:9: burst 0 is out of range; it must be 1 to 1000000"));
+}
+
 TEST_F(SwitchDescription, FaultsOfTheChannel) {
     EXPECT_THAT(faults("[channel]\nrecorder = 0\n"),
                 ElementsAre("2:12: recorder 0 is out of range; it must be 1 to 1000000"));
@@ -238,25 +258,30 @@ TEST_F(SwitchDescription, EveryCutOfAGoodFileIsReadOrRefused) {
 TEST_F(SwitchDescription, UnknownTableOrKeyAtTheTop) {
     EXPECT_THAT(
         faults("[ports]\nx = 1\n"),
-        ElementsAre("1:2: unknown table \"ports\"; there are [[port]], [[interface]], [channel] and [settings]"));
+        ElementsAre(
+            "1:2: unknown table \"ports\"; there are [[port]], [[interface]], [channel], [limit] and [settings]"));
     EXPECT_THAT(
         faults("\n[[vlan]]\n"),
-        ElementsAre("2:3: unknown table \"vlan\"; there are [[port]], [[interface]], [channel] and [settings]"));
+        ElementsAre(
+            "2:3: unknown table \"vlan\"; there are [[port]], [[interface]], [channel], [limit] and [settings]"));
     EXPECT_THAT(
         faults("hostname = \"x\"\n"),
-        ElementsAre("1:1: unknown key \"hostname\"; there are [[port]], [[interface]], [channel] and [settings]"));
+        ElementsAre(
+            "1:1: unknown key \"hostname\"; there are [[port]], [[interface]], [channel], [limit] and [settings]"));
 }
 
 TEST_F(SwitchDescription, UnknownKeyInATable) {
-    EXPECT_THAT(faults("[[port]]\ndevice = \"a\"\nmodule = 1\nport = 1\nspeed = 10\n"),
-                ElementsAre("5:1: unknown key \"speed\" in [[port]]; it has device, module, port and trap"));
+    EXPECT_THAT(
+        faults("[[port]]\ndevice = \"a\"\nmodule = 1\nport = 1\nspeed = 10\n"),
+        ElementsAre("5:1: unknown key \"speed\" in [[port]]; it has device, module, port, trap, limit and burst"));
     EXPECT_THAT(faults("[[interface]]\nvlan = 1\ndevice = \"a\"\nVlan = 2\n"),
                 ElementsAre("4:1: unknown key \"Vlan\" in [[interface]]; it has vlan and device"));
 }
 
 TEST_F(SwitchDescription, KeyThatBreaksTheLineStaysOneLine) {
-    EXPECT_THAT(faults("\"a\\nb\" = 1\n"),
-                ElementsAre("1:1: unknown key \"a b\"; there are [[port]], [[interface]], [channel] and [settings]"));
+    EXPECT_THAT(
+        faults("\"a\\nb\" = 1\n"),
+        ElementsAre("1:1: unknown key \"a b\"; there are [[port]], [[interface]], [channel], [limit] and [settings]"));
 }
 
 TEST_F(SwitchDescription, SingleTableInsteadOfAList) {
@@ -356,7 +381,7 @@ TEST_F(SwitchDescription, AllFaultsAreToldInOrderOfTheirPlace) {
         ElementsAre("3:10: module 0 is out of range; it must be 1 to 255",
                     "4:8: port 64 is out of range; it must be 0 to 63",
                     "6:8: vlan 0 is out of range; it must be 1 to 4094",
-                    "8:2: unknown table \"x\"; there are [[port]], [[interface]], [channel] and [settings]"));
+                    "8:2: unknown table \"x\"; there are [[port]], [[interface]], [channel], [limit] and [settings]"));
 }
 
 }  // namespace
