@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 
 namespace ravo::platform {
 
@@ -11,7 +10,7 @@ namespace {
 
 std::size_t append(std::span<char> room, std::size_t at, std::string_view text) {
     const std::size_t length = std::min(text.size(), room.size() - at);
-    std::memcpy(room.data() + at, text.data(), length);
+    std::copy_n(text.begin(), length, room.begin() + static_cast<std::ptrdiff_t>(at));
     return at + length;
 }
 

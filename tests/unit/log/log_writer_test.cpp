@@ -171,6 +171,7 @@ TEST_F(Writer, AFileThatWasMovedAwayIsOpenedAgain) {
     const std::string path = folder + "/log";
     start(path);
     log_line(log_level_error, "one");
+    ASSERT_TRUE(log_writer_settle(long_enough));  // a line still queued would go to the new file
     std::filesystem::rename(path, path + ".1");
     EXPECT_EQ(log_reopen(), "");
     log_line(log_level_error, "two");
