@@ -8,6 +8,7 @@ import struct
 import pytest
 
 from managed import REFUSED, ROW_KEY, VALUE, WELCOME, Daemon, Session
+from ravolab.process import wait_for
 from ravolab.relay import BUILD
 
 INVALID = "^\n% Invalid input detected at '^' marker.\n"
@@ -17,7 +18,16 @@ VIEWERS, ADMINS = 64001, 64002
 
 @pytest.fixture
 def daemon(tmp_path):
-    daemon = Daemon(tmp_path).start()
+    daemon = Daemon(tmp_path, devices=("vlan10", "vlan20")).start()
+    yield daemon
+    daemon.close()
+
+
+@pytest.fixture(scope="module")
+def populated(tmp_path_factory):
+    """A daemon whose interfaces are there, so that what is configured for them is the relay's and does not wait."""
+    vlans = (*range(80, 311), *range(500, 520))
+    daemon = Daemon(tmp_path_factory.mktemp("populated"), devices=[f"vlan{vlan}" for vlan in vlans]).start()
     yield daemon
     daemon.close()
 
@@ -79,7 +89,7 @@ def test_administrators_do_everything(guarded):
     assert shell(guarded, admin, "show running-config", status=0) == "ip dhcp relay hops 7\n!\n"
     assert shell(guarded, as_member(VIEWERS, ADMINS), "show privilege", status=0) == "Current privilege level is 31\n"
     shell(guarded, admin, "reset relay", status=0)
-    assert "relay reset by nobody\n" in guarded.log
+    wait_for(lambda: "relay reset by nobody\n" in guarded.log, 30, "line about who has reset the relay")
 
 
 def test_anyone_else_is_refused(guarded):
@@ -167,9 +177,9 @@ def number_of(key):
     return struct.unpack_from("=I", key)[0] - FIRST_NUMBER
 
 
-def test_a_walk_visits_each_trusted_interface_once_while_others_come_and_go(daemon):
-    daemon.configure(["interface range vlan 100-300", "ip dhcp relay information trusted"])
-    with Session(daemon.socket) as walker, Session(daemon.socket) as changer:
+def test_a_walk_visits_each_trusted_interface_once_while_others_come_and_go(populated):
+    populated.configure(["interface range vlan 100-300", "ip dhcp relay information trusted"])
+    with Session(populated.socket) as walker, Session(populated.socket) as changer:
         changer.run("configure terminal")
         gone = set()
 
@@ -187,10 +197,10 @@ def test_a_walk_visits_each_trusted_interface_once_while_others_come_and_go(daem
     assert seen == sorted(set(range(100, 301)) - gone) + [500 + number for number in range(20)]
 
 
-def test_a_walk_visits_each_server_once_while_others_come_and_go(daemon):
-    daemon.configure(["interface range vlan 100-150", "ip dhcp relay address 192.0.2.1",
+def test_a_walk_visits_each_server_once_while_others_come_and_go(populated):
+    populated.configure(["interface range vlan 100-150", "ip dhcp relay address 192.0.2.1",
                       "ip dhcp relay address 192.0.2.2"])
-    with Session(daemon.socket) as walker, Session(daemon.socket) as changer:
+    with Session(populated.socket) as walker, Session(populated.socket) as changer:
         changer.run("configure terminal")
 
         def change(number, last):

@@ -11,6 +11,7 @@ import time
 import pytest
 
 from managed import Daemon
+from ravolab.process import wait_for
 from ravolab.relay import BUILD
 
 DEVICES = ("vlan2", "vlan7", "vlan30", "vlan100", "vlan4094")
@@ -217,7 +218,7 @@ def test_who_is_killed_while_saving_leaves_the_old_or_the_new_file(daemon):
         assert found in (old, new)
         outcomes.append(found == new)
         daemon.start()
-        assert re.fullmatch(QUIET_START, daemon.log)
+        wait_for(lambda: re.fullmatch(QUIET_START, daemon.log), 30, lambda: f"a quiet start, but:\n{daemon.log}\nso none")
         assert daemon.sh("-c", "show running-config").encode() == found
     print(f"{sum(outcomes)} of 30 saves were done when the daemon was killed")
 

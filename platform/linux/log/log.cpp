@@ -214,6 +214,10 @@ void log_settle() {
     (void)log_writer_settle(moment);  // a writer that is stuck is nothing to wait for
 }
 
+void log_settle_last() {
+    (void)log_writer_settle(std::chrono::milliseconds(200));
+}
+
 void log_close() {
     hold = {};
     holding_back = false;

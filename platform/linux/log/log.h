@@ -30,6 +30,8 @@ void log_close();
 void log_start_writer();
 // Waits until what was logged so far is written, but no longer than a moment: who asks next may look into the log.
 void log_settle();
+// The same before the program's last words, which do not go through the log: waits up to 200 ms, as nobody is served.
+void log_settle_last();
 
 // From now on a warning or failure that repeats, by place and by what it is about, is held back after 10 lines in 10
 // seconds, and counted in one line a minute. Traces, which somebody asked for, and lines of level 0 never are.

@@ -87,6 +87,7 @@ int bind_client_port(int fd, const sockaddr *address, socklen_t length) {
         ravo::platform::log_line(ravo::platform::log_level_error,
                                  "UDP port 68 is in use by another program; the relay sends its requests from this "
                                  "port: stop that program (\"ss -lunp sport = 68\" shows it), then start ravod again");
+        ravo::platform::log_settle_last();  // the relay ends now, and says so on standard error itself
         errno = EADDRINUSE;
     }
     if (result == 0) give_lanes(servers, fd);
