@@ -1,11 +1,18 @@
 """DHCP messages and frames made by hand, for what no real client sends."""
 
 import struct
+import sys
 
 from .decode import MAGIC, TYPES, frame_header, mac_bytes, packed
 
 CODES = {name: code for code, name in TYPES.items()}
 BROADCAST_MAC = "ff:ff:ff:ff:ff:ff"
+
+
+
+def shown_xid(xid):
+    """A transaction id as the relay writes it: the number that the message's bytes are on this machine."""
+    return f"{int.from_bytes(xid.to_bytes(4, 'big'), sys.byteorder):X}"
 
 
 def message(kind=None, *, mac, xid, op=1, htype=1, hlen=6, hops=0, secs=0, flags=0, ciaddr="0.0.0.0",

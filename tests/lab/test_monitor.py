@@ -6,13 +6,12 @@ import signal
 import stat
 import struct
 import subprocess
-import sys
 
 import pexpect
 import pytest
 
 import managed
-from ravolab.craft import broadcast, message
+from ravolab.craft import broadcast, message, shown_xid
 from ravolab.process import wait_for
 
 NOBODY = "192.0.2.200"  # on the uplink, where no server answers
@@ -23,13 +22,8 @@ def discover(host, xid):
     host.send(broadcast(message("DISCOVER", mac=host.mac, xid=xid), host.mac))
 
 
-def shown(xid):
-    """A transaction id as the relay writes it: the number that the message's bytes are on this machine."""
-    return f"{int.from_bytes(xid.to_bytes(4, 'big'), sys.byteorder):X}"
-
-
 def line(host, xid, vlan=10):
-    return (rf"{WHEN}DISCOVER {host.mac} xid {shown(xid)} vlan {vlan} port 1/{host.port}: relayed to {NOBODY} "
+    return (rf"{WHEN}DISCOVER {host.mac} xid {shown_xid(xid)} vlan {vlan} port 1/{host.port}: relayed to {NOBODY} "
             r"\(relayed to servers\)")
 
 
@@ -125,11 +119,11 @@ def test_only_what_was_asked_for(lab, relay, watch, words, mine):
 
 def test_filter_behind_it(lab, relay, watch):
     host = lab.client(1)
-    monitor = watch(f"monitor ip dhcp relay | exclude {shown(5)}").wait_begun(host)
+    monitor = watch(f"monitor ip dhcp relay | exclude {shown_xid(5)}").wait_begun(host)
     discover(host, 5)
     discover(host, 6)
     monitor.wait_line(line(host, 6))
-    assert not [each for each in monitor.lines if shown(5) in each]
+    assert not [each for each in monitor.lines if shown_xid(5) in each]
 
 
 def test_ctrl_c_in_the_shell_goes_back_to_the_prompt(lab, relay):
@@ -139,7 +133,7 @@ def test_ctrl_c_in_the_shell_goes_back_to_the_prompt(lab, relay):
     try:
         shell.expect("# ?$")
         shell.sendline("monitor ip dhcp relay")
-        def shown():
+        def shown_xid():
             discover(host, 7)
             return shell.expect([line(host, 7), pexpect.TIMEOUT], timeout=0.2) == 0
         wait_for(shown, 60, "first line")
@@ -162,7 +156,7 @@ def test_capture_is_readable_with_comments(lab, relay, watch, tmp_path):
     discover(other, 0x12)
     host.send(broadcast(message("DISCOVER", mac=host.mac, xid=0x13, hops=17), host.mac))
     host.send(broadcast(message("DISCOVER", mac=host.mac, xid=0x14), host.mac, vlan=5 << 13 | 777))
-    wait_for(lambda: f" xid {shown(0x14)} " in relay.sh(f"show ip dhcp relay client {host.mac}"), 30, "last message")
+    wait_for(lambda: f" xid {shown_xid(0x14)} " in relay.sh(f"show ip dhcp relay client {host.mac}"), 30, "last message")
     assert stat.S_IMODE(path.stat().st_mode) == 0o600
     read = subprocess.run(["tshark", "-n", "-r", path, "-T", "fields", "-e", "dhcp.id", "-e", "dhcp.hw.mac_addr",
                            "-e", "frame.comment", "-e", "vlan.id", "-e", "vlan.priority"],
@@ -171,7 +165,7 @@ def test_capture_is_readable_with_comments(lab, relay, watch, tmp_path):
     assert [(row[0], row[1], *row[3:]) for row in rows] == [
         ("0x00000011", host.mac, "", ""), ("0x00000013", host.mac, "", ""), ("0x00000014", host.mac, "777", "5")]
     assert re.fullmatch(line(host, 0x11), rows[0][2])
-    assert re.fullmatch(rf"{WHEN}DISCOVER {host.mac} xid {shown(0x13)} vlan 10 port 1/1: hop-limit "
+    assert re.fullmatch(rf"{WHEN}DISCOVER {host.mac} xid {shown_xid(0x13)} vlan 10 port 1/1: hop-limit "
                         r"\(passed too many relays\)", rows[1][2])
     assert monitor.lines == []
     monitor.end()
@@ -301,6 +295,6 @@ def test_session_that_ends_takes_the_capture_along(lab, relay, session, tmp_path
     wait_for(lambda: str(path) not in relay.descriptors(), 30, "file closed")
     size = path.stat().st_size
     discover(lab.client(1), 2)
-    wait_for(lambda: f" xid {shown(2)} " in relay.sh(f"show ip dhcp relay client {lab.client(1).mac}"), 30,
+    wait_for(lambda: f" xid {shown_xid(2)} " in relay.sh(f"show ip dhcp relay client {lab.client(1).mac}"), 30,
              "message done with")
     assert path.stat().st_size == size

@@ -2,6 +2,7 @@
 
 import pytest
 from conftest import open_lab
+from ravolab.craft import shown_xid
 from ravolab.decode import delivered_reply, frame_header, option82
 from scapy.layers.dhcp import BOOTP
 from scapy.layers.inet import IP, UDP
@@ -197,9 +198,8 @@ def test_unknown_transaction(stage):
 
 
 def no_transaction(host, xid):
-    shown = int.from_bytes(xid.to_bytes(4, "big"), "little")
     return (rf"ravo_option_check_reply \(\d+\): Can't find option 82 circuit id DB for client {host.mac.upper()},"
-            rf"xid={shown:X} drop\n")
+            rf"xid={shown_xid(xid)} drop\n")
 
 
 def test_no_option_82(stage):

@@ -3,7 +3,7 @@
 import signal
 
 import pytest
-from ravolab import Vlan
+from ravolab import Vlan, wait_for
 
 PRIORITY = 5 << 13
 
@@ -147,6 +147,7 @@ def test_interface_comes_and_goes(stage, host):
         del lab.vlans[31]
         lab.switch.ip("link del br0.31")
     stage.wait_interface(31, None)
+    stage.relay.configure("no interface vlan 31")
     stage.check_dropped(host, 31, then=10)
 
 
@@ -209,6 +210,7 @@ def test_bridge_without_vlans_that_is_an_interface(stage, host, unaware):
         relay.switch_file.write_text(described)
         relay.process.send_signal(signal.SIGHUP)
         stage.wait_interface(31, None)
+        relay.configure("no interface vlan 31")
         lab.switch.ip("addr del 10.31.0.1/24 dev br0")
 
 
@@ -235,11 +237,12 @@ def test_interface_without_a_port(stage, host):
         lab.switch.ip("link del br0.35")
         lab.bridge("vlan del dev br0 vid 35 self")
     stage.wait_interface(35, None)
+    stage.relay.configure("no interface vlan 35")
 
 
 @on_port(3)
 def test_bridge_is_made_again(stage, host):
-    """Its ports and VLAN devices go with it; what comes in its place works as before."""
+    """Its ports and VLAN devices go with it; what comes in its place works as before, with the settings of old."""
     lab = stage.lab
     lab.switch.ip("link del br0")
     lab.switch.ip("link add br0 address 02:00:00:00:00:b0 type bridge stp_state 0 forward_delay 0 vlan_filtering 1 "
@@ -249,7 +252,7 @@ def test_bridge_is_made_again(stage, host):
     lab.switch.wait_up("swp1", "swp2", "swp3", "swp9", "swp10", "vlan10", "up20", "vlan99")
     for vlan, device in ((10, "vlan10"), (20, "up20"), (99, "vlan99")):
         stage.wait_interface(vlan, device)
-    lab.configure(stage.relay, 10, 20)
+    wait_for(lambda: "wait for it" not in stage.relay.sh("show running-config"), 10, "settings given back")
     stage.check_passes(host, 20, tag=20, back=20)
     stage.check_passes(lab.client(1), 10)
 

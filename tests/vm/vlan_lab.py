@@ -168,7 +168,7 @@ class VlanStage(Stage):
     def recorded(self, host, tag):
         """Send a message with that tag; what the recorder tells of it. It is there once."""
         sent = self.ask_tagged(host, tag)
-        rows = wait_for(lambda: [row for row in self.messages(host) if row["xid"] == f"0x{sent.xid:08x}"], 5,
+        rows = wait_for(lambda: [row for row in self.messages(host) if row["xid"] == craft.shown_xid(sent.xid)], 5,
                         "message in the recorder")
         assert len(rows) == 1
         return rows[0]
@@ -203,5 +203,5 @@ class VlanStage(Stage):
         """Wait until the relay has that device as the VLAN's interface; None: no device."""
         def known():
             rows = json.loads(self.relay.sh("show interfaces brief | json"))["interfaces"]
-            return device == next((row.get("device") for row in rows if row["ifindex"] == 1024 + vlan), None)
+            return device == next((row.get("device") for row in rows if row.get("ifindex") == 1024 + vlan), None)
         wait_for(known, 30, f"interface vlan{vlan} on {device}")
