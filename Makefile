@@ -9,6 +9,7 @@
 #   make build    the programs, into build/
 #   make bench    what the relay costs, measured in the lab
 #   make trouble  what one client notes of the trouble others make, and a table of it
+#   make mutate   small changes of the relay, each of which its unit tests have to notice; hours (MUTATE_ARGS=dhcp: one source)
 #   make fuzz     the fuzzers, FUZZ_SECONDS each (60)
 #   make vm-test  tests on a kernel with 802.1Q devices, in a virtual machine
 #   make deb      the Debian package
@@ -24,7 +25,7 @@ UNIT_DIR ?= $(if $(filter /usr,$(PREFIX)),/lib/systemd/system,/etc/systemd/syste
 SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
-.PHONY: help run test check coverage build bench trouble fuzz vm-test deb install install-built clean
+.PHONY: help run test check coverage build bench mutate trouble fuzz vm-test deb install install-built clean
 .NOTPARALLEL:
 
 help:
@@ -72,6 +73,10 @@ trouble:
 	@cmake --build build --target ravod ravosh flood good_client
 	@RAVO_TROUBLE=full $(PYTHON) -B -m pytest -p no:cacheprovider -q tests/lab/trouble
 
+mutate:
+	@packaging/dependencies build unit
+	@tests/mutate/run $(MUTATE_ARGS)
+
 fuzz:
 	@test -f tests/fuzz/CMakeLists.txt || { echo "make fuzz: not available in this version" >&2; exit 1; }
 	@packaging/dependencies build fuzz
@@ -116,4 +121,4 @@ install-built:
 	done
 
 clean:
-	rm -rf build build-check build-coverage build-debug build-clang build-fuzz build-package lab-artifacts .pytest_cache
+	rm -rf build build-mutate build-check build-coverage build-debug build-clang build-fuzz build-package lab-artifacts .pytest_cache

@@ -79,6 +79,10 @@ std::size_t write_controls(msghdr &msg, const std::vector<control> &controls) {
 
 }  // namespace
 
+void count_descriptors_from(int first) {
+    next_descriptor = first;
+}
+
 int socket_of(int domain, const std::string &bound) {
     int found = -1;
     for (const auto &[fd, entry] : sockets) {

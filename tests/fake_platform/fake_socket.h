@@ -26,8 +26,10 @@ struct open_socket {
     std::string bound;  // "0.0.0.0:68", empty when not bound
 };
 
-// The open sockets by descriptor. The first descriptor after a reset is 100; a closed one is not used again.
+// The open sockets by descriptor. The first descriptor after a reset is 100 unless a test says otherwise; a closed one
+// is not used again.
 extern std::map<int, open_socket> sockets;
+void count_descriptors_from(int first);
 
 // Each call in order: "socket(2, 2, 17) = 100", "setsockopt(100, 1, 2, 1) = 0" (level, name, the value as an int),
 // "bind(100, 0.0.0.0:68) = 0", "close(100) = 0", "close(100 while a reader watches it) = 0"; failures end in "= -1

@@ -8,7 +8,6 @@
 #include "ravo_if_state.h"
 
 int ravo_db_init() {
-    ravo_db_exit();
     ravo_db_agent_reset();
     ravo_db_if_init();
     ravo_db_xid_init();

@@ -40,6 +40,28 @@ TEST_F(State, ClosingClosesEachOpenSocketAndDeletesTheReader) {
     EXPECT_EQ(fake::traces(), (trace_lines{{101, "ravo_if_close_all_fd (#): Close all socket successfully \n"}}));
 }
 
+// A process whose standard input is closed may well be given descriptor 0.
+TEST_F(State, DescriptorZeroIsAnOpenSocket) {
+    for (int (*create)() : {ravo_if_create_l2_fd, ravo_if_create_raw_socket, ravo_if_create_server_tx_socket}) {
+        fake::count_descriptors_from(0);
+        (void)create();
+        fake::forget();
+        (void)create();
+        EXPECT_EQ(fake::socket_calls, strings{}) << "it is opened once";
+        EXPECT_EQ(ravo_if_close_all_fd(), 0);
+        EXPECT_EQ(fake::socket_calls, strings{"close(0) = 0"});
+        EXPECT_EQ(fake::readers.size(), 0U);
+    }
+    fake::count_descriptors_from(0);
+    EXPECT_EQ(ravo_if_create_listen_fd(), 0);
+    fake::forget();
+    EXPECT_EQ(ravo_if_create_listen_fd(), 0);
+    EXPECT_EQ(fake::socket_calls, strings{});
+    ravo_if_close_all_fd();
+    fake::drop_reader("ravo");
+    fake::drop_socket(0);
+}
+
 TEST_F(State, ClosingClosedSocketsOnlyTraces) {
     EXPECT_EQ(ravo_if_close_all_fd(), 0);
     EXPECT_EQ(fake::socket_calls, strings{});
