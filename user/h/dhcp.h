@@ -35,6 +35,9 @@ inline constexpr std::size_t DHCP_HEADER_SIZE = 236;  // the fixed header, up to
 inline constexpr std::size_t DHCP_COOKIE_SIZE = 4;
 inline constexpr std::uint8_t DHCP_COOKIE[DHCP_COOKIE_SIZE] = {99, 130, 83, 99};
 
+inline constexpr std::uint8_t suboptCIRCUIT_ID = 1;  // RFC 3046 section 3.1
+inline constexpr std::uint8_t suboptREMOTE_ID = 2;   // RFC 3046 section 3.2
+
 // The fixed header, network byte order.
 struct dhcp_header {
     std::uint8_t op;
@@ -78,13 +81,6 @@ struct message_buffer {
     const std::uint8_t *data() const { return bytes; }
 };
 
-// Reads a fixed header out of a message; at least DHCP_HEADER_SIZE bytes of buffer must stand there.
-[[nodiscard]] inline dhcp_header dhcp_load_header(const std::uint8_t *message) {
-    dhcp_header header;
-    std::memcpy(&header, message, sizeof header);
-    return header;
-}
-
 // Reads a 32-bit field of a message at an offset of dhcp_header, as it stands: network byte order.
 [[nodiscard]] inline std::uint32_t dhcp_load32(const std::uint8_t *message, std::size_t offset) {
     std::uint32_t value;
@@ -96,6 +92,11 @@ struct message_buffer {
 }
 [[nodiscard]] inline std::uint32_t dhcp_giaddr(const std::uint8_t *message) {
     return dhcp_load32(message, offsetof(dhcp_header, giaddr));
+}
+[[nodiscard]] inline std::uint16_t dhcp_flags(const std::uint8_t *message) {
+    std::uint16_t value;
+    std::memcpy(&value, message + offsetof(dhcp_header, flags), sizeof value);
+    return value;
 }
 [[nodiscard]] inline std::uint8_t dhcp_op(const std::uint8_t *message) {
     return message[offsetof(dhcp_header, op)];
@@ -127,6 +128,24 @@ inline void DHCP_eraseOption(std::uint8_t *opt, std::uint8_t *end_opt) {
     std::uint8_t *next = DHCP_nextOption(opt);
     if (next <= end_opt) std::memmove(opt, next, static_cast<std::size_t>(end_opt - next) + 1);
 }
+
+// What one walk over a message's options tells. Positions are counted from the first option behind the cookie; -1:
+// there is none. What stands behind the end option is walked, but not noted.
+struct dhcp_notes {
+    std::int32_t type;               // value of the first option 53, -1 for none
+    std::int32_t type_before_agent;  // value of the last option 53 before the first option 82, -1 for none
+    std::int32_t agent;              // position of the first option 82
+    std::int32_t last_agent;         // position of the last option 82 that begins with a circuit id
+    std::int32_t end;                // position of the end option
+    bool identified;                 // an option 60 or 61 stands before it
+};
+
+// Walks the options of a message_buffer from the first one through the end option, which at the latest stands in its
+// spare room.
+[[nodiscard]] dhcp_notes dhcp_note_options(const std::uint8_t *first_option);
+
+// isValidOptions, and what the walk noted where the answer is 1; where that is for want of an option area, nothing.
+[[nodiscard]] int dhcp_note_valid_options(const std::uint8_t *options, std::int32_t options_len, dhcp_notes *notes);
 
 // Finds the message type (option 53). options: the first option behind the cookie. Returns 0 and the type in *type_out,
 // or 1 when the end option comes first.

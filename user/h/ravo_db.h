@@ -53,6 +53,9 @@ std::uint32_t ravo_db_agent_reset();
 // Copies the settings to *out. Returns 0.
 std::uint32_t ravo_db_agent_get(ravo_agent *out);
 
+// The settings as they are, for reading while one message is handled: nothing changes them meanwhile.
+[[nodiscard]] const ravo_agent &ravo_db_agent_view();
+
 // Copies *in over the settings, unchecked, and pushes the service status. Returns 0 (RAVO_OK).
 std::uint32_t ravo_db_agent_set(const ravo_agent *in);
 

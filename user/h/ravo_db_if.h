@@ -77,8 +77,13 @@ void ravo_db_if_init();
 // Frees every record and the tree.
 void ravo_db_if_exit();
 
-// The order of the interface tree: by the number that the last run of decimal digits in the name forms (16 bits,
-// compared signed). a, b: iface records; a missing one gives -1.
+// What a record is known by: the number that the last run of decimal digits in its name forms, modulo 65536.
+struct ravo_if_key {
+    std::int16_t number;
+};
+[[nodiscard]] ravo_if_key ravo_db_if_key(const char *name);
+
+// The order of the interface tree: by numbers, compared signed. a, b: ravo_if_key; a missing one gives -1.
 [[nodiscard]] int ravo_db_if_compare(const void *a, const void *b);
 
 // All of these return 1 for success and 0 for failure, and 0 when the tree or the argument is missing.
@@ -100,6 +105,14 @@ void ravo_db_if_exit();
 // Looks an interface up by its address (network byte order), the one that comes first in tree order; the last one
 // found is remembered and tried first.
 [[nodiscard]] int ravo_if_ifinfo_get_by_addr(iface *out, std::uint32_t address);
+
+// Views of stored records, for reading while one message is handled: nothing changes them meanwhile. Null when there is
+// none.
+
+// The record of the interface of this number: the one named so.
+[[nodiscard]] const iface *ravo_db_if_view(std::uint32_t ifindex);
+// The record that ravo_if_ifinfo_get_by_addr copies, with its traces.
+[[nodiscard]] const iface *ravo_if_view_by_addr(std::uint32_t address);
 
 // Deletes every record. Returns 0.
 int ravo_if_del_all_if();

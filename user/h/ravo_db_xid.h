@@ -36,12 +36,16 @@ void ravo_db_xid_exit();
 [[nodiscard]] int ravo_db_xid_update(const xid_entry *e);
 // Copies the stored entry with e->xid over *e.
 [[nodiscard]] int ravo_db_xid_get(xid_entry *e);
+// The stored entry of a transaction, null when there is none. It stands until the map is changed.
+[[nodiscard]] const xid_entry *ravo_db_xid_view(std::uint32_t xid);
 // Zero-fills *e and copies the first entry into it.
 [[nodiscard]] int ravo_db_xid_get_first(xid_entry *e);
 // Copies the successor of the stored entry with e->xid over *e.
 [[nodiscard]] int ravo_db_xid_get_next(xid_entry *e);
 // Removes the entry with e->xid and its timer. 1 also when there is none.
 [[nodiscard]] int ravo_db_xid_delete(const xid_entry *e);
+// Removes a stored entry, as ravo_db_xid_view gave it; one that the tree does not give ends by itself.
+void ravo_db_xid_finish(const xid_entry *stored);
 // The timer callback: deletes the stored entry.
 int ravo_db_xid_expire(xid_entry *e);
 

@@ -4,16 +4,13 @@
 
 #include <cstdint>
 
+#include "dhcp.h"
 #include "ravo_db_if.h"
 
 inline constexpr std::uint32_t RAVO_AGENT_OPTION_SIZE = 20;  // option 82 as the relay writes it
 inline constexpr std::uint32_t RAVO_OPTIONS_LIMIT = 311;     // room of the option area for adding it
 inline constexpr std::uint32_t RAVO_CLIENT_ID_SIZE = 128;    // bytes of option 61 that are looked at
 inline constexpr std::uint32_t RAVO_VENDOR_CLASS_SIZE = 64;  // bytes of option 60 that are looked at
-
-// Sub-options of option 82, RFC 3046 sections 3.1 and 3.2.
-inline constexpr std::uint8_t RAVO_CIRCUIT_ID = 1;
-inline constexpr std::uint8_t RAVO_REMOTE_ID = 2;
 
 // What fillOptions does with option 82.
 inline constexpr int RAVO_FILL_NONE = 0;     // leave the options as they are
@@ -37,9 +34,17 @@ inline constexpr int RAVO_FILL_REPLACE = 3;  // replace it if present, add it if
 [[nodiscard]] std::uint32_t fillOptions(const iface *iface, std::uint8_t *option_ptr, int mode, std::uint32_t reserved,
                                         std::uint32_t port);
 
+// The same for a message whose options were noted.
+[[nodiscard]] std::uint32_t ravo_fill_noted(const iface *iface, std::uint8_t *option_ptr, const dhcp_notes &notes,
+                                            int mode, std::uint32_t reserved, std::uint32_t port);
+
 // Finds option 82. options: first option behind the cookie; *relay_out: its first sub-option, set only when that is a
 // circuit id; *type_out: the message type when option 53 comes before. Returns 0 when option 82 was met, else 1.
 [[nodiscard]] int ravo_find_agent_option(std::uint8_t *options, std::uint8_t **relay_out, std::uint8_t *type_out);
+
+// The same for options that were noted.
+[[nodiscard]] int ravo_find_noted_agent_option(std::uint8_t *options, const dhcp_notes &notes, std::uint8_t **relay_out,
+                                               std::uint8_t *type_out);
 
 // Copies option 61 (at most 128 bytes) and option 60 (at most 64) out of the options and sets the flags of those found.
 // The buffers are zero-filled by the caller and at least one byte longer. Returns 0.

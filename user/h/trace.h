@@ -32,7 +32,7 @@ inline constexpr int level_failure = 104;  // failure
 // this is, where that is not the function it stands in.
 #define ravo_trace_as(function, level, format, ...)                                                                 \
     do {                                                                                                            \
-        if (vex_prints(level))                                                                                      \
+        if (__builtin_expect(vex_prints(level), 0))                                                                 \
             vexprintf(ravo::print_destination, 0, level, 0, format, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 
@@ -40,9 +40,9 @@ inline constexpr int level_failure = 104;  // failure
 #define ravo_trace(level, format, ...) ravo_trace_as(__func__, level, format __VA_OPT__(, ) __VA_ARGS__)
 
 // Prints a line that does not begin with function and line.
-#define ravo_print(level, ...)                                                               \
-    do {                                                                                     \
-        if (vex_prints(level)) vexprintf(ravo::print_destination, 0, level, 0, __VA_ARGS__); \
+#define ravo_print(level, ...)                                                                                    \
+    do {                                                                                                          \
+        if (__builtin_expect(vex_prints(level), 0)) vexprintf(ravo::print_destination, 0, level, 0, __VA_ARGS__); \
     } while (0)
 
 // Checks a condition in every build. function: the procedure whose step this is; text: the expression as it is

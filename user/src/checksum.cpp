@@ -1,22 +1,40 @@
 // Checksums of the frames that the relay builds itself.
 #include "checksum.h"
 
+#include <arpa/inet.h>
+
 #include <cstring>
 
 namespace {
 
 constexpr std::size_t ip_header_size = 20;  // never from the header's own length field
+constexpr std::size_t pseudo_header_size = 12;
 constexpr std::size_t udp_header_size = 8;
+
+// Adds what stands above 16 bits to what stands below until there is nothing above.
+std::uint16_t folded(std::uint64_t sum) {
+    while (sum >> 16 != 0) sum = (sum & 0xFFFF) + (sum >> 16);
+    return static_cast<std::uint16_t>(sum);
+}
 
 }  // namespace
 
+// The sum does not depend on the order of bytes but for that of its result (RFC 1071 section 2), so words are added as
+// the machine holds them, 8 bytes at a time; a carry out of 64 bits counts as 1, as one out of 16 bits does.
 std::uint16_t checksumAdd(const void *data, std::size_t length, std::uint32_t initial) {
     const auto *bytes = static_cast<const std::uint8_t *>(data);
-    std::uint64_t sum = initial;
-    for (std::size_t at = 0; at + 1 < length; at += 2) sum += load16(bytes + at);
-    if (length % 2 == 1) sum += static_cast<std::uint64_t>(bytes[length - 1]) << 8;
-    while (sum >> 16 != 0) sum = (sum & 0xFFFF) + (sum >> 16);
-    return static_cast<std::uint16_t>(sum);
+    std::uint64_t sum = 0;
+    std::uint64_t carries = 0;
+    for (; length >= sizeof sum; bytes += sizeof sum, length -= sizeof sum) {
+        std::uint64_t word;
+        std::memcpy(&word, bytes, sizeof word);
+        sum += word;
+        carries += sum < word ? 1 : 0;
+    }
+    std::uint64_t rest = 0;  // an odd last byte is followed by a zero
+    if (length > 0) std::memcpy(&rest, bytes, length);
+    const std::uint16_t native = folded(std::uint64_t{folded(sum)} + folded(rest) + carries);
+    return folded(std::uint64_t{htons(native)} + initial);
 }
 
 void ipChecksum(std::uint8_t *ip_header) {
@@ -25,15 +43,16 @@ void ipChecksum(std::uint8_t *ip_header) {
 }
 
 void udpChecksum(std::uint8_t *udp_header, const std::uint8_t *ip_header, const std::uint8_t *payload) {
-    std::uint8_t pseudo[12];  // RFC 768: source, destination, zero, protocol, UDP length
-    std::memcpy(pseudo, ip_header + 12, 8);
-    pseudo[8] = 0;
-    pseudo[9] = ip_header[9];
-    std::memcpy(pseudo + 10, udp_header + 4, 2);
+    // RFC 768: source, destination, zero, protocol, UDP length, and the UDP header behind them.
+    std::uint8_t headers[pseudo_header_size + udp_header_size];
     store16(udp_header + 6, 0);
-    std::uint16_t sum = checksumAdd(pseudo, sizeof pseudo, 0);
-    sum = checksumAdd(udp_header, udp_header_size, sum);
-    sum = checksumAdd(payload, load16(udp_header + 4) - udp_header_size, sum);
+    std::memcpy(headers, ip_header + 12, 8);
+    headers[8] = 0;
+    headers[9] = ip_header[9];
+    std::memcpy(headers + 10, udp_header + 4, 2);
+    std::memcpy(headers + pseudo_header_size, udp_header, udp_header_size);
+    const std::uint16_t sum = checksumAdd(headers, sizeof headers, 0);
+    const std::uint16_t whole = checksumAdd(payload, load16(udp_header + 4) - udp_header_size, sum);
     // deliberate: a checksum of 0x0000 is sent as it is, not as 0xFFFF.
-    store16(udp_header + 6, static_cast<std::uint16_t>(~sum));
+    store16(udp_header + 6, static_cast<std::uint16_t>(~whole));
 }

@@ -4,6 +4,8 @@
 
 #include <netinet/in.h>
 
+#include <limits>
+
 #include "outcome.h"
 #include "ravo_db.h"
 
@@ -19,52 +21,120 @@ struct fault {
 };
 
 // Only the first fault is named.
-fault header_fault(const dhcp_header &header) {
-    ravo_agent agent;
-    ravo_db_agent_get(&agent);
-    if (header.flags != 0 && header.flags != htons(flag_broadcast)) return {"Invalid flags field", OUTCOME_BAD_FLAGS};
-    const int hops = header.hops;
-    if (hops > hops_ceiling || hops > static_cast<int>(agent.hops)) return {"Looping detected", OUTCOME_HOP_LIMIT};
-    if (header.op == 0 || header.op > opBOOTREPLY) return {"Unknown operation", OUTCOME_UNKNOWN_OPERATION};
+fault header_fault(const std::uint8_t *message) {
+    const std::uint16_t flags = dhcp_flags(message);
+    if (flags != 0 && flags != htons(flag_broadcast)) return {"Invalid flags field", OUTCOME_BAD_FLAGS};
+    const int hops = message[offsetof(dhcp_header, hops)];
+    const int limit = static_cast<int>(ravo_db_agent_view().hops);
+    if (hops > hops_ceiling || hops > limit) return {"Looping detected", OUTCOME_HOP_LIMIT};
+    const std::uint8_t op = dhcp_op(message);
+    if (op == 0 || op > opBOOTREPLY) return {"Unknown operation", OUTCOME_UNKNOWN_OPERATION};
     return {nullptr, OUTCOME_NONE};
+}
+
+constexpr dhcp_notes nothing_noted = {-1, -1, -1, -1, -1, false};
+
+// A walk along a chain of options that goes no further than its limit.
+struct chain {
+    const std::uint8_t *options;
+    std::size_t at;
+    std::size_t limit;
+};
+
+bool is_single(std::uint8_t code) {
+    return code == optPAD || code == optEND;
+}
+
+// Goes past the option in hand. Returns false when its length byte would stand outside.
+bool step(chain *walk) {
+    const std::uint8_t *option = walk->options + walk->at;
+    if (!is_single(*option) && walk->at + 1 == walk->limit) return false;
+    walk->at += DHCP_optionSize(option);
+    return true;
+}
+
+// Goes past padding, many bytes at a time.
+void skip_padding(chain *walk) {
+    std::uint64_t word = 0;
+    while (walk->at + sizeof word <= walk->limit) {
+        std::memcpy(&word, walk->options + walk->at, sizeof word);
+        if (word != 0) return;
+        walk->at += sizeof word;
+    }
+}
+
+// Notes the option in hand, all of whose first three bytes stand inside.
+void note(const chain &walk, dhcp_notes *notes) {
+    const std::uint8_t *option = walk.options + walk.at;
+    switch (*option) {
+        case optMESSAGE_TYPE:
+            if (notes->type < 0) notes->type = option[2];
+            if (notes->agent < 0) notes->type_before_agent = option[2];
+            break;
+        case optVENDOR_CLASS:
+        case optCLIENT_ID:
+            notes->identified = true;
+            break;
+        case optAGENT:
+            if (notes->agent < 0) notes->agent = static_cast<std::int32_t>(walk.at);
+            if (option[2] == suboptCIRCUIT_ID) notes->last_agent = static_cast<std::int32_t>(walk.at);
+            break;
+        default:
+            break;
+    }
+}
+
+// Goes through the end option. Returns false when the limit comes first.
+bool walk_to_end(chain *walk, dhcp_notes *notes) {
+    while (walk->at < walk->limit) {
+        if (walk->options[walk->at] == optEND) {
+            notes->end = static_cast<std::int32_t>(walk->at);
+            ++walk->at;
+            return true;
+        }
+        if (walk->at + 2 < walk->limit) note(*walk, notes);
+        if (!step(walk)) return false;
+    }
+    return false;
 }
 
 }  // namespace
 
 int isValidHeader(const std::uint8_t *message) {
-    const auto [reason, outcome] = header_fault(dhcp_load_header(message));
+    const auto [reason, outcome] = header_fault(message);
     if (reason == nullptr) return 1;
     outcome_record(outcome);
     ravo_trace(ravo::level_trace, "%s (%d): reason=%s\n", reason);
     return 0;
 }
 
-int isValidOptions(const std::uint8_t *options, std::int32_t options_len) {
+int dhcp_note_valid_options(const std::uint8_t *options, std::int32_t options_len, dhcp_notes *notes) {
+    *notes = nothing_noted;
     if (options_len == 0) return 1;
     if (options_len < 5 || std::memcmp(options, DHCP_COOKIE, DHCP_COOKIE_SIZE) != 0) return 0;
-    const auto end = static_cast<std::size_t>(options_len);
-    std::size_t at = DHCP_COOKIE_SIZE;
-    bool end_met = false;
-    // The walk goes on behind the end option: what follows it must be a chain too.
-    while (at < end) {
-        const std::uint8_t code = options[at];
-        if (code == optEND) end_met = true;
-        const bool single = code == optPAD || code == optEND;
-        if (!single && at + 1 == end) return 0;  // the length byte would stand outside
-        at += DHCP_optionSize(options + at);
-    }
-    return end_met && at == end ? 1 : 0;
+    chain walk{options + DHCP_COOKIE_SIZE, 0, static_cast<std::size_t>(options_len) - DHCP_COOKIE_SIZE};
+    if (!walk_to_end(&walk, notes)) return 0;
+    // The walk goes on behind the end option: what follows it must be a chain too, most often one of padding.
+    for (skip_padding(&walk); walk.at < walk.limit; skip_padding(&walk))
+        if (!step(&walk)) return 0;
+    return walk.at == walk.limit ? 1 : 0;
+}
+
+int isValidOptions(const std::uint8_t *options, std::int32_t options_len) {
+    dhcp_notes notes;
+    return dhcp_note_valid_options(options, options_len, &notes);
+}
+
+dhcp_notes dhcp_note_options(const std::uint8_t *first_option) {
+    dhcp_notes notes = nothing_noted;
+    chain walk{first_option, 0, std::numeric_limits<std::size_t>::max()};
+    (void)walk_to_end(&walk, &notes);
+    return notes;
 }
 
 int DHCP_getMessageType(const std::uint8_t *options, std::uint8_t *type_out) {
-    bool end_met = false;
-    while (!end_met) {
-        if (*options == optMESSAGE_TYPE) {
-            *type_out = options[2];
-            return 0;
-        }
-        end_met = *options == optEND;
-        options = DHCP_nextOption(options);
-    }
-    return 1;
+    const dhcp_notes notes = dhcp_note_options(options);
+    if (notes.type < 0) return 1;
+    *type_out = static_cast<std::uint8_t>(notes.type);
+    return 0;
 }

@@ -47,21 +47,17 @@ void append_message(char **cursor, std::size_t *room, const std::uint8_t *messag
         appendFormat(cursor, room, "Broken package with len %lu", static_cast<unsigned long>(length));
         return;
     }
-    const dhcp_header header = dhcp_load_header(message);
-    char address[INET6_ADDRSTRLEN];
-    appendFormat(cursor, room, "%08x ", header.xid);
-    switch (header.op) {
-        case opBOOTREQUEST:
-            appendFormat(cursor, room, "BOOTREQUEST from %s",
-                         addressText(AF_INET, &header.ciaddr, address, sizeof address));
-            break;
-        case opBOOTREPLY:
-            appendFormat(cursor, room, "BOOTREPLY to %s",
-                         addressText(AF_INET, &header.yiaddr, address, sizeof address));
-            break;
-        default:
-            appendFormat(cursor, room, "<UNKNOWN> (%u), ", header.op);
+    const std::uint8_t op = dhcp_op(message);
+    appendFormat(cursor, room, "%08x ", dhcp_xid(message));
+    if (op != opBOOTREQUEST && op != opBOOTREPLY) {
+        appendFormat(cursor, room, "<UNKNOWN> (%u), ", op);
+        return;
     }
+    const bool request = op == opBOOTREQUEST;
+    const std::uint8_t *whose = message + (request ? offsetof(dhcp_header, ciaddr) : offsetof(dhcp_header, yiaddr));
+    char address[INET6_ADDRSTRLEN];
+    appendFormat(cursor, room, request ? "BOOTREQUEST from %s" : "BOOTREPLY to %s",
+                 addressText(AF_INET, whose, address, sizeof address));
 }
 
 }  // namespace

@@ -33,6 +33,10 @@ std::uint32_t ravo_db_agent_get(ravo_agent *out) {
     return RAVO_OK;
 }
 
+const ravo_agent &ravo_db_agent_view() {
+    return agent_db;
+}
+
 std::uint32_t ravo_db_agent_set(const ravo_agent *in) {
     agent_db = *in;
     ravo_db_status_push(agent_db.relay_enable);

@@ -1,13 +1,13 @@
 // The interface database.
 //
 // Every interface on which relaying is configured, or which came up, has one record in an ordered tree. Records are
-// copied in and out whole; the tree's own copies are reached from this file only. The packet path looks interfaces up
-// by address: the last record found is tried first, and an index by address stands beside the tree so that an address
-// that is not the last one costs no walk. Several records may bear one address (0 above all); the one that comes first
-// in tree order is then meant, so the index is ordered by address and, within it, by the tree's key.
+// copied in and out whole; only the packet path reads them where they are stored, while nothing changes them. It looks
+// interfaces up by number and by address. Beside the tree stands an index by VLAN id, and one by address, before which
+// the last record found is tried. Several records may bear one address (0 above all); the one that comes first in tree
+// order is then meant, so that index is ordered by address and, within it, by the tree's key.
 #include "ravo_db_if.h"
 
-#include <algorithm>
+#include <array>
 #include <cstring>
 #include <limits>
 #include <map>
@@ -24,42 +24,45 @@ namespace {
 
 static_assert(RAVO_NAME_SIZE == IF_UTL_NAME_SIZE);
 
+// A record where it is stored, behind its key, which is computed once.
+struct stored_if {
+    ravo_if_key key;
+    iface record;
+};
+
 using address_key = std::pair<std::uint32_t, std::int16_t>;  // address (network byte order), number of the name
 
+constexpr const char *looking_up = "ravo_if_ifinfo_get_by_addr";  // whose steps the look-ups by address are
+constexpr std::uint32_t vlan_numbers = 4095;                      // VLAN ids from 1 to 4094, by their number
+
 avl_tree *if_tree = nullptr;
-const iface *if_cache = nullptr;  // the stored record that the last look-up by address found
-std::map<address_key, iface *> address_index;
+const stored_if *if_cache = nullptr;  // the record that the last look-up by address found
+std::map<address_key, stored_if *> address_index;
+std::array<stored_if *, vlan_numbers> vlan_index;  // records whose number is a VLAN id
 
-// The number that the last run of decimal digits in a name forms, modulo 65536; 0 when a name does not end in a digit.
-// deliberate: names that end in the same number are the same key, for the interfaces served are VLAN interfaces.
-std::int16_t number_of_name(const char *name) {
-    std::uint16_t number = 0;
-    for (int i = 0; i < RAVO_NAME_SIZE && name[i] != '\0'; ++i) {
-        const bool digit = name[i] >= '0' && name[i] <= '9';
-        number = digit ? static_cast<std::uint16_t>(number * 10u + static_cast<unsigned>(name[i] - '0'))
-                       : static_cast<std::uint16_t>(0);
-    }
-    return static_cast<std::int16_t>(number);
+stored_if *find_stored(ravo_if_key key) {
+    const auto number = static_cast<std::uint32_t>(key.number);  // a negative one is large
+    return number < vlan_numbers ? vlan_index[number] : static_cast<stored_if *>(avl_search(if_tree, &key));
 }
 
-address_key address_key_of(const iface &record) {
-    return {record.if_ip, number_of_name(record.name)};
+stored_if *find_stored(const char *name) {
+    return find_stored(ravo_db_if_key(name));
 }
 
-iface *find_stored(const iface *key) {
-    return static_cast<iface *>(avl_search(if_tree, key));
+address_key address_key_of(const stored_if &stored) {
+    return {stored.record.if_ip, stored.key.number};
 }
 
 // The first record in tree order with this address, or null.
-const iface *find_by_address(std::uint32_t address) {
+const stored_if *find_by_address(std::uint32_t address) {
     const auto found = address_index.lower_bound({address, std::numeric_limits<std::int16_t>::min()});
     return found != address_index.end() && found->first.first == address ? found->second : nullptr;
 }
 
 // Overwrites a stored record. Its place in the tree stays, its place in the index follows the address.
-void update_stored(iface *stored, const iface &record) {
+void update_stored(stored_if *stored, const iface &record) {
     const address_key before = address_key_of(*stored);
-    *stored = record;
+    stored->record = record;
     const address_key after = address_key_of(*stored);
     if (before == after) return;
     auto node = address_index.extract(before);
@@ -67,11 +70,12 @@ void update_stored(iface *stored, const iface &record) {
     address_index.insert(std::move(node));
 }
 
-// Allocates a record and enters it into the index. Returns null when memory is used up.
-iface *create_record(const iface &record) {
-    auto *created = static_cast<iface *>(mfh_calloc(1, sizeof(iface)));
+// Allocates a record and enters it into the index by address. Returns null when memory is used up.
+stored_if *create_record(const iface &record) {
+    auto *created = static_cast<stored_if *>(mfh_calloc(1, sizeof(stored_if)));
     if (created == nullptr) return nullptr;
-    *created = record;
+    created->key = ravo_db_if_key(record.name);
+    created->record = record;
     try {
         address_index.emplace(address_key_of(*created), created);
     } catch (const std::bad_alloc &) {
@@ -81,12 +85,43 @@ iface *create_record(const iface &record) {
     return created;
 }
 
-void destroy_record(iface *record) {
-    address_index.erase(address_key_of(*record));
-    memmgr_free(record);
+void destroy_record(stored_if *stored) {
+    address_index.erase(address_key_of(*stored));
+    memmgr_free(stored);
+}
+
+// Notes in the index of VLAN ids who has a number now, null for nobody.
+void note_owner(ravo_if_key key, stored_if *owner) {
+    const auto number = static_cast<std::uint32_t>(key.number);
+    if (number < vlan_numbers) vlan_index[number] = owner;
+}
+
+// Takes a record out of the tree and frees it. Returns false when the tree keeps it.
+bool take_out(stored_if *stored) {
+    if (avl_remove(if_tree, stored) < 0) return false;
+    note_owner(stored->key, nullptr);
+    if (if_cache != nullptr && if_cache->record.ifindex == stored->record.ifindex) if_cache = nullptr;
+    destroy_record(stored);
+    return true;
+}
+
+stored_if *first_stored() {
+    return static_cast<stored_if *>(avl_first(if_tree));
 }
 
 }  // namespace
+
+// deliberate: names that end in the same number are the same key, for the interfaces served are VLAN interfaces. A name
+// that does not end in a digit has number 0.
+ravo_if_key ravo_db_if_key(const char *name) {
+    std::uint16_t number = 0;
+    for (int i = 0; i < RAVO_NAME_SIZE && name[i] != '\0'; ++i) {
+        const bool digit = name[i] >= '0' && name[i] <= '9';
+        number = digit ? static_cast<std::uint16_t>(number * 10u + static_cast<unsigned>(name[i] - '0'))
+                       : static_cast<std::uint16_t>(0);
+    }
+    return {static_cast<std::int16_t>(number)};
+}
 
 iface ravo_db_if_named(const char *name) {
     iface record{};
@@ -111,14 +146,13 @@ void ravo_db_if_init() {
 
 void ravo_db_if_exit() {
     if (if_tree == nullptr) return;
-    while (auto *record = static_cast<iface *>(avl_first(if_tree))) {
-        if (avl_remove(if_tree, record) < 0) break;
-        destroy_record(record);
-    }
+    while (stored_if *stored = first_stored())
+        if (!take_out(stored)) break;
     avl_destroy(if_tree);
     if_tree = nullptr;
     if_cache = nullptr;
     address_index.clear();
+    vlan_index.fill(nullptr);
 }
 
 bool ravo_db_if_tree_exists() {
@@ -127,30 +161,33 @@ bool ravo_db_if_tree_exists() {
 
 int ravo_db_if_compare(const void *a, const void *b) {
     if (a == nullptr || b == nullptr) return -1;
-    const std::int16_t first = number_of_name(static_cast<const iface *>(a)->name);
-    const std::int16_t second = number_of_name(static_cast<const iface *>(b)->name);
+    const std::int16_t first = static_cast<const ravo_if_key *>(a)->number;
+    const std::int16_t second = static_cast<const ravo_if_key *>(b)->number;
     if (first == second) return 0;
     return first > second ? 1 : -1;
 }
 
 int ravo_db_if_add(const iface *record) {
     if (if_tree == nullptr || record == nullptr) return 0;
-    if (iface *stored = find_stored(record)) {
+    if (stored_if *stored = find_stored(record->name)) {
         update_stored(stored, *record);
         return 1;
     }
-    iface *created = create_record(*record);
+    stored_if *created = create_record(*record);
     if (created == nullptr) return 0;
     // deliberate: an add counts as done whatever the tree answers; a record that it refused must not linger, though.
-    if (avl_insert(if_tree, created) < 0) destroy_record(created);
+    if (avl_insert(if_tree, created) < 0)
+        destroy_record(created);
+    else
+        note_owner(created->key, created);
     return 1;
 }
 
 int ravo_db_if_get(iface *record) {
     if (if_tree == nullptr || record == nullptr) return 0;
-    const iface *stored = find_stored(record);
+    const stored_if *stored = find_stored(record->name);
     if (stored == nullptr) return 0;
-    *record = *stored;
+    *record = stored->record;
     return 1;
 }
 
@@ -164,33 +201,28 @@ int ravo_db_if_get_or_new(iface *record) {
 int ravo_db_if_get_first(iface *record) {
     if (if_tree == nullptr || record == nullptr) return 0;
     *record = {};
-    const auto *first = static_cast<const iface *>(avl_first(if_tree));
+    const stored_if *first = first_stored();
     if (first == nullptr) return 0;
-    *record = *first;
+    *record = first->record;
     return 1;
 }
 
 int ravo_db_if_get_next(iface *record) {
     if (if_tree == nullptr || record == nullptr) return 0;
-    const iface *stored = find_stored(record);
+    const stored_if *stored = find_stored(record->name);
     if (stored == nullptr) return 0;
-    const auto *next = static_cast<const iface *>(avl_getnext(if_tree, stored));
+    const auto *next = static_cast<const stored_if *>(avl_getnext(if_tree, stored));
     if (next == nullptr) return 0;
-    const bool differs = std::strncmp(next->name, record->name, sizeof next->name) != 0;
-    *record = *next;
+    const bool differs = std::strncmp(next->record.name, record->name, sizeof record->name) != 0;
+    *record = next->record;
     return differs ? 1 : 0;
 }
 
 int ravo_db_if_delete(const char *name) {
     if (if_tree == nullptr || name == nullptr) return 0;
     if (!ravo_db_if_name_fits(name)) return 1;
-    const iface key = ravo_db_if_named(name);
-    iface *stored = find_stored(&key);
-    if (stored == nullptr) return 1;
-    if (avl_remove(if_tree, stored) < 0) return 0;
-    if (if_cache != nullptr && if_cache->ifindex == stored->ifindex) if_cache = nullptr;
-    destroy_record(stored);
-    return 1;
+    stored_if *stored = find_stored(name);
+    return stored == nullptr || take_out(stored) ? 1 : 0;
 }
 
 int ravo_if_del_all_if() {
@@ -204,22 +236,38 @@ int ravo_if_del_all_if() {
     return 0;
 }
 
-int ravo_if_ifinfo_get_by_addr(iface *out, std::uint32_t address) {
-    if (if_tree == nullptr || out == nullptr) return 0;
-    if (if_cache != nullptr && if_cache->if_ip == address) {
-        ravo_trace(ravo::level_trace, "%s (%d):Matched interface cache %s\n", if_cache->name);
-        *out = *if_cache;
-        return 1;
+const iface *ravo_db_if_view(std::uint32_t ifindex) {
+    if (if_tree == nullptr) return nullptr;
+    const std::uint32_t vlan = ifindex - IF_UTL_VLAN_BASE;
+    // A VLAN interface's name ends in its VLAN id; any other number has to be asked for its name.
+    const bool is_vlan = vlan >= 1 && vlan < vlan_numbers;
+    const stored_if *stored = is_vlan ? vlan_index[vlan] : find_stored(ravo_db_if_numbered(ifindex).name);
+    return stored == nullptr ? nullptr : &stored->record;
+}
+
+const iface *ravo_if_view_by_addr(std::uint32_t address) {
+    if (if_tree == nullptr) return nullptr;
+    if (if_cache != nullptr && if_cache->record.if_ip == address) {
+        ravo_trace_as(looking_up, ravo::level_trace, "%s (%d):Matched interface cache %s\n", if_cache->record.name);
+        return &if_cache->record;
     }
-    const iface *found = find_by_address(address);
+    const stored_if *found = find_by_address(address);
     if (found == nullptr) {
-        ravo_trace(ravo::level_failure, "%s (%d): Get interface by addr failed,ip=%s\n", ravo_addr_text(address).text);
-        return 0;
+        ravo_trace_as(looking_up, ravo::level_failure, "%s (%d): Get interface by addr failed,ip=%s\n",
+                      ravo_addr_text(address).text);
+        return nullptr;
     }
-    *out = *found;
     if_cache = found;
-    ravo_trace(ravo::level_trace, "%s (%d): Get interface by addr succeed,ifindex=%d,ip=%s\n",
-               static_cast<int>(found->ifindex), ravo_addr_text(address).text);
+    ravo_trace_as(looking_up, ravo::level_trace, "%s (%d): Get interface by addr succeed,ifindex=%d,ip=%s\n",
+                  static_cast<int>(found->record.ifindex), ravo_addr_text(address).text);
+    return &found->record;
+}
+
+int ravo_if_ifinfo_get_by_addr(iface *out, std::uint32_t address) {
+    if (out == nullptr) return 0;
+    const iface *found = ravo_if_view_by_addr(address);
+    if (found == nullptr) return 0;
+    *out = *found;
     return 1;
 }
 

@@ -46,6 +46,14 @@ int refresh(xid_entry *stored, const xid_entry &e) {
     return 0;
 }
 
+// Takes an entry out and frees it. Returns 1, 0 when the tree keeps it, without a timer then.
+int take_out(xid_entry *stored) {
+    disarm(stored);
+    if (avl_remove(xid_tree, stored) < 0) return 0;
+    memmgr_free(stored);
+    return 1;
+}
+
 }  // namespace
 
 void ravo_db_xid_init() {
@@ -97,6 +105,12 @@ int ravo_db_xid_get(xid_entry *e) {
     return 1;
 }
 
+const xid_entry *ravo_db_xid_view(std::uint32_t xid) {
+    xid_entry key{};
+    key.xid = xid;
+    return find_stored(&key);
+}
+
 int ravo_db_xid_get_first(xid_entry *e) {
     if (xid_tree == nullptr || e == nullptr) return 0;
     *e = {};
@@ -121,11 +135,11 @@ int ravo_db_xid_get_next(xid_entry *e) {
 int ravo_db_xid_delete(const xid_entry *e) {
     if (xid_tree == nullptr || e == nullptr) return 0;
     xid_entry *stored = find_stored(e);
-    if (stored == nullptr) return 1;
-    disarm(stored);
-    if (avl_remove(xid_tree, stored) < 0) return 0;
-    memmgr_free(stored);
-    return 1;
+    return stored == nullptr ? 1 : take_out(stored);
+}
+
+void ravo_db_xid_finish(const xid_entry *stored) {
+    (void)take_out(const_cast<xid_entry *>(stored));
 }
 
 int ravo_db_xid_expire(xid_entry *e) {

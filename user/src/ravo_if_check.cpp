@@ -36,39 +36,36 @@ bool drop(relay_outcome outcome) {
     return false;
 }
 
-// Finds the transaction that a reply answers.
-bool find_transaction(const std::uint8_t *message, xid_entry *entry) {
-    entry->xid = dhcp_xid(message);
-    if (ravo_db_xid_get(entry) != 0) return true;
+bool drop_unknown(const std::uint8_t *message) {
     const std::uint8_t *mac = message + offsetof(dhcp_header, chaddr);
     ravo_trace_as(procedure, ravo::level_warning,
                   "%s (%d): Can't find option 82 circuit id DB for client "
                   "%02X:%02X:%02X:%02X:%02X:%02X,xid=%X drop\n",
-                  mac[0], mac[1], mac[2], mac[3], mac[4], mac[5], entry->xid);
+                  mac[0], mac[1], mac[2], mac[3], mac[4], mac[5], dhcp_xid(message));
     return drop(OUTCOME_UNKNOWN_TRANSACTION);
 }
 
 // A circuit id must be that of the transaction, which is finished then.
 bool circuit_id_passes(const iface *iface, const std::uint8_t *suboption, const std::uint8_t *message) {
     const std::uint16_t vlan = ravo_vlan_id_of(iface);
-    xid_entry entry{};
-    if (!find_transaction(message, &entry)) return false;
+    const xid_entry *entry = ravo_db_xid_view(dhcp_xid(message));
+    if (entry == nullptr) return drop_unknown(message);
     // deliberate: the VLAN id stands low byte first, as the relay wrote it into the request.
     const auto low = static_cast<std::uint8_t>(vlan & 0xFF);
     const auto high = static_cast<std::uint8_t>(vlan >> 8);
-    const auto module = static_cast<std::uint8_t>(entry.module);
-    const auto port = static_cast<std::uint8_t>(entry.port);
-    const std::uint8_t expected[scratch_size] = {RAVO_CIRCUIT_ID, 6, 0, 4, low, high, module, port};
+    const auto module = static_cast<std::uint8_t>(entry->module);
+    const auto port = static_cast<std::uint8_t>(entry->port);
+    const std::uint8_t expected[scratch_size] = {suboptCIRCUIT_ID, 6, 0, 4, low, high, module, port};
     if (!value_matches(suboption, expected, message)) {
         ravo_trace_as(procedure, ravo::level_trace, "%s (%d): option 82 circuit id content not matched, drop\n");
         return drop(OUTCOME_CIRCUIT_ID);
     }
-    (void)ravo_db_xid_delete(&entry);  // an entry that stays ends by itself
+    ravo_db_xid_finish(entry);
     return true;
 }
 
 bool remote_id_passes(const iface *iface, const std::uint8_t *suboption, const std::uint8_t *message) {
-    std::uint8_t expected[scratch_size] = {RAVO_REMOTE_ID, 8, 0, 6};
+    std::uint8_t expected[scratch_size] = {suboptREMOTE_ID, 8, 0, 6};
     std::memcpy(expected + 4, iface->if_mac, RAVO_MAC_SIZE);
     if (value_matches(suboption, expected, message)) return true;
     ravo_trace_as(procedure, ravo::level_trace, "%s (%d): option 82 remote id content not matched, drop\n");
@@ -84,9 +81,9 @@ int ravo_option_check_reply(const iface *iface, const std::uint8_t *op82, const 
         (void)drop(OUTCOME_NO_OPTION82);
         return 0;
     }
-    if (op82[0] == RAVO_CIRCUIT_ID && !circuit_id_passes(iface, op82, header)) return 0;
+    if (op82[0] == suboptCIRCUIT_ID && !circuit_id_passes(iface, op82, header)) return 0;
     const std::uint8_t *second = op82 + op82[1] + 2;
-    if (second[0] == RAVO_REMOTE_ID && !remote_id_passes(iface, second, header)) return 0;
+    if (second[0] == suboptREMOTE_ID && !remote_id_passes(iface, second, header)) return 0;
     ravo_trace(ravo::level_trace, "%s (%d): op82_data is valide\n");
     return 1;
 }

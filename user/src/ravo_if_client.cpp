@@ -141,14 +141,15 @@ void sendEtherFrame(const iface *iface, std::uint8_t *frame, const std::uint8_t 
 void ravo_if_send_to_client(const iface *iface, const std::uint8_t *header, const std::uint8_t *message,
                             std::uint32_t length, pkt_origin origin) {
     ravo_trace(ravo::level_trace, "%s (%d)\n");
-    const dhcp_header reply = dhcp_load_header(header);
-    ravo_assert(reply.op == opBOOTREPLY, "header->op == opBOOTREPLY", module_path);
-    const bool has_mac = reply.htype == htype_ethernet && reply.hlen == RAVO_MAC_SIZE;
+    ravo_assert(dhcp_op(header) == opBOOTREPLY, "header->op == opBOOTREPLY", module_path);
+    const bool has_mac =
+        header[offsetof(dhcp_header, htype)] == htype_ethernet && header[offsetof(dhcp_header, hlen)] == RAVO_MAC_SIZE;
     // RFC 2131 section 4.1: the broadcast flag decides about the IP destination alone.
-    const bool unicast = (reply.flags & htons(flag_broadcast)) == 0 && reply.yiaddr != 0;
+    const std::uint32_t yiaddr = dhcp_load32(header, offsetof(dhcp_header, yiaddr));
+    const bool unicast = (dhcp_flags(header) & htons(flag_broadcast)) == 0 && yiaddr != 0;
     std::uint8_t frame[RAVO_FRAME_HEADER_SIZE];
-    start_frame(frame, {.mac = has_mac ? reply.chaddr : broadcast_mac,
-                        .ip = unicast ? reply.yiaddr : INADDR_BROADCAST,
+    start_frame(frame, {.mac = has_mac ? header + offsetof(dhcp_header, chaddr) : broadcast_mac,
+                        .ip = unicast ? yiaddr : INADDR_BROADCAST,
                         .source_port = port_server,
                         .destination_port = port_client});
     sendEtherFrame(iface, frame, message, length, origin);

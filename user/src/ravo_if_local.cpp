@@ -44,8 +44,7 @@ void ravo_local_relay_handle_pkt(const iface *iface, std::uint8_t *message, std:
     std::uint8_t *options = message + DHCP_HEADER_SIZE;
     std::uint8_t *first_option = options + DHCP_COOKIE_SIZE;
     const auto options_len = static_cast<std::int32_t>(length - DHCP_HEADER_SIZE);
-    ravo_agent agent;
-    ravo_db_agent_get(&agent);
+    const ravo_agent &agent = ravo_db_agent_view();
     std::uint8_t *op82 = nullptr;
     std::uint8_t type = 0;
     const bool option82_present = ravo_find_agent_option(first_option, &op82, &type) == 0;

@@ -16,12 +16,23 @@
 namespace {
 
 constexpr const char *module_path = "user/src/ravo_if";
+constexpr const char *filling = "fillOptions";  // the procedure whose steps these are
+
+constexpr unsigned last_vlan = 4094;
 
 constexpr int dump_bytes = 60;  // bytes that the trace of a new option shows, from its data on
 
-// deliberate: only an option 82 that begins with a circuit id counts; any other is an option like the rest.
-bool is_agent_option(const std::uint8_t *option) {
-    return *option == optAGENT && option[2] == RAVO_CIRCUIT_ID;
+// The VLAN id of a name as VLAN interfaces bear it, "vlanN" without leading zeros, whose number needs no asking; 0 for
+// any other name.
+std::uint16_t vlan_of_plain_name(const char *name) {
+    if (std::memcmp(name, "vlan", 4) != 0 || name[4] == '0') return 0;
+    unsigned vlan = 0;
+    for (const char *digit = name + 4; *digit != '\0'; ++digit) {
+        if (*digit < '0' || *digit > '9') return 0;
+        vlan = vlan * 10 + static_cast<unsigned>(*digit - '0');
+        if (vlan > last_vlan) return 0;
+    }
+    return static_cast<std::uint16_t>(vlan);
 }
 
 void write_agent_option(const iface *iface, std::uint8_t *opt, std::uint32_t port_ifindex) {
@@ -30,7 +41,7 @@ void write_agent_option(const iface *iface, std::uint8_t *opt, std::uint32_t por
     const std::uint8_t head[] = {
         optAGENT,
         18,  // data: circuit id 8, remote id 10
-        RAVO_CIRCUIT_ID,
+        suboptCIRCUIT_ID,
         6,
         0,
         4,                                       // circuit id type 0 (VLAN-module-port), 4 bytes
@@ -38,7 +49,7 @@ void write_agent_option(const iface *iface, std::uint8_t *opt, std::uint32_t por
         static_cast<std::uint8_t>(vlan >> 8),    //
         origin.module,
         origin.port,  //
-        RAVO_REMOTE_ID,
+        suboptREMOTE_ID,
         8,
         0,
         6,  // remote id type 0 (MAC address), 6 bytes
@@ -59,7 +70,8 @@ void dump_option(const std::uint8_t *data) {
 }  // namespace
 
 std::uint16_t ravo_vlan_id_of(const iface *iface) {
-    return static_cast<std::uint16_t>(if_utl_ifname_to_ifindex(iface->name) - IF_UTL_VLAN_BASE);
+    const std::uint16_t vlan = vlan_of_plain_name(iface->name);
+    return vlan != 0 ? vlan : static_cast<std::uint16_t>(if_utl_ifname_to_ifindex(iface->name) - IF_UTL_VLAN_BASE);
 }
 
 std::uint32_t addAgentOption(const iface *iface, std::uint8_t *opt, std::uint32_t len, std::uint32_t reserved,
@@ -97,50 +109,52 @@ std::uint32_t replaceAgentOption(const iface *iface, std::uint8_t *relay_opt, st
 
 std::uint32_t fillOptions(const iface *iface, std::uint8_t *option_ptr, int mode, std::uint32_t reserved,
                           std::uint32_t port) {
-    std::uint8_t *relay_opt = nullptr;
-    std::uint8_t *end_opt = nullptr;
-    for (std::uint8_t *opt = option_ptr; end_opt == nullptr; opt = DHCP_nextOption(opt)) {
-        if (is_agent_option(opt)) relay_opt = opt;
-        if (*opt == optEND) end_opt = opt;
-    }
-    ravo_assert(static_cast<void *>(end_opt) >= option_ptr, "((void*) (end_opt))>=option_ptr", module_path);
-    ravo_assert(end_opt >= relay_opt || relay_opt == nullptr, "end_opt>=relay_opt || relay_opt==0", module_path);
+    return ravo_fill_noted(iface, option_ptr, dhcp_note_options(option_ptr), mode, reserved, port);
+}
+
+std::uint32_t ravo_fill_noted(const iface *iface, std::uint8_t *option_ptr, const dhcp_notes &notes, int mode,
+                              std::uint32_t reserved, std::uint32_t port) {
+    // deliberate: only an option 82 that begins with a circuit id counts; any other is an option like the rest.
+    const bool present = notes.last_agent >= 0;
+    std::uint8_t *relay_opt = present ? option_ptr + notes.last_agent : nullptr;
+    std::uint8_t *end_opt = option_ptr + notes.end;
+    ravo_assert_as(filling, static_cast<void *>(end_opt) >= option_ptr, "((void*) (end_opt))>=option_ptr", module_path);
+    ravo_assert_as(filling, end_opt >= relay_opt || !present, "end_opt>=relay_opt || relay_opt==0", module_path);
     const auto len = static_cast<std::uint32_t>(end_opt - option_ptr) + 1;
 
     switch (mode) {
         case RAVO_FILL_NONE:
             return len;
         case RAVO_FILL_REMOVE:
-            return relay_opt != nullptr ? removeAgentOption(relay_opt, end_opt, len) : len;
+            return present ? removeAgentOption(relay_opt, end_opt, len) : len;
         case RAVO_FILL_ADD:
-            return relay_opt != nullptr ? len : addAgentOption(iface, end_opt, len, reserved, port);
+            return present ? len : addAgentOption(iface, end_opt, len, reserved, port);
         case RAVO_FILL_REPLACE: {
-            if (relay_opt == nullptr) return addAgentOption(iface, end_opt, len, reserved, port);
+            if (!present) return addAgentOption(iface, end_opt, len, reserved, port);
             const auto without = len - static_cast<std::uint32_t>(DHCP_optionSize(relay_opt));
             const std::uint32_t filled = replaceAgentOption(iface, relay_opt, end_opt, len, reserved, port);
             return filled == without ? len : filled;  // no room: the message goes on as it came
         }
         default:
-            ravo_assert(false, "false", module_path);
+            ravo_assert_as(filling, false, "false", module_path);
     }
     return len;
 }
 
 int ravo_find_agent_option(std::uint8_t *options, std::uint8_t **relay_out, std::uint8_t *type_out) {
-    bool end_met = false;
-    while (!end_met) {
-        if (*options == optAGENT) {
-            if (options[2] != RAVO_CIRCUIT_ID) return 0;
-            *relay_out = options + 2;
-            ravo_trace(ravo::level_trace, "%s (%d): found rcv pkt with 82opt [0] %d [1] %d  \n", options[2],
-                       options[3]);
-            return 0;
-        }
-        if (*options == optEND) end_met = true;
-        if (*options == optMESSAGE_TYPE) *type_out = options[2];
-        options = DHCP_nextOption(options);
-    }
-    return 1;
+    return ravo_find_noted_agent_option(options, dhcp_note_options(options), relay_out, type_out);
+}
+
+int ravo_find_noted_agent_option(std::uint8_t *options, const dhcp_notes &notes, std::uint8_t **relay_out,
+                                 std::uint8_t *type_out) {
+    if (notes.type_before_agent >= 0) *type_out = static_cast<std::uint8_t>(notes.type_before_agent);
+    if (notes.agent < 0) return 1;
+    std::uint8_t *data = options + notes.agent + 2;
+    if (data[0] != suboptCIRCUIT_ID) return 0;
+    *relay_out = data;
+    ravo_trace_as("ravo_find_agent_option", ravo::level_trace, "%s (%d): found rcv pkt with 82opt [0] %d [1] %d  \n",
+                  data[0], data[1]);
+    return 0;
 }
 
 int ravo_find_option60_61(const std::uint8_t *options, std::uint8_t *client_id_out, char *vendor_out,

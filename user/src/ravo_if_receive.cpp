@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 
 #include "addr_text.h"
@@ -23,6 +24,7 @@
 #include "ravo_db.h"
 #include "ravo_db_if.h"
 #include "ravo_if_local.h"
+#include "ravo_if_option.h"
 #include "ravo_if_relay.h"
 #include "ravo_if_server.h"
 #include "ravo_if_state.h"
@@ -87,21 +89,23 @@ bool header_passes(const way_in &by, const incoming &msg) {
     return false;
 }
 
-bool options_pass(const way_in &by, const incoming &msg) {
-    const ssize_t options_len = msg.length - static_cast<ssize_t>(DHCP_HEADER_SIZE);  // negative for a short message
-    if (isValidOptions(msg.message + DHCP_HEADER_SIZE, static_cast<std::int32_t>(options_len)) != 0) return true;
+// Notes the options on the way, for the steps that follow.
+bool options_pass(const way_in &by, const incoming &msg, dhcp_notes *notes) {
+    const auto options_len =
+        static_cast<std::int32_t>(msg.length - static_cast<ssize_t>(DHCP_HEADER_SIZE));  // negative for a short message
+    if (dhcp_note_valid_options(msg.message + DHCP_HEADER_SIZE, options_len, notes) != 0) return true;
     if (by.tells_refusals) ravo_trace_as(by.handler, ravo::level_trace, "%s (%d): Invalid option\n");
     outcome_record(OUTCOME_BAD_OPTIONS);
     return false;
 }
 
-bool type_passes(const way_in &by, const incoming &msg, std::uint8_t *type) {
-    if (DHCP_getMessageType(msg.message + DHCP_HEADER_SIZE + DHCP_COOKIE_SIZE, type) != 0) {
+bool type_passes(const way_in &by, const dhcp_notes &notes) {
+    if (notes.type < 0) {
         ravo_trace_as(by.handler, ravo::level_trace, "%s (%d): No DHCP type found\n");
         outcome_record(OUTCOME_NO_MESSAGE_TYPE);
         return false;
     }
-    if (*type >= dhcpDISCOVER && *type <= dhcpINFORM) return true;
+    if (notes.type >= dhcpDISCOVER && notes.type <= dhcpINFORM) return true;
     if (by.tells_refusals) ravo_trace_as(by.handler, ravo::level_trace, "%s (%d): Unknown DHCP type\n");
     outcome_record(OUTCOME_UNKNOWN_MESSAGE_TYPE);
     return false;
@@ -122,84 +126,108 @@ void trace_reception(const way_in &by, const incoming &msg) {
 }
 
 bool relaying_is_on(const way_in &by) {
-    ravo_agent agent;
-    ravo_db_agent_get(&agent);
-    if (agent.relay_enable != 0) return true;
+    const std::uint32_t relay_enable = ravo_db_agent_view().relay_enable;
+    if (relay_enable != 0) return true;
     ravo_trace_as(by.handler, ravo::level_trace, "%s (%d): dhcp relay is disabled, state = %d \n",
-                  static_cast<int>(agent.relay_enable));
+                  static_cast<int>(relay_enable));
     outcome_record(OUTCOME_RELAY_OFF);
     return false;
 }
 
 // The interface of a broadcast is the one it came in on.
-bool find_by_ingress(const way_in &by, const incoming &msg, iface *via) {
+const iface *find_by_ingress(const way_in &by, const incoming &msg) {
     const std::uint32_t ifindex = msg.origin.vlan_ifindex + by.ifindex_base;
-    *via = ravo_db_if_numbered(ifindex);
-    if (ravo_db_if_get(via) != 0) return true;
+    if (const iface *via = ravo_db_if_view(ifindex)) return via;
     ravo_trace_as(by.handler, by.level_of_no_interface,
                   "%s (%d): can't get relay interface by if_idx=%d from interfaceDB\n", static_cast<int>(ifindex));
     outcome_record(OUTCOME_NO_INTERFACE);
-    return false;
+    return nullptr;
 }
 
 // The interface of any other message is the one whose address it was sent to.
-bool find_by_destination(const way_in &by, const incoming &msg, iface *via) {
-    if (ravo_if_ifinfo_get_by_addr(via, msg.destination) != 0) return true;
+const iface *find_by_destination(const way_in &by, const incoming &msg) {
+    if (const iface *via = ravo_if_view_by_addr(msg.destination)) return via;
     ravo_trace_as(by.handler, ravo::level_trace,
                   "%s (%d): dest IP %s on received packet doesn't match IP address of ingress interface(ifindex=%d)\n",
                   ravo_addr_text(msg.shown_destination).text, static_cast<int>(msg.origin.vlan_ifindex));
     outcome_record(OUTCOME_NO_ADDRESS);
-    return false;
+    return nullptr;
 }
 
-bool find_interface(const way_in &by, const incoming &msg, iface *via) {
-    return msg.destination == INADDR_BROADCAST ? find_by_ingress(by, msg, via) : find_by_destination(by, msg, via);
+const iface *find_interface(const way_in &by, const incoming &msg) {
+    return msg.destination == INADDR_BROADCAST ? find_by_ingress(by, msg) : find_by_destination(by, msg);
 }
 
-// Local relay serves the clients of an interface that has no server of its own.
-void pass_to_local_relay(const way_in &by, const incoming &msg, const iface &via) {
+// Local relay serves the clients of an interface that has no server of its own. Returns whether it was handed the
+// message, and then may have changed its options.
+bool pass_to_local_relay(const way_in &by, const incoming &msg, const iface &via) {
     if (via.local_relay_state != 1 || ravo_if_get_server(&via) == 1) {
         ravo_trace_as(by.handler, ravo::level_trace, "%s (%d): dhcp local relay is disabled, state = %d \n",
                       static_cast<int>(via.local_relay_state));
-        return;
+        return false;
     }
     if (by.tells_local_relay) ravo_trace_as(by.handler, ravo::level_failure, "%s %d  relay_if:%s \n", via.name);
     ravo_local_relay_handle_pkt(&via, msg.message, static_cast<std::uint32_t>(msg.length), msg.origin);
+    return true;
 }
 
-// deliberate: the whole received count is tested, headers included.
-void pass_to_relay(const way_in &by, const incoming &msg, const iface &via) {
-    if (msg.received > least_size) {
-        ravo_if_handle_pkt(&via, msg.message, static_cast<std::uint32_t>(msg.length), msg.origin);
-        return;
+// notes: null when the options may have changed since they were noted.
+void pass_to_relay(const way_in &by, const incoming &msg, const iface &via, const dhcp_notes *notes) {
+    const auto length = static_cast<std::uint32_t>(msg.length);
+    // deliberate: the whole received count is tested, headers included.
+    if (msg.received <= least_size) {
+        ravo_trace_as(by.handler, ravo::level_trace, "%s (%d): Packet size < DHCPHeader size\n");
+        outcome_record(OUTCOME_TOO_SHORT);
+    } else if (notes != nullptr) {
+        ravo_if_handle_noted(&via, msg.message, length, msg.origin, *notes);
+    } else {
+        ravo_if_handle_pkt(&via, msg.message, length, msg.origin);
     }
-    ravo_trace_as(by.handler, ravo::level_trace, "%s (%d): Packet size < DHCPHeader size\n");
-    outcome_record(OUTCOME_TOO_SHORT);
 }
 
 void take_in(const way_in &by, const incoming &msg) {
-    std::uint8_t type = 0;
-    if (!header_passes(by, msg) || !options_pass(by, msg) || !type_passes(by, msg, &type)) return;
-    ravo_count_message(type);
+    dhcp_notes notes;
+    if (!header_passes(by, msg) || !options_pass(by, msg, &notes) || !type_passes(by, notes)) return;
+    ravo_count_message(static_cast<std::uint8_t>(notes.type));
     if (!was_received(by, msg)) return;
     trace_reception(by, msg);
-    iface via;
-    if (!relaying_is_on(by) || !find_interface(by, msg, &via)) return;
-    pass_to_local_relay(by, msg, via);
-    pass_to_relay(by, msg, via);
+    if (!relaying_is_on(by)) return;
+    const iface *via = find_interface(by, msg);
+    if (via == nullptr) return;
+    const bool relayed_locally = pass_to_local_relay(by, msg, *via);
+    pass_to_relay(by, msg, *via, relayed_locally ? nullptr : &notes);
 }
 
-// The layer-2 handler reads into this buffer.
-message_buffer l2_buffer;
+// ---- The buffer ----
+
+// The message in hand, behind what the channel puts in front of it. A message_buffer is zero behind its message: of a
+// message before only so many bytes are cleared as it, and what the relay added to it, may have left there.
+struct receive_buffer {
+    std::uint8_t headers[channel_header_size];
+    message_buffer message;
+    std::size_t used;  // bytes of the message's buffer that need not be zero
+};
+
+static_assert(offsetof(receive_buffer, message) == channel_header_size);
+
+constexpr std::size_t growth = 4 * RAVO_AGENT_OPTION_SIZE;  // more than local relay and the decisions add to a message
+
+receive_buffer buffer;
+
+// Clears what is left of earlier messages behind a new one of this length; negative: there is none.
+void clear_behind(ssize_t length) {
+    const std::size_t held = length > 0 ? static_cast<std::size_t>(length) : 0;
+    if (held < buffer.used) std::memset(buffer.message.data() + held, 0, buffer.used - held);
+    buffer.used = std::min(held + growth, message_buffer::size);
+}
 
 }  // namespace
 
 void ravo_l2_listen_hdlr(int fd, void *) {
-    message_buffer message;
-    std::uint8_t *received = l2_buffer.data();
-    std::memset(received, 0, message_buffer::size);
     std::uint8_t name[64] = {};
     socklen_t name_length = sizeof name;
+    auto *received = reinterpret_cast<std::uint8_t *>(&buffer);
+    std::memset(received, 0, channel_header_size);
     ssize_t n =
         osal_recvfrom(fd, received, message_buffer::size, MSG_TRUNC, reinterpret_cast<sockaddr *>(name), &name_length);
     if (n < 0) {
@@ -207,10 +235,9 @@ void ravo_l2_listen_hdlr(int fd, void *) {
         return;
     }
     n = std::min(n, static_cast<ssize_t>(message_buffer::size));  // the rest of a longer message was cut off
-    const ssize_t length = n - channel_header_size;
-    if (length > 0) std::memcpy(message.data(), received + channel_header_size, static_cast<std::size_t>(length));
-    take_in(by_channel, {.message = message.data(),
-                         .length = length,
+    clear_behind(n - channel_header_size);
+    take_in(by_channel, {.message = buffer.message.data(),
+                         .length = n - channel_header_size,
                          .received = n,
                          .error = 0,
                          .destination = load<std::uint32_t>(received + channel_destination),
@@ -221,15 +248,16 @@ void ravo_l2_listen_hdlr(int fd, void *) {
 }
 
 void ravo_if_listen_hdlr(int fd, void *) {
-    message_buffer message;
     int flags = 0;
     sockaddr_in from{};
     ravo_pktinfo info{};
     ravo_trace(ravo::level_trace, "%s (%d): listen fd =%d\n", fd);
-    const ssize_t n = WrecvfromFlagsInet4(fd, message.data(), message_buffer::size, &flags, &from, &info);
+    clear_behind(0);
+    buffer.used = message_buffer::size;  // also what a receive that then counts as failed leaves there
+    const ssize_t n = WrecvfromFlagsInet4(fd, buffer.message.data(), message_buffer::size, &flags, &from, &info);
     const int error = errno;
     const bool port_known = info.ipi_spec_dst >= PORT_NUMBER_FIRST && info.ipi_spec_dst <= last_udp_port;
-    take_in(by_udp, {.message = message.data(),
+    take_in(by_udp, {.message = buffer.message.data(),
                      .length = n,
                      .received = n,
                      .error = error,

@@ -65,9 +65,9 @@ bool ravo_same_client_id(const std::uint8_t *first, const std::uint8_t *second) 
 }
 
 int ravo_if_get_server(const iface *iface) {
-    struct iface record = ravo_db_if_numbered(iface->ifindex);
-    if (ravo_db_if_get(&record) == 0) return 0;
-    for (const std::uint32_t server : record.server_db) {
+    const struct iface *stored = ravo_db_if_view(iface->ifindex);
+    if (stored == nullptr) return 0;
+    for (const std::uint32_t server : stored->server_db) {
         if (server == 0) continue;
         ravo_trace(ravo::level_failure, "%s %d \n");
         return 1;

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "packet_frame.h"
 
 namespace {
@@ -29,6 +31,35 @@ TEST(Checksum, TakesAnOddLastByteAsTheHighOne) {
 TEST(Checksum, FoldsAnInitialSumOf32Bits) {
     EXPECT_EQ(checksumAdd("", 0, 0x00012345), 0x2346);
     EXPECT_EQ(checksumAdd("", 0, 0xFFFFFFFF), 0xFFFF);
+}
+
+// The sum as it is defined: word by word, high byte first.
+std::uint16_t word_by_word(const bytes &data, std::uint32_t initial) {
+    std::uint64_t sum = initial;
+    for (std::size_t at = 0; at < data.size(); ++at) sum += at % 2 == 0 ? data[at] * 256U : data[at];
+    while (sum >> 16 != 0) sum = (sum & 0xFFFF) + (sum >> 16);
+    return static_cast<std::uint16_t>(sum);
+}
+
+TEST(Checksum, SumsAnyBytesAsTheirWordsOneByOne) {
+    std::mt19937 random(1071);
+    for (std::size_t size = 0; size <= 700; ++size) {
+        for (const unsigned spread : {1U, 2U, 256U}) {  // zeros, zeros and ones, any byte
+            bytes data(size);
+            for (std::uint8_t &byte : data) byte = static_cast<std::uint8_t>(random() % spread);
+            for (const std::uint32_t initial : {0U, 1U, 0xFFFFU, 0x10000U, 0xFFFFFFFFU})
+                ASSERT_EQ(checksumAdd(data.data(), size, initial), word_by_word(data, initial)) << size;
+        }
+        const bytes ones(size, 0xFF);
+        ASSERT_EQ(checksumAdd(ones.data(), size, 0), word_by_word(ones, 0)) << size;
+    }
+}
+
+TEST(Checksum, SumsFromAnyAddress) {
+    bytes data(64 + 8);
+    for (std::size_t at = 0; at < data.size(); ++at) data[at] = static_cast<std::uint8_t>(at * 37 + 11);
+    for (std::size_t from = 0; from < 8; ++from)
+        EXPECT_EQ(checksumAdd(data.data() + from, 61, 0), word_by_word(packet::part_of(data, from, 61), 0)) << from;
 }
 
 TEST(Checksum, IpChecksumCovers20BytesWhateverTheHeaderLength) {

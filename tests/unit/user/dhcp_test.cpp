@@ -82,7 +82,8 @@ TEST_F(Dhcp, HeaderFieldsStandAtTheirOffsets) {
     msg.siaddr = "10.0.0.3";
     msg.giaddr = "10.0.0.4";
     held_message held(encode(msg));
-    const dhcp_header read = dhcp_load_header(held.data());
+    dhcp_header read;
+    std::memcpy(&read, held.data(), sizeof read);
     EXPECT_EQ(read.op, 2);
     EXPECT_EQ(read.htype, 6);
     EXPECT_EQ(read.hlen, 7);
@@ -95,6 +96,11 @@ TEST_F(Dhcp, HeaderFieldsStandAtTheirOffsets) {
     EXPECT_EQ(read.siaddr, fake::address("10.0.0.3"));
     EXPECT_EQ(read.giaddr, fake::address("10.0.0.4"));
     EXPECT_EQ(std::memcmp(read.chaddr, packet::client_mac.data(), 6), 0);
+    EXPECT_EQ(dhcp_op(held.data()), 2);
+    EXPECT_EQ(dhcp_xid(held.data()), htonl(0xA1B2C3D4));
+    EXPECT_EQ(dhcp_flags(held.data()), htons(0x8000));
+    EXPECT_EQ(dhcp_giaddr(held.data()), fake::address("10.0.0.4"));
+    EXPECT_EQ(dhcp_load32(held.data(), 12), fake::address("10.0.0.1"));
     EXPECT_EQ(offsetof(dhcp_header, sname), 44U);
     EXPECT_EQ(offsetof(dhcp_header, file), 108U);
     EXPECT_EQ(sizeof(dhcp_header), 236U);
@@ -323,6 +329,63 @@ TEST_F(Dhcp, MessageTypeAtTheVeryEndOfTheBufferReadsInsideIt) {
     bytes options(784, 0);
     options[783] = 53;  // length and data stand in the spare room
     EXPECT_EQ(message_type(options), (found_type{0, 255}));
+}
+
+// ---- Notes ----
+
+// The notes as a row: type, type before option 82, option 82, last one with a circuit id, end.
+using row = std::vector<std::int32_t>;
+
+row row_of(const dhcp_notes &notes) {
+    return {notes.type, notes.type_before_agent, notes.agent, notes.last_agent, notes.end};
+}
+
+bool identified_by(const bytes &options) {
+    held_message held(packet::join({bytes(236, 0), packet::cookie, options}));
+    return dhcp_note_options(held.first_option()).identified;
+}
+
+row notes_of(const bytes &options) {
+    held_message held(packet::join({bytes(236, 0), packet::cookie, options}));
+    return row_of(dhcp_note_options(held.first_option()));
+}
+
+TEST_F(Dhcp, NotesTellWhereEverythingStands) {
+    EXPECT_EQ(notes_of(hex("ff")), (row{-1, -1, -1, -1, 0}));
+    EXPECT_EQ(notes_of(hex("00 35 01 03 ff")), (row{3, 3, -1, -1, 4}));
+    EXPECT_EQ(notes_of(hex("35 01 03 35 01 05 ff")), (row{3, 5, -1, -1, 6}))
+        << "the first, and the last before option 82";
+    EXPECT_EQ(notes_of(hex("52 03 01 01 07 35 01 05 ff")), (row{5, -1, 0, 0, 8}));
+    EXPECT_EQ(notes_of(hex("35 01 03 52 03 02 01 07 ff")), (row{3, 3, 3, -1, 8})) << "no circuit id";
+    EXPECT_EQ(notes_of(hex("52 03 02 01 07 52 03 01 01 07 52 03 01 01 08 ff")), (row{-1, -1, 0, 10, 15}));
+    EXPECT_EQ(notes_of(hex("52 03 01 01 07 52 03 02 01 08 ff")), (row{-1, -1, 0, 0, 10}));
+    EXPECT_EQ(notes_of(hex("ff 35 01 03 52 03 01 01 07 ff")), (row{-1, -1, -1, -1, 0})) << "behind the end";
+    EXPECT_EQ(notes_of(hex("35 00 ff")), (row{255, 255, -1, -1, 2})) << "an empty type is the byte behind it";
+    EXPECT_EQ(notes_of(hex("52 00 ff")), (row{-1, -1, 0, -1, 2}));
+    EXPECT_EQ(notes_of(hex("52 00 01 01 07 ff")), (row{-1, -1, 0, 0, 5}));
+}
+
+TEST_F(Dhcp, NotesTellWhetherThereAreIdentifiers) {
+    EXPECT_TRUE(identified_by(hex("35 01 03 3c 01 61 ff")));
+    EXPECT_TRUE(identified_by(hex("3d 00 ff")));
+    EXPECT_FALSE(identified_by(hex("35 01 3c 0c 01 3d ff 3c 01 61 3d 01 61 ff"))) << "data, and behind the end";
+}
+
+TEST_F(Dhcp, NotesOfAValidAreaAreThoseOfItsChain) {
+    for (const bytes &options : {hex("35 01 03 52 03 01 01 07 ff"), hex("35 01 03 ff 00 00"), hex("ff 35 01 03")}) {
+        held_message held(packet::join({bytes(236, 0), packet::cookie, options}));
+        dhcp_notes notes;
+        const auto size = static_cast<std::int32_t>(options.size() + 4);
+        ASSERT_EQ(dhcp_note_valid_options(held.options(), size, &notes), 1);
+        EXPECT_EQ(row_of(notes), notes_of(options));
+    }
+}
+
+TEST_F(Dhcp, WithoutAnOptionAreaNothingIsNoted) {
+    held_message held(packet::join({bytes(236, 0), packet::cookie, hex("35 01 03 ff")}));
+    dhcp_notes notes;
+    EXPECT_EQ(dhcp_note_valid_options(held.options(), 0, &notes), 1);
+    EXPECT_EQ(row_of(notes), (row{-1, -1, -1, -1, -1}));
 }
 
 TEST_F(Dhcp, BufferIsZeroFollowedByEndOptions) {

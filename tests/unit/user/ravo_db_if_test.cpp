@@ -56,16 +56,16 @@ TEST_F(RavoDbIf, NamesAreOrderedByTheNumberAtTheirEnd) {
         {"vlan65535", "vlan0", -1},  // signed: -1
     };
     for (const auto &pair : pairs) {
-        const iface a = record_named(pair.a);
-        const iface b = record_named(pair.b);
+        const ravo_if_key a = ravo_db_if_key(pair.a);
+        const ravo_if_key b = ravo_db_if_key(pair.b);
         EXPECT_EQ(ravo_db_if_compare(&a, &b), pair.expected) << pair.a << " " << pair.b;
     }
 }
 
 TEST_F(RavoDbIf, AMissingArgumentSortsFirst) {
-    const iface record = record_named("vlan1");
-    EXPECT_EQ(ravo_db_if_compare(nullptr, &record), -1);
-    EXPECT_EQ(ravo_db_if_compare(&record, nullptr), -1);
+    const ravo_if_key key = ravo_db_if_key("vlan1");
+    EXPECT_EQ(ravo_db_if_compare(nullptr, &key), -1);
+    EXPECT_EQ(ravo_db_if_compare(&key, nullptr), -1);
     EXPECT_EQ(ravo_db_if_compare(nullptr, nullptr), -1);
 }
 
@@ -187,7 +187,7 @@ TEST_F(RavoDbIf, GetNextOfAnotherNameOfTheSameNumberGivesTheSuccessor) {
 }
 
 TEST_F(RavoDbIf, AddFailsWithoutMemoryAndChangesNothing) {
-    fake::memory_budget = sizeof(iface);
+    fake::memory_budget = sizeof(iface) * 3 / 2;  // one record, with what the database keeps beside it
     EXPECT_EQ(add(record_named("vlan10")), 1);
     EXPECT_EQ(add(record_named("vlan20")), 0);
     EXPECT_EQ(add(with_address("vlan10", "192.0.2.1")), 1);  // an update needs none
@@ -199,6 +199,62 @@ TEST_F(RavoDbIf, AddSucceedsWhateverTheTreeAnswers) {
     EXPECT_EQ(add(with_address("vlan10", "192.0.2.1")), 1);
     EXPECT_THAT(stored_names(), IsEmpty());
     EXPECT_EQ(found_by("192.0.2.1"), "");
+}
+
+// ---- Views ----
+
+TEST_F(RavoDbIf, AViewShowsTheRecordOfAnInterfaceNumber) {
+    const iface ten = with_address("vlan10", "192.0.2.10", 1034);
+    EXPECT_EQ(add(ten), 1);
+    EXPECT_EQ(add(record_named("vlan4094")), 1);
+    ASSERT_NE(ravo_db_if_view(1034), nullptr);
+    EXPECT_EQ(describe(*ravo_db_if_view(1034)), describe(ten));
+    EXPECT_STREQ(ravo_db_if_view(1024 + 4094)->name, "vlan4094");
+    EXPECT_EQ(ravo_db_if_view(1035), nullptr);
+    iface other = ten;
+    other.trusted = 1;
+    EXPECT_EQ(add(other), 1);
+    EXPECT_EQ(ravo_db_if_view(1034)->trusted, 1u);
+    EXPECT_EQ(ravo_db_if_delete("vlan10"), 1);
+    EXPECT_EQ(ravo_db_if_view(1034), nullptr);
+}
+
+// Names that end in one number are one key, and a number that is no VLAN interface's is asked for its name.
+TEST_F(RavoDbIf, AViewGoesByTheNumberAtTheEndOfTheName) {
+    fake::add_name("swp10", 5130);
+    fake::add_name("swp40000", 5131);
+    EXPECT_EQ(add(record_named("port10")), 1);
+    EXPECT_EQ(add(record_named("port40000")), 1);
+    EXPECT_EQ(add(record_named("eth")), 1);  // number 0, like the empty name of what names nothing
+    EXPECT_STREQ(ravo_db_if_view(1034)->name, "port10");
+    EXPECT_STREQ(ravo_db_if_view(5130)->name, "port10");
+    EXPECT_STREQ(ravo_db_if_view(5131)->name, "port40000");
+    EXPECT_STREQ(ravo_db_if_view(9999)->name, "eth");
+    EXPECT_STREQ(ravo_db_if_view(1024)->name, "eth");
+    EXPECT_STREQ(ravo_db_if_view(1024 + 4095)->name, "eth") << "no VLAN interface's number, and nobody else's";
+}
+
+TEST_F(RavoDbIf, ARecordThatTheTreeRefusedIsNotShown) {
+    fake::script(fake::op::avl_insert);
+    EXPECT_EQ(add(record_named("vlan10")), 1);
+    EXPECT_EQ(ravo_db_if_view(1034), nullptr);
+}
+
+TEST_F(RavoDbIf, ARecordThatTheTreeKeepsStaysShown) {
+    EXPECT_EQ(add(record_named("vlan10")), 1);
+    fake::script(fake::op::avl_remove);
+    EXPECT_EQ(ravo_db_if_delete("vlan10"), 0);
+    ASSERT_NE(ravo_db_if_view(1034), nullptr);
+    EXPECT_STREQ(ravo_db_if_view(1034)->name, "vlan10");
+}
+
+TEST_F(RavoDbIf, ViewsAreGoneWithTheTree) {
+    EXPECT_EQ(add(with_address("vlan10", "192.0.2.10")), 1);
+    ravo_db_if_exit();
+    EXPECT_EQ(ravo_db_if_view(1034), nullptr);
+    EXPECT_EQ(ravo_if_view_by_addr(fake::address("192.0.2.10")), nullptr);
+    ravo_db_if_init();
+    EXPECT_EQ(ravo_db_if_view(1034), nullptr);
 }
 
 // ---- Delete ----

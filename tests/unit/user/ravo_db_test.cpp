@@ -70,6 +70,16 @@ TEST_F(RavoDb, ACopyIsNobodyElses) {
     EXPECT_EQ(settings_now().hops, 12u);
 }
 
+TEST_F(RavoDb, TheViewShowsWhatIsSet) {
+    const ravo_agent &view = ravo_db_agent_view();
+    EXPECT_EQ(view.hops, 4u);
+    ravo_agent agent = settings_now();
+    agent.hops = 9;
+    EXPECT_EQ(view.hops, 4u) << "a copy is nobody else's";
+    ravo_db_agent_set(&agent);
+    EXPECT_EQ(view.hops, 9u);
+}
+
 TEST_F(RavoDb, EverySetTellsTheStatusAgain) {
     const ravo_agent agent = settings_now();
     ravo_db_agent_set(&agent);

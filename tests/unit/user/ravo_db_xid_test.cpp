@@ -212,6 +212,29 @@ TEST_F(RavoDbXid, UpdateSucceedsWhateverTheTreeAnswers) {
     EXPECT_THAT(fake::timers(), IsEmpty());
 }
 
+// ---- Views ----
+
+TEST_F(RavoDbXid, AViewShowsTheStoredEntryAndFinishingTakesItOut) {
+    update(entry_of(1, 3, 4));
+    update(entry_of(2, 5, 6));
+    EXPECT_EQ(ravo_db_xid_view(3), nullptr);
+    const xid_entry *entry = ravo_db_xid_view(2);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(entry->module, 5u);
+    ravo_db_xid_finish(entry);
+    EXPECT_EQ(ravo_db_xid_view(2), nullptr);
+    EXPECT_THAT(walk(), ElementsAre(1u));
+    EXPECT_EQ(fake::timers().size(), 1u);
+}
+
+TEST_F(RavoDbXid, AFinishedEntryThatTheTreeKeepsHasNoTimer) {
+    update(entry_of(1, 3, 4));
+    fake::script(fake::op::avl_remove);
+    ravo_db_xid_finish(ravo_db_xid_view(1));
+    EXPECT_EQ(stored(1), "3/4");
+    EXPECT_THAT(fake::timers(), IsEmpty());
+}
+
 // ---- Delete ----
 
 TEST_F(RavoDbXid, DeletingAnUnknownTransactionSucceeds) {
