@@ -102,6 +102,7 @@ inline std::optional<hello_message> read_hello(std::span<const std::uint8_t> pay
 
 inline constexpr std::uint8_t run_interactive = 1;  // a person is there to be asked
 inline constexpr std::uint8_t run_confirmed = 2;    // the person said yes
+inline constexpr std::uint8_t run_exact = 4;        // of a table the row with the given key alone, if there is one
 
 // Run a command line.
 struct run_message {
@@ -121,7 +122,8 @@ inline bytes run_frame(const run_message &m) {
 inline std::optional<run_message> read_run(std::span<const std::uint8_t> payload) {
     byte_reader in{payload};
     run_message m{in.u32(), in.u8(), in.u8(), in.u8(), in.rest()};
-    if (in.failed || m.view > 7 || m.show_all > 1 || m.flags > (run_interactive | run_confirmed)) return std::nullopt;
+    if (in.failed || m.view > 7 || m.show_all > 1 || m.flags > (run_interactive | run_confirmed | run_exact))
+        return std::nullopt;
     return m;
 }
 
@@ -187,6 +189,8 @@ enum class refusal : std::uint8_t {
     other_version = 3,  // the hello's version is not spoken here
     malformed = 4,      // a frame that breaks the protocol
     too_slow = 5,       // a frame or a hello that did not come in time
+    idle = 6,           // a session that nobody used
+    cleared = 7,        // somebody ended the session ("clear session")
 };
 
 // The daemon closes the connection; the reason is one line for a person.

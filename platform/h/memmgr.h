@@ -42,7 +42,8 @@ int avl_remove(struct avl_tree *tree, const void *key);
 // Returns the record that sorts first, or NULL when the tree is empty.
 void *avl_first(struct avl_tree *tree);
 
-// Returns the record that follows the given stored record, or NULL when it is the last.
+// Returns the first record behind the given one in the order of keys, or NULL when there is none. record: a stored
+// record, or any other with a key, such as a copy of one that has been removed since.
 void *avl_getnext(struct avl_tree *tree, const void *record);
 
 // Frees the tree, not its records; NULL is allowed.

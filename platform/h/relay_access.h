@@ -71,7 +71,8 @@ struct relay_transaction {
     uint32_t port;
 };
 
-// The daemon's functions. "Next" functions take the record last given and replace it by the one after it.
+// The daemon's functions. "Next" functions take the record last given and replace it by the one after it; a record that
+// has gone meanwhile has its place in the order all the same.
 struct relay_access {
     void (*settings)(struct relay_settings *out);
     int (*interface_get)(const char *name, struct relay_interface *out);  // 1 found, 0 not

@@ -27,8 +27,8 @@ struct uib_table {
     uintptr_t reserved[4];                       // zero
 };
 
-// Walks a table from the descriptor's key to its end and writes every row behind it (the row of the key itself first
-// when it exists and the session asked for exact access). Returns 0, or CLI_BUFFER_FULL when the output is full.
+// Walks a table from the descriptor's key to its end and writes every row behind it; or, when the session asked for one
+// row, writes the row of the key itself if it exists. Returns 0, or CLI_BUFFER_FULL when the output is full.
 int UIB_OUT_TABLE_ENTRIES(struct cli *cli, struct uib_table *table);
 
 // Announces the key of the row whose values follow. key: key_length bytes, copied. Returns 0, or negative when the

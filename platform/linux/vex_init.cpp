@@ -118,6 +118,7 @@ void install_commands() {
     cli_globals *globals = ravo::cli::library_globals();
     ravo::cli::install_platform_commands(globals->tree);
     ravo::cli::install_configuration_commands(globals->tree);
+    platform::install_management_commands(globals->tree);
     if (const auto commands = word_as<vex_init_commands>(VEX_INIT_COMMANDS)) (void)commands(globals);
     for (const std::string &text : ravo::cli::missing_commands())
         platform::log_line(platform::log_level_error, "commands: the daemon has no \"%s\"", text.c_str());
@@ -197,6 +198,8 @@ void describe(const platform::switch_description &description) {
     platform::trap_describe(description);
     platform::channel_describe(description);
     ravo::cli::kept_switch(description.settings.keep);
+    const platform::described_management &sessions = description.management;
+    platform::management_limit({sessions.sessions, sessions.per_user, sessions.idle_minutes});
     const std::uint32_t wanted = description.channel.recorder;
     if (platform::books_recorder_size() != wanted && !platform::books_set_recorder(wanted))
         platform::log_line(platform::log_level_error, "no memory for a recorder of %u messages; it holds %zu", wanted,

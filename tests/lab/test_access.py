@@ -100,8 +100,8 @@ def test_anyone_else_is_refused(guarded):
     guarded.socket.chmod(0o666)
     told = shell(guarded, as_member(), "show privilege", status=2)
     assert len(told.splitlines()) == 1 and told.startswith(f"ravosh: {guarded.socket}: "), told
-    assert re.search(r"^management: refused user nobody \(\d+\), process \d+: no member of group ", guarded.log,
-                     re.MULTILINE), guarded.log
+    wait_for(lambda: re.search(r"^management: refused user nobody \(\d+\), process \d+: no member of group ", guarded.log,
+                               re.MULTILINE), 30, "line about who was refused")
 
 
 # ---- Sessions ----

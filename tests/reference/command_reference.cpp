@@ -39,10 +39,11 @@ Words in lower case are typed as they stand, in letters of either case, or abbre
 | `[...]` | may be left out |
 
 A line that begins with `!` is a comment. The output of a command can be filtered: `| include RE`, `| exclude RE`,
-`| begin RE`, `| count`; show commands that have one tell their data with `| json`.
+`| begin RE`, `| section RE`, `| count`, and several of them in a row; show commands that have one tell their data with
+`| json`. Show commands can be given in every mode.
 
 A command can be used by a session of at least its privilege. Root and members of group `ravo-admin` have every
-privilege; members of group `ravo` may use the show commands of privilege 2 and below in privileged execution mode.
+privilege; members of group `ravo` may use the show commands of privilege 2 and below.
 )";
 
 constexpr const char *appendix = R"(

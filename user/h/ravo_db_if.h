@@ -100,6 +100,8 @@ struct ravo_if_key {
 // Copies the successor of the stored record named record->name over *record. 0 when the name is not stored, has no
 // successor, or the successor bears the same name.
 [[nodiscard]] int ravo_db_if_get_next(iface *record);
+// The same for a walk that others may come between: also when the record named record->name has been removed since.
+[[nodiscard]] int ravo_db_if_go_on(iface *record);
 // Removes the record with this name. 1 also when there is none.
 [[nodiscard]] int ravo_db_if_delete(const char *name);
 // Looks an interface up by its address (network byte order), the one that comes first in tree order; the last one
@@ -125,7 +127,7 @@ int RAVO_IF_Fill_Info(iface *record, const struct interface *ifp);
 [[nodiscard]] bool ravo_db_if_tree_exists();
 
 // A walk over the records in tree order, each a copy: for (const iface &record : ravo_db_if_all()). The record in hand
-// may be stored back, or deleted as the last step of the walk.
+// may be stored back or deleted; the walk goes on behind it. While a command prints, others may have their turns.
 struct ravo_if_walk {
     iface record;  // the record in hand, while found
     bool found;
@@ -135,7 +137,7 @@ struct ravo_if_walk {
     [[nodiscard]] end_mark end() const { return {}; }
     [[nodiscard]] const iface &operator*() const { return record; }
     [[nodiscard]] bool operator!=(end_mark) const { return found; }
-    void operator++() { found = ravo_db_if_get_next(&record) != 0; }
+    void operator++() { found = ravo_db_if_go_on(&record) != 0; }
 };
 
 [[nodiscard]] ravo_if_walk ravo_db_if_all();                        // from the first record on

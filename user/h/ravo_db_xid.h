@@ -42,6 +42,8 @@ void ravo_db_xid_exit();
 [[nodiscard]] int ravo_db_xid_get_first(xid_entry *e);
 // Copies the successor of the stored entry with e->xid over *e.
 [[nodiscard]] int ravo_db_xid_get_next(xid_entry *e);
+// The same for a walk that others may come between: also when the entry with e->xid has been removed since.
+[[nodiscard]] int ravo_db_xid_go_on(xid_entry *e);
 // Removes the entry with e->xid and its timer. 1 also when there is none.
 [[nodiscard]] int ravo_db_xid_delete(const xid_entry *e);
 // Removes a stored entry, as ravo_db_xid_view gave it; one that the tree does not give ends by itself.

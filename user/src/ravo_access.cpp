@@ -100,7 +100,7 @@ int interface_first(relay_interface *out) {
 
 int interface_next(relay_interface *inout) {
     iface record = ravo_db_if_named(inout->name);
-    if (ravo_db_if_get_next(&record) == 0) return 0;
+    if (ravo_db_if_go_on(&record) == 0) return 0;
     copy_interface(record, inout);
     return 1;
 }
@@ -115,7 +115,7 @@ int transaction_first(relay_transaction *out) {
 int transaction_next(relay_transaction *inout) {
     xid_entry entry{};
     entry.xid = inout->xid;
-    if (ravo_db_xid_get_next(&entry) == 0) return 0;
+    if (ravo_db_xid_go_on(&entry) == 0) return 0;
     *inout = {entry.xid, entry.module, entry.port};
     return 1;
 }

@@ -298,7 +298,7 @@ int ravo_cmd_show_xid(struct cli *cli, int, char **) {
     if (!ravo_cli_prints(cli)) return 0;
     int count = 0;
     xid_entry entry;
-    for (int found = ravo_db_xid_get_first(&entry); found != 0; found = ravo_db_xid_get_next(&entry)) {
+    for (int found = ravo_db_xid_get_first(&entry); found != 0; found = ravo_db_xid_go_on(&entry)) {
         cli->print(cli->print_handle, "Xid:");
         cli->print(cli->print_handle, "%X\n", entry.xid);
         cli->print(cli->print_handle, "Module id: %d\n", static_cast<int>(entry.module));

@@ -218,6 +218,14 @@ int ravo_db_if_get_next(iface *record) {
     return differs ? 1 : 0;
 }
 
+int ravo_db_if_go_on(iface *record) {
+    if (if_tree == nullptr || record == nullptr) return 0;
+    const auto *next = static_cast<const iface *>(avl_getnext(if_tree, record));
+    if (next == nullptr) return 0;
+    *record = *next;
+    return 1;
+}
+
 int ravo_db_if_delete(const char *name) {
     if (if_tree == nullptr || name == nullptr) return 0;
     if (!ravo_db_if_name_fits(name)) return 1;

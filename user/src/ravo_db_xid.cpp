@@ -132,6 +132,14 @@ int ravo_db_xid_get_next(xid_entry *e) {
     return differs ? 1 : 0;
 }
 
+int ravo_db_xid_go_on(xid_entry *e) {
+    if (xid_tree == nullptr || e == nullptr) return 0;
+    const auto *next = static_cast<const xid_entry *>(avl_getnext(xid_tree, e));
+    if (next == nullptr) return 0;
+    *e = *next;
+    return 1;
+}
+
 int ravo_db_xid_delete(const xid_entry *e) {
     if (xid_tree == nullptr || e == nullptr) return 0;
     xid_entry *stored = find_stored(e);

@@ -2,6 +2,7 @@
 #ifndef PLATFORM_LINUX_CLI_COMMAND_LINE_H
 #define PLATFORM_LINUX_CLI_COMMAND_LINE_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -28,6 +29,8 @@ struct session_output {
     // A line of the log, without its line end, for a session with "terminal monitor" on. May be called at any time,
     // from a log listener too (log.h). Empty: such lines go nowhere.
     std::function<void(std::string_view line)> monitor;
+    // Tells whether the reader has so much to read that a command should wait for it. Empty: there is always room.
+    std::function<bool()> full;
     // "terminal length N" was given: the lines of a page, 0 for output without pages.
     std::function<void(int lines)> terminal_length;
     // Asks the person before a command with consequences ("reset relay"): true: go on. False: the handler must do and
@@ -53,7 +56,8 @@ session_ptr session_open(session_output output, int privilege, std::string user,
 // Chooses the view of the commands that follow: CLI_VIEW_... bits, 0 for plain.
 void session_set_view(session &s, std::uint32_t view_flags, std::uint32_t show_all);
 
-// Chooses whether table walks begin with the row of the given key itself when it exists (SNMP's "get"), or behind it.
+// Chooses whether commands of tables give the row of the given key alone, if it exists (SNMP's "get"), or those behind
+// it.
 void session_set_exact(session &s, bool exact);
 
 // Runs one line: parses it, reports what is wrong with it to the session's text output, or runs its handler. A trailing
@@ -61,6 +65,16 @@ void session_set_exact(session &s, bool exact);
 // 1 for an error. session_closed tells afterwards whether the line ended the session ("exit" in execution mode).
 int session_run(session &s, std::string_view line);
 bool session_closed(const session &s);
+
+// The same in turns: the line is begun, and each turn goes on with it for about this long, until one returns true, with
+// the line's result in *result. Between two turns messages and other sessions are served. Of two lines the first must
+// be done before the second begins. A lack of memory comes out as std::bad_alloc; the line is over then.
+void session_begin(session &s, std::string line);
+[[nodiscard]] bool session_turn(session &s, std::chrono::microseconds slice, int *result);
+// Tells whether a line has begun and is not done.
+bool session_busy(const session &s);
+// Gives such a line up: what it would still have printed is not printed, and the session is where it was before it.
+void session_cancel(session &s);
 
 // Tells whether the line that was run last goes on: its text comes as it happens, until the session is interrupted or
 // the command ends by itself. What session_run returned means nothing then.

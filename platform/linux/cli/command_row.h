@@ -32,7 +32,7 @@ inline constexpr int program_privilege = 31;
 
 // What a command changes.
 enum class command_effect {
-    looks,    // nothing: it shows something
+    looks,    // nothing: it shows something; others have their turns between its lines, so it holds copies only
     session,  // what is the session's own: its place, its privilege, its terminal
     setting,  // a setting of the relay: applied to each interface of a range, judged when a file is only checked
     daemon,   // what the running daemon does, has counted or writes elsewhere
@@ -67,6 +67,7 @@ struct command_traits {
     held_check held = nullptr;    // null: what it says is said when a file is replayed too
     bool judged = true;           // false: a check of a file passes it over, as it cannot be tried without effect
     bool has_line = false;        // its argument is a line of its own, which output filters are for
+    bool in_turns = false;        // it changes things bit by bit: others may have their turn in between
 };
 
 // A command of the platform's own.

@@ -1,8 +1,6 @@
-// Output filters: what stands behind "|" in a line.
+// Output filters: what stands behind "|" in a line. Several in a row work on each other's lines.
 #ifndef PLATFORM_LINUX_CLI_FILTER_H
 #define PLATFORM_LINUX_CLI_FILTER_H
-
-#include <regex.h>
 
 #include <cstddef>
 #include <functional>
@@ -11,25 +9,25 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/pattern.h"
+
 namespace ravo::cli {
 
-enum class filter_kind { include, exclude, begin, count, json };
+enum class filter_kind { include, exclude, begin, section, count, json };
 
 enum class pattern_use { required, optional, none };
 
-struct regex_delete {
-    void operator()(regex_t *compiled) const {
-        regfree(compiled);
-        delete compiled;
-    }
+struct filter_stage {
+    filter_kind kind = filter_kind::include;
+    std::unique_ptr<pattern> what;  // null: every line matches
+    bool open = false;              // "begin" has found its line; the line before was part of a "section"
+    std::size_t matches = 0;        // lines that "count" counted
 };
 
 struct line_filter {
-    filter_kind kind = filter_kind::include;
-    std::unique_ptr<regex_t, regex_delete> pattern;  // null: every line matches
-    std::string partial;                             // the line that is not ended yet
-    bool begun = false;                              // "begin" found its line
-    std::size_t matches = 0;                         // lines that "count" counted
+    std::vector<filter_stage> stages;
+    std::string partial;  // the line that is not ended yet
+    bool json = false;    // the first stage asks for the data as JSON
 };
 
 // The filters by name, for help and completion.
@@ -48,13 +46,17 @@ struct filter_fault {
     std::string reason;      // of a bad pattern; the word of an ambiguous filter
 };
 
-// Makes a filter of the text behind a "|". Returns null and fills *fault when it is none.
+// Makes a filter of the text behind a "|". A further "|" at the beginning of a word and outside of quotes begins the
+// next one of the row. Returns null and fills *fault when it is none.
 std::unique_ptr<line_filter> filter_read(std::string_view text, filter_fault *fault);
+
+// The text of the last filter of a row, behind its "|": what is being typed.
+std::string_view filter_last(std::string_view text);
 
 // Puts text through the filter; each line that passes goes to sink with its line end.
 using filter_sink = std::function<void(std::string_view line)>;
 void filter_feed(line_filter &filter, std::string_view text, const filter_sink &sink);
-// Ends the text: the last line, if it has no line end, and the count.
+// Ends the text: the last line, if it has no line end, and the counts.
 void filter_finish(line_filter &filter, const filter_sink &sink);
 
 }  // namespace ravo::cli

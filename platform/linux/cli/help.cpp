@@ -86,13 +86,15 @@ next_words next_of(const session &s, const half_line &half) {
 
 // ---- Behind "|" ----
 
-std::vector<help_row> filter_help(std::string_view text) {
+std::vector<help_row> filter_help(std::string_view row_of_filters) {
+    const std::string_view text = filter_last(row_of_filters);
+    const bool is_first = text.size() == row_of_filters.size();
     const split_line parts = split(text);
     std::vector<help_row> out;
     const bool naming = parts.words.empty() || parts.words.front().end == text.size();
     const std::string prefix = parts.words.empty() ? "" : parts.words.front().text;
     for (const filter_row &row : filter_rows()) {
-        if (!begins_with(row.name, prefix)) continue;
+        if (!begins_with(row.name, prefix) || (row.kind == filter_kind::json && !is_first)) continue;
         if (naming) {
             out.push_back({std::string(row.name), std::string(row.help)});
         } else if (out.empty()) {
@@ -111,7 +113,7 @@ void add_interface_names(std::string_view prefix, std::vector<std::string> *out)
 }
 
 bool takes_a_filter(const half_line &half) {
-    return half.mode == CLI_MODE_EXEC && !half.words.empty() && begins_with("show", half.words.front().text);
+    return !half.words.empty() && begins_with("show", half.words.front().text);
 }
 
 }  // namespace

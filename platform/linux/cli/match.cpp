@@ -29,10 +29,15 @@ bool may_give(const caller &by, const command &what) {
     return is_for_them && what.privilege <= by.privilege;
 }
 
+// What only looks, people may give in any mode.
+bool is_given_in(int mode, const command &what) {
+    return what.mode == mode || (what.traits.effect == command_effect::looks && what.privilege < program_privilege);
+}
+
 std::vector<runner> starters(const cli_tree &tree, int mode, const caller &by) {
     std::vector<runner> out;
     for (const command &each : tree.commands)
-        if (each.mode == mode && may_give(by, each)) out.push_back({&each, {}, {}, 0});
+        if (is_given_in(mode, each) && may_give(by, each)) out.push_back({&each, {}, {}, 0});
     return out;
 }
 

@@ -32,7 +32,8 @@ struct caller {
     audience who = audience::operators;
 };
 
-// Holds a line's words against the commands of a mode that a caller may give.
+// Holds a line's words against the commands that a caller may give in a mode: those of the mode, and those of others
+// that only look.
 match match_line(const cli_tree &tree, int mode, const caller &by, const std::vector<word> &words,
                  std::string_view line);
 

@@ -38,7 +38,7 @@ int do_command(struct cli *cli, int /*argc*/, char **argv) {
     const std::string line = argv[0];
     const std::size_t offset = s.rest;
     std::vector<struct interface *> range = s.range;
-    s.mode = CLI_MODE_EXEC;
+    s.mode = CLI_MODE_EXEC;  // whoever gives the line up puts this back
     line_fault fault;
     const int result = run_line(s, line, file_line_limit, &fault);
     if (fault.kind != fault_kind::none) (void)emit(s, fault_for_terminal(fault, line, file_line_limit, offset));

@@ -15,6 +15,7 @@
 #include "cli/command_line.h"
 #include "cli/filter.h"
 #include "cli/match.h"
+#include "cli/turns.h"
 #include "cli/words.h"
 
 namespace ravo::cli {
@@ -30,6 +31,13 @@ struct print_target {
     bool values = false;  // keyed values, else text
 };
 
+// Where a session is.
+struct session_place {
+    int mode = CLI_MODE_EXEC;
+    struct interface *ifp = nullptr;
+    std::vector<struct interface *> range;
+};
+
 struct session {
     session_output output;
     print_target text_target;
@@ -43,7 +51,7 @@ struct session {
     std::vector<struct interface *> range;  // the interfaces of "interface range", empty without one
     std::uint32_t view_flags = 0;
     std::uint32_t show_all = 0;
-    bool exact = false;                          // table walks begin with the row of the key itself
+    bool exact = false;                          // of a table the row of the key alone is wanted
     bool closed = false;                         // it was ended by a command
     bool gone = false;                           // its output cannot be delivered any more
     bool replayed = false;                       // its lines are those of a configuration that is replayed
@@ -55,6 +63,9 @@ struct session {
     int terminal_length = 24;                    // lines of a page, 0: no pages
     int monitor = 0;                             // listener id of "terminal monitor", 0 when off
     std::size_t rest = 0;                        // column of what LINE stands for in the line that runs
+    turns_ptr task;                              // the line that runs in turns
+    int result = 0;                              // of that line, once it is known
+    session_place place_before;                  // where the session was when it began
 };
 
 enum class fault_kind { none, invalid, incomplete, ambiguous, too_long, bad_filter, not_allowed };
@@ -84,6 +95,9 @@ session &session_of(struct cli *cli);
 
 // Sends text to the session, through the filter of the running command.
 int emit(session &s, std::string_view text);
+
+// Ends a filter's text.
+void finish_filter(session &s, line_filter &filter);
 
 // For a handler whose output goes on after it returned. stop: called once, when the session is interrupted or ends;
 // returns the command's result. Returns false when the session cannot have that; the handler then says so.

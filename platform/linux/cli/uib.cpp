@@ -28,10 +28,8 @@ int uib_snmp_key_send(struct cli *cli, const void *key, size_t key_length, ...) 
 }
 
 int UIB_OUT_TABLE_ENTRIES(struct cli *cli, struct uib_table *table) {
-    if (ravo::cli::session_of(cli).exact && table->get_exact(table->key) == 1) {
-        const int result = table->put_row(cli, table->key);
-        if (result == CLI_BUFFER_FULL) return result;
-    }
+    if (ravo::cli::session_of(cli).exact)
+        return table->get_exact(table->key) == 1 ? table->put_row(cli, table->key) : 0;
     while (table->get_next(table->key) == 1) {
         const int result = table->put_row(cli, table->key);
         if (result == CLI_BUFFER_FULL) return result;

@@ -3,7 +3,6 @@
 #include "commands/books_text.h"
 
 #include <arpa/inet.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -17,8 +16,6 @@
 namespace ravo::cli {
 
 namespace {
-
-constexpr std::int64_t second = 1000000;
 
 // RFC 3046 section 2.0.
 constexpr std::uint8_t suboption_circuit = 1;
@@ -38,23 +35,6 @@ bool has_form(std::string_view text, std::size_t group, char separator) {
         if (between ? text[i] != separator : hex_digit(text[i]) < 0) return false;
     }
     return true;
-}
-
-std::string when(std::int64_t time_us, bool utc) {
-    time_t seconds = static_cast<time_t>(time_us / second);
-    struct tm parts {};
-    if (utc)
-        gmtime_r(&seconds, &parts);
-    else
-        localtime_r(&seconds, &parts);
-    char text[64];
-    const std::size_t size = strftime(text, sizeof text, utc ? "%Y-%m-%dT%H:%M:%S" : "%Y-%m-%d %H:%M:%S", &parts);
-    char fraction[16];
-    if (utc)
-        std::snprintf(fraction, sizeof fraction, ".%06dZ", static_cast<int>(time_us % second));
-    else
-        std::snprintf(fraction, sizeof fraction, ".%03d", static_cast<int>(time_us % second / 1000));
-    return std::string(text, size) + fraction;
 }
 
 std::string servers_text(const platform::book_entry &entry) {
@@ -146,14 +126,6 @@ std::optional<hardware_address> read_mac(std::string_view text) {
         byte = static_cast<std::uint8_t>(byte << 4 | hex_digit(c));
     }
     return out;
-}
-
-std::string time_text(std::int64_t time_us) {
-    return when(time_us, /*utc=*/false);
-}
-
-std::string time_text_utc(std::int64_t time_us) {
-    return when(time_us, /*utc=*/true);
 }
 
 std::string milliseconds_text(std::int32_t microseconds) {

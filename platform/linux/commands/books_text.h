@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/time_text.h"
 #include "books/books.h"
 
 namespace ravo::cli {
@@ -29,10 +30,8 @@ std::string mac_text(const hardware_address &mac);
 // Reads aa:bb:cc:dd:ee:ff, aa-bb-cc-dd-ee-ff and aabb.ccdd.eeff, in upper or lower case.
 std::optional<hardware_address> read_mac(std::string_view text);
 
-// A time in microseconds since 1970: "2024-06-07 08:09:10.123" in the daemon's time zone, and
-// "2024-06-07T08:09:10.123456Z".
-std::string time_text(std::int64_t time_us);
-std::string time_text_utc(std::int64_t time_us);
+using platform::time_text;
+using platform::time_text_utc;
 
 // "1.234" milliseconds.
 std::string milliseconds_text(std::int32_t microseconds);

@@ -93,6 +93,8 @@ constexpr table_shape interface_shape = {"[[interface]]", interface_keys, "vlan 
 constexpr table_shape channel_shape = {"[channel]", channel_keys, ""};
 constexpr table_shape limit_shape = {"[limit]", limit_keys, ""};
 constexpr table_shape settings_shape = {"[settings]", settings_keys, ""};
+constexpr std::string_view management_keys[] = {"sessions", "per_user", "idle_minutes"};
+constexpr table_shape management_shape = {"[management]", management_keys, ""};
 
 // Names as a person lists them: "a, b and c".
 template <typename names>
@@ -235,17 +237,31 @@ void read_settings(reading &r, const toml::table &table) {
     r.found.settings.keep = read_flag(r, table, "keep").value_or(true);
 }
 
+// A number that may be left out.
+void read_optional(reading &r, const toml::table &table, std::string_view key, std::int64_t low, std::int64_t high,
+                   std::uint32_t *out) {
+    const toml::node *node = table.get(key);
+    if (node != nullptr) *out = number_of(r, *node, key, low, high).value_or(*out);
+}
+
+void read_management(reading &r, const toml::table &table) {
+    described_management &found = r.found.management;
+    check_keys(r, table, management_shape);
+    read_optional(r, table, "sessions", described_sessions_least, described_sessions_max, &found.sessions);
+    found.per_user = std::min(found.per_user, found.sessions);
+    read_optional(r, table, "per_user", 1, found.sessions, &found.per_user);
+    read_optional(r, table, "idle_minutes", 0, described_idle_max, &found.idle_minutes);
+}
+
 // The tables a description may have. A new one is a row here and a reader above.
 struct top_table {
     std::string_view name;
     bool list;  // there may be many: [[NAME]]
     void (*read)(reading &r, const toml::table &table);
 };
-constexpr top_table top_tables[] = {{"port", true, read_port},
-                                    {"interface", true, read_interface},
-                                    {"channel", false, read_channel},
-                                    {"limit", false, read_limit},
-                                    {"settings", false, read_settings}};
+constexpr top_table top_tables[] = {{"port", true, read_port},          {"interface", true, read_interface},
+                                    {"channel", false, read_channel},   {"limit", false, read_limit},
+                                    {"settings", false, read_settings}, {"management", false, read_management}};
 
 void read_single(reading &r, const top_table &which, const toml::node &node) {
     const toml::table *table = node.as_table();

@@ -59,12 +59,28 @@ struct described_settings {
     bool operator==(const described_settings &) const = default;
 };
 
+// Sessions of the management socket.
+inline constexpr std::uint32_t described_sessions_default = 64;
+inline constexpr std::uint32_t described_sessions_least = 16;  // of them 8 are kept for root and administrators
+inline constexpr std::uint32_t described_sessions_max = 1024;
+inline constexpr std::uint32_t described_per_user_default = 16;
+inline constexpr std::uint32_t described_idle_default = 30;
+inline constexpr std::uint32_t described_idle_max = 10080;  // a week
+
+struct described_management {
+    std::uint32_t sessions = described_sessions_default;  // at once
+    std::uint32_t per_user = described_per_user_default;  // of one user but root, 1 to sessions
+    std::uint32_t idle_minutes = described_idle_default;  // after which a session ends that nobody uses, 0: never
+    bool operator==(const described_management &) const = default;
+};
+
 struct switch_description {
     std::vector<described_port> ports;
     std::vector<described_interface> interfaces;
     described_channel channel{};
     described_limit limit{};
     described_settings settings{};
+    described_management management{};
     bool operator==(const switch_description &) const = default;
 };
 

@@ -4,16 +4,23 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
+#include "management/management_names.h"
 #include "management/management_session.h"
 
 namespace ravo::platform {
 
-// As management_open, with these settings.
-std::string management_open_with(const std::string &path, const management_settings &settings);
+// As management_open, with these settings, and with somebody to ask for names.
+std::string management_open_with(const std::string &path, const management_settings &settings,
+                                 name_service names = system_names());
 
-// Number of sessions that are open.
+// Number of sessions that are open, and what there is to say of each, in the order in which they were opened.
 std::size_t management_sessions();
+std::vector<session_about> management_session_list();
+
+// Ends a session. by: whose wish it is. Returns false when there is none of this number.
+bool management_session_clear(unsigned number, const std::string &by);
 
 }  // namespace ravo::platform
 

@@ -2,12 +2,14 @@
 // That decides what a session may do; nothing the peer says about itself does.
 #include "management/management_peer.h"
 
-#include <grp.h>
-#include <pwd.h>
 #include <sys/socket.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
+#include <iterator>
+#include <sstream>
 
 namespace ravo::platform {
 
@@ -16,29 +18,25 @@ namespace {
 constexpr int privilege_of_viewers = 2;
 constexpr int privilege_of_admins = 31;
 
-constexpr std::size_t first_room = 1024;
-constexpr std::size_t most_room = std::size_t{1} << 20;
-
-// Calls a lookup of the user or group database with as much room as it asks for.
-template <typename lookup>
-bool with_room(lookup call) {
-    for (std::vector<char> room(first_room); room.size() <= most_room; room.resize(2 * room.size())) {
-        const int error = call(room);
-        if (error != ERANGE) return error == 0;
-    }
-    return false;
-}
-
-std::string user_name(uid_t uid) {
-    passwd entry{};
-    passwd *found = nullptr;
-    std::string name = std::to_string(uid);
-    (void)with_room([&](std::vector<char> &room) {  // without an answer the number serves
-        const int error = getpwuid_r(uid, &entry, room.data(), room.size(), &found);
-        if (error == 0 && found != nullptr) name = found->pw_name;
-        return error;
-    });
-    return name;
+// The terminal that a process is controlled from, by its device number in /proc/PID/stat; "-" when it has none or
+// nothing can be seen of the process.
+std::string terminal_of(pid_t pid) {
+    constexpr unsigned first_pts = 136, last_pts = 143, console = 4, serial_begins = 64;
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    // The second field is the program's name, which may hold anything.
+    const std::size_t behind_name = text.rfind(')');
+    if (behind_name == std::string::npos) return "-";
+    char state = 0;
+    int parent = 0, group = 0, session = 0;
+    unsigned device = 0;
+    std::istringstream fields(text.substr(behind_name + 1));
+    if (!(fields >> state >> parent >> group >> session >> device) || device == 0) return "-";
+    const unsigned number = gnu_dev_minor(device), kind = gnu_dev_major(device);
+    if (kind >= first_pts && kind <= last_pts) return "pts/" + std::to_string((kind - first_pts) * 256 + number);
+    if (kind != console) return "tty";
+    if (number >= serial_begins) return "ttyS" + std::to_string(number - serial_begins);
+    return "tty" + std::to_string(number);
 }
 
 bool read_groups(int fd, std::vector<gid_t> *groups) {
@@ -62,17 +60,8 @@ std::optional<management_peer> management_peer_of(int fd) {
     peer.uid = credentials.uid;
     peer.groups.push_back(credentials.gid);
     if (!read_groups(fd, &peer.groups)) return std::nullopt;
-    peer.user = user_name(credentials.uid);
+    peer.terminal = terminal_of(credentials.pid);
     return peer;
-}
-
-std::optional<gid_t> management_group_id(const std::string &name) {
-    group entry{};
-    group *found = nullptr;
-    const bool good = with_room(
-        [&](std::vector<char> &room) { return getgrnam_r(name.c_str(), &entry, room.data(), room.size(), &found); });
-    if (!good || found == nullptr) return std::nullopt;
-    return entry.gr_gid;
 }
 
 management_rights management_rights_of(const management_peer &peer, const management_groups &groups) {

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "management/management_names.h"
+
 namespace ravo::platform {
 
 // The process that connected, as the kernel saw it then.
@@ -17,19 +19,11 @@ struct management_peer {
     uid_t uid = 0;
     std::vector<gid_t> groups;  // its primary group and the others
     std::string user;           // name, or the number as text when it has none
+    std::string terminal;       // "pts/0", or "-" without one
 };
 
-// Reads the peer of a connected Unix socket. Returns nothing when the kernel does not tell.
+// Reads the peer of a connected Unix socket, but not its user's name. Returns nothing when the kernel does not tell.
 std::optional<management_peer> management_peer_of(int fd);
-
-// The groups whose members may use the daemon, by number; a group that does not exist has no members.
-struct management_groups {
-    std::optional<gid_t> viewers;
-    std::optional<gid_t> admins;
-};
-
-// Looks up a group's number.
-std::optional<gid_t> management_group_id(const std::string &name);
 
 struct management_rights {
     int privilege = 0;        // highest that a session can get, 0: none at all

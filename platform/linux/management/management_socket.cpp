@@ -34,6 +34,7 @@ namespace {
 constexpr int backlog = 64;
 constexpr mode_t folder_mode = 0755;
 constexpr mode_t socket_mode = 0660;
+constexpr mode_t lock_mode = 0600;
 constexpr std::chrono::milliseconds lock_wait{20};
 constexpr int lock_tries = 100;
 
@@ -107,14 +108,51 @@ std::string make_folder(const std::string &folder) {
     return fault(folder, "cannot make the management socket's folder", errno) + choose_another;
 }
 
-std::string lock_folder(const std::string &folder, const descriptor &lock) {
-    if (lock.get() < 0) return fault(folder, "cannot open the management socket's folder", errno) + choose_another;
-    for (int i = 0; i < lock_tries; ++i) {
-        if (flock(lock.get(), LOCK_EX | LOCK_NB) == 0) return {};
-        std::this_thread::sleep_for(lock_wait);
+// A file beside the socket that only our user can open: who could open it could keep us from starting. It is there
+// while somebody looks and listens, and goes with the lock.
+class start_lock {
+  public:
+    explicit start_lock(const std::string &socket) : path_(socket + ".lock") {}
+    start_lock(const start_lock &) = delete;
+    start_lock &operator=(const start_lock &) = delete;
+    ~start_lock() {
+        if (file_) unlink(path_.c_str());
     }
-    return folder + ": another process keeps the management socket's folder locked" + choose_another;
-}
+
+    // Returns an empty string, or the reason why there is no lock.
+    std::string take() {
+        for (int i = 0; i < lock_tries; ++i) {
+            std::string reason;
+            if (try_once(&reason) || !reason.empty()) return reason;
+            std::this_thread::sleep_for(lock_wait);
+        }
+        return path_ + ": another ravod that is starting keeps its lock there" + choose_another;
+    }
+
+  private:
+    // Returns false with a reason when there can be no lock, and without one when somebody else has it.
+    bool try_once(std::string *reason) {
+        descriptor made(open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, lock_mode));
+        struct stat ours {};
+        if (!made || fstat(made.get(), &ours) != 0) {
+            *reason = fault(path_, "cannot make the lock of the management socket", errno) + choose_another;
+            return false;
+        }
+        if (ours.st_uid != geteuid() || !S_ISREG(ours.st_mode)) {
+            *reason = path_ + ": is somebody else's, and no lock for the management socket; remove it" + choose_another;
+            return false;
+        }
+        struct stat there {};
+        // Whoever had the lock before has taken the file away with it.
+        const bool locked = flock(made.get(), LOCK_EX | LOCK_NB) == 0 && stat(path_.c_str(), &there) == 0 &&
+                            there.st_dev == ours.st_dev && there.st_ino == ours.st_ino;
+        if (locked) file_ = std::move(made);
+        return locked;
+    }
+
+    std::string path_;
+    descriptor file_;
+};
 
 // The access list: what the mode says, and the administrators' group beside it.
 std::vector<char> access_list(gid_t admins) {
@@ -198,8 +236,8 @@ std::string management_socket_listen(const std::string &path, const management_g
     const std::string folder = folder_of(path);
     std::string reason = make_folder(folder);
     if (!reason.empty()) return reason;
-    const descriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    reason = lock_folder(folder, lock);
+    start_lock lock(path);
+    reason = lock.take();
     if (!reason.empty()) return reason;
     switch (probe_file(path, &reason)) {
         case file_state::taken:

@@ -54,7 +54,6 @@ TEST(Mode, EndLeavesAllOfConfiguration) {
 TEST(Mode, CommandsOfExecutionModeNeedDo) {
     shell s;
     s.configure();
-    EXPECT_EQ(s.print("show ip dhcp relay"), "% Incomplete command.\n");  // of "... xid-port-mapping"
     EXPECT_EQ(s.print("clear ip dhcp relay detail counter"), invalid_at(0));
     EXPECT_EQ(s.print("do clear ip dhcp relay detail counter"), "");
     EXPECT_EQ(calls.size(), 1u);
@@ -303,6 +302,36 @@ TEST(Filter, KeepsTheLinesItShould) {
     EXPECT_EQ(s.print("show ip dhcp relay|count"), invalid_at(13)) << "a | within a word is part of it";
 }
 
+TEST(Filter, SeveralInARowWorkOnEachOthersLines) {
+    filter_shell s;
+    EXPECT_EQ(s.through("include vlan | exclude down"), "vlan10 up\nvlan30 up\n");
+    EXPECT_EQ(s.through("include vlan | exclude down | count"), "2\n");
+    EXPECT_EQ(s.through("begin 20 | include vlan"), "vlan20 down\nvlan30 up\n");
+    EXPECT_EQ(s.through("count up | include 2"), "2\n");
+    EXPECT_EQ(s.through("count up | include 3"), "");
+    EXPECT_EQ(s.through("count | count"), "1\n");
+    EXPECT_EQ(s.through("include 10|20 | include up|x"), "vlan10 up\n") << "a | within a word is part of the pattern";
+    EXPECT_EQ(s.through("include \"p | x\""), "") << "and one within quotes";
+    EXPECT_EQ(s.through("include p\\| | count"), "0\n");
+    EXPECT_EQ(s.through("include up | "), "% Incomplete command.\n");
+    EXPECT_EQ(s.through("include up | frob"), invalid_at(34));
+    EXPECT_EQ(s.through("include up | | count"), invalid_at(34));
+    EXPECT_EQ(s.through("include up | json"), invalid_at(34)) << "a document is not made of lines";
+    EXPECT_EQ(s.through("include up | include ("), "% Invalid pattern: Unmatched ( or \\(\n");
+}
+
+TEST(Filter, ASectionIsALineWithWhatIsIndentedBelowIt) {
+    filter_shell s;
+    cli_box::handler_prints =
+        "hops 7\n!\ninterface vlan10\n address 1\n\ttrusted\n!\ninterface vlan20\n address 2\n!\nend\n";
+    EXPECT_EQ(s.through("section vlan10"), "interface vlan10\n address 1\n\ttrusted\n");
+    EXPECT_EQ(s.through("section ^interface"),
+              "interface vlan10\n address 1\n\ttrusted\ninterface vlan20\n address 2\n");
+    EXPECT_EQ(s.through("section address"), "") << "what is indented begins none";
+    EXPECT_EQ(s.through("section vlan | include address"), " address 1\n address 2\n");
+    EXPECT_EQ(s.through("section"), "% Incomplete command.\n");
+}
+
 TEST(Filter, LeavesTheResultAlone) {
     filter_shell s;
     cli_box::handler_returns = 4;
@@ -320,18 +349,12 @@ TEST(Filter, SaysWhatIsWrongWithIt) {
     EXPECT_EQ(s.through("include (").substr(0, 19), "% Invalid pattern: ");
     EXPECT_EQ(s.through("include a{9999}"),
               "% Invalid pattern: repetition counts are not supported; write \\{ for the character\n");
-    // Each "+" doubles what it repeats, in the matcher's memory.
+    // However repetitions are piled up, a pattern is no larger than its text.
     for (const std::string &pattern :
          {"r" + std::string(100, '+'), "r" + std::string(50, '+') + "(a|b)*",
-          std::string("(((((((((((((r+)+)+)+)+)+)+)+)+)+)+)+)+)+"), std::string("r*+*+*+*+*+*+*+*+*+*+*+*+*+*+"),
-          "(r" + std::string(60, '+'), std::string("[[:alpha:]+]++++++++++++++++"),
-          std::string("(a[)]+++++++++++++++++)"), std::string("\\\\++++++++++++++++++")})
-        EXPECT_EQ(s.print("show version | include " + pattern),
-                  "% Invalid pattern: too many repetitions of repetitions\n")
-            << pattern;
-    for (const char *pattern :
-         {"r+", "(a+b+)+c+", "[+(]+", "\\+\\+\\+\\+\\+\\+\\+\\+\\+\\+\\+\\+\\+\\+", "[]+]+[^]+]+"})
-        EXPECT_EQ(s.print(std::string("show version | count ") + pattern).find('%'), std::string::npos) << pattern;
+          std::string("(((((((((((((r+)+)+)+)+)+)+)+)+)+)+)+)+)+"), std::string("[[:alpha:]+]++++++++++++++++"),
+          std::string("\\\\++++++++++++++++++"), std::string("[]+]+[^]+]+")})
+        EXPECT_EQ(s.print("show version | count " + pattern).find('%'), std::string::npos) << pattern;
     EXPECT_EQ(s.through("include (a)\\1"), "% Invalid pattern: back-references are not supported\n");
     EXPECT_EQ(s.through("include " + std::string(129, 'x')), "% Invalid pattern: longer than 128 characters\n");
     EXPECT_EQ(s.run("show ip dhcp relay | include ("), 1);
@@ -345,6 +368,43 @@ TEST(Filter, IsQuickOnPatternsThatWouldBacktrack) {
     for (int i = 0; i < 200; ++i) cli_box::handler_prints += std::string(5000, 'a') + "\n";
     EXPECT_EQ(s.through("count (a|aa)*(a*)*b"), "0\n");
     EXPECT_EQ(s.through("count ^(a+)+$"), "200\n");
+}
+
+// ---- Show commands in every mode ----
+
+TEST(Looking, IsPossibleFromEveryMode) {
+    shell s;
+    for (const int mode : {CLI_MODE_EXEC, CLI_MODE_CONFIGURATION, CLI_MODE_INTERFACE}) {
+        s.enter(mode);
+        calls.clear();
+        EXPECT_EQ(s.print("show privilege"), "Current privilege level is 31\n");
+        EXPECT_EQ(s.run("sh ip dhcp relay"), 0);
+        EXPECT_EQ(s.run("show ip dhcp relay xid-port-mapping"), 0) << "a command of the global mode";
+        EXPECT_EQ(s.run("sh ip dhcp relay det"), 0);
+        EXPECT_EQ(calls.size(), 3u);
+        EXPECT_EQ(s.mode(), mode) << "who looks stays where they are";
+        EXPECT_EQ(s.run("show history | count history"), 0);
+        (void)s.run("end");
+    }
+}
+
+TEST(Looking, ChangesAreNotPossibleFromEveryMode) {
+    shell s;
+    EXPECT_EQ(s.print("ip dhcp relay hops 7"), invalid_at(0));
+    s.configure();
+    EXPECT_EQ(s.print("reset relay"), invalid_at(0));
+    EXPECT_EQ(s.print("clear ip dhcp relay detail counter"), invalid_at(0));
+    EXPECT_EQ(s.print("dhcp rely get basic settings"), invalid_at(0)) << "programs know where they are";
+    EXPECT_TRUE(calls.empty());
+}
+
+TEST(Looking, IsExplainedInEveryMode) {
+    shell s;
+    s.configure("vlan10");
+    const std::vector<ravo::cli::help_row> rows = session_help(*s.session, "show ip dhcp relay ");
+    std::vector<std::string> words;
+    for (const ravo::cli::help_row &row : rows) words.push_back(row.word);
+    EXPECT_THAT(words, testing::IsSupersetOf({"client", "detail", "statistics", "xid-port-mapping", "|", "<cr>"}));
 }
 
 // ---- Help ----
@@ -414,7 +474,11 @@ TEST(Help, ListsOnlyWhatTheSessionMayUse) {
 
 TEST(Help, ForFilters) {
     shell s;
-    EXPECT_THAT(words_of(s, "show version | "), ElementsAre("begin", "count", "exclude", "include", "json"));
+    EXPECT_THAT(words_of(s, "show version | "), ElementsAre("begin", "count", "exclude", "include", "json", "section"));
+    EXPECT_THAT(words_of(s, "show version | include a | "),
+                ElementsAre("begin", "count", "exclude", "include", "section"));
+    EXPECT_THAT(words_of(s, "show version | json | i"), ElementsAre("include"));
+    EXPECT_THAT(words_of(s, "show version | include \"a | i"), ElementsAre("REGEX", "<cr>")) << "within quotes";
     EXPECT_THAT(words_of(s, "show version | ex"), ElementsAre("exclude"));
     EXPECT_THAT(words_of(s, "show version | include "), ElementsAre("REGEX"));
     EXPECT_THAT(words_of(s, "show version | count "), ElementsAre("REGEX", "<cr>"));

@@ -14,6 +14,7 @@
 namespace {
 
 using ravo::platform::described_limit;
+using ravo::platform::described_management;
 using ravo::platform::described_port;
 using ravo::platform::switch_description;
 using ravo::platform::switch_description_check;
@@ -174,6 +175,18 @@ TEST_F(SwitchDescription, Limits) {
                             "6:9: burst 0 is out of range; it must be 1 to 1000000"));
 }
 
+TEST_F(SwitchDescription, SessionsOfTheManagementSocket) {
+    EXPECT_EQ(switch_description{}.management,
+              (described_management{.sessions = 64, .per_user = 16, .idle_minutes = 30}));
+    EXPECT_EQ(good("[management]\nsessions = 16\nper_user = 2\nidle_minutes = 0\n").management,
+              (described_management{.sessions = 16, .per_user = 2, .idle_minutes = 0}));
+    EXPECT_THAT(faults("[management]\nsessions = 15\nper_user = 0\nidle_minutes = 10081\nusers = 1\n"),
+                ElementsAre("2:12: sessions 15 is out of range; it must be 16 to 1024",
+                            "3:12: per_user 0 is out of range; it must be 1 to 64",
+                            "4:16: idle_minutes 10081 is out of range; it must be 0 to 10080",
+                            "5:1: unknown key \"users\" in [management]; it has sessions, per_user and idle_minutes"));
+}
+
 TEST_F(SwitchDescription, FaultsOfTheChannel) {
     EXPECT_THAT(faults("[channel]\nrecorder = 0\n"),
                 ElementsAre("2:12: recorder 0 is out of range; it must be 1 to 1000000"));
@@ -256,18 +269,14 @@ TEST_F(SwitchDescription, EveryCutOfAGoodFileIsReadOrRefused) {
 // ---- Keys and tables ----
 
 TEST_F(SwitchDescription, UnknownTableOrKeyAtTheTop) {
-    EXPECT_THAT(
-        faults("[ports]\nx = 1\n"),
-        ElementsAre(
-            "1:2: unknown table \"ports\"; there are [[port]], [[interface]], [channel], [limit] and [settings]"));
-    EXPECT_THAT(
-        faults("\n[[vlan]]\n"),
-        ElementsAre(
-            "2:3: unknown table \"vlan\"; there are [[port]], [[interface]], [channel], [limit] and [settings]"));
-    EXPECT_THAT(
-        faults("hostname = \"x\"\n"),
-        ElementsAre(
-            "1:1: unknown key \"hostname\"; there are [[port]], [[interface]], [channel], [limit] and [settings]"));
+    EXPECT_THAT(faults("[ports]\nx = 1\n"),
+                ElementsAre("1:2: unknown table \"ports\"; there are [[port]], [[interface]], [channel], [limit], "
+                            "[settings] and [management]"));
+    EXPECT_THAT(faults("\n[[vlan]]\n"), ElementsAre("2:3: unknown table \"vlan\"; there are [[port]], [[interface]], "
+                                                    "[channel], [limit], [settings] and [management]"));
+    EXPECT_THAT(faults("hostname = \"x\"\n"),
+                ElementsAre("1:1: unknown key \"hostname\"; there are [[port]], [[interface]], [channel], [limit], "
+                            "[settings] and [management]"));
 }
 
 TEST_F(SwitchDescription, UnknownKeyInATable) {
@@ -279,9 +288,8 @@ TEST_F(SwitchDescription, UnknownKeyInATable) {
 }
 
 TEST_F(SwitchDescription, KeyThatBreaksTheLineStaysOneLine) {
-    EXPECT_THAT(
-        faults("\"a\\nb\" = 1\n"),
-        ElementsAre("1:1: unknown key \"a b\"; there are [[port]], [[interface]], [channel], [limit] and [settings]"));
+    EXPECT_THAT(faults("\"a\\nb\" = 1\n"), ElementsAre("1:1: unknown key \"a b\"; there are [[port]], [[interface]], "
+                                                       "[channel], [limit], [settings] and [management]"));
 }
 
 TEST_F(SwitchDescription, SingleTableInsteadOfAList) {
@@ -381,7 +389,8 @@ TEST_F(SwitchDescription, AllFaultsAreToldInOrderOfTheirPlace) {
         ElementsAre("3:10: module 0 is out of range; it must be 1 to 255",
                     "4:8: port 64 is out of range; it must be 0 to 63",
                     "6:8: vlan 0 is out of range; it must be 1 to 4094",
-                    "8:2: unknown table \"x\"; there are [[port]], [[interface]], [channel], [limit] and [settings]"));
+                    "8:2: unknown table \"x\"; there are [[port]], [[interface]], [channel], [limit], [settings] and "
+                    "[management]"));
 }
 
 }  // namespace

@@ -178,6 +178,23 @@ TEST_F(RavoDbIf, GetNextOfTheLastRecordAndOfAnUnknownNameFails) {
     EXPECT_STREQ(record.name, "vlan20");
 }
 
+TEST_F(RavoDbIf, AWalkGoesOnBehindARecordThatHasGone) {
+    for (const char *name : {"vlan10", "vlan20", "vlan30", "vlan40"}) add(record_named(name));
+    std::vector<std::string> seen;
+    for (const iface &record : ravo_db_if_all()) {
+        seen.emplace_back(record.name);
+        // The one in hand, and the one before it.
+        if (seen.size() == 2) {
+            EXPECT_EQ(ravo_db_if_delete("vlan20"), 1);
+            EXPECT_EQ(ravo_db_if_delete("vlan10"), 1);
+        }
+        if (seen.size() == 3) {
+            EXPECT_EQ(ravo_db_if_delete("vlan40"), 1);
+        }
+    }
+    EXPECT_THAT(seen, testing::ElementsAre("vlan10", "vlan20", "vlan30"));
+}
+
 TEST_F(RavoDbIf, GetNextOfAnotherNameOfTheSameNumberGivesTheSuccessor) {
     add(record_named("vlan10"));
     add(record_named("vlan20"));

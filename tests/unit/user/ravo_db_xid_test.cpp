@@ -81,6 +81,7 @@ TEST_F(RavoDbXid, WithoutAnArgumentEverythingFails) {
     EXPECT_EQ(ravo_db_xid_get(nullptr), 0);
     EXPECT_EQ(ravo_db_xid_get_first(nullptr), 0);
     EXPECT_EQ(ravo_db_xid_get_next(nullptr), 0);
+    EXPECT_EQ(ravo_db_xid_go_on(nullptr), 0);
     EXPECT_EQ(ravo_db_xid_delete(nullptr), 0);
     EXPECT_EQ(ravo_db_xid_expire(nullptr), 0);
 }
@@ -105,6 +106,19 @@ TEST_F(RavoDbXid, GetNextOfTheLastAndOfAnUnknownNumberFails) {
     entry = entry_of(10);
     EXPECT_EQ(ravo_db_xid_get_next(&entry), 1);
     EXPECT_EQ(entry.xid, 20u);
+}
+
+TEST_F(RavoDbXid, AWalkGoesOnBehindAnEntryThatHasGone) {
+    for (const std::uint32_t xid : {10u, 20u, 30u}) update(entry_of(xid, 2, 3));
+    xid_entry entry = entry_of(15);
+    EXPECT_EQ(ravo_db_xid_go_on(&entry), 1);
+    EXPECT_EQ(entry.xid, 20u);
+    EXPECT_EQ(entry.module, 2u);
+    EXPECT_EQ(ravo_db_xid_delete(&entry), 1);
+    EXPECT_EQ(ravo_db_xid_go_on(&entry), 1);
+    EXPECT_EQ(entry.xid, 30u);
+    EXPECT_EQ(ravo_db_xid_go_on(&entry), 0);
+    EXPECT_EQ(entry.xid, 30u);
 }
 
 // ---- Update and expiry ----

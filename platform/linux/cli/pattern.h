@@ -1,0 +1,54 @@
+// Patterns of output filters, held against lines in bounded time and memory.
+//
+// They are POSIX extended regular expressions over bytes, with the usual escapes of GNU ("\w", "\W", "\s", "\S", "\b",
+// "\B", "\<", "\>", "\`", "\'"), without back-references and repetition counts. A pattern of n characters takes at most
+// n steps for each character of a line, and a few kilobytes.
+#ifndef PLATFORM_LINUX_CLI_PATTERN_H
+#define PLATFORM_LINUX_CLI_PATTERN_H
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace ravo::cli {
+
+// Most characters of a pattern, and so the most places in it that take a character of a line.
+inline constexpr std::size_t pattern_limit = 128;
+
+// A set of a pattern's places.
+struct place_set {
+    std::array<std::uint64_t, pattern_limit / 64> words{};
+
+    void add(std::size_t place) { words[place / 64] |= std::uint64_t{1} << (place % 64); }
+    place_set &operator|=(const place_set &other);
+    place_set operator&(const place_set &other) const;
+    [[nodiscard]] bool any() const;
+    bool operator==(const place_set &) const = default;
+};
+
+// What a place asks of the gap between two characters instead of taking one.
+enum class gap_kind { line_begin, line_end, word_begin, word_end, word_edge, no_word_edge };
+inline constexpr std::size_t gap_kinds = 6;
+
+struct pattern {
+    std::array<place_set, pattern_limit> follow;  // by place: which may come behind it
+    std::array<place_set, 256> takes;             // by character: which take it
+    std::array<place_set, gap_kinds> holds;       // by kind of gap: which ask for it
+    place_set first;                              // which may come first
+    place_set last;                               // which may come last
+    bool empty = false;                           // it matches where nothing is
+};
+
+// Reads a pattern. Returns null and says what is wrong with the text in *fault when it is none.
+std::unique_ptr<pattern> pattern_read(std::string_view text, std::string *fault);
+
+// Tells whether a part of the line matches.
+[[nodiscard]] bool pattern_matches(const pattern &what, std::string_view line);
+
+}  // namespace ravo::cli
+
+#endif

@@ -1,0 +1,49 @@
+// Names of users and numbers of groups, as the system knows them. It may ask other machines for them, which may not
+// answer; so a thread asks, and whoever waits does so for a limited time and then makes do with what was known before.
+#ifndef PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_NAMES_H
+#define PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_NAMES_H
+
+#include <sys/types.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace ravo::platform {
+
+// The groups whose members may use the daemon, by number; a group that does not exist has no members.
+struct management_groups {
+    std::optional<gid_t> viewers;
+    std::optional<gid_t> admins;
+};
+
+struct known_names {
+    std::string user;  // name of the user, or the number as text when it has none
+    management_groups groups;
+    bool groups_known = false;  // false: the system has never told yet
+};
+
+// How the system is asked; tests ask somebody else.
+struct name_service {
+    std::function<std::string(uid_t)> user;                                 // empty: no such user
+    std::function<std::optional<gid_t>(const std::string &name)> group_id;  // none: no such group
+};
+name_service system_names();
+
+// Begins to ask for groups of these names. Returns an empty string, or why there is no thread for it.
+[[nodiscard]] std::string names_open(const std::string &viewers, const std::string &admins, name_service service);
+// What is asked still is answered nobody; a thread that waits for an answer is left behind.
+void names_close();
+
+// Asks for a user's name and for both groups. done is called from the event loop, once, within about this time. Returns
+// false when too many wait already, or there is no memory; done is not called then.
+using names_answer = std::function<void(const known_names &names)>;
+[[nodiscard]] bool names_ask(uid_t uid, double seconds, names_answer done);
+
+// Waits for both groups, no longer than this: for the start, when the event loop does not run yet. What the system does
+// not tell in time is a group without members.
+management_groups names_wait(double seconds);
+
+}  // namespace ravo::platform
+
+#endif
