@@ -132,3 +132,44 @@ def test_source_that_was_not_compiled(tree):
     objects = tree.compile()
     tree.write("user/b.cpp", "int b() { return 1; }\n")
     assert tree.lint("circles", "--objects", objects) == (1, "circles: not compiled: user/b.cpp\n")
+
+
+# ---- Namesakes ----
+
+@pytest.fixture
+def tested(tree):
+    """A house in order whose one source has its test."""
+    tree.write("user/src/relay.cpp", "")
+    tree.write("tests/unit/user/relay_test.cpp", "")
+    tree.write("platform/linux/log/log.cpp", "")
+    tree.write("tests/unit/log/log_test.cpp", "")
+    tree.write("tests/lint/covered", "# none\n")
+    return tree
+
+
+def test_every_source_has_its_test(tested):
+    assert tested.lint("namesakes") == (0, "")
+
+
+def test_source_without_a_test(tested):
+    tested.write("platform/linux/log/log_ring.cpp", "")
+    assert tested.lint("namesakes") == (
+        1, "platform/linux/log/log_ring.cpp:1: no tests/unit/log/log_ring_test.cpp; write it, or say in tests/lint/covered "
+           "what tests it\n")
+    tested.write("tests/lint/covered", "platform/linux/log/log_ring | unit/log/log_test.cpp | part of it\n")
+    assert tested.lint("namesakes") == (0, "")
+
+
+def test_line_that_is_no_longer_true(tested):
+    tested.write("tests/lint/covered", "user/src/relay | unit/user/other_test.cpp | none\nuser/src/gone | unit/user/relay_test.cpp | x\n"
+                                       "nonsense\n")
+    assert tested.lint("namesakes") == (
+        1, "tests/lint/covered:1: user/src/relay has a test of its own name; take the line out\n"
+           "tests/lint/covered:1: unit/user/other_test.cpp: no such test\n"
+           "tests/lint/covered:2: user/src/gone: no such source; take the line out\n"
+           "tests/lint/covered:3: is not SOURCE | TESTS | WHY: nonsense\n")
+
+
+def test_folder_of_tests_that_is_no_room(tested):
+    tested.write("tests/unit/elsewhere/x_test.cpp", "")
+    assert tested.lint("namesakes") == (1, "tests/unit/elsewhere: no room of sources has this name\n")
