@@ -48,7 +48,11 @@ enum relay_outcome {
     OUTCOME_NO_SERVER,             // the interface has no server for it
     OUTCOME_SEND_FAILED,           // no copy could be sent
     OUTCOME_NO_HARDWARE_ADDRESS,   // the interface has no hardware address to send from
-    OUTCOMES                       // number of outcomes
+
+    // Told by the platform in place of OUTCOME_UNKNOWN_TRANSACTION.
+    OUTCOME_ALREADY_ANSWERED,  // another server answered first, and the client has that answer
+
+    OUTCOMES  // number of outcomes
 };
 
 // Says what becomes of the message in hand.

@@ -34,6 +34,7 @@
 #include "inventory/inventory.h"
 #include "inventory/switch_description.h"
 #include "log/log.h"
+#include "log/log_subject.h"
 #include "management/management.h"
 #include "memory/memmgr_budget.h"
 #include "osal/osal_events.h"
@@ -317,6 +318,7 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     open_inventory(options);
     install_commands();
     connect_and_start();
+    platform::log_set_ordinary(platform::books_answered_already);
     ravo::cli::kept_begin();
     platform::nsm_deliver_existing();
     replay_startup_configuration(options);

@@ -106,6 +106,28 @@ def until_nul(data):
     return bytes(data).split(b"\0")[0]
 
 
+class Answered:
+    """Who asked, and which transactions of each were answered: of the last two another answer is no news."""
+
+    def __init__(self):
+        self.transactions = {}  # client: the last two that were answered, by client that asked
+
+    def word(self, word, message):
+        """What the books say of a message that the relay is done with."""
+        if len(message) < 236:
+            return word
+        client, xid = bytes(message[28:34]), bytes(message[4:8])
+        if message[0] == 1:
+            self.transactions.setdefault(client, [])
+        elif message[0] == 2 and client in self.transactions:
+            answered = self.transactions[client]
+            if word == "delivered" and answered[:1] != [xid]:
+                self.transactions[client] = [xid, *answered][:2]
+            if word == "unknown-transaction" and xid in answered:
+                return "already-answered"
+        return word
+
+
 class Model:
     def __init__(self, interfaces, *, option=True, check=True, policy=REPLACE, hops=4):
         self.interfaces = {one.vlan: one for one in interfaces}

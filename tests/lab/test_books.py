@@ -68,15 +68,17 @@ def test_the_recorder_tells_the_exchange(lab, relay):
     configure(relay, server)
     host.run(Udhcpc)
     received(relay, 4)
+    lease = document(relay, f"show ip dhcp relay client {host.mac}")["address"]
     lines = relay.sh(f"show ip dhcp relay client {host.mac}").splitlines()
-    assert lines[0] == f"Client {host.mac}, newest message first:"
+    assert lines[:2] == [f"Client {host.mac} in VLAN 10 on port 1/1 has {lease} from {server.address}.",
+                         f"Messages of {host.mac}, newest first:"]
     information = f"option 82 VLAN 10 port 1/1 MAC {vlan.mac}"
     reply = rf"{host.mac} xid [0-9A-F]{{1,8}} vlan 99 port 1/9: delivered \(delivered to the client\)" \
-            rf", \d+\.\d{{3}} ms after its request, {information}"
+            rf", {lease} from {server.address}, \d+\.\d{{3}} ms after its request, {information}"
     request = rf"{host.mac} xid [0-9A-F]{{1,8}} vlan 10 port 1/1: relayed to {server.address} \(relayed to servers\)"
     patterns = [f"{WHEN}ACK {reply}", f"{WHEN}REQUEST {request}", f"{WHEN}OFFER {reply}", f"{WHEN}DISCOVER {request}"]
-    assert len(lines) == 5
-    for line, pattern in zip(lines[1:], patterns):
+    assert len(lines) == 6
+    for line, pattern in zip(lines[2:], patterns):
         assert re.fullmatch(pattern, line), line
 
     told = document(relay, f"show ip dhcp relay client {host.mac.replace(':', '-').upper()}")
@@ -89,8 +91,29 @@ def test_the_recorder_tells_the_exchange(lab, relay):
     assert "answered_us" not in told["messages"][1]
 
     clients = document(relay, "show ip dhcp relay client")["clients"]
-    assert [(each["client"], each["vlan"], each["port"], each["messages"], each["type"]) for each in clients] == \
-        [(host.mac, 10, "1/1", 4, "ACK")]
+    assert [(each["client"], each["vlan"], each["port"], each["messages"], each["type"], each["state_text"])
+            for each in clients] == [(host.mac, 10, "1/1", 4, "ACK", f"has {lease} from {server.address}")]
+    [told] = document(relay, "show ip dhcp relay server")["servers"]
+    assert (told["interface"], told["server"], told["asked"], told["answered"]) == ("vlan10", server.address, 2, 2)
+    assert 0 < told["median_us"] <= told["p99_us"] < 60_000_000
+    assert "silent_seconds" not in told
+
+
+def test_the_second_servers_answer_is_no_surprise(lab, relay):
+    """Two servers: the client has the first answer, the other one is told as what it is, and not in the log."""
+    host, first, second = lab.client(1), of_kind(lab, Kea), of_kind(lab, Dnsmasq)
+    configure(relay, first, "interface vlan 10", f"ip dhcp relay address {second.address}", "exit")
+    host.run(Udhcpc)
+    seen = wait_for(lambda: (now := statistics(relay)["total"])["types"]["offer"] == 2 and now, 30, "both offers")
+    assert set(nonzero(seen)) == {"relayed", "delivered", "already-answered"}
+    assert seen["outcomes"]["delivered"] == 2
+    told = document(relay, f"show ip dhcp relay client {host.mac}")["messages"]
+    late = [each for each in told if each["outcome"] == "already-answered"]
+    early = [each for each in told if each["outcome"] == "delivered" and each["type"] == "OFFER"]
+    assert {late[-1]["server"], early[0]["server"]} == {first.address, second.address}
+    servers = {each["server"]: each for each in document(relay, "show ip dhcp relay server")["servers"]}
+    assert all(each["answered"] >= 1 for each in servers.values())
+    assert "ransaction" not in relay.sh("show logging")
 
 
 def test_each_reason_has_its_count(lab, relay):
@@ -166,8 +189,8 @@ def test_reasons_of_frames_that_are_no_message(lab, relay):
     host.send(broadcast(message("DISCOVER", mac=host.mac, xid=3, op=3), host.mac))
     seen = received(relay, len(frames) + 2)
     assert nonzero(seen["total"]) == dict.fromkeys([*frames, "unknown-vlan", "unknown-operation"], 1)
-    lines = relay.sh(f"show ip dhcp relay client {host.mac}").splitlines()[1:]
-    assert [line[24:] for line in lines] == [
+    lines = relay.sh(f"show ip dhcp relay client {host.mac}").splitlines()
+    assert [line[24:] for line in lines if line[:2] == "20"] == [
         f"DISCOVER {host.mac} xid 3000000 vlan 10 port 1/1: unknown-operation (neither request nor reply)",
         f"DISCOVER {host.mac} xid 2000000 vlan 777 port 1/1: unknown-vlan (no VLAN interface for its VLAN)",
         f"- {host.mac} vlan 10 port 1/1: truncated (shorter than its headers say)",

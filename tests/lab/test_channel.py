@@ -1,5 +1,6 @@
 """The layer-2 channel: which frames are read, as what, and how often. Frames are put on the wire byte by byte."""
 
+import json
 import socket
 import struct
 
@@ -351,7 +352,10 @@ def test_of_such_a_device_only_replies_to_an_interface_are_read(stage, uplink):
     assert stage.seen("server1", decode_dhcp(question).xid) == []
     told = stage.relay.sh("show ip dhcp relay statistics").split("\n\n")[0]
     rows = dict(line.split(None, 2)[:2] for line in told.splitlines() if line.startswith("  ") and line[-1] != ":")
-    assert rows == {"received": "2", "sent": "1", "delivered": "1", "unknown-vlan": "1"}
+    assert rows == {"received": "2", "sent": "1", "DISCOVER": "1", "OFFER": "1", "delivered": "1", "unknown-vlan": "1"}
+    told = json.loads(stage.relay.sh("show ip dhcp relay statistics vlan 10 | json"))
+    assert (told["received"], told["outcomes"]["delivered"], told["types"]["offer"]) == (1, 1, 1)
+    assert json.loads(stage.relay.sh("show ip dhcp relay server | json"))["servers"][0]["answered"] == 1
 
 
 # ---- IPv4 ----

@@ -278,7 +278,8 @@ def test_count_behind_it_is_told_at_the_end(lab, session):
     assert session.receive() == (Session.STREAM, b"")
     for xid in range(3):
         discover(lab.client(1), xid)
-    wait_for(lambda: "         3\n" in lab.relays[-1].sh("show ip dhcp relay client"), 30, "three messages")
+    wait_for(lambda: "DISCOVER                          3\n" in lab.relays[-1].sh("show ip dhcp relay statistics"), 30,
+             "three messages")
     session.send(Session.INTERRUPT)
     assert session.receive() == (Session.OUTPUT, b"3\n")
     assert session.receive_status() == (1, 0)

@@ -15,7 +15,7 @@ from ravolab import craft
 from ravolab.decode import mac_bytes
 from ravolab.process import wait_for
 from scripted import counters, transactions
-from second_opinion import AGENT, CLIENT, DROP, KEEP, REPLACE, VENDOR, Interface, Model, WouldAbort
+from second_opinion import AGENT, CLIENT, DROP, KEEP, REPLACE, VENDOR, Answered, Interface, Model, WouldAbort
 
 VENDORS = ["abc", "xabcx", "a", "MSFT 5.0", "udhcp 1.30", "v" * 64]
 IDENTIFIERS = [b"\x01\xaa\xbb\xcc\xdd", b"\x01\xaa\xbb\xcc\xee\xff", b"\x00", b"\xff\x01\x02", b"\x01" * 128]
@@ -81,7 +81,7 @@ class World:
                            policy=dice.choice([REPLACE, DROP, KEEP]), hops=dice.choice([4, 4, 1, 16]))
         self.hosts = [*lab.clients.values(), *lab.server_hosts.values()]
         self.macs = [host.mac for host in lab.clients.values()]
-        self.expected = Counter()  # outcomes
+        self.expected, self.answered = Counter(), Answered()  # outcomes
         self.rebroadcasts = 0
 
     # ---- Messages ----
@@ -204,7 +204,7 @@ class World:
                 continue
             host.send(frame)
             told[xid] = f"{verdict.word}: {host} to {destination}: {data.hex()}"
-            self.expected[verdict.word] += 1
+            self.expected[self.answered.word(verdict.word, data)] += 1
             self.rebroadcasts += verdict.rebroadcasts
             for server, message in verdict.datagrams:
                 due[self.host_at(server)][server, message] += 1

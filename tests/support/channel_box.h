@@ -22,8 +22,8 @@ struct scripted_inventory {
     std::vector<ravo::platform::tap_device> taps;
     // By device and VLAN id; 0 stands for untagged.
     std::map<std::pair<int, std::uint16_t>, ravo::platform::ingress> vlans;
-    std::set<std::uint32_t> interface_addresses;
-    std::map<std::uint32_t, int> devices;  // the kernel's numbers by the switch's
+    std::map<std::uint32_t, std::uint16_t> interface_addresses;  // VLAN by address
+    std::map<std::uint32_t, int> devices;                        // the kernel's numbers by the switch's
     std::function<void()> listener;
 };
 inline scripted_inventory inventory;
@@ -66,8 +66,10 @@ ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t
     return ingress_result::ok;
 }
 
-bool inventory_is_interface_address(std::uint32_t address) {
-    return channel_box::inventory.interface_addresses.contains(address);
+std::uint16_t inventory_vlan_of_address(std::uint32_t address) {
+    const auto &all = channel_box::inventory.interface_addresses;
+    const auto found = all.find(address);
+    return found == all.end() ? std::uint16_t{0} : found->second;
 }
 
 int inventory_kernel_ifindex(std::uint32_t switch_ifindex) {

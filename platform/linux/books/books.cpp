@@ -1,14 +1,11 @@
 // The books of messages.
 //
 // A message is in hand from the moment the channel takes it until the next one is taken or the reader's handler
-// returned. While it is in hand the relay may say its outcome several times; the last word counts. Counters stand in
-// fixed tables (VLANs) or are made once (ports), the memory of the flight recorder is taken when it is set up,
-// and the times of requests, from which a reply's age is told, stand in a table of fixed size whose older entries are
-// overwritten.
+// returned. While it is in hand the relay may say its outcome several times; the last word counts. Only when it is
+// closed it is related to its client (client_book.h) and, a reply, to its server (server_book.h). Counters stand in
+// fixed tables (VLANs) or are made once (ports), the memory of the flight recorder is taken when it is set up.
 
 #include "books/books.h"
-
-#include <time.h>
 
 #include <algorithm>
 #include <cstring>
@@ -17,9 +14,12 @@
 #include <new>
 #include <utility>
 
+#include "base/clock.h"
 #include "base/port_rows.h"
+#include "books/client_book.h"
 #include "books/outcome_words.h"
 #include "books/recorder.h"
+#include "books/server_book.h"
 #include "log/log_subject.h"
 
 namespace ravo::platform {
@@ -27,23 +27,22 @@ namespace {
 
 constexpr std::size_t vlans = 4096;
 constexpr std::size_t largest_recorder = 1000000;
-constexpr std::size_t request_slots = 8192;  // a power of two
 
 constexpr std::size_t ethernet_addresses = 12;  // destination, source
-constexpr std::size_t dhcp_fixed = 240;         // fixed header and magic cookie
+constexpr std::size_t ethernet_type = 12;
+constexpr std::size_t vlan_tag = 4;    // bytes of one that stands in the frame
+constexpr std::size_t ip_source = 12;  // within the IP header
+constexpr std::size_t dhcp_yiaddr = 16;
+constexpr std::size_t dhcp_fixed = 240;  // fixed header and magic cookie
 constexpr std::uint8_t option_pad = 0;
 constexpr std::uint8_t option_type = 53;
+constexpr std::uint8_t option_server = 54;
 constexpr std::uint8_t option_agent = 82;
 constexpr std::uint8_t option_end = 255;
+constexpr std::uint8_t type_decline = 4;
+constexpr std::uint8_t type_release = 7;
 constexpr std::uint8_t op_request = 1;
 constexpr std::uint8_t op_reply = 2;
-
-// When a client's request was received, found again by transaction and client.
-struct request_time {
-    std::uint32_t xid = 0;
-    std::array<std::uint8_t, 6> client{};
-    std::int64_t time_us = 0;
-};
 
 struct watcher_slot {
     int id;  // 0: taken off
@@ -63,7 +62,6 @@ std::vector<port_counters> of_port(1);  // by row; row 0 is no port's
 const book_counters nothing;
 
 std::uint64_t messages = 0;
-std::array<request_time, request_slots> requests;
 
 std::list<watcher_slot> watchers;  // a list: watchers may come and go while they are told
 int next_watcher = 1;
@@ -72,15 +70,11 @@ bool telling = false;
 std::function<void()> look_listener;
 
 bool in_hand = false;
-std::uint32_t sent = 0;  // copies of the message in hand
+std::uint32_t sent = 0;        // copies of the message in hand
+std::uint32_t identifier = 0;  // option 54 of the message in hand, 0: none
+std::uint32_t source = 0;      // where its packet comes from
 book_entry current;
 std::span<const std::uint8_t> current_frame;
-
-std::int64_t now_us() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
-}
 
 void keep_option82(std::span<const std::uint8_t> data, book_entry &entry) {
     entry.has_option82 = true;
@@ -92,6 +86,7 @@ void keep_option82(std::span<const std::uint8_t> data, book_entry &entry) {
 // tells what it told until there.
 void read_options(std::span<const std::uint8_t> message, book_entry &entry) {
     bool has_type = false;
+    identifier = 0;
     for (std::size_t at = dhcp_fixed; at < message.size() && message[at] != option_end;) {
         if (message[at] == option_pad) {
             ++at;
@@ -101,26 +96,11 @@ void read_options(std::span<const std::uint8_t> message, book_entry &entry) {
         const std::size_t size = message[at + 1];
         if (at + 2 + size > message.size()) return;
         if (message[at] == option_type && size >= 1 && !std::exchange(has_type, true)) entry.type = message[at + 2];
+        if (message[at] == option_server && size == sizeof identifier)
+            std::memcpy(&identifier, &message[at + 2], sizeof identifier);
         if (message[at] == option_agent && !entry.has_option82) keep_option82(message.subspan(at + 2, size), entry);
         at += 2 + size;
     }
-}
-
-request_time &request_slot(const book_entry &entry) {
-    std::uint32_t hash = entry.xid * 0x9E3779B1U;
-    for (const std::uint8_t byte : entry.client) hash = (hash ^ byte) * 0x01000193U;
-    return requests[(hash ^ hash >> 16) % request_slots];
-}
-
-// A request is remembered by its last sending: a client keeps one transaction from DISCOVER to ACK, and each reply is
-// to learn how long the request that it answers has waited.
-void relate(book_entry &entry) {
-    request_time &slot = request_slot(entry);
-    const bool same = slot.xid == entry.xid && slot.client == entry.client && slot.time_us != 0;
-    if (entry.op == op_request) slot = {entry.xid, entry.client, entry.time_us};
-    if (entry.op != op_reply || !same) return;
-    const std::int64_t age = entry.time_us - slot.time_us;
-    if (age >= 0 && age < INT32_MAX) entry.answered_us = static_cast<std::int32_t>(age);
 }
 
 void read_message(std::span<const std::uint8_t> message, book_entry &entry) {
@@ -131,8 +111,44 @@ void read_message(std::span<const std::uint8_t> message, book_entry &entry) {
     entry.xid = static_cast<std::uint32_t>(message[4]) << 24 | static_cast<std::uint32_t>(message[5]) << 16 |
                 static_cast<std::uint32_t>(message[6]) << 8 | message[7];
     std::memcpy(entry.client.data(), message.data() + 28, entry.client.size());
+    std::memcpy(&entry.address, message.data() + dhcp_yiaddr, sizeof entry.address);
     read_options(message, entry);
-    relate(entry);
+}
+
+// The address that a frame's packet comes from, network byte order; 0 when it has none.
+std::uint32_t source_of(std::span<const std::uint8_t> frame) {
+    std::size_t ip = ethernet_type + 2;
+    if (frame.size() >= ip && frame[ethernet_type] == 0x81 && frame[ethernet_type + 1] == 0) ip += vlan_tag;
+    std::uint32_t out = 0;
+    if (frame.size() >= ip + ip_source + sizeof out) std::memcpy(&out, &frame[ip + ip_source], sizeof out);
+    return out;
+}
+
+// ---- What a message says of its client and its server ----
+
+std::uint16_t vlan_of_client() {
+    return current.client_vlan != 0 ? current.client_vlan : current.vlan;
+}
+
+void settle_request() {
+    clients_note_request(
+        {current.client, current.xid, current.type, current.vlan, current.port_ifindex, current.time_us});
+}
+
+void settle_reply() {
+    const auto asked = clients_find_request(current.client, current.xid, current.type, current.time_us);
+    const std::uint16_t vlan = asked && asked->vlan != 0 ? asked->vlan : vlan_of_client();
+    current.server = servers_who(vlan, source, identifier);
+    if (!asked) return;
+    if (asked->waited_us >= 0 && asked->waited_us < INT32_MAX)
+        current.answered_us = static_cast<std::int32_t>(asked->waited_us);
+    if (current.outcome == OUTCOME_UNKNOWN_TRANSACTION && asked->answered_before)
+        current.outcome = OUTCOME_ALREADY_ANSWERED;
+    if (current.outcome != OUTCOME_DELIVERED && current.outcome != OUTCOME_ALREADY_ANSWERED) return;
+    servers_note_answered(vlan, current.server, identifier, current.answered_us);
+    if (current.outcome == OUTCOME_DELIVERED)
+        clients_note_delivered(
+            {current.client, current.xid, current.type, current.address, current.server, current.time_us});
 }
 
 // The counters of a port, made when it is first heard of; NULL without a port, and when there is no memory for them.
@@ -160,9 +176,14 @@ void each_counters(std::uint16_t vlan, std::uint32_t port_ifindex, function add)
 
 void count_current(book_counters &counters) {
     ++counters.received;
+    if (current.has_message) ++counters.by_type[current.type < BOOK_TYPES ? current.type : 0];
     ++counters.by_outcome[current.outcome];
     if (current.rebroadcast) ++counters.rebroadcast;
     counters.sent += sent;
+}
+
+bool expects_answer(std::uint8_t type) {
+    return type != type_decline && type != type_release;
 }
 
 // What cannot be read as a message is its sender's all the same.
@@ -195,11 +216,12 @@ void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const 
     books_close();
     current = {};
     current.number = ++messages;
-    current.time_us = time_us != 0 ? time_us : now_us();
+    current.time_us = time_us != 0 ? time_us : wall_clock_us();
     current.vlan = vlan;
     current.port_ifindex = port_ifindex;
     current.tag = tag;
     current_frame = frame;
+    source = source_of(frame);
     sent = 0;
     in_hand = true;
     read_message(message, current);
@@ -215,11 +237,23 @@ void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_if
     books_close();
 }
 
+void books_client_vlan(std::uint16_t vlan) {
+    if (in_hand) current.client_vlan = vlan;
+}
+
+bool books_answered_already() {
+    if (!in_hand || current.op != op_reply) return false;
+    const auto asked = clients_find_request(current.client, current.xid, current.type, current.time_us);
+    return asked && asked->answered_before;
+}
+
 void books_close() {
     if (!in_hand) return;
     in_hand = false;
+    if (current.op == op_request) settle_request();
+    if (current.op == op_reply) settle_reply();
     log_subject_end(outcome_word(static_cast<relay_outcome>(current.outcome)));
-    each_counters(current.vlan, current.port_ifindex, count_current);
+    each_counters(vlan_of_client(), current.port_ifindex, count_current);
     recorder_keep(current);
     if (!watchers.empty()) tell_watchers();
 }
@@ -320,6 +354,8 @@ void outcome_server(std::uint32_t server) {
     namespace books = ravo::platform;
     if (!books::in_hand) return;
     ++books::sent;
+    if (books::expects_answer(books::current.type))
+        books::servers_note_asked(books::current.vlan, server, books::identifier, books::current.time_us);
     books::book_entry &entry = books::current;
     if (entry.servers_count < entry.servers.size()) entry.servers[entry.servers_count] = server;
     if (entry.servers_count < UINT8_MAX) ++entry.servers_count;

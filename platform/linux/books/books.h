@@ -19,12 +19,15 @@
 
 namespace ravo::platform {
 
+inline constexpr std::size_t BOOK_TYPES = 9;
+
 // Messages by outcome. What counts as rebroadcast locally is kept beside the outcomes, which each message has one of.
 struct book_counters {
     std::array<std::uint64_t, OUTCOMES> by_outcome{};
     std::uint64_t received = 0;     // all messages; equals the sum over by_outcome
     std::uint64_t rebroadcast = 0;  // broadcast again locally, whatever became of them then
     std::uint64_t sent = 0;         // copies sent for them: one a server, one a client, one a local broadcast
+    std::array<std::uint64_t, BOOK_TYPES> by_type{};  // DHCP messages by option 53; 0: none, or one that there is not
 };
 
 // The VLAN tag that a frame came with, which the kernel has taken out of its bytes.
@@ -39,7 +42,8 @@ struct book_entry {
     std::int64_t time_us = 0;  // when it was received, microseconds since 1970
     std::uint32_t xid = 0;     // host byte order
     std::uint32_t port_ifindex = 0;
-    std::uint16_t vlan = 0;  // of the VLAN interface it came in on, 0: on none
+    std::uint16_t vlan = 0;         // of the VLAN interface it came in on, 0: on none
+    std::uint16_t client_vlan = 0;  // of a reply that came in on none: the VLAN of its client
     book_tag tag;
     bool has_message = false;                // op, type, xid and option 82 could be read
     std::uint8_t op = 0;                     // 1 request, 2 reply, 0 neither
@@ -49,7 +53,9 @@ struct book_entry {
     bool rebroadcast = false;                // broadcast again locally, whatever the outcome
     std::uint8_t servers_count = 0;          // servers it was sent to, 255 for more
     std::array<std::uint32_t, 8> servers{};  // of these, the first eight; network byte order
-    std::int32_t answered_us = -1;           // of a reply: since the client's last request; -1: not known
+    std::uint32_t server = 0;                // of a reply: who gave it, network byte order
+    std::uint32_t address = 0;               // of a reply: the address it offers or gives, network byte order
+    std::int32_t answered_us = -1;           // of a reply: since the request that it answers; -1: not known
     bool has_option82 = false;
     std::uint8_t option82_length = 0;         // bytes of option 82's data it carried
     std::array<std::uint8_t, 32> option82{};  // of these, the first ones
@@ -70,6 +76,13 @@ void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const 
 void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
                 std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message = {},
                 const book_tag &tag = {}, std::int64_t time_us = 0);
+
+// Says of which VLAN the client of the message in hand is: of a reply that came in on none. It counts for that VLAN.
+void books_client_vlan(std::uint16_t vlan);
+
+// Tells whether the message in hand is a reply to a transaction of its client that another reply has ended: what a
+// second server sends, which is no reason for a warning.
+bool books_answered_already();
 
 // Closes the message in hand, if there is one.
 void books_close();

@@ -46,6 +46,7 @@ inline constexpr std::array<outcome_name, OUTCOMES> outcome_words{{
     {OUTCOME_NO_SERVER, "no-server", "the interface has no server for it"},
     {OUTCOME_SEND_FAILED, "send-failed", "could not be sent"},
     {OUTCOME_NO_HARDWARE_ADDRESS, "no-hardware-address", "the interface has no hardware address"},
+    {OUTCOME_ALREADY_ANSWERED, "already-answered", "another answer reached the client first"},
 }};
 
 // The table names every outcome at its own place.

@@ -109,9 +109,17 @@ ingress_result classify_uplink(const dhcp_frame &frame, std::span<const std::uin
     constexpr std::uint8_t bootreply = 2;  // RFC 2131 section 2: op
     std::uint32_t destination;
     std::memcpy(&destination, frame.ip_part.data() + in_ip_part_destination, sizeof destination);
-    const bool ours = inventory_is_interface_address(destination);
+    const bool ours = inventory_vlan_of_address(destination) != 0;
     if (ours && !message.empty() && message.front() == bootreply) return ingress_result::ok;
     return ours || in.port_ifindex != 0 ? ingress_result::unknown_vlan : ingress_result::elsewhere;
+}
+
+// The VLAN of the relay address in a message, which is that of its client; 0 when it is no interface's.
+std::uint16_t vlan_of_relay_address(std::span<const std::uint8_t> message) {
+    constexpr std::size_t giaddr = 24;  // RFC 2131 section 2
+    std::uint32_t address = 0;
+    if (message.size() >= giaddr + sizeof address) std::memcpy(&address, &message[giaddr], sizeof address);
+    return address == 0 ? std::uint16_t{0} : inventory_vlan_of_address(address);
 }
 
 // Checks and classifies one frame; what is dropped is counted. Returns whether it is to be delivered.
@@ -129,6 +137,7 @@ bool examine(const ring_frame &received, dhcp_frame *frame, ingress *in) {
     switch (place) {
         case ingress_result::ok:
             books_open(in->vlan, in->port_ifindex, received.bytes, message, tag_of(received.aux), received.time_us);
+            if (in->vlan == 0) books_client_vlan(vlan_of_relay_address(message));
             return true;
         case ingress_result::unknown_vlan:
             drop(OUTCOME_UNKNOWN_VLAN, received, {.port_ifindex = in->port_ifindex}, message);

@@ -1,11 +1,13 @@
-// Commands that show the flight recorder: the clients seen lately, and the last messages of one of them.
+// Commands that show the clients and the flight recorder: how each client stands, and the last messages of one of them.
 //
-// The recorder is walked from its newest message on. What cannot be read as a message counts for who sent the frame,
-// but makes nobody a client: it may have been a server or another relay.
-#include <map>
+// What cannot be read as a message counts for who sent the frame, but makes nobody a client: it may have been a server
+// or another relay.
+#include <algorithm>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "base/clock.h"
 #include "books/books.h"
 #include "cli/command_row.h"
 #include "commands/books_clients.h"
@@ -23,31 +25,44 @@ constexpr std::size_t most_messages = 5000;
 
 int show_clients(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     const std::vector<seen_client> clients = seen_clients();
-    cli->print(cli->print_handle, "%-17s  %4s  %-5s  %-8s  %-20s  %-23s  %8s\n", "Client", "VLAN", "Port", "Message",
-               "Outcome", "Time", "Messages");
+    const std::int64_t now = platform::wall_clock_us();
+    cli->print(cli->print_handle, "%-17s  %4s  %-6s  %-40s  %s\n", "Client", "VLAN", "Port", "State", "Heard");
     for (std::size_t i = 0; i < clients.size() && i < most_clients; ++i) {
         const seen_client &each = clients[i];
-        const platform::book_entry &last = each.last;
-        cli->print(cli->print_handle, "%-17s  %4s  %-5s  %-8s  %-20s  %-23s  %8zu\n", mac_text(last.client).c_str(),
+        const std::string state = each.view ? client_state_text(*each.view) : "only replies to it were seen";
+        cli->print(cli->print_handle, "%-17s  %4s  %-6s  %-40s  %s\n", mac_text(each.client).c_str(),
                    each.vlan == 0 ? "-" : std::to_string(each.vlan).c_str(), port_name(each.port_ifindex).c_str(),
-                   message_name(last).c_str(),
-                   std::string(platform::outcome_word(static_cast<relay_outcome>(last.outcome))).c_str(),
-                   time_text(last.time_us).c_str(), each.messages);
+                   state.c_str(), age_text(now - each.heard_us).c_str());
     }
     if (clients.size() > most_clients)
         cli->print(cli->print_handle, "%zu clients more\n", clients.size() - most_clients);
     return 0;
 }
 
+// Says what became of a client's last request, when it did not get to a server.
+void print_unrelayed(struct cli *cli, const std::vector<platform::book_entry> &messages) {
+    constexpr std::uint8_t op_request = 1;
+    const auto last = std::find_if(messages.begin(), messages.end(),
+                                   [](const platform::book_entry &entry) { return entry.op == op_request; });
+    if (last == messages.end() || last->outcome == OUTCOME_RELAYED || last->rebroadcast) return;
+    const auto outcome = static_cast<relay_outcome>(last->outcome);
+    cli->print(cli->print_handle, "Its last request was not relayed: %s (%s).\n",
+               std::string(platform::outcome_word(outcome)).c_str(),
+               std::string(platform::outcome_text(outcome)).c_str());
+}
+
 int show_client(struct cli *cli, int /*argc*/, char **argv) {
     const auto client = read_mac(argv[0]);
     if (!client) return books_refuse(cli, bad_mac_line(argv[0]));
+    const auto view = platform::clients_look(*client, platform::wall_clock_us());
+    if (view) cli->print(cli->print_handle, "%s\n", client_sentence(*view).c_str());
     const std::vector<platform::book_entry> messages = messages_of_client(*client);
     if (messages.empty()) {
         cli->print(cli->print_handle, "No message of client %s is in the recorder\n", mac_text(*client).c_str());
         return 0;
     }
-    cli->print(cli->print_handle, "Client %s, newest message first:\n", mac_text(*client).c_str());
+    if (view) print_unrelayed(cli, messages);
+    cli->print(cli->print_handle, "Messages of %s, newest first:\n", mac_text(*client).c_str());
     for (std::size_t i = 0; i < messages.size() && i < most_messages; ++i)
         cli->print(cli->print_handle, "%s\n", entry_line(messages[i]).c_str());
     if (messages.size() > most_messages)
@@ -58,7 +73,7 @@ int show_client(struct cli *cli, int /*argc*/, char **argv) {
 constexpr char show_word[] = "Show running system information";
 constexpr char ip_word[] = "Internet Protocol version 4 (IPv4)";
 constexpr char relay_word[] = "The DHCP relay";
-constexpr char clients_word[] = "The clients seen lately";
+constexpr char clients_word[] = "The clients: where each is, and how it stands";
 
 constexpr command_traits shows(json_handler json) {
     return {.effect = command_effect::looks, .who = audience::viewers, .json = json};
@@ -72,37 +87,13 @@ constexpr command_row rows[] = {
      .traits = shows(clients_json)},
     {.privilege = viewer_privilege,
      .text = "show ip dhcp relay client MAC",
-     .help = {show_word, ip_word, "DHCP", relay_word, clients_word, "A client's hardware address: its last messages"},
+     .help = {show_word, ip_word, "DHCP", relay_word, clients_word,
+              "A client's hardware address: its state and its last messages"},
      .handler = show_client,
      .traits = shows(client_json)},
 };
 
 }  // namespace
-
-std::vector<seen_client> seen_clients() {
-    std::vector<seen_client> out;
-    std::map<hardware_address, std::size_t> places;
-    platform::books_each_recorded([&](const platform::book_entry &entry) {
-        if (!entry.has_message) return;
-        const auto [found, is_new] = places.try_emplace(entry.client, out.size());
-        if (is_new) out.push_back({.last = entry});
-        seen_client &client = out[found->second];
-        ++client.messages;
-        if (entry.op != 2 && client.vlan == 0 && client.port_ifindex == 0) {
-            client.vlan = vlan_of(entry);
-            client.port_ifindex = entry.port_ifindex;
-        }
-    });
-    return out;
-}
-
-std::vector<platform::book_entry> messages_of_client(const hardware_address &client) {
-    std::vector<platform::book_entry> out;
-    platform::books_each_recorded([&](const platform::book_entry &entry) {
-        if (entry.client == client) out.push_back(entry);
-    });
-    return out;
-}
 
 void install_client_commands(cli_tree *tree) {
     install_rows(tree, rows);

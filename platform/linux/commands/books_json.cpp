@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "base/clock.h"
 #include "base/text.h"
 #include "channel/channel.h"
 #include "commands/books_clients.h"
@@ -30,6 +31,12 @@ void add_counters(json_writer &out, const platform::book_counters &counters) {
         const auto outcome = static_cast<relay_outcome>(i);
         json_number(out, platform::outcome_word(outcome), number(counters.by_outcome[outcome]));
     }
+    json_close(out, '}');
+    // What has no type, or one that there is not, is what the others leave of "received".
+    constexpr std::string_view types[platform::BOOK_TYPES] = {"",    "discover", "offer",   "request", "decline",
+                                                              "ack", "nak",      "release", "inform"};
+    json_open(out, "types", '{');
+    for (std::size_t i = 1; i < platform::BOOK_TYPES; ++i) json_number(out, types[i], number(counters.by_type[i]));
     json_close(out, '}');
 }
 
@@ -136,6 +143,23 @@ void add_option82(json_writer &out, const platform::book_entry &entry) {
     json_close(out, '}');
 }
 
+// Of a reply: what it offers or gives, and who gave it.
+void add_answer(json_writer &out, const platform::book_entry &entry) {
+    constexpr std::uint8_t op_reply = 2;
+    if (entry.op != op_reply) return;
+    if (entry.address != 0) json_string(out, "address", platform::ipv4_text(entry.address));
+    if (entry.server != 0) json_string(out, "server", platform::ipv4_text(entry.server));
+}
+
+// How a client stands.
+void add_state(json_writer &out, const platform::client_view &client) {
+    json_string(out, "state", client_state_word(client));
+    json_string(out, "state_text", client_state_text(client));
+    if (client.address != 0) json_string(out, "address", platform::ipv4_text(client.address));
+    if (client.server != 0) json_string(out, "server", platform::ipv4_text(client.server));
+    if (client.unanswered_us >= 0) json_number(out, "unanswered_us", client.unanswered_us);
+}
+
 void add_message(json_writer &out, const platform::book_entry &entry) {
     json_open(out, "", '{');
     json_number(out, "number", static_cast<std::int64_t>(entry.number));
@@ -149,6 +173,7 @@ void add_message(json_writer &out, const platform::book_entry &entry) {
     json_number(out, "servers_count", entry.servers_count);
     json_bool(out, "rebroadcast", entry.rebroadcast);
     if (entry.answered_us >= 0) json_number(out, "answered_us", entry.answered_us);
+    add_answer(out, entry);
     add_option82(out, entry);
     json_close(out, '}');
 }
@@ -190,11 +215,16 @@ int clients_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writ
     json_open(out, "", '{');
     json_open(out, "clients", '[');
     for (std::size_t i = 0; i < clients.size() && i < most_clients; ++i) {
+        const seen_client &each = clients[i];
         json_open(out, "", '{');
-        json_string(out, "client", mac_text(clients[i].last.client));
-        add_place(out, clients[i].vlan, clients[i].port_ifindex);
-        json_number(out, "messages", static_cast<std::int64_t>(clients[i].messages));
-        add_event(out, clients[i].last);
+        json_string(out, "client", mac_text(each.client));
+        add_place(out, each.vlan, each.port_ifindex);
+        if (each.view) add_state(out, *each.view);
+        json_number(out, "messages", static_cast<std::int64_t>(each.messages));
+        if (each.last.number != 0)
+            add_event(out, each.last);
+        else
+            json_string(out, "time", time_text_utc(each.heard_us));
         json_close(out, '}');
     }
     json_close(out, ']');
@@ -209,6 +239,10 @@ int client_json(struct cli *cli, int /*argc*/, char **argv, json_writer &out) {
     const std::vector<platform::book_entry> messages = messages_of_client(*client);
     json_open(out, "", '{');
     json_string(out, "client", mac_text(*client));
+    if (const auto view = platform::clients_look(*client, platform::wall_clock_us())) {
+        add_place(out, view->vlan, view->port_ifindex);
+        add_state(out, *view);
+    }
     json_open(out, "messages", '[');
     for (std::size_t i = 0; i < messages.size() && i < most_messages; ++i) add_message(out, messages[i]);
     json_close(out, ']');

@@ -1,4 +1,5 @@
 // Commands that show and clear what became of all messages: in total, for each VLAN interface, for each port.
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -16,6 +17,17 @@ namespace ravo::cli {
 
 namespace {
 
+void print_types(struct cli *cli, const platform::book_counters &counters) {
+    if (std::all_of(counters.by_type.begin() + 1, counters.by_type.end(),
+                    [](std::uint64_t count) { return count == 0; }))
+        return;
+    cli->print(cli->print_handle, "  What they were:\n");
+    for (std::uint8_t type = 1; type < platform::BOOK_TYPES; ++type)
+        if (counters.by_type[type] != 0)
+            cli->print(cli->print_handle, "  %-22s %12llu\n", std::string(platform::message_type_word(type)).c_str(),
+                       static_cast<unsigned long long>(counters.by_type[type]));
+}
+
 // One block: what was counted in one place. Outcomes that no message had are left out.
 void print_block(struct cli *cli, const std::string &title, const platform::book_counters &counters) {
     constexpr const char *row = "  %-22s %12llu  %s\n";
@@ -27,6 +39,7 @@ void print_block(struct cli *cli, const std::string &title, const platform::book
     if (counters.rebroadcast != 0)
         cli->print(cli->print_handle, row, "local broadcasts", number(counters.rebroadcast),
                    "copies broadcast again in their VLAN");
+    print_types(cli, counters);
     cli->print(cli->print_handle, "  What became of them:\n");
     for (int i = 0; i < OUTCOMES; ++i) {
         const auto outcome = static_cast<relay_outcome>(i);

@@ -45,6 +45,15 @@ std::string servers_text(const platform::book_entry &entry) {
     return out;
 }
 
+// Of a reply: what it offers or gives, and who gave it.
+std::string answer_text(const platform::book_entry &entry) {
+    constexpr std::uint8_t op_reply = 2;
+    if (entry.op != op_reply) return {};
+    std::string out = entry.address == 0 ? "" : ", " + platform::ipv4_text(entry.address);
+    if (entry.server != 0) out += (out.empty() ? ", from " : " from ") + platform::ipv4_text(entry.server);
+    return out;
+}
+
 // A value that others have made is often text.
 std::string value_text(std::span<const std::uint8_t> value) {
     const auto is_plain = [](std::uint8_t c) { return c >= ' ' && c < 0x7F && c != '"' && c != '\\'; };
@@ -180,7 +189,8 @@ std::string hex_text(std::span<const std::uint8_t> bytes) {
 
 std::uint16_t vlan_of(const platform::book_entry &entry) {
     constexpr std::uint16_t vid_bits = 0x0FFF;
-    if (entry.vlan != 0 || entry.tag.protocol == 0) return entry.vlan;
+    if (entry.vlan != 0) return entry.vlan;
+    if (entry.client_vlan != 0 || entry.tag.protocol == 0) return entry.client_vlan;
     return entry.tag.tci & vid_bits;
 }
 
@@ -207,6 +217,7 @@ std::string entry_line(const platform::book_entry &entry) {
     out += ": " + std::string(platform::outcome_word(outcome)) + servers_text(entry) + " (" +
            std::string(platform::outcome_text(outcome)) + ")";
     if (entry.rebroadcast && outcome != OUTCOME_REBROADCAST) out += ", broadcast again locally before";
+    out += answer_text(entry);
     if (entry.answered_us >= 0) out += ", " + milliseconds_text(entry.answered_us) + " ms after its request";
     return out + option82_text(entry);
 }

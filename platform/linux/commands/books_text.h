@@ -55,7 +55,7 @@ std::span<const std::uint8_t> option82_kept(const platform::book_entry &entry);
 std::optional<std::span<const std::uint8_t>> option82_value(const platform::book_entry &entry, std::uint8_t suboption);
 std::string hex_text(std::span<const std::uint8_t> bytes);  // "0a1b"
 
-// The VLAN of an entry: of its interface, else of the tag it came with; 0 when neither is known.
+// The VLAN of an entry: of its interface, else of its client, else of the tag it came with; 0 when none is known.
 std::uint16_t vlan_of(const platform::book_entry &entry);
 
 // "DISCOVER", "ACK", ...; a DHCP message without a type "request", "reply" or, when it is neither, "message"; "-" for

@@ -22,6 +22,7 @@ void install_kept_commands(cli_tree *tree);         // settings of interfaces th
 void install_local_relay_commands(cli_tree *tree);  // settings of local relay
 void install_statistics_commands(cli_tree *tree);   // what became of messages
 void install_client_commands(cli_tree *tree);       // the clients seen lately
+void install_server_commands(cli_tree *tree);       // how servers answer
 void install_monitor_commands(cli_tree *tree);      // messages as they are done with
 
 // Prints what is wrong with an argument, a line with its line end. Returns 1.

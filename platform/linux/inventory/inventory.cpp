@@ -131,8 +131,8 @@ ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t
     return model_classify(the_model(), kernel_ifindex, tagged, tag, out);
 }
 
-bool inventory_is_interface_address(std::uint32_t address) {
-    return model_is_interface_address(&the_model(), address);
+std::uint16_t inventory_vlan_of_address(std::uint32_t address) {
+    return model_vlan_of_address(&the_model(), address);
 }
 
 int inventory_kernel_ifindex(std::uint32_t switch_ifindex) {

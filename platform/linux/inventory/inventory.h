@@ -54,8 +54,8 @@ std::vector<tap_device> inventory_taps();
 // Classifies a frame received on a tap. tagged, tag: its 802.1Q VLAN id if it had a tag (0 counts as untagged).
 ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t tag, ingress *out);
 
-// Tells whether an IPv4 address, in network byte order, is one of a VLAN interface's.
-bool inventory_is_interface_address(std::uint32_t address);
+// The VLAN whose interface has an IPv4 address, in network byte order; 0 when none has.
+std::uint16_t inventory_vlan_of_address(std::uint32_t address);
 
 // The kernel's device number for one of the switch's interface numbers; 0 when no such device exists now.
 int inventory_kernel_ifindex(std::uint32_t switch_ifindex);

@@ -300,15 +300,16 @@ void replace_addresses(inventory_model *model, model_device *device, std::vector
 
 }  // namespace
 
-bool model_is_interface_address(inventory_model *model, std::uint32_t address) {
+std::uint16_t model_vlan_of_address(inventory_model *model, std::uint32_t address) {
     auto &all = model->interface_addresses;
     if (!std::exchange(model->interface_addresses_known, true)) {
         all.clear();
-        for (std::uint32_t vlan = 1; vlan <= last_vlan; ++vlan)
+        for (std::uint16_t vlan = 1; vlan <= last_vlan; ++vlan)
             if (const model_device *device = model_interface(*model, vlan))
-                for (const address_record &one : device->addresses) all.insert(one.address);
+                for (const address_record &one : device->addresses) all.emplace(one.address, vlan);
     }
-    return all.contains(address);
+    const auto found = all.find(address);
+    return found == all.end() ? std::uint16_t{0} : found->second;
 }
 
 void model_describe(inventory_model *model, const switch_description &description) {

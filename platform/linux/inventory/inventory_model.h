@@ -49,7 +49,7 @@ struct inventory_model {
     std::set<int> suspects;                   // devices that may have become, or ceased to be, taps
     std::unordered_set<std::string> refused;  // names of devices refused with a line in the log
     bool taps_changed = false;
-    std::unordered_set<std::uint32_t> interface_addresses;  // of all VLAN interfaces, once asked for
+    std::unordered_map<std::uint32_t, std::uint16_t> interface_addresses;  // VLAN by address, once asked for
     bool interface_addresses_known = false;
 
     inventory_model() : claimants(last_vlan + 1) {}
@@ -78,8 +78,8 @@ ingress_result model_classify(const inventory_model &model, int ifindex, bool ta
 // The VLANs of the interfaces at which frames from a tap end, in order.
 std::vector<std::uint16_t> model_port_vlans(const inventory_model &model, const model_device &tap);
 
-// As inventory_is_interface_address.
-bool model_is_interface_address(inventory_model *model, std::uint32_t address);
+// As inventory_vlan_of_address.
+std::uint16_t model_vlan_of_address(inventory_model *model, std::uint32_t address);
 
 constexpr std::uint64_t model_vlan_key(int ifindex, std::uint16_t vlan) {
     return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(ifindex)) << 16) | vlan;

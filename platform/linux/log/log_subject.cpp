@@ -15,6 +15,8 @@ namespace ravo::platform {
 
 namespace {
 
+bool (*ordinary)() = nullptr;  // who tells ordinary messages
+
 struct waiting_line {
     int level;
     std::uint32_t length;
@@ -75,6 +77,14 @@ log_user::log_user(std::string_view name) : before_(std::exchange(user, name)) {
 
 log_user::~log_user() {
     user = before_;
+}
+
+void log_set_ordinary(bool (*is_ordinary)()) {
+    ordinary = is_ordinary;
+}
+
+bool log_is_ordinary() {
+    return ordinary != nullptr && ordinary();
 }
 
 std::string_view log_user_now() {

@@ -24,6 +24,11 @@ void log_subject_end(std::string_view outcome);
 // The message in hand; without one a subject that nothing is known of.
 const log_subject &log_subject_now();
 
+// Sets who is asked before a warning of the relay about the message in hand is written. Where the answer is that the
+// message is an ordinary one, the line is a trace.
+void log_set_ordinary(bool (*is_ordinary)());
+bool log_is_ordinary();
+
 // While this lives, lines are those of a user's command. name: must outlive it.
 class log_user {
   public:

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "log/log.h"
+#include "log/log_subject.h"
 #include "vex_init.h"
 
 namespace {
@@ -22,6 +23,10 @@ int vexprintf(int destination, int reserved1, int level, int reserved2, const ch
     (void)reserved1;
     (void)reserved2;
     if (!vex_prints(level)) return 0;
+    if (level == ravo::platform::log_level_warning && ravo::platform::log_is_ordinary()) {
+        level = ravo::platform::log_level_trace;
+        if (!vex_prints(level)) return 0;
+    }
     char text[line_room];
     std::uint64_t like = 0;
     va_list arguments;

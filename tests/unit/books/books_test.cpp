@@ -13,6 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "books/client_book.h"
+#include "books/server_book.h"
+
 namespace {
 
 std::size_t allocations = 0;
@@ -77,6 +80,8 @@ struct Books : testing::Test {
     octets frame = {1, 2, 3};
     Books() {
         books_close();
+        clients_forget();
+        servers_clear();
         books_clear_counters();
         EXPECT_TRUE(books_set_recorder(16));
     }

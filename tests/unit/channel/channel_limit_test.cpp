@@ -138,7 +138,7 @@ TEST_P(ChannelLimit, APortMaySayItsOwn) {
 TEST_P(ChannelLimit, AnUplinkHasItsOwn) {
     limit({.port = 1, .burst = 1, .uplink = 0});
     inventory.taps[0].uplink = true;
-    inventory.interface_addresses = {htonl(0x0A0A0001)};
+    inventory.interface_addresses = {{htonl(0x0A0A0001), 10}};
     announce_change();
     octets reply = channel_frames::message_of(300);
     reply[0] = 2;

@@ -85,7 +85,7 @@ TEST_P(Channel, OfAnUplinkOnlyRepliesToAnInterfaceAreRead) {
     constexpr std::uint32_t relay = 0x0A0A0001;  // 10.10.0.1
     channel_box::add_port("up1", "s1", 77);
     inventory.taps.push_back({77, "up1", /*uplink=*/true});
-    inventory.interface_addresses = {htonl(relay)};
+    inventory.interface_addresses = {{htonl(relay), 10}};
     channel_box::announce_change();
     octets reply = message_of(300);
     reply[0] = 2;
@@ -107,6 +107,27 @@ TEST_P(Channel, OfAnUplinkOnlyRepliesToAnInterfaceAreRead) {
     expect_nothing_more();
     // Those that ask the box itself are accounted for: whoever asks needs a VLAN.
     EXPECT_EQ(counted_since(), "delivered 1 truncated 0 fragment 0 ip 0 udp 0 vlan 2 port 0 limit 0 lost 0");
+}
+
+TEST_P(Channel, WhatComesOverAnUplinkIsItsClientsVlans) {
+    constexpr std::uint32_t relay = 0x0A0A0001;  // 10.10.0.1
+    channel_box::add_port("up1", "s1", 77);
+    inventory.taps.push_back({77, "up1", /*uplink=*/true});
+    inventory.interface_addresses = {{htonl(relay), 10}};
+    channel_box::announce_change();
+    octets reply = message_of(300);
+    reply[0] = 2;
+    const auto counted = [&](octets giaddr) {
+        std::copy(giaddr.begin(), giaddr.end(), reply.begin() + 24);
+        far_end("s1").send(frame_fields{.source_ip = 0xC0000202, .destination_ip = relay, .message = reply});
+        const std::uint64_t before = ravo::platform::books_of_vlan(10).received;
+        (void)receive();
+        ravo::platform::books_close();
+        return ravo::platform::books_of_vlan(10).received - before;
+    };
+    EXPECT_EQ(counted({10, 10, 0, 1}), 1U);
+    EXPECT_EQ(counted({10, 20, 0, 1}), 0U) << "a relay address that is no interface's";
+    EXPECT_EQ(counted({0, 0, 0, 0}), 0U);
 }
 
 TEST_P(Channel, SkipsIpOptions) {

@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "books/books.h"
+#include "books/client_book.h"
+#include "books/server_book.h"
 #include "cli_box.h"
 #include "commands/books_clients.h"
 #include "commands/books_text.h"
@@ -68,6 +70,8 @@ struct BooksCommands : testing::Test {
     BooksCommands() {
         books_close();
         books_clear_counters();
+        clients_forget();
+        servers_clear();
         EXPECT_TRUE(books_set_recorder(100));
         setenv("TZ", "UTC", 1);
     }
@@ -92,6 +96,18 @@ std::vector<std::string> lines_of(const std::string &text) {
     return out;
 }
 
+// The messages of a client's page, a line each, behind what it says of the client.
+std::vector<std::string> messages_in(const std::string &page) {
+    std::vector<std::string> lines = lines_of(page);
+    const auto head = std::find_if(lines.begin(), lines.end(), [](const std::string &line) {
+        return line == "Messages of 02:00:00:00:00:01, newest first:" ||
+               line == "Messages of 02:00:00:00:00:07, newest first:";
+    });
+    EXPECT_NE(head, lines.end()) << page;
+    lines.erase(lines.begin(), head == lines.end() ? head : head + 1);
+    return lines;
+}
+
 constexpr char empty_block[] =
     "  received                          0  messages that came in\n"
     "  sent                              0  copies sent on: to servers, to clients, local broadcasts\n"
@@ -112,6 +128,8 @@ TEST_F(BooksCommands, StatisticsInTotalPerVlanAndPerPort) {
     const std::string vlan_block =
         "  received                          2  messages that came in\n"
         "  sent                              2  copies sent on: to servers, to clients, local broadcasts\n"
+        "  What they were:\n"
+        "  DISCOVER                          2\n"
         "  What became of them:\n"
         "  relayed                           1  relayed to servers\n"
         "  hop-limit                         1  passed too many relays\n";
@@ -125,6 +143,8 @@ TEST_F(BooksCommands, StatisticsInTotalPerVlanAndPerPort) {
               "Total:\n"
               "  received                          3  messages that came in\n"
               "  sent                              2  copies sent on: to servers, to clients, local broadcasts\n"
+              "  What they were:\n"
+              "  DISCOVER                          2\n"
               "  What became of them:\n"
               "  relayed                           1  relayed to servers\n"
               "  unknown-vlan                      1  no VLAN interface for its VLAN\n"
@@ -200,26 +220,6 @@ TEST_F(BooksCommands, PortNamesAndNumbersBelongTogether) {
 
 // ---- Clients ----
 
-TEST_F(BooksCommands, ClientsTellWhereTheyWereAndWhatBecameOfThem) {
-    take({.client = 1});
-    take({.op = 2, .type = 2, .client = 1, .vlan = 99, .port = 5129, .outcome = OUTCOME_DELIVERED});
-    take({.type = 3, .client = 2, .vlan = 20, .port = port_2_0, .outcome = OUTCOME_UNTRUSTED_OPTION82});
-    take({.op = 2, .type = 5, .client = 3, .vlan = 99, .port = 5129, .outcome = OUTCOME_UNKNOWN_TRANSACTION});
-    books_drop(OUTCOME_BAD_IP_CHECKSUM, 10, port_1_1, {});
-    shell s(2);
-    std::vector<std::string> lines = lines_of(s.print("show ip dhcp relay client"));
-    ASSERT_EQ(lines.size(), 4u);
-    EXPECT_EQ(lines[0],
-              "Client             VLAN  Port   Message   Outcome               Time                     Messages");
-    const std::string when = "[-0-9]{10} [:.0-9]{12}";
-    EXPECT_THAT(lines[1],
-                MatchesRegex("02:00:00:00:00:03     -  -      ACK       unknown-transaction   " + when + "         1"));
-    EXPECT_THAT(lines[2],
-                MatchesRegex("02:00:00:00:00:02    20  2/0    REQUEST   untrusted-option82    " + when + "         1"));
-    EXPECT_THAT(lines[3],
-                MatchesRegex("02:00:00:00:00:01    10  1/1    OFFER     delivered             " + when + "         2"));
-}
-
 TEST_F(BooksCommands, ClientsMessagesNewestFirst) {
     take({.servers = {"192.0.2.11", "192.0.2.12"}});
     take({.client = 2});
@@ -237,20 +237,19 @@ TEST_F(BooksCommands, ClientsMessagesNewestFirst) {
                       "10.0.0.9"}});
     shell s(2);
     for (const char *mac : {"02:00:00:00:00:01", "02-00-00-00-00-01", "0200.0000.0001"}) {
-        const std::vector<std::string> lines = lines_of(s.print(std::string("show ip dhcp relay client ") + mac));
-        ASSERT_EQ(lines.size(), 5u);
-        EXPECT_EQ(lines[0], "Client 02:00:00:00:00:01, newest message first:");
-        EXPECT_EQ(without_time(lines[1]),
+        const std::vector<std::string> lines = messages_in(s.print(std::string("show ip dhcp relay client ") + mac));
+        ASSERT_EQ(lines.size(), 4u);
+        EXPECT_EQ(without_time(lines[0]),
                   "request 02:00:00:00:00:01 xid 2A000000 vlan - port -: relayed to 10.0.0.1, 10.0.0.2, 10.0.0.3, "
                   "10.0.0.4, 10.0.0.5, 10.0.0.6, 10.0.0.7, 10.0.0.8 and 1 more (relayed to servers)");
-        EXPECT_EQ(without_time(lines[2]),
+        EXPECT_EQ(without_time(lines[1]),
                   "REQUEST 02:00:00:00:00:01 xid 2A000000 vlan 10 port 1/1: policy-drop (option 82 of another "
                   "relay, policy drop), option 82 circuit id abcd");
-        EXPECT_THAT(without_time(lines[3]),
+        EXPECT_THAT(without_time(lines[2]),
                     MatchesRegex("OFFER 02:00:00:00:00:01 xid 2A000000 vlan 99 port 1/9: circuit-id .reply with "
                                  "another circuit id., [0-9]+\\.[0-9]{3} ms after its request, option 82 VLAN 300 "
                                  "port 2/7 MAC 02:00:00:00:0a:01"));
-        EXPECT_EQ(without_time(lines[4]),
+        EXPECT_EQ(without_time(lines[3]),
                   "DISCOVER 02:00:00:00:00:01 xid 2A000000 vlan 10 port 1/1: relayed to 192.0.2.11, 192.0.2.12 "
                   "(relayed to servers)");
     }
@@ -262,26 +261,26 @@ TEST_F(BooksCommands, FramesThatAreNoMessageBelongToTheirSender) {
     books_drop(OUTCOME_BAD_UDP_CHECKSUM, 10, port_1_1, frame);
     take({.op = 3, .type = 0, .client = 7, .outcome = OUTCOME_UNKNOWN_OPERATION});
     shell s(2);
-    const std::vector<std::string> lines = lines_of(s.print("show ip dhcp relay client 02:00:00:00:00:07"));
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(without_time(lines[1]),
+    const std::vector<std::string> lines = messages_in(s.print("show ip dhcp relay client 02:00:00:00:00:07"));
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(without_time(lines[0]),
               "message 02:00:00:00:00:07 xid 2A000000 vlan 10 port 1/1: unknown-operation (neither request nor "
               "reply)");
-    EXPECT_EQ(without_time(lines[2]), "- 02:00:00:00:00:07 vlan 10 port 1/1: bad-udp-checksum (wrong UDP checksum)");
+    EXPECT_EQ(without_time(lines[1]), "- 02:00:00:00:00:07 vlan 10 port 1/1: bad-udp-checksum (wrong UDP checksum)");
     const std::vector<std::string> clients = lines_of(s.print("show ip dhcp relay client"));
     ASSERT_EQ(clients.size(), 2u);
-    EXPECT_THAT(clients[1], MatchesRegex("02:00:00:00:00:07    10  1/1    message   unknown-operation .* 1"));
+    EXPECT_THAT(clients[1], MatchesRegex("02:00:00:00:00:07    10  1/1     only replies to it were seen  .* [0-9]+s"));
 }
 
 TEST_F(BooksCommands, LocalBroadcastIsToldBesideTheOutcome) {
     take({.outcome = OUTCOME_UNTRUSTED_OPTION82, .rebroadcast = true});
     take({.outcome = OUTCOME_REBROADCAST});
     shell s(2);
-    const std::vector<std::string> lines = lines_of(s.print("show ip dhcp relay client 02:00:00:00:00:01"));
-    ASSERT_EQ(lines.size(), 3u);
+    const std::vector<std::string> lines = messages_in(s.print("show ip dhcp relay client 02:00:00:00:00:01"));
+    ASSERT_EQ(lines.size(), 2u);
     const std::string head = "DISCOVER 02:00:00:00:00:01 xid 2A000000 vlan 10 port 1/1: ";
-    EXPECT_EQ(without_time(lines[1]), head + "rebroadcast (broadcast again locally)");
-    EXPECT_EQ(without_time(lines[2]), head +
+    EXPECT_EQ(without_time(lines[0]), head + "rebroadcast (broadcast again locally)");
+    EXPECT_EQ(without_time(lines[1]), head +
                                           "untrusted-option82 (option 82 from a client on an untrusted interface), "
                                           "broadcast again locally before");
 }
@@ -292,11 +291,11 @@ TEST_F(BooksCommands, TagIsToldWhereThereIsNoInterface) {
     take({.vlan = 0, .outcome = OUTCOME_UNKNOWN_VLAN, .tag = {.protocol = 0x8100, .tci = 0xA000}});
     take({.vlan = 20, .tag = {.protocol = 0x8100, .tci = 0xA000}});
     shell s(2);
-    const std::vector<std::string> lines = lines_of(s.print("show ip dhcp relay client 02:00:00:00:00:01"));
-    ASSERT_EQ(lines.size(), 4u);
-    EXPECT_THAT(lines[1], testing::HasSubstr(" vlan 20 port 1/1: relayed"));
-    EXPECT_THAT(lines[2], testing::HasSubstr(" vlan - port 1/1: unknown-vlan"));
-    EXPECT_THAT(lines[3], testing::HasSubstr(" vlan 777 port 1/1: unknown-vlan"));
+    const std::vector<std::string> lines = messages_in(s.print("show ip dhcp relay client 02:00:00:00:00:01"));
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_THAT(lines[0], testing::HasSubstr(" vlan 20 port 1/1: relayed"));
+    EXPECT_THAT(lines[1], testing::HasSubstr(" vlan - port 1/1: unknown-vlan"));
+    EXPECT_THAT(lines[2], testing::HasSubstr(" vlan 777 port 1/1: unknown-vlan"));
 }
 
 TEST_F(BooksCommands, UnknownClientIsNoError) {
@@ -352,10 +351,10 @@ TEST_F(BooksCommands, OptionsOfOtherRelaysAreTakenApart) {
         ASSERT_TRUE(books_set_recorder(4));
         take({.option82 = row.data});
         shell s(2);
-        const std::string text = s.print("show ip dhcp relay client 02:00:00:00:00:01 | exclude newest");
+        const std::string text = messages_in(s.print("show ip dhcp relay client 02:00:00:00:00:01")).at(0);
         EXPECT_EQ(without_time(text),
                   "DISCOVER 02:00:00:00:00:01 xid 2A000000 vlan 10 port 1/1: relayed (relayed to servers), option 82 " +
-                      row.text + "\n");
+                      row.text);
     }
 }
 
@@ -367,8 +366,8 @@ TEST_F(BooksCommands, LongOptionsOfOtherRelaysAreCut) {
         data.insert(data.end(), behind, 0);
         take({.option82 = data});
         shell s(2);
-        const std::string text = s.print("show ip dhcp relay client 02:00:00:00:00:01 | exclude newest");
-        return text.substr(text.find(", option 82 "));
+        const std::string text = messages_in(s.print("show ip dhcp relay client 02:00:00:00:00:01")).at(0);
+        return text.substr(text.find(", option 82 ")) + "\n";
     };
     EXPECT_EQ(shown(30, 0), ", option 82 circuit id \"" + std::string(30, 'a') + "\"\n");
     EXPECT_EQ(shown(29, 2), ", option 82 circuit id \"" + std::string(29, 'a') + "\" ...\n");
@@ -567,6 +566,13 @@ std::string outcomes(const std::string &indent, relay_outcome one) {
     return out + indent + "}\n";
 }
 
+std::string one_discover(const std::string &indent) {
+    std::string out = indent + "\"types\": {\n" + indent + "  \"discover\": 1,\n";
+    for (const char *type : {"offer", "request", "decline", "ack", "nak", "release"})
+        out += indent + "  \"" + type + "\": 0,\n";
+    return out + indent + "  \"inform\": 0\n" + indent + "}\n";
+}
+
 constexpr char no_transactions[] =
     "  \"transactions\": {\n    \"open\": 0,\n    \"used_bytes\": 0,\n    \"budget_bytes\": 0,\n"
     "    \"ended_early\": 0,\n    \"refused\": 0,\n    \"ports\": []\n  }\n";
@@ -578,7 +584,9 @@ TEST_F(BooksCommands, StatisticsAsJson) {
     const auto block = [&](const std::string &indent, std::string head) {
         std::string text = counted;
         for (std::size_t at; (at = text.find('I')) != std::string::npos;) text.replace(at, 1, indent);
-        return head + indent + text + outcomes(indent, OUTCOME_RELAYED);
+        std::string words = outcomes(indent, OUTCOME_RELAYED);
+        words.insert(words.size() - 1, ",");
+        return head + indent + text + words + one_discover(indent);
     };
     // Lost messages are known in total alone.
     const auto with_lost = [](std::string text) { return text.insert(text.size() - 1, ",\n    \"lost\": 0"); };
@@ -603,6 +611,12 @@ std::string with_fixed_time(std::string text) {
         EXPECT_THAT(text.substr(at + name.size(), size), MatchesRegex("[-0-9]{10}T[:0-9]{8}\\.[0-9]{6}Z"));
         text.replace(at + name.size(), size, "T");
     }
+    const std::string waits = "\"unanswered_us\": ";
+    for (std::size_t at = text.find(waits); at != std::string::npos; at = text.find(waits, at + 1)) {
+        const std::size_t digits = text.find_first_not_of("0123456789", at + waits.size()) - at - waits.size();
+        EXPECT_GT(digits, 0u);
+        text.replace(at + waits.size(), digits, "T");
+    }
     return text;
 }
 
@@ -616,6 +630,9 @@ TEST_F(BooksCommands, ClientsAsJson) {
       "client": "02:00:00:00:00:01",
       "vlan": 10,
       "port": "1/1",
+      "state": "asking",
+      "state_text": "asking",
+      "unanswered_us": T,
       "messages": 1,
       "time": "T",
       "op": "request",
@@ -640,6 +657,9 @@ TEST_F(BooksCommands, ClientAsJson) {
     shell s(2);
     EXPECT_EQ(with_fixed_time(s.print("show ip dhcp relay client 02:00:00:00:00:01 | json")), R"({
   "client": "02:00:00:00:00:01",
+  "state": "asking",
+  "state_text": "asking",
+  "unanswered_us": T,
   "messages": [
     {
       "number": )" + std::to_string(number) + R"(,

@@ -177,21 +177,21 @@ TEST_F(InventoryModel, InterfacesMembersAndOthersThanEthernetAreNoUplinks) {
 }
 
 TEST_F(InventoryModel, InterfaceAddressesAreKnownAsTheyCome) {
-    const auto knows = [&](const char *text) { return model_is_interface_address(&model, inet_addr(text)); };
+    const auto vlan_of = [&](const char *text) { return model_vlan_of_address(&model, inet_addr(text)); };
     bridge(2, "vlan10");
     add(3, "eth0");
     address_on(2, "10.0.0.1");
     address_on(3, "192.0.2.1");
-    EXPECT_TRUE(knows("10.0.0.1"));
-    EXPECT_FALSE(knows("192.0.2.1"));
+    EXPECT_EQ(vlan_of("10.0.0.1"), 10);
+    EXPECT_EQ(vlan_of("192.0.2.1"), 0);
     address_on(2, "10.0.1.1");
-    EXPECT_TRUE(knows("10.0.1.1"));
+    EXPECT_EQ(vlan_of("10.0.1.1"), 10);
     add(3, "vlan20");
-    EXPECT_TRUE(knows("192.0.2.1"));
+    EXPECT_EQ(vlan_of("192.0.2.1"), 20);
     add(3, "eth0");
-    EXPECT_FALSE(knows("192.0.2.1"));
+    EXPECT_EQ(vlan_of("192.0.2.1"), 0);
     remove(2);
-    EXPECT_FALSE(knows("10.0.0.1"));
+    EXPECT_EQ(vlan_of("10.0.0.1"), 0);
 }
 
 }  // namespace

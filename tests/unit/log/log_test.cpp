@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "log/log_ring.h"
+#include "log/log_subject.h"
 #include "vex_init.h"
 
 namespace {
@@ -115,6 +116,21 @@ TEST_F(Log, ThresholdFollowsTheLevelWord) {
     }
     EXPECT_EQ(log_level_of("loud"), 0);
     EXPECT_EQ(log_level_of(""), 0);
+}
+
+TEST_F(Log, AWarningAboutAnOrdinaryMessageIsATrace) {
+    static bool ordinary = true;
+    ravo::platform::log_set_ordinary([] { return ordinary; });
+    EXPECT_EQ(print(103, "warning\n"), 0);
+    EXPECT_EQ(print(104, "failure\n"), 8);
+    log_set_threshold(log_level_trace);
+    EXPECT_EQ(print(103, "trace\n"), 6);
+    log_set_threshold(log_level_warning);
+    ordinary = false;
+    EXPECT_EQ(print(103, "warning\n"), 8);
+    ravo::platform::log_set_ordinary(nullptr);
+    EXPECT_EQ(print(103, "another\n"), 8);
+    EXPECT_EQ(err->text(), "failure\ntrace\nwarning\nanother\n");
 }
 
 // ---- Standard error ----
