@@ -220,9 +220,10 @@ int ravo_db_if_get_next(iface *record) {
 
 int ravo_db_if_go_on(iface *record) {
     if (if_tree == nullptr || record == nullptr) return 0;
-    const auto *next = static_cast<const iface *>(avl_getnext(if_tree, record));
+    const ravo_if_key key = ravo_db_if_key(record->name);
+    const auto *next = static_cast<const stored_if *>(avl_getnext(if_tree, &key));
     if (next == nullptr) return 0;
-    *record = *next;
+    *record = next->record;
     return 1;
 }
 
