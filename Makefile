@@ -13,7 +13,7 @@
 #   make fuzz     the fuzzers, FUZZ_SECONDS each (60)
 #   make vm-test  tests on a kernel with 802.1Q devices, in a virtual machine
 #   make deb      the Debian package
-#   make install  programs, unit, groups and manual pages, below PREFIX (/usr/local) and DESTDIR
+#   make install  programs, unit, groups, manual pages and the kit for other platforms, below PREFIX (/usr/local) and DESTDIR
 #   make clean    remove what was built
 
 PREFIX ?= /usr/local
@@ -99,7 +99,7 @@ deb:
 install: build install-built
 
 install-built:
-	@DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)" --strip
+	@DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)" --strip $(if $(COMPONENT),--component $(COMPONENT))
 	@set -e; put() { echo "-- Installing: $(DESTDIR)$$2"; install -D -m 644 "$$1" "$(DESTDIR)$$2"; }; \
 	for unit in packaging/*.service; do \
 	    test -f "$$unit" || continue; \

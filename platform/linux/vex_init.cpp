@@ -26,6 +26,7 @@
 #include "base/loop.h"
 #include "base/owners.h"
 #include "books/books.h"
+#include "boundary.h"
 #include "channel/channel.h"
 #include "cli/command_line.h"
 #include "commands/commands.h"
@@ -46,6 +47,8 @@
 #include "process/state_folder.h"
 #include "settings/kept_settings.h"
 #include "trap/trap.h"
+
+static_assert(RAVO_BOUNDARY_VERSION == 1, "this platform is written for version 1 of the boundary");
 
 // The interface service is one for the whole process and needs nothing handed to it.
 struct nsm_globals {};
