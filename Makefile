@@ -23,6 +23,7 @@ FUZZ_SECONDS ?= 60
 PYTHON = /usr/bin/python3
 UNIT_DIR ?= $(if $(filter /usr,$(PREFIX)),/lib/systemd/system,/etc/systemd/system)
 SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.d)
+TMPFILES_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/tmpfiles.d,/etc/tmpfiles.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
 .PHONY: help run test check coverage build bench mutate trouble fuzz vm-test deb install install-built clean
@@ -112,6 +113,11 @@ install-built:
 	    name="$${groups##*/}"; \
 	    put "$$groups" "$(SYSUSERS_DIR)/$${name%.sysusers}.conf"; \
 	done; \
+	for folders in packaging/*.tmpfiles; do \
+	    name="$${folders##*/}"; \
+	    put "$$folders" "$(TMPFILES_DIR)/$${name%.tmpfiles}.conf"; \
+	done; \
+	put packaging/kernel.conf "$(PREFIX)/share/doc/ravo/kernel.conf"; \
 	for module in docs/mibs/*.txt; do \
 	    put "$$module" "$(PREFIX)/share/snmp/mibs/$${module##*/}"; \
 	done; \

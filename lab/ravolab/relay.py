@@ -8,6 +8,7 @@
 import contextlib
 import os
 import re
+import shutil
 import signal
 import socket
 import subprocess
@@ -17,6 +18,10 @@ from .process import PATIENCE, LabError, Process, wait_for
 
 REPOSITORY = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("RAVO_BUILD") or REPOSITORY / "build")
+
+
+# As whom the lab's daemons run: somebody whom every machine has, and who owns nothing.
+USER = "nobody"
 
 
 class Relay:
@@ -35,12 +40,13 @@ class Relay:
         self.startup_file = self.folder / "startup-config"
         self.switch_file.write_text(switch_toml or "")
         self.startup_file.write_text(startup_config or "")
+        shutil.chown(self.folder, USER)
         self.process = None
 
     def start(self, timeout=60):
         words = [*self.wrapper, self.build / "ravod", "--management", self.socket, "--switch", self.switch_file,
                  "--startup-config", self.startup_file, "--state", self.folder / "state",
-                 "--log-level", self.log_level, "--log-to", "stderr"]
+                 "--log-level", self.log_level, "--log-to", "stderr", "--user", USER]
         self.process = Process(self.namespace, [*words, *self.options], self.folder / "log", env=self.env,
                                name="ravod", **self.how)
         self.lab.keep(self.process)

@@ -26,11 +26,15 @@
 #include "base/loop.h"
 #include "base/owners.h"
 #include "books/books.h"
+#include "books/pcapng.h"
 #include "boundary.h"
 #include "channel/channel.h"
 #include "cli/command_line.h"
 #include "commands/commands.h"
 #include "configuration/configuration.h"
+#include "confinement/confinement.h"
+#include "confinement/daemon_user.h"
+#include "confinement/trusted_file.h"
 #include "interfaces/nsm_feed.h"
 #include "inventory/inventory.h"
 #include "inventory/switch_description.h"
@@ -153,6 +157,10 @@ int check_files(const platform::frame_options &options) {
         platform::switch_description_check(options.switch_file, !options.switch_file_given, &description);
     if (fault.empty()) fault = look_around(faults.empty() ? description : platform::switch_description{});
     if (!fault.empty()) faults.push_back("ravod: " + fault);
+    for (const std::string &file : {options.switch_file, options.startup_config}) {
+        const std::string untrusted = platform::trusted_file_fault(file, platform::user_of_daemon(options));
+        if (!untrusted.empty()) faults.push_back(untrusted);
+    }
     for (const std::string &line : faults) tell(line);
     platform::memmgr_set_budget(options.memory_budget);
     install_commands();
@@ -167,6 +175,11 @@ int check_files(const platform::frame_options &options) {
 
 // ---- Start ----
 
+void check_capabilities() {
+    const std::string missing = platform::frame_missing_capability(effective_capabilities(), first_free_port());
+    if (!missing.empty()) refuse("ravod: " + missing);
+}
+
 // Answers the options that only ask for something.
 void answer_and_leave(const platform::frame_options &options) {
     if (options.help) std::fputs(platform::frame_help().c_str(), stdout);
@@ -175,25 +188,49 @@ void answer_and_leave(const platform::frame_options &options) {
     if (options.check) std::exit(check_files(options));
 }
 
-void read_options() {
+// Before a file is opened, so that none has to be given to the user afterwards. Returns what there is to say of it.
+std::string become_user(const platform::frame_options &options) {
+    platform::user_change change = platform::user_become(options, platform::confinement_first_capabilities(),
+                                                         platform::confinement_own_folders(options));
+    if (!change.fault.empty()) refuse("ravod: " + change.fault);
+    return std::move(change.remark);
+}
+
+// Returns a remark for the log, or nothing.
+std::string read_options() {
     platform::frame_options options;
     const std::string reason = platform::frame_parse_options(command_line_words(), &options);
     if (!reason.empty()) refuse("ravod: " + reason);
     answer_and_leave(options);
+    check_capabilities();
+    std::string remark = become_user(options);
     const std::string log_fault = platform::log_open(options.log_target, options.log_threshold);
     if (!log_fault.empty()) refuse("ravod: " + log_fault);
-    platform::log_start_writer();
-    platform::log_hold_repeats();
     platform::log_take_event_library();
     platform::frame_set_options(options);
     platform::memmgr_set_budget(options.memory_budget);
+    return remark;
 }
 
 void check_that_we_may_run(const platform::frame_options &options) {
-    const std::string missing = platform::frame_missing_capability(effective_capabilities(), first_free_port());
-    if (!missing.empty()) refuse("ravod: " + missing);
+    const uid_t daemon = platform::user_of_daemon(options);
+    for (const std::string &file : {options.switch_file, options.startup_config}) {
+        const std::string fault = platform::trusted_file_fault(file, daemon);
+        if (!fault.empty()) refuse(fault);
+    }
     const std::string taken = platform::management_check(options.management_socket);
     if (!taken.empty()) refuse("ravod: " + taken);
+}
+
+// Everything that takes rights is possible from here on as far as the description asks for it, and nothing more.
+void give_up_rights(const platform::frame_options &options, const platform::switch_description &description) {
+    const std::string fault = platform::confine(options, {.ports_are_limited = platform::describes_limits(description),
+                                                          .trap = platform::describes_trap(description),
+                                                          .capture_folders = description.capture.folders});
+    if (!fault.empty()) refuse("ravod: " + fault);
+    // Threads begin their lives confined.
+    platform::log_start_writer();
+    platform::log_hold_repeats();
 }
 
 // Puts a description in force.
@@ -201,6 +238,7 @@ void describe(const platform::switch_description &description) {
     platform::inventory_describe(description);
     platform::trap_describe(description);
     platform::channel_describe(description);
+    platform::pcapng_set_folders(platform::confinement_capture_folders(description.capture.folders));
     ravo::cli::kept_switch(description.settings.keep);
     const platform::described_management &sessions = description.management;
     platform::management_limit({sessions.sessions, sessions.per_user, sessions.idle_minutes});
@@ -211,9 +249,7 @@ void describe(const platform::switch_description &description) {
 }
 
 // A number that waits for its reply must not be given to another port meanwhile.
-void remember_ports(const platform::frame_options &options) {
-    const std::string why_not = platform::state_open(options.state_folder);
-    if (!why_not.empty()) platform::log_line(platform::log_level_start, "%s", why_not.c_str());
+void remember_ports() {
     platform::inventory_remember(platform::state_path("ports"), platform::relay_names_port);
 }
 
@@ -222,10 +258,13 @@ void open_inventory(const platform::frame_options &options) {
     std::string fault;
     if (!platform::switch_description_read(options.switch_file, !options.switch_file_given, &description, &fault))
         refuse(fault);
+    const std::string why_not = platform::state_open(options.state_folder);
+    if (!why_not.empty()) platform::log_line(platform::log_level_start, "%s", why_not.c_str());
     platform::trap_remove_stale();
+    give_up_rights(options, description);
     platform::nsm_follow_inventory();
     describe(description);
-    remember_ports(options);
+    remember_ports();
     const std::string reason = platform::inventory_open();
     if (!reason.empty()) refuse("ravod: " + reason);
 }
@@ -253,8 +292,9 @@ void on_end_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/) {
 void read_description_again() {
     const platform::frame_options &options = platform::frame_get_options();
     platform::switch_description description;
-    std::string fault;
-    if (!platform::switch_description_read(options.switch_file, !options.switch_file_given, &description, &fault)) {
+    std::string fault = platform::trusted_file_fault(options.switch_file, platform::user_of_daemon(options));
+    if (!fault.empty() ||
+        !platform::switch_description_read(options.switch_file, !options.switch_file_given, &description, &fault)) {
         platform::log_line(platform::log_level_error, "%s (the switch description in use stays)", fault.c_str());
         return;
     }
@@ -311,7 +351,7 @@ std::uintptr_t *VEX_INIT_alloc() {
 
 int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     fill_standard_streams();
-    read_options();
+    const std::string remark = read_options();
     const platform::frame_options &options = platform::frame_get_options();
     check_that_we_may_run(options);
     platform::limits_raise_descriptors();
@@ -319,6 +359,7 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     platform::frame_set_reload(read_description_again);
     platform::transaction_room_open();
     open_inventory(options);
+    if (!remark.empty()) platform::log_line(platform::log_level_warning, "%s", remark.c_str());
     install_commands();
     connect_and_start();
     platform::log_set_ordinary(platform::books_answered_already);

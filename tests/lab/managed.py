@@ -45,7 +45,8 @@ class Daemon:
         """options: of ravod, beside the usual ones; how: as of Process, for a mount namespace of the daemon's own."""
         self.starts += 1
         log = self.folder / f"log{self.starts}"
-        self.process = Process(self.namespace, [BUILD / "ravod", "--management", self.socket, "--log-level", "warning",
+        self.process = Process(self.namespace, [BUILD / "ravod", "--user", "root", "--management", self.socket,
+                                                "--log-level", "warning",
                                                 "--startup-config", self.startup,
                                                 *(() if "--state" in options else ("--state", self.folder / "state")),
                                                 *options], log, **how)

@@ -11,7 +11,7 @@ from pathlib import Path
 import pytest
 from conftest import open_lab
 from ravolab import Kea, LabError, Udhcpc, wait_for
-from ravolab.relay import BUILD
+from ravolab.relay import BUILD, USER
 from scripted import Stage, Steady
 
 RAVOD = BUILD / "ravod"
@@ -44,7 +44,7 @@ def run(*words, prefix=()):
 PORT = '[[port]]\ndevice = "{}"\nmodule = {}\nport = {}\n'
 SWITCH_FAULTS = {
     "syntax": ("[[port]\n", "1:8: Error while parsing table header: expected ']', saw '\\n'"),
-    "unknown table": ("[[ports]]\n", '1:3: unknown table "ports"; there are [[port]], [[interface]], [channel], [limit], [settings] and [management]'),
+    "unknown table": ("[[ports]]\n", '1:3: unknown table "ports"; there are [[port]], [[interface]], [channel], [limit], [settings], [management] and [capture]'),
     "unknown key": (PORT.format("swp1", 1, 1) + "speed = 10\n",
                     '5:1: unknown key "speed" in [[port]]; it has device, module, port, trap, limit and burst'),
     "device twice": (PORT.format("swp1", 1, 1) + PORT.format("swp1", 1, 2),
@@ -88,7 +88,8 @@ def test_a_file_that_is_no_socket_is_left_alone(tmp_path):
 def test_a_second_daemon_is_refused_and_the_first_goes_on_relaying(stage):
     relay = stage.relay
     with Steady(stage, stage.lab.client(3)) as steady:
-        second = relay.namespace.run(RAVOD, "--switch", relay.switch_file, "--management", relay.socket, check=False)
+        second = relay.namespace.run(RAVOD, "--user", USER, "--switch", relay.switch_file,
+                                     "--management", relay.socket, check=False)
         wait_for(lambda: len(steady.asked) > 10, 30, "steady traffic")
     assert (second.returncode, second.stdout, second.stderr.count("\n")) == (1, "", 1)
     assert str(relay.socket) in second.stderr

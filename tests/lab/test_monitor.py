@@ -34,6 +34,12 @@ def relay(lab, relay):
     return relay
 
 
+@pytest.fixture
+def captures(relay):
+    """A folder that captures may be written into."""
+    return relay.folder / "state"
+
+
 class Monitor:
     """A ravosh that runs one command, its output in a file."""
 
@@ -147,9 +153,9 @@ def test_ctrl_c_in_the_shell_goes_back_to_the_prompt(lab, relay):
         shell.close(force=True)
 
 
-def test_capture_is_readable_with_comments(lab, relay, watch, tmp_path):
+def test_capture_is_readable_with_comments(lab, relay, watch, captures):
     host, other = lab.client(1), lab.client(3)
-    path = tmp_path / "relay.pcapng"
+    path = captures / "relay.pcapng"
     monitor = watch(f"monitor ip dhcp relay port 1/1 pcap {path}")
     relay.wait_log(f"messages are captured in {path} for user ")
     discover(host, 0x11)
@@ -171,9 +177,9 @@ def test_capture_is_readable_with_comments(lab, relay, watch, tmp_path):
     monitor.end()
 
 
-def test_capture_ends_at_its_size(lab, relay, watch, tmp_path):
+def test_capture_ends_at_its_size(lab, relay, watch, captures):
     host = lab.client(1)
-    path = tmp_path / "relay.pcapng"
+    path = captures / "relay.pcapng"
     monitor = watch(f"monitor ip dhcp relay pcap {path} size 1")
     relay.wait_log(f"messages are captured in {path} for user ")
     frame = broadcast(message("DISCOVER", mac=host.mac, xid=1, padding=bytes(1100)), host.mac)
@@ -192,16 +198,18 @@ def test_capture_ends_at_its_size(lab, relay, watch, tmp_path):
     assert read.stdout == f"{len(frame)}\n" * messages
 
 
-def test_what_is_refused(lab, relay, tmp_path):
-    other = tmp_path / "other.pcapng"
+def test_what_is_refused(lab, relay, captures):
+    other = captures / "other.pcapng"
     other.write_text("precious")
+    other.chmod(0o666)
     for command, said in (
             ("monitor ip dhcp relay mac 1", '% "1" is no hardware address; '),
             ("monitor ip dhcp relay port swp1", '% "swp1" is no port; '),
             ("monitor ip dhcp relay pcap relay.pcapng", '% "relay.pcapng" is no file for a capture; '),
             ("monitor ip dhcp relay pcap /etc/passwd", '% "/etc/passwd" is no file for a capture; '),
             (f"monitor ip dhcp relay pcap {other}", f"% {other} exists and is no capture; name another file"),
-            (f"monitor ip dhcp relay pcap {tmp_path}/no/x.pcapng", f"% cannot write {tmp_path}/no/x.pcapng: No such"),
+            (f"monitor ip dhcp relay pcap {captures}/no/x.pcapng", f"% cannot write {captures}/no/x.pcapng: No such"),
+            ("monitor ip dhcp relay pcap /etc/x.pcapng", "% /etc/x.pcapng stands in no folder for captures (/"),
             ("monitor ip dhcp relay | json", "% No JSON for this command")):
         result = relay.run(command)
         assert (result.returncode, result.stdout[:len(said)]) == (1, said)
@@ -285,8 +293,8 @@ def test_count_behind_it_is_told_at_the_end(lab, session):
     assert session.receive_status() == (1, 0)
 
 
-def test_session_that_ends_takes_the_capture_along(lab, relay, session, tmp_path):
-    path = tmp_path / "relay.pcapng"
+def test_session_that_ends_takes_the_capture_along(lab, relay, session, captures):
+    path = captures / "relay.pcapng"
     session.run(1, f"monitor ip dhcp relay pcap {path}")
     assert session.receive() == (Session.STREAM, b"")
     discover(lab.client(1), 1)

@@ -43,8 +43,9 @@ def test_contents(package):
         "/lib/systemd/system/ravod.service": FILE,
         "/usr/bin/ravosh": PROGRAM,
         "/usr/lib/sysusers.d/ravo.conf": FILE,
+        "/usr/lib/tmpfiles.d/ravo.conf": FILE,
         "/usr/sbin/ravod": PROGRAM,
-        **{f"/usr/share/doc/ravo/{name}": FILE for name in ("README.md", "CHANGELOG.md", "changelog.gz", "copyright", "ravo.spdx.json", *documents)},
+        **{f"/usr/share/doc/ravo/{name}": FILE for name in ("README.md", "CHANGELOG.md", "changelog.gz", "copyright", "kernel.conf", "ravo.spdx.json", *documents)},
         "/usr/share/man/man1/ravosh.1.gz": FILE,
         "/usr/share/man/man5/switch.toml.5.gz": FILE,
         "/usr/share/man/man8/ravod.8.gz": FILE,
@@ -86,7 +87,7 @@ def test_programs_in_front_are_installed_and_purged(package, tmp_path):
     assert left == set()
 
 
-@pytest.mark.parametrize("name", ["ravo-web", "ravo-snmp"])
+@pytest.mark.parametrize("name", ["ravod", "ravo-web", "ravo-snmp"])
 def test_services_are_shut_in(name, tmp_path):
     """What systemd finds exposed of them: at most 1.5 of 10."""
     unit = (REPOSITORY / "packaging" / f"{name}.service").read_text().replace(f"/usr/sbin/{name}", "/bin/true")
@@ -101,7 +102,8 @@ def test_control(package):
 
     assert (field("Package"), field("Version")) == ("ravo", VERSION)
     depends = {word.split()[0] for word in field("Depends").split(", ")}
-    assert depends >= {"libc6", "libedit2", "libevent-core-2.1-7", "libmnl0", "libbpf1", "libstdc++6", "passwd"}
+    assert depends >= {"libc6", "libedit2", "libevent-core-2.1-7", "libmnl0", "libbpf1", "libseccomp2", "libstdc++6",
+                       "passwd"}
     assert not any(name.startswith("libsystemd") for name in depends), "the few lines for the init system are our own"
 
 
@@ -174,6 +176,8 @@ def test_install_remove_and_purge(package, tmp_path):
     assert not list(machine.folder.rglob("*.wants")), "a service was enabled"
 
     configuration = machine.folder / "etc/ravo"
+    user = re.search(r"^ravo:[^:]*:(\d+):(\d+):", (machine.folder / "etc/passwd").read_text(), re.M)
+    assert (configuration.stat().st_uid, configuration.stat().st_gid) == (int(user[1]), int(user[2])), "cannot be saved in"
     for name in ("startup-config", "startup-config.1", "switch.toml"):
         (configuration / name).write_text("!\n")
     machine.dpkg("-r", "ravo")

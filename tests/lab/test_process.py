@@ -214,8 +214,8 @@ def test_faulty_startup_lines_are_reported_and_the_rest_is_in_force(start, tmp_p
 def test_startup_configuration_that_does_not_exist_yet(start, tmp_path):
     (tmp_path / "startup").unlink()
     daemon = start()
-    assert (f'{tmp_path / "startup"}: no such startup configuration; starting without one, "write memory" creates it'
-            in daemon.lines())
+    told = f'{tmp_path / "startup"}: no such startup configuration; starting without one, "write memory" creates it'
+    wait_for(lambda: told in daemon.lines(), LIMIT, f"line {told!r}")
 
 
 def test_hangup_reads_the_switch_description_again(start, tmp_path):
@@ -233,7 +233,7 @@ def test_hangup_reads_the_switch_description_again(start, tmp_path):
     switch.write_text('[[port]]\ndevice = "swp1"\nmodule = 1\nport = 1\n')
     assert hang_up() == "ravod: switch description read again: 1 ports, 0 interfaces"
     switch.write_text("x = 1\n")
-    assert hang_up() == (f'{switch}:1:1: unknown key "x"; there are [[port]], [[interface]], [channel], [limit], [settings] and [management] '
+    assert hang_up() == (f'{switch}:1:1: unknown key "x"; there are [[port]], [[interface]], [channel], [limit], [settings], [management] and [capture] '
                          "(the switch description in use stays)")
     switch.write_text("")
     assert hang_up() == "ravod: switch description read again: 0 ports, 0 interfaces"

@@ -47,7 +47,7 @@ class Logged:
                             *(f"touch {device}/{name}; mount --bind /dev/{name} {device}/{name}"
                               for name in ("null", "zero", "urandom")),
                             f"ln -s {self.log_socket} {device}/log", f"mount --rbind {device} /dev"])
-        self.process = Process(self.namespace, [BUILD / "ravod", "--management", self.socket, "--log-level", level,
+        self.process = Process(self.namespace, [BUILD / "ravod", "--user", "root", "--management", self.socket, "--log-level", level,
                                                 "--log-to", "syslog", "--startup-config", self.folder / "startup"],
                                self.folder / "stderr", contained=True, mount_script=script, env={"TZ": "UTC"})
         wait_for(self.answers, 60, lambda: f"answer from ravod; its standard error:\n{self.stderr}\nreadiness")

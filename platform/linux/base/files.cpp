@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <utility>
 
@@ -88,6 +89,18 @@ int replace_file(const std::string &path, std::string_view text, mode_t mode) {
         return failed;
     }
     return sync_folder_of(path);
+}
+
+std::string behind_links(std::string path) {
+    constexpr int most_links = 40;  // then opening the file fails too
+    char target[PATH_MAX];
+    for (int i = 0; i < most_links; ++i) {
+        const ssize_t length = readlink(path.c_str(), target, sizeof target);
+        if (length <= 0 || static_cast<std::size_t>(length) == sizeof target) break;
+        const std::string text(target, static_cast<std::size_t>(length));
+        path = text.front() == '/' ? text : folder_of(path) + "/" + text;
+    }
+    return path;
 }
 
 std::string folder_of(const std::string &path) {

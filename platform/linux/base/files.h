@@ -28,6 +28,9 @@ namespace ravo::platform {
 // The folder that a path names something in: "." for a bare name, "/" for what stands in the root.
 [[nodiscard]] std::string folder_of(const std::string &path);
 
+// The file that a path leads to over symbolic links, which need not exist.
+[[nodiscard]] std::string behind_links(std::string path);
+
 }  // namespace ravo::platform
 
 #endif

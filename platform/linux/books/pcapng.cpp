@@ -2,8 +2,9 @@
 // numbers are in the byte order of who writes. Here: a section header, an interface description, and an enhanced packet
 // for each frame with the comment as its option.
 //
-// The daemon writes the file with its own rights for somebody who has fewer. So it never follows a link in the last
-// place of the path, never writes to what is no capture, and only under a name that nothing else gives a meaning to.
+// The daemon writes the file with its own rights for somebody who has fewer. So it writes only where captures belong,
+// never follows a link in the last place of the path, never writes to what is no capture, and only under a name that
+// nothing else gives a meaning to.
 #include "books/pcapng.h"
 
 #include <fcntl.h>
@@ -14,7 +15,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <utility>
+
+#include "base/files.h"
 
 namespace ravo::platform {
 
@@ -31,6 +37,8 @@ constexpr std::uint16_t option_end = 0, option_comment = 1;
 constexpr std::size_t longest_comment = 0xFFFF;
 constexpr std::array<std::string_view, 2> name_ends = {".pcapng", ".pcap"};
 constexpr std::size_t addresses_size = 12;  // destination and source; a tag follows them
+
+std::vector<std::string> folders;
 
 template <typename number>
 void put(std::vector<std::uint8_t> &out, number value) {
@@ -74,6 +82,29 @@ bool is_capture_name(std::string_view path) {
     return path.starts_with('/') && std::any_of(name_ends.begin(), name_ends.end(), fits);
 }
 
+// The folder that a path names, all links followed; empty when there is none.
+std::string real_folder(const std::string &path) {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr), &std::free);
+    return real == nullptr ? std::string() : real.get();
+}
+
+bool is_below(const std::string &folder, const std::string &top) {
+    return folder == top || (folder.starts_with(top) && folder[top.size()] == '/');
+}
+
+// Tells why nothing may be written into a folder, by its real path; empty when it may.
+std::string refuse_folder(const std::string &path, const std::string &real) {
+    if (real.empty()) return failure(path, errno);
+    std::string known;
+    for (const std::string &folder : folders) {
+        const std::string top = real_folder(folder);
+        if (!top.empty() && is_below(real, top)) return {};
+        known += (known.empty() ? "" : ", ") + folder;
+    }
+    return path + " stands in no folder for captures (" + known +
+           "); name another file, or allow its folder: [capture] in the switch description";
+}
+
 // Tells why the file that is open may not be written to; empty when it may.
 std::string refuse_file(int fd, const std::string &path) {
     struct stat status {};
@@ -90,6 +121,10 @@ std::string refuse_file(int fd, const std::string &path) {
 }
 
 }  // namespace
+
+void pcapng_set_folders(std::vector<std::string> wanted) {
+    folders = std::move(wanted);
+}
 
 void pcapng_begin(std::vector<std::uint8_t> &out) {
     const std::size_t section = begin_block(out, block_section);
@@ -138,8 +173,12 @@ pcapng_file::~pcapng_file() {
 std::string pcapng_file::open(const std::string &path) {
     if (!is_capture_name(path))
         return "\"" + path + "\" is no file for a capture; give a whole path that ends in .pcapng or .pcap";
+    const std::string place = real_folder(folder_of(path));
+    const std::string misplaced = refuse_folder(path, place);
+    if (!misplaced.empty()) return misplaced;
+    const std::string file = place + path.substr(path.rfind('/'));
     // A pipe or a device in the file's place must not hold the daemon up.
-    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
+    const int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
     if (fd < 0 && errno == ELOOP) return path + " is a symbolic link; name the file itself";
     if (fd < 0 && (errno == EISDIR || errno == ENXIO)) return path + " is no regular file; name another";
     if (fd < 0) return failure(path, errno);

@@ -19,6 +19,9 @@ void pcapng_begin(std::vector<std::uint8_t> &out);
 void pcapng_frame(std::vector<std::uint8_t> &out, std::int64_t time_us, std::span<const std::uint8_t> frame,
                   std::string_view comment, std::span<const std::uint8_t> tag = {});
 
+// Sets the folders in and below which captures may be written: whole paths. Without one there are no captures.
+void pcapng_set_folders(std::vector<std::string> folders);
+
 // A capture file that is being written, by one writer at a time.
 class pcapng_file {
   public:
@@ -27,7 +30,8 @@ class pcapng_file {
     pcapng_file &operator=(const pcapng_file &) = delete;
     ~pcapng_file();
 
-    // Makes the file and writes the head. path: absolute, ending in ".pcapng" or ".pcap". A new file gets mode 0600;
+    // Makes the file and writes the head. path: absolute, ending in ".pcapng" or ".pcap", in or below a folder for
+    // captures, whatever links its folders are. A new file gets mode 0600;
     // one that is there is replaced when it is a capture or empty, and refused when it is anything else. Returns an
     // empty string, or the reason in one line.
     std::string open(const std::string &path);

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -21,24 +20,12 @@
 
 namespace ravo::cli {
 
+using platform::behind_links;
 using platform::folder_of;
 using platform::read_file;
 using platform::replace_file;
 
 namespace {
-
-// The file that a path leads to over symbolic links, which need not exist.
-std::string behind_links(std::string path) {
-    constexpr int most_links = 40;  // then opening the file fails too
-    char target[PATH_MAX];
-    for (int i = 0; i < most_links; ++i) {
-        const ssize_t length = readlink(path.c_str(), target, sizeof target);
-        if (length <= 0 || static_cast<std::size_t>(length) == sizeof target) break;
-        const std::string text(target, static_cast<std::size_t>(length));
-        path = text.front() == '/' ? text : folder_of(path) + "/" + text;
-    }
-    return path;
-}
 
 int keep_predecessor(const std::string &path, mode_t mode) {
     std::string old;
@@ -47,7 +34,11 @@ int keep_predecessor(const std::string &path, mode_t mode) {
     return failed != 0 ? failed : replace_file(path + ".1", old, mode);
 }
 
-std::string remedy(int error) {
+// Of a file that could not be written or removed.
+std::string remedy(const std::string &path, int error) {
+    if (error == EACCES || error == EPERM)
+        return "; user " + std::to_string(geteuid()) + ", as whom the daemon runs, must own the folder " +
+               folder_of(path) + ", and must have had it when the daemon was started";
     if (error == ENOSPC || error == EDQUOT) return "; make room on the disk";
     if (error == EROFS) return "; the file system is read-only";
     if (error == ENOENT) return "; its folder does not exist";
@@ -67,9 +58,9 @@ std::string save_file(const std::string &name, std::string_view text, mode_t mod
     const std::string fault = not_a_file(path);
     if (!fault.empty()) return path + " cannot be written: " + fault;
     int failed = keep_predecessor(path, mode);
-    if (failed != 0) return path + ".1 cannot be written: " + std::strerror(failed) + remedy(failed);
+    if (failed != 0) return path + ".1 cannot be written: " + std::strerror(failed) + remedy(path, failed);
     failed = replace_file(path, text, mode);
-    if (failed != 0) return path + " cannot be written: " + std::strerror(failed) + remedy(failed);
+    if (failed != 0) return path + " cannot be written: " + std::strerror(failed) + remedy(path, failed);
     return {};
 }
 

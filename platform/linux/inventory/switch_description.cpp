@@ -88,10 +88,12 @@ constexpr std::string_view interface_keys[] = {"vlan", "device"};
 constexpr std::string_view channel_keys[] = {"trap", "recorder"};
 constexpr std::string_view limit_keys[] = {"port", "burst", "uplink"};
 constexpr std::string_view settings_keys[] = {"keep"};
+constexpr std::string_view capture_keys[] = {"folders"};
 constexpr table_shape port_shape = {"[[port]]", port_keys, "device, module and port"};
 constexpr table_shape interface_shape = {"[[interface]]", interface_keys, "vlan and device"};
 constexpr table_shape channel_shape = {"[channel]", channel_keys, ""};
 constexpr table_shape limit_shape = {"[limit]", limit_keys, ""};
+constexpr table_shape capture_shape = {"[capture]", capture_keys, ""};
 constexpr table_shape settings_shape = {"[settings]", settings_keys, ""};
 constexpr std::string_view management_keys[] = {"sessions", "per_user", "idle_minutes"};
 constexpr table_shape management_shape = {"[management]", management_keys, ""};
@@ -253,6 +255,31 @@ void read_management(reading &r, const toml::table &table) {
     read_optional(r, table, "idle_minutes", 0, described_idle_max, &found.idle_minutes);
 }
 
+// Returns nothing for what is no whole path, with its place noted.
+std::optional<std::string> folder_of_captures(reading &r, const toml::node &node) {
+    const auto *text = node.as_string();
+    std::string folder = text == nullptr ? "" : text->get();
+    while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+    if (folder.size() > 1 && folder.front() == '/') return folder;
+    note(r, node.source().begin,
+         "a folder for captures must be a whole path in quotes, not " +
+             (text == nullptr ? type_name(node) : quoted(text->get())));
+    return std::nullopt;
+}
+
+void read_capture(reading &r, const toml::table &table) {
+    check_keys(r, table, capture_shape);
+    const toml::node *node = table.get("folders");
+    if (node == nullptr) return;
+    const toml::array *list = node->as_array();
+    if (list == nullptr) {
+        note(r, node->source().begin, "\"folders\" must be a list of folders, not " + type_name(*node));
+        return;
+    }
+    for (const toml::node &item : *list)
+        if (const auto folder = folder_of_captures(r, item)) r.found.capture.folders.push_back(*folder);
+}
+
 // The tables a description may have. A new one is a row here and a reader above.
 struct top_table {
     std::string_view name;
@@ -261,7 +288,8 @@ struct top_table {
 };
 constexpr top_table top_tables[] = {{"port", true, read_port},          {"interface", true, read_interface},
                                     {"channel", false, read_channel},   {"limit", false, read_limit},
-                                    {"settings", false, read_settings}, {"management", false, read_management}};
+                                    {"settings", false, read_settings}, {"management", false, read_management},
+                                    {"capture", false, read_capture}};
 
 void read_single(reading &r, const top_table &which, const toml::node &node) {
     const toml::table *table = node.as_table();
@@ -344,6 +372,18 @@ std::string toml_text(std::string_view text) {
 }
 
 }  // namespace
+
+bool describes_trap(const switch_description &description) {
+    return description.channel.trap ||
+           std::any_of(description.ports.begin(), description.ports.end(),
+                       [](const described_port &port) { return port.trap.value_or(false); });
+}
+
+bool describes_limits(const switch_description &description) {
+    return description.limit.port != 0 || description.limit.uplink != 0 ||
+           std::any_of(description.ports.begin(), description.ports.end(),
+                       [](const described_port &port) { return port.limit.value_or(0) != 0; });
+}
 
 std::string switch_description_ports(const std::vector<described_port> &ports) {
     std::string out;

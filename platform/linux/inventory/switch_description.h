@@ -74,6 +74,11 @@ struct described_management {
     bool operator==(const described_management &) const = default;
 };
 
+struct described_capture {
+    std::vector<std::string> folders;  // captures may be written there too: whole paths, without a slash at the end
+    bool operator==(const described_capture &) const = default;
+};
+
 struct switch_description {
     std::vector<described_port> ports;
     std::vector<described_interface> interfaces;
@@ -81,8 +86,15 @@ struct switch_description {
     described_limit limit{};
     described_settings settings{};
     described_management management{};
+    described_capture capture{};
     bool operator==(const switch_description &) const = default;
 };
+
+// Whether the description wants filters put on ports.
+bool describes_trap(const switch_description &description);
+
+// Whether anything is held to a limit of what it may send.
+bool describes_limits(const switch_description &description);
 
 // Reads a description. path: the file; optional: a file that does not exist is an empty description. Returns true;
 // false with one line "FILE:LINE:COLUMN: reason" in *error and *out unchanged. (A file that cannot be read at all has

@@ -184,7 +184,9 @@ std::vector<char> access_list(gid_t admins) {
 
 // A group that cannot be let in is told in the log; root can still use the socket.
 void open_to_groups(const std::string &path, const management_groups &groups) {
-    if (groups.viewers && chown(path.c_str(), static_cast<uid_t>(-1), *groups.viewers) != 0)
+    struct stat file {};
+    const bool given = groups.viewers && stat(path.c_str(), &file) == 0 && file.st_gid == *groups.viewers;
+    if (groups.viewers && !given && chown(path.c_str(), static_cast<uid_t>(-1), *groups.viewers) != 0)
         log_line(log_level_warning, "management: %s", fault(path, "cannot give it to its group", errno).c_str());
     if (!groups.admins) return;
     const std::vector<char> list = access_list(*groups.admins);

@@ -58,6 +58,13 @@ std::string set_state(frame_options &out, std::string_view value) {
     return set_file(value, out.state_folder);
 }
 
+std::string set_user(frame_options &out, std::string_view value) {
+    if (value.empty()) return "must not be empty";
+    out.user = value;
+    out.user_given = true;
+    return {};
+}
+
 std::string set_log_level(frame_options &out, std::string_view value) {
     const int threshold = log_level_of(value);
     if (threshold == 0) return quoted(value) + " is none of error, warning, trace";
@@ -103,6 +110,7 @@ constexpr option_row option_rows[] = {
     {"--startup-config", "FILE", set_startup_config, "commands to start with (/etc/ravo/startup-config)"},
     {"--management", "SOCKET", set_management, "where ravosh finds the daemon (/run/ravo/ravod.sock)"},
     {"--state", "DIR", set_state, "where ports' numbers and saved versions are remembered ($STATE_DIRECTORY)"},
+    {"--user", "USER", set_user, "user to run as when root starts it (ravo; root: stay root)"},
     {"--log-level", "LEVEL", set_log_level, "error, warning (the default) or trace"},
     {"--log-to", "TARGET", set_log_to, "stderr (the default), syslog or a file"},
     {"--memory-budget", "BYTES", set_memory_budget, "most memory for the relay's records (134217728; 0: no limit)"},

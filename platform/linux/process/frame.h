@@ -16,6 +16,8 @@ struct frame_options {
     std::string startup_config = "/etc/ravo/startup-config";
     bool startup_config_given = false;
     std::string management_socket = "/run/ravo/ravod.sock";
+    std::string user = "ravo";  // as whom it runs when root starts it
+    bool user_given = false;
     std::string state_folder;  // empty: as the init system says
     int log_threshold = 103;
     std::string log_target = "stderr";

@@ -39,14 +39,19 @@ bool is_wanted(const std::string &device) {
     return own == trap_of_device.end() ? trap_all : own->second;
 }
 
+const char *reason_text(int reason) {
+    if (reason == ENOENT || reason == EOPNOTSUPP)
+        return "this kernel has no clsact qdisc (CONFIG_NET_SCH_INGRESS) or no BPF classifier (CONFIG_NET_CLS_BPF)";
+    // What no description asked for at the start has been given up then.
+    if (reason == EPERM)
+        return "CAP_NET_ADMIN is missing; start ravod anew, in systemd with this capability (ravod(8))";
+    return std::strerror(reason);
+}
+
 void log_failure(const std::string &device, int reason) {
     if (!failed.insert(device).second) return;
-    const bool unable = reason == ENOENT || reason == EOPNOTSUPP;
     log_line(log_level_error, "cannot trap clients' broadcasts on device %s: %s; they are forwarded by the bridge too",
-             device.c_str(),
-             unable ? "this kernel has no clsact qdisc (CONFIG_NET_SCH_INGRESS) or no BPF classifier "
-                      "(CONFIG_NET_CLS_BPF)"
-                    : std::strerror(reason));
+             device.c_str(), reason_text(reason));
 }
 
 void trap_device(const tap_device &device) {

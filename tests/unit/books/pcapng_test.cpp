@@ -35,6 +35,7 @@ struct Pcapng : testing::Test {
         char name[] = "/tmp/pcapng_test.XXXXXX";
         folder = mkdtemp(name);
         path = folder + "/a.pcapng";
+        ravo::platform::pcapng_set_folders({folder});
     }
     ~Pcapng() override { std::filesystem::remove_all(folder); }
 
@@ -202,6 +203,28 @@ TEST_F(Pcapng, FullDiskLeavesWholeFrames) {
     setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_EQ(reason, "cannot write " + path + ": File too large");
     EXPECT_EQ(tshark("-T fields -e frame.comment"), "first\n");
+}
+
+TEST_F(Pcapng, OnlyWhereCapturesBelong) {
+    const std::string inside = folder + "/captures", outside = folder + "/other", beside = folder + "/captures2";
+    for (const std::string &one : {inside, inside + "/deep", outside, beside}) std::filesystem::create_directory(one);
+    std::filesystem::create_symlink(outside, inside + "/link");
+    std::filesystem::create_symlink(inside, outside + "/back");
+    ravo::platform::pcapng_set_folders({folder + "/none", inside});
+    const auto opened = [](const std::string &file) { return pcapng_file().open(file); };
+    const std::string rest = " stands in no folder for captures (" + folder + "/none, " + inside +
+                             "); name another file, or allow its folder: [capture] in the switch description";
+    EXPECT_EQ(opened(inside + "/a.pcapng"), "");
+    EXPECT_EQ(opened(inside + "/deep/a.pcapng"), "");
+    EXPECT_EQ(opened(outside + "/back/b.pcapng"), "") << "where a link leads is what counts";
+    EXPECT_TRUE(std::filesystem::exists(inside + "/b.pcapng"));
+    for (const std::string &file : {outside + "/a.pcapng", beside + "/a.pcapng", inside + "/link/a.pcapng",
+                                    inside + "/../other/a.pcapng", std::string("/a.pcapng")})
+        EXPECT_EQ(opened(file), file + rest);
+    EXPECT_TRUE(std::filesystem::is_empty(outside + "/../captures2"));
+    EXPECT_FALSE(std::filesystem::exists(outside + "/a.pcapng"));
+    ravo::platform::pcapng_set_folders({});
+    EXPECT_THAT(opened(inside + "/a.pcapng"), HasSubstr("stands in no folder for captures ()"));
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 
 #include "books/books.h"
 #include "books/client_book.h"
+#include "books/pcapng.h"
 #include "books/server_book.h"
 #include "cli_box.h"
 #include "commands/books_clients.h"
@@ -515,6 +516,7 @@ TEST_F(BooksCommands, CaptureEndsByItselfWhenItCannotBeWritten) {
     char folder[] = "/tmp/books_commands_test.XXXXXX";
     ASSERT_NE(mkdtemp(folder), nullptr);
     const std::string path = std::string(folder) + "/a.pcapng";
+    ravo::platform::pcapng_set_folders({folder});
     streaming_shell s, viewer(14);
     EXPECT_EQ(session_run(*viewer.session, "monitor ip dhcp relay pcap " + path), 1) << "not for those who only look";
     EXPECT_EQ(session_run(*s.session, "monitor ip dhcp relay vlan 10 pcap " + path + " size 7"), 0);
@@ -538,6 +540,7 @@ TEST_F(BooksCommands, CaptureTellsHowMuchItHolds) {
     char folder[] = "/tmp/books_commands_test.XXXXXX";
     ASSERT_NE(mkdtemp(folder), nullptr);
     const std::string path = std::string(folder) + "/a.pcapng";
+    ravo::platform::pcapng_set_folders({folder});
     streaming_shell s;
     EXPECT_EQ(session_run(*s.session, "monitor ip dhcp relay mac 02:00:00:00:00:01 pcap " + path), 0);
     take({});

@@ -149,6 +149,34 @@ TEST_F(SwitchDescription, SettingsThatAreKeptOrNot) {
                 ElementsAre("1:1: expected [settings], not [[settings]]; there is one such table"));
 }
 
+TEST_F(SwitchDescription, TellsWhetherItAsksForLimitsOrTheTrap) {
+    EXPECT_TRUE(describes_limits(good("")));
+    EXPECT_FALSE(describes_limits(good("[limit]\nport = 0\nuplink = 0\n")));
+    EXPECT_TRUE(describes_limits(good("[limit]\nport = 0\nuplink = 1\n")));
+    const std::string port = "[[port]]\ndevice = \"swp1\"\nmodule = 1\nport = 1\n";
+    EXPECT_FALSE(describes_limits(good(port + "limit = 0\n[limit]\nport = 0\nuplink = 0\n")));
+    EXPECT_TRUE(describes_limits(good(port + "limit = 7\n[limit]\nport = 0\nuplink = 0\n")));
+    EXPECT_FALSE(describes_trap(good(port)));
+    EXPECT_TRUE(describes_trap(good(port + "trap = true\n")));
+    EXPECT_TRUE(describes_trap(good("[channel]\ntrap = true\n")));
+}
+
+TEST_F(SwitchDescription, FoldersForCaptures) {
+    using folders = std::vector<std::string>;
+    EXPECT_EQ(good("").capture.folders, folders{});
+    EXPECT_EQ(good("[capture]\n").capture.folders, folders{});
+    EXPECT_EQ(good("[capture]\nfolders = []\n").capture.folders, folders{});
+    EXPECT_EQ(good("[capture]\nfolders = [\"/srv/a\", '/b//']\n").capture.folders, (folders{"/srv/a", "/b"}));
+    EXPECT_THAT(faults("[capture]\nfolders = \"/srv\"\n"),
+                ElementsAre("2:11: \"folders\" must be a list of folders, not a text"));
+    EXPECT_THAT(faults("[capture]\nfolders = [\"srv\", 1, \"/\"]\n"),
+                ElementsAre("2:12: a folder for captures must be a whole path in quotes, not \"srv\"",
+                            "2:19: a folder for captures must be a whole path in quotes, not a number",
+                            "2:22: a folder for captures must be a whole path in quotes, not \"/\""));
+    EXPECT_THAT(faults("[capture]\nfolder = []\n"),
+                ElementsAre("2:1: unknown key \"folder\" in [capture]; it has folders"));
+}
+
 TEST_F(SwitchDescription, PortsAreWrittenAsTheyAreRead) {
     const std::vector<ravo::platform::described_port> ports = {
         {"swp1", 1, 1, {}}, {"q\"uo\\te", 255, 63, {}}, {"\xc3\xa9th0", 2, 0, {}}};
@@ -271,12 +299,12 @@ TEST_F(SwitchDescription, EveryCutOfAGoodFileIsReadOrRefused) {
 TEST_F(SwitchDescription, UnknownTableOrKeyAtTheTop) {
     EXPECT_THAT(faults("[ports]\nx = 1\n"),
                 ElementsAre("1:2: unknown table \"ports\"; there are [[port]], [[interface]], [channel], [limit], "
-                            "[settings] and [management]"));
+                            "[settings], [management] and [capture]"));
     EXPECT_THAT(faults("\n[[vlan]]\n"), ElementsAre("2:3: unknown table \"vlan\"; there are [[port]], [[interface]], "
-                                                    "[channel], [limit], [settings] and [management]"));
+                                                    "[channel], [limit], [settings], [management] and [capture]"));
     EXPECT_THAT(faults("hostname = \"x\"\n"),
                 ElementsAre("1:1: unknown key \"hostname\"; there are [[port]], [[interface]], [channel], [limit], "
-                            "[settings] and [management]"));
+                            "[settings], [management] and [capture]"));
 }
 
 TEST_F(SwitchDescription, UnknownKeyInATable) {
@@ -289,7 +317,7 @@ TEST_F(SwitchDescription, UnknownKeyInATable) {
 
 TEST_F(SwitchDescription, KeyThatBreaksTheLineStaysOneLine) {
     EXPECT_THAT(faults("\"a\\nb\" = 1\n"), ElementsAre("1:1: unknown key \"a b\"; there are [[port]], [[interface]], "
-                                                       "[channel], [limit], [settings] and [management]"));
+                                                       "[channel], [limit], [settings], [management] and [capture]"));
 }
 
 TEST_F(SwitchDescription, SingleTableInsteadOfAList) {
@@ -389,8 +417,8 @@ TEST_F(SwitchDescription, AllFaultsAreToldInOrderOfTheirPlace) {
         ElementsAre("3:10: module 0 is out of range; it must be 1 to 255",
                     "4:8: port 64 is out of range; it must be 0 to 63",
                     "6:8: vlan 0 is out of range; it must be 1 to 4094",
-                    "8:2: unknown table \"x\"; there are [[port]], [[interface]], [channel], [limit], [settings] and "
-                    "[management]"));
+                    "8:2: unknown table \"x\"; there are [[port]], [[interface]], [channel], [limit], [settings], "
+                    "[management] and [capture]"));
 }
 
 }  // namespace

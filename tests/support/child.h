@@ -1,0 +1,46 @@
+// What a process gives up it gives up for good, so each test of that has a process of its own.
+#ifndef CHILD_H
+#define CHILD_H
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <functional>
+#include <string>
+
+namespace child {
+
+struct result {
+    int status = -1;     // what the work returned, -1 when the process was ended by a signal
+    std::string told{};  // on standard error
+};
+
+// Runs the work in a process of its own. It must allocate little and return soon.
+inline result run(const std::function<int()> &work) {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(ends[1], STDERR_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        _exit(work());
+    }
+    close(ends[1]);
+    result out;
+    char text[4096];
+    for (ssize_t got; (got = read(ends[0], text, sizeof text)) > 0;)
+        out.told.append(text, static_cast<std::size_t>(got));
+    close(ends[0]);
+    int status = 0;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    if (WIFEXITED(status)) out.status = WEXITSTATUS(status);
+    return out;
+}
+
+}  // namespace child
+
+#endif
