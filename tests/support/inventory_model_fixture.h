@@ -1,6 +1,6 @@
 // A model of the switch's devices, filled by hand: what the tests of the inventory's rules begin with.
-#ifndef SUPPORT_INVENTORY_MODEL_FIXTURE_H
-#define SUPPORT_INVENTORY_MODEL_FIXTURE_H
+#ifndef TESTS_INVENTORY_MODEL_FIXTURE_H
+#define TESTS_INVENTORY_MODEL_FIXTURE_H
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
