@@ -139,10 +139,10 @@ def test_ctrl_c_in_the_shell_goes_back_to_the_prompt(lab, relay):
     try:
         shell.expect("# ?$")
         shell.sendline("monitor ip dhcp relay")
-        def shown_xid():
+        def monitor_line():
             discover(host, 7)
             return shell.expect([line(host, 7), pexpect.TIMEOUT], timeout=0.2) == 0
-        wait_for(shown, 60, "first line")
+        wait_for(monitor_line, 60, "first line")
         shell.sendintr()
         shell.expect("# ?$")
         shell.sendline("show privilege")

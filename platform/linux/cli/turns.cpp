@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <exception>
 #include <new>
 #include <utility>
@@ -81,6 +82,10 @@ struct given_up_here {};
 
 turns *current = nullptr;  // whose turn it is
 
+// The process ends, perhaps by the work of a task: what the relay cannot do without ends it at once. What unfinished
+// work would do at its own end may need what is gone by then.
+bool process_ends = false;
+
 void enter(unsigned low, unsigned high) {
     auto *task = reinterpret_cast<turns *>(static_cast<std::uintptr_t>(high) << 32 | low);
     arrived(nullptr, &task->marks.loop_bottom, &task->marks.loop_size);
@@ -111,7 +116,8 @@ void prepare(turns &task) {
 }  // namespace
 
 void turns_delete::operator()(turns *task) const {
-    if (task->begun && !task->done) {
+    if (task == current) return;  // the process ends by this task, on whose stack we stand
+    if (task->begun && !task->done && !process_ends) {
         task->given_up = true;
         (void)turns_go_on(*task, std::chrono::microseconds(0));
     }
@@ -120,6 +126,8 @@ void turns_delete::operator()(turns *task) const {
 }
 
 turns_ptr turns_begin(std::function<void()> work) {
+    // Told before whatever holds tasks is destroyed, as that was there before the first task.
+    [[maybe_unused]] static const int told = std::atexit([] { process_ends = true; });
     turns_ptr task(new turns);
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     const std::size_t size = stack_size + page;

@@ -6,9 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -150,6 +152,24 @@ TEST(Turns, ManyTasksComeAndGo) {
         for (std::size_t i = 0; i < tasks.size(); i += 2) (void)turns_go_on(*tasks[i], long_slice);
         EXPECT_EQ(ended, 50);
     }
+}
+
+// As when a port is in use: the relay ends the process in the middle of a command, while other sessions wait.
+TEST(TurnsDeathTest, TheProcessMayEndInTheMiddleOfATurn) {
+    static std::vector<turns_ptr> tasks;
+    const auto end_in_a_turn = [] {
+        tasks.push_back(turns_begin([] {
+            turns_pause();
+            ADD_FAILURE() << "goes on";
+        }));
+        (void)turns_go_on(*tasks.back(), long_slice);
+        tasks.push_back(turns_begin([] {
+            static bool entered = false;
+            std::exit(std::exchange(entered, true) ? 9 : 7);
+        }));
+        (void)turns_go_on(*tasks.back(), long_slice);
+    };
+    EXPECT_EXIT(end_in_a_turn(), testing::ExitedWithCode(7), "");
 }
 
 }  // namespace
