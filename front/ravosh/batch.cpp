@@ -23,7 +23,8 @@ namespace ravo::client {
 namespace {
 
 struct batch {
-    connection_ptr daemon;
+    const shell_options &options;
+    connection_ptr daemon = nullptr;
     int status = exit_good;  // so far
     bool over = false;       // a command ended the session, or it broke
 };
@@ -54,7 +55,21 @@ void write_out(batch &b, std::string_view text) {
     }
 }
 
-void run_line(batch &b, const std::string &line) {
+// What came of a command that failed, and which it was when it stands in a file: among all that a file's commands print
+// nobody would find it.
+void write_failure(batch &b, const std::string &place, const std::string &line, const std::string &text) {
+    b.status = exit_failed;
+    if (place.empty()) {
+        write_out(b, text);
+    } else {
+        const std::string end = text.empty() || text.ends_with('\n') ? "" : "\n";
+        std::fprintf(stderr, "%s: %s\n%s%s", place.c_str(), line.c_str(), text.c_str(), end.c_str());
+    }
+    b.over = b.over || b.options.stop_on_error;
+}
+
+// place: FILE:LINE, empty for a command that stands in no file.
+void run_line(batch &b, const std::string &line, const std::string &place) {
     std::string text;
     bool streaming = false;
     handlers to;
@@ -72,16 +87,19 @@ void run_line(batch &b, const std::string &line) {
     to.cancelled = [&b] { return b.over; };
     const answer a = run(*b.daemon, {.line = line}, to);
     if (b.over) return;
-    write_out(b, text);
-    if (b.over) return;
     if (a.outcome != outcome::answered) {
+        write_out(b, text);
+        if (b.over) return;
         complain(a.reason);
         b.status = exit_unreachable;
         b.over = true;
         return;
     }
-    if (a.result != 0) b.status = exit_failed;
     b.over = state(*b.daemon).closed;
+    if (a.result != 0)
+        write_failure(b, place, line, text);
+    else
+        write_out(b, text);
 }
 
 // Lines of a file as they come. Of a line that is longer than the daemon would ever take only a part is kept.
@@ -149,16 +167,18 @@ int run_batch(const shell_options &options) {
             return exit_unreachable;
         }
     }
-    batch b;
+    batch b{options};
     std::string reason;
     b.daemon = open({.socket = options.socket}, &reason);
     if (b.daemon == nullptr) {
         complain(reason);
         return exit_unreachable;
     }
-    for (std::size_t i = 0; i < options.commands.size() && !b.over; ++i) run_line(b, options.commands[i]);
+    for (std::size_t i = 0; i < options.commands.size() && !b.over; ++i) run_line(b, options.commands[i], {});
     std::string line;
-    while (reads_lines && !b.over && next_line(source, &line)) run_line(b, line);
+    const bool named = source.fd != STDIN_FILENO;
+    for (unsigned long number = 1; reads_lines && !b.over && next_line(source, &line); ++number)
+        run_line(b, line, named ? source.name + ":" + std::to_string(number) : std::string());
     return source.failed ? exit_unreachable : b.status;
 }
 

@@ -39,6 +39,8 @@ std::string take_option(const std::vector<std::string> &words, std::size_t *at, 
     std::string value;
     if (word == "--help" || word == "-h") {
         out->help = true;
+    } else if (word == "--stop-on-error") {
+        out->stop_on_error = true;
     } else if (word == "--version") {
         out->version = true;
     } else if (is_option(word, "--management")) {
@@ -73,12 +75,13 @@ std::string parse_options(const std::vector<std::string> &words, shell_options *
 }
 
 const char *help_text() {
-    return "Usage: ravosh [--management SOCKET] [-c COMMAND]... [FILE]\n"
+    return "Usage: ravosh [--management SOCKET] [--stop-on-error] [-c COMMAND]... [FILE]\n"
            "The command line of ravod, the DHCPv4 relay agent.\n"
            "\n"
            "  --management SOCKET  the daemon's management socket (/run/ravo/ravod.sock)\n"
            "  -c COMMAND           run this command; more of them run in order in the same session\n"
            "  FILE                 run the commands in this file, one a line (-: standard input)\n"
+           "  --stop-on-error      end with the first command that fails\n"
            "  --version            print the version\n"
            "  -h, --help           print this\n"
            "\n"

@@ -11,7 +11,8 @@ struct shell_options {
     std::string socket;                 // path of the management socket
     std::vector<std::string> commands;  // of -c, in order
     bool has_file = false;
-    std::string file;  // commands one a line; "-": standard input
+    std::string file;            // commands one a line; "-": standard input
+    bool stop_on_error = false;  // the first command that fails is the last
     bool version = false;
     bool help = false;
 };

@@ -249,5 +249,9 @@ def test_a_file_of_bad_lines_is_read_to_its_end(daemon, tmp_path):
     file = tmp_path / "commands"
     file.write_bytes(b"\xff\r\n\x01\r\n\r\nshow \"privilege\r\nshow privilege\r\n\0\r\nshow privilege")
     good = "Current privilege level is 31\n"
-    assert daemon.sh(str(file), status=1) == INVALID + CONTROL + " " * 5 + INVALID + good + CONTROL + good
+    def fault(line, command, text):
+        return f"{file}:{line}: {command}\n{text}"
+    # What was printed, then what failed.
+    assert daemon.sh(str(file), status=1) == good * 2 + fault(1, "\udcff", INVALID) + fault(2, "\x01", CONTROL) + fault(
+        4, 'show "privilege', " " * 5 + INVALID) + fault(6, "", CONTROL)
     assert daemon.sh(str(tmp_path), status=2) == f"ravosh: {tmp_path}: cannot read: Is a directory\n"

@@ -112,6 +112,11 @@ def hold(lab, port):
     return sock
 
 
+def unaudited(log):
+    """Without the lines about sessions and what they changed."""
+    return "".join(line for line in log.splitlines(True) if not line.startswith("audit: "))
+
+
 def forget(lab, relay):
     relay.stop()
     if relay in lab.relays:
@@ -121,10 +126,10 @@ def forget(lab, relay):
 def test_port_68_in_use_when_the_relay_is_switched_on(lab):
     with hold(lab, 68):
         relay = lab.start_relay(log_level="warning")
-        assert relay.log == STARTED
+        assert unaudited(relay.log) == STARTED
         asked = relay.run("configure terminal", "ip dhcp relay")
         assert relay.process.wait() == 1
-    assert relay.log == STARTED + PORT_68
+    assert unaudited(relay.log) == STARTED + PORT_68
     assert (asked.returncode, asked.stdout) == (2, "")
     assert asked.stderr == f"ravosh: {relay.socket}: ravod has closed the connection\n"
     # Once the port is free, the same daemon starts again: what the fatal end left behind is no hindrance.
@@ -138,14 +143,14 @@ def test_port_68_in_use_at_start(lab):
         with pytest.raises(LabError, match="ravod ended with status 1"):
             lab.start_relay(log_level="warning", startup_config="ip dhcp relay\n")
     relay = lab.relays.pop()
-    assert relay.log == STARTED + PORT_68
+    assert unaudited(relay.log) == STARTED + PORT_68
 
 
 def test_port_67_in_use_is_told_and_does_not_matter(lab):
     """The relay reads below the sockets, and takes nothing away from the other program."""
     with hold(lab, 67) as other:
         relay = lab.start_relay(log_level="warning", startup_config="ip dhcp relay\n")
-        assert relay.log == STARTED + PORT_67
+        assert unaudited(relay.log) == STARTED + PORT_67
         stage = Stage(lab, relay)
         relay.configure("ip dhcp relay information option", "interface vlan 10", "ip dhcp relay address 192.0.2.11")
         host = lab.client(1)

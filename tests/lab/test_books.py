@@ -378,7 +378,7 @@ def test_what_is_no_port_and_no_address(relay):
             assert (result.returncode, result.stdout) == (1, line)
 
 
-@pytest.mark.parametrize("command", ["show version", "show running-config", "show logging"])
+@pytest.mark.parametrize("command", ["show history", "show startup-config", "show tech-support"])
 def test_commands_without_json_say_so(relay, command):
     result = relay.run(f"{command} | json")
     assert (result.returncode, result.stdout) == (1, "% No JSON for this command\n")

@@ -46,6 +46,7 @@ def test_contents(package):
         "/usr/lib/tmpfiles.d/ravo.conf": FILE,
         "/usr/sbin/ravod": PROGRAM,
         **{f"/usr/share/doc/ravo/{name}": FILE for name in ("README.md", "CHANGELOG.md", "changelog.gz", "copyright", "kernel.conf", "ravo.spdx.json", *documents)},
+        **{f"/usr/share/bash-completion/completions/{name}": FILE for name in ("ravod", "ravosh")},
         "/usr/share/man/man1/ravosh.1.gz": FILE,
         "/usr/share/man/man5/switch.toml.5.gz": FILE,
         "/usr/share/man/man8/ravod.8.gz": FILE,

@@ -71,7 +71,22 @@ def test_a_mark_of_utf8_at_a_files_beginning_is_skipped(sh, tmp_path):
     file = tmp_path / "commands"
     file.write_bytes(b"\xef\xbb\xbfconfigure terminal\r\n\xef\xbb\xbfip dhcp relay hops 9\n")
     result = sh(str(file))
-    assert (result.stdout, result.stderr, result.returncode) == (INVALID, "", 1)  # of the second line
+    fault = f"{file}:2: \ufeffip dhcp relay hops 9\n{INVALID}"
+    assert (result.stdout, result.stderr, result.returncode) == ("", fault, 1)
+
+
+def test_what_fails_in_a_file_is_told_with_its_place(sh, tmp_path):
+    file = tmp_path / "commands"
+    file.write_text("show privilege\nnonsense\n\n! a remark\nshow startup nonsense\nshow privilege\n")
+    level = sh("-c", "show privilege").stdout
+    marker = "% Invalid input detected at '^' marker.\n"
+    first, second = f"{file}:2: nonsense\n{INVALID}", f"{file}:5: show startup nonsense\n{' ' * 13}^\n{marker}"
+    result = sh(str(file))
+    assert (result.stdout, result.stderr, result.returncode) == (level * 2, first + second, 1)
+    result = sh("--stop-on-error", str(file))
+    assert (result.stdout, result.stderr, result.returncode) == (level, first, 1)
+    result = sh("--stop-on-error", "-c", "nonsense", "-c", "show privilege")
+    assert (result.stdout, result.stderr, result.returncode) == (INVALID, "", 1)
 
 
 def test_standard_input_is_read_when_it_is_no_terminal(sh):
@@ -112,7 +127,7 @@ def test_what_is_wrong_with_the_usage_is_told(sh):
 
 def test_help_and_version(sh):
     result = sh("--help")
-    assert result.stdout.startswith("Usage: ravosh [--management SOCKET] [-c COMMAND]... [FILE]\n")
+    assert result.stdout.startswith("Usage: ravosh [--management SOCKET] [--stop-on-error] [-c COMMAND]... [FILE]\n")
     assert (result.stderr, result.returncode) == ("", 0)
     result = sh("--version")
     version = (Path(__file__).resolve().parents[2] / "VERSION").read_text().strip()

@@ -105,7 +105,7 @@ TEST(CommandRows, SayWhatTheTextSays) {
         if (begins(each, "interface ")) {
             EXPECT_EQ(effect, command_effect::session) << each.text;
         }
-        if (begins(each, "copy ") || begins(each, "write")) {
+        if (begins(each, "copy ") || (begins(each, "write") && each.text != "write terminal")) {
             EXPECT_EQ(effect, command_effect::files) << each.text;
         }
         EXPECT_EQ(each.traits.has_line, each.text == "do LINE") << each.text;

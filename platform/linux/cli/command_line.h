@@ -31,6 +31,10 @@ struct session_output {
     std::function<void(std::string_view line)> monitor;
     // Tells whether the reader has so much to read that a command should wait for it. Empty: there is always room.
     std::function<bool()> full;
+    // Somebody has given a command that changes settings, the daemon or its files: for whoever keeps a record of that.
+    // place: the interface it was given for, empty without one. May be called in the middle of the command that gave
+    // it.
+    std::function<void(std::string_view place, std::string_view line, int result)> changed;
     // "terminal length N" was given: the lines of a page, 0 for output without pages.
     std::function<void(int lines)> terminal_length;
     // Asks the person before a command with consequences ("reset relay"): true: go on. False: the handler must do and

@@ -67,6 +67,7 @@ struct command_traits {
     held_check held = nullptr;    // null: what it says is said when a file is replayed too
     bool judged = true;           // false: a check of a file passes it over, as it cannot be tried without effect
     bool has_line = false;        // its argument is a line of its own, which output filters are for
+    bool stands_for = false;      // another word for a command, which it runs: that one is guarded and recorded
     bool in_turns = false;        // it changes things bit by bit: others may have their turn in between
 };
 

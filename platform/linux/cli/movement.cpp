@@ -75,11 +75,21 @@ constexpr command_row exec_rows[] = {
      .help = {"End the session"},
      .handler = exit_mode,
      .traits = own_place_of_all},
+    {.privilege = lowest_privilege,
+     .text = "quit",
+     .help = {"End the session"},
+     .handler = exit_mode,
+     .traits = own_place_of_all},
 };
 
 constexpr command_row configuration_rows[] = {
     {.privilege = lowest_privilege,
      .text = "exit",
+     .help = {"Leave this mode for the one above"},
+     .handler = exit_mode,
+     .traits = own_place},
+    {.privilege = lowest_privilege,
+     .text = "quit",
      .help = {"Leave this mode for the one above"},
      .handler = exit_mode,
      .traits = own_place},

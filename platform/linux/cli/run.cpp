@@ -103,7 +103,7 @@ bool is_divisible(const command_traits &traits) {
 
 int run_guarded(session &s, const command &what, const std::vector<std::string> &arguments) {
     const auto run = [&] { return call_handler(s, what.handler, arguments); };
-    if (what.traits.effect != command_effect::setting || !guard) return run();
+    if (what.traits.effect != command_effect::setting || what.traits.stands_for || !guard) return run();
     return guard({s, what.text, what.mode == CLI_MODE_INTERFACE ? s.ifp : nullptr}, run);
 }
 
@@ -151,6 +151,25 @@ bool is_passed_over(const session &s, const command &what) {
     return !what.traits.judged || (effect != command_effect::setting && effect != command_effect::session);
 }
 
+bool is_for_the_record(const session &s, const command_traits &traits) {
+    const bool changes = traits.effect != command_effect::looks && traits.effect != command_effect::session;
+    return changes && !traits.stands_for && !s.check_only && s.output.changed;
+}
+
+// Runs a command for the interfaces that it is for, and has it recorded.
+int run_for_interfaces(session &s, const match &chosen, std::string_view line) {
+    const command &what = *chosen.what;
+    const bool of_interface = what.mode == CLI_MODE_INTERFACE && s.ifp != nullptr;
+    const bool setting = what.traits.effect == command_effect::setting && !what.traits.stands_for;
+    const bool of_range = setting && of_interface && !s.range.empty();
+    std::string place = of_interface ? s.ifp->name : "";
+    if (of_range && s.range.size() > 1) place += " and " + std::to_string(s.range.size() - 1) + " more";
+    const int result =
+        of_range ? run_for_each_of_range(s, what, chosen.arguments) : run_handler(s, what, chosen.arguments);
+    if (is_for_the_record(s, what.traits)) s.output.changed(place, trim(line), result);
+    return result;
+}
+
 int run_command(session &s, const match &chosen, std::string_view line) {
     const command &what = *chosen.what;
     if (wants_json(s, what)) return print_json(s, what, chosen.arguments);
@@ -168,9 +187,7 @@ int run_command(session &s, const match &chosen, std::string_view line) {
     }
     if (is_passed_over(s, what)) return 0;
     s.rest = display_columns(line, chosen.rest);
-    if (what.traits.effect == command_effect::setting && what.mode == CLI_MODE_INTERFACE && !s.range.empty())
-        return run_for_each_of_range(s, what, chosen.arguments);
-    return run_handler(s, what, chosen.arguments);
+    return run_for_interfaces(s, chosen, line);
 }
 
 int run_words(session &s, std::string_view line, const std::vector<word> &words, line_fault *fault) {
@@ -265,6 +282,14 @@ std::string fault_for_terminal(const line_fault &fault, std::string_view line, s
             return "% Not allowed " + fault.text + "\n";
     }
     return {};
+}
+
+int run_instead(struct cli *cli, const std::string &line) {
+    line_fault fault;
+    session &s = session_of(cli);
+    const int result = run_line(s, line, file_line_limit, &fault);
+    if (fault.kind != fault_kind::none) (void)emit(s, fault_for_terminal(fault, line, file_line_limit, 0));
+    return result;
 }
 
 void set_relay_guard(relay_guard wanted) {

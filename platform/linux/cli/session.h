@@ -84,6 +84,9 @@ int run_line(session &s, std::string_view line, std::size_t limit, line_fault *f
 // What session_run prints for a fault. offset: column at which the line begins on the terminal.
 std::string fault_for_terminal(const line_fault &fault, std::string_view line, std::size_t limit, std::size_t offset);
 
+// For a handler that is another word for a command: runs that in the handler's session. Returns its result.
+int run_instead(struct cli *cli, const std::string &line);
+
 // Opens a session whose text is appended to *text.
 session_ptr session_capture(std::string *text, int privilege, std::string user);
 

@@ -25,7 +25,7 @@ turns_ptr turns_begin(std::function<void()> work);
 
 // Goes on with a task for about this long. Returns true when its work is done. What the work throws comes out here, and
 // ends it. A task that is deleted before its end is ended by an exception where it stands, which the work must not
-// stop.
+// stop. When the work itself ends the program, its stack stays.
 [[nodiscard]] bool turns_go_on(turns &task, std::chrono::microseconds slice);
 
 // Within a task, and unless the work must not be divided, ends the turn: when it has lasted its time, or in any case.

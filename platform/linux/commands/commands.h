@@ -18,6 +18,7 @@ void expect_relay_commands(cli_tree *tree);         // relay_commands.cpp
 void install_exec_commands(cli_tree *tree);         // session, log level, reset
 void install_show_commands(cli_tree *tree);         // version, history, log
 void install_interface_commands(cli_tree *tree);    // interfaces, ports and their numbers
+void install_other_words(cli_tree *tree);           // other words for commands, help
 void install_kept_commands(cli_tree *tree);         // settings of interfaces that are not there
 void install_local_relay_commands(cli_tree *tree);  // settings of local relay
 void install_statistics_commands(cli_tree *tree);   // what became of messages

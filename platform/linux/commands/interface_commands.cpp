@@ -80,6 +80,11 @@ int show_interfaces(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     return 0;
 }
 
+int show_ip_interfaces(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    print_interfaces(cli, platform::inventory_rows());
+    return 0;
+}
+
 std::string_view kind_word(inventory_row::what kind) {
     if (kind == inventory_row::what::port) return "port";
     return kind == inventory_row::what::uplink ? "uplink" : "vlan";
@@ -185,6 +190,12 @@ constexpr command_row rows[] = {
      .help = {"Show running system information", "VLAN interfaces, uplinks and ports", "A line for each that is there"},
      .handler = show_interfaces,
      .traits = {.effect = command_effect::looks, .who = audience::viewers, .json = interfaces_json}},
+    {.privilege = viewer_privilege,
+     .text = "show ip interface brief",
+     .help = {"Show running system information", "Internet Protocol version 4 (IPv4)",
+              "VLAN interfaces and uplinks with their addresses", "A line for each that is there"},
+     .handler = show_ip_interfaces,
+     .traits = {.effect = command_effect::looks, .who = audience::viewers}},
     {.text = "copy ports switch-description",
      .help = {"Copy one configuration to another", "The numbers that ports have now",
               "To the switch description, beside what it says already"},

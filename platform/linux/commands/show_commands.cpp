@@ -1,4 +1,5 @@
 // Commands that show the platform's side of things: version, session, log, service status.
+#include <cstdint>
 #include <string>
 
 #include "cli/command_row.h"
@@ -39,6 +40,50 @@ int show_logging(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     return 0;
 }
 
+int version_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    json_open(out, "", '{');
+    json_string(out, "version", RAVO_VERSION);
+    json_number(out, "uptime_seconds", static_cast<std::int64_t>(platform::frame_uptime()));
+    json_close(out, '}');
+    return 0;
+}
+
+int logging_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    json_open(out, "", '{');
+    json_string(out, "level", platform::log_word_of(platform::log_threshold()));
+    json_string(out, "target", platform::frame_get_options().log_target);
+    json_open(out, "lines", '[');
+    for (const std::string &line : platform::log_recent()) json_string(out, "", line);
+    json_close(out, ']');
+    json_close(out, '}');
+    return 0;
+}
+
+// All that somebody who looks for a fault from afar asks for.
+constexpr const char *support_commands[] = {
+    "show version",
+    "show service status",
+    "show users",
+    "show interfaces brief",
+    "show running-config",
+    "show startup-config",
+    "show ip dhcp relay",
+    "show ip dhcp relay detail",
+    "show ip dhcp relay information trusted-sources",
+    "show ip dhcp relay option",
+    "show ip dhcp relay statistics",
+    "show ip dhcp relay client",
+    "show logging",
+};
+
+int show_tech_support(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    for (const char *line : support_commands) {
+        cli->print(cli->print_handle, "\n------ %s ------\n\n", line);
+        (void)run_instead(cli, line);  // what one cannot show it says itself
+    }
+    return 0;
+}
+
 int show_service_status(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     const std::string line = platform::service_status_line();
     cli->print(cli->print_handle, "%s\n", line.empty() ? "No service has reported yet" : line.c_str());
@@ -57,7 +102,7 @@ constexpr command_row rows[] = {
      .text = "show version",
      .help = {show_word, "Version and time since start"},
      .handler = show_version,
-     .traits = shows()},
+     .traits = shows(version_json)},
     {.privilege = viewer_privilege,
      .text = "show history",
      .help = {show_word, "The lines typed in this session"},
@@ -72,12 +117,17 @@ constexpr command_row rows[] = {
      .text = "show logging",
      .help = {show_word, "The last lines of the log"},
      .handler = show_logging,
-     .traits = shows()},
+     .traits = shows(logging_json)},
     {.privilege = viewer_privilege,
      .text = "show service status",
      .help = {show_word, "The daemon's services", "Whether they are on"},
      .handler = show_service_status,
      .traits = shows()},
+    {.privilege = 20,
+     .text = "show tech-support",
+     .help = {show_word, "All that is to be known of the relay, for those who look for a fault"},
+     .handler = show_tech_support,
+     .traits = {.effect = command_effect::looks}},
 };
 
 }  // namespace

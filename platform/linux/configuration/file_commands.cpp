@@ -1,4 +1,5 @@
 // The running configuration, and the commands that show, save, erase and replay it.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -45,6 +46,55 @@ int show_running(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     return whole ? 0 : fail(cli, "memory is short: the configuration above is not whole");
 }
 
+int running_json(struct cli *cli, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    std::string text;
+    if (!write_configuration(&text)) return fail(cli, "memory is short, the configuration cannot be written whole");
+    json_open(out, "", '{');
+    json_open(out, "lines", '[');
+    for (std::string_view left = text; !left.empty();) {
+        const std::string_view line = left.substr(0, left.find('\n'));
+        left.remove_prefix(std::min(left.size(), line.size() + 1));
+        if (!line.starts_with('!')) json_string(out, "", line);
+    }
+    json_close(out, ']');
+    json_close(out, '}');
+    return 0;
+}
+
+// The section of one interface, with the remark over it; empty when there is none.
+std::string section_of(std::string_view text, std::string_view name) {
+    const std::string head = "interface " + std::string(name);
+    std::string remark, out;
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        text.remove_prefix(std::min(text.size(), line.size() + 1));
+        if (!out.empty() && !line.starts_with(' ')) return out;
+        if (line == head)
+            out = remark + head + "\n";
+        else if (!out.empty())
+            out.append(line).append("\n");
+        remark = line.starts_with("! ") ? std::string(line) + "\n" : std::string();
+    }
+    return out;
+}
+
+int show_section(struct cli *cli, const std::string &name) {
+    std::string text;
+    const bool whole = write_configuration(&text);
+    const std::string section = section_of(text, name);
+    if (section.empty() && whole) return fail(cli, "nothing is configured for " + name);
+    (void)emit(session_of(cli), section);
+    return whole ? 0 : fail(cli, "memory is short: the configuration is not whole");
+}
+
+int show_interface(struct cli *cli, int /*argc*/, char **argv) {
+    return show_section(cli, argv[0]);
+}
+
+int show_vlan(struct cli *cli, int /*argc*/, char **argv) {
+    return show_section(cli, std::string("vlan") + argv[0]);
+}
+
 int show_startup(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     std::string text;
     const int failed = platform::read_file(startup_path(), configuration_limit, &text);
@@ -85,13 +135,25 @@ int load(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 constexpr char show_word[] = "Show running system information";
 constexpr char copy_word[] = "Copy one configuration to another";
 constexpr char running_word[] = "The settings in force";
+constexpr char interface_word[] = "Those of one interface";
 constexpr char startup_word[] = "The settings the daemon starts with";
 constexpr char write_word[] = "Save the running configuration";
 constexpr command_traits shows = {.effect = command_effect::looks};
 constexpr command_traits of_files = {.effect = command_effect::files};
 
 constexpr command_row rows[] = {
-    {.text = "show running-config", .help = {show_word, running_word}, .handler = show_running, .traits = shows},
+    {.text = "show running-config",
+     .help = {show_word, running_word},
+     .handler = show_running,
+     .traits = {.effect = command_effect::looks, .json = running_json}},
+    {.text = "show running-config interface IFNAME",
+     .help = {show_word, running_word, interface_word, "Its name"},
+     .handler = show_interface,
+     .traits = shows},
+    {.text = "show running-config interface vlan <1-4094>",
+     .help = {show_word, running_word, interface_word, "A VLAN interface", "Its VLAN id"},
+     .handler = show_vlan,
+     .traits = shows},
     {.text = "show startup-config", .help = {show_word, startup_word}, .handler = show_startup, .traits = shows},
     {.text = "copy running-config startup-config",
      .help = {copy_word, running_word, startup_word},
@@ -103,6 +165,10 @@ constexpr command_row rows[] = {
      .traits = of_files},
     {.text = "write", .help = {write_word}, .handler = save, .traits = of_files},
     {.text = "write memory", .help = {write_word, "As the startup configuration"}, .handler = save, .traits = of_files},
+    {.text = "write terminal",
+     .help = {write_word, "To this terminal: show it"},
+     .handler = show_running,
+     .traits = shows},
     {.text = "write erase",
      .help = {write_word, "Erase the startup configuration"},
      .handler = erase,

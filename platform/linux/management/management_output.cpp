@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "base/text.h"
 #include "log/log.h"
 #include "management/management_state.h"
 
@@ -114,6 +115,17 @@ bool confirm(management_session &s, std::string_view question) {
     return false;
 }
 
+// What was changed, by whom. A command that waits for the person's answer has not done anything yet.
+void note_change(const management_session &s, std::string_view place, std::string_view line, int result) {
+    constexpr std::size_t longest = 512;
+    if (!s.question.empty()) return;
+    const std::string before = place.empty() ? std::string() : std::string(place) + ": ";
+    const std::string text = printable_text(line, longest);
+    const std::string how = result == 0 ? "done" : "refused (" + std::to_string(result) + ")";
+    log_line(log_level_start, "audit: user %s, session %u: %s%s: %s", s.peer.user.c_str(), s.number, before.c_str(),
+             text.c_str(), how.c_str());
+}
+
 // A command that went on is over.
 void end_stream(management_session &s, int result) {
     if (!s.streaming) return;
@@ -134,6 +146,9 @@ cli::session_output output_of(management_session *s) {
         return take_payload(*s, protocol::frame_type::row_key, key);
     };
     output.monitor = [s](std::string_view text) { take_monitor_line(*s, text); };
+    output.changed = [s](std::string_view place, std::string_view line, int result) {
+        note_change(*s, place, line, result);
+    };
     output.terminal_length = [s](int lines) { s->page = lines; };
     output.full = [s] { return is_full(*s); };
     output.confirm = [s](std::string_view question) { return confirm(*s, question); };

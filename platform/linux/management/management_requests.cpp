@@ -136,6 +136,8 @@ bool serve_hello(management_session &s, std::span<const std::uint8_t> payload) {
     (void)send_frame(s, protocol::welcome_frame(welcome));  // a failure ends the session
     log_line(log_level_trace, "management: session %u of user %s begins with privilege %d", s.number,
              s.peer.user.c_str(), privilege);
+    log_line(log_level_warning, "audit: user %s, session %u: opened by process %d on terminal %s with privilege %d",
+             s.peer.user.c_str(), s.number, s.peer.pid, s.peer.terminal.c_str(), privilege);
     return true;
 }
 

@@ -44,6 +44,8 @@ void guarded(management_session &s, action act) {
 void tell_end(const management_session &s) {
     const std::string_view why =
         s.out_of_memory ? "no memory is left for what it asked" : std::string_view(s.end_reason);
+    if (s.line != nullptr)
+        log_line(log_level_warning, "audit: user %s, session %u: closed", s.peer.user.c_str(), s.number);
     if (why.empty())
         log_line(log_level_trace, "management: session %u of user %s ends", s.number, s.peer.user.c_str());
     else

@@ -116,7 +116,7 @@ constexpr option_row option_rows[] = {
     {"--memory-budget", "BYTES", set_memory_budget, "most memory for the relay's records (134217728; 0: no limit)"},
     {"--check", "", set_check, "check switch description and startup configuration, then exit 0 or 1"},
     {"--version", "", set_version, "print the version and exit"},
-    {"--help", "", set_help, "print this help and exit"},
+    {"--help", "", set_help, "print this help and exit; -h too"},
 };
 
 const option_row *find_option(std::string_view name) {
@@ -155,7 +155,7 @@ std::string frame_parse_options(const std::vector<std::string> &words, frame_opt
     for (std::size_t i = 0; i < words.size(); ++i) {
         const std::string_view word = words[i];
         const std::size_t equals = word.find('=');
-        const std::string_view name = word.substr(0, equals);
+        const std::string_view name = word == "-h" ? "--help" : word.substr(0, equals);
         const option_row *row = find_option(name);
         if (row == nullptr)
             return (word.starts_with("-") ? "unknown option " : "unexpected argument ") + quoted(word) +

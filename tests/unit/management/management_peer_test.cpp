@@ -109,14 +109,18 @@ TEST_F(ManagementPeers, NobodyElseIsServedEvenIfTheFileLetsThemIn) {
 TEST_F(ManagementPeers, AdministratorsMayDoEverything) {
     const std::string heard = talk_as(path, somebody, {others, admins}, hello + run("test change") + run("exit"));
     EXPECT_THAT(heard, AllOf(HasSubstr("before\n"), HasSubstr("after\n")));
-    EXPECT_THAT(platform::log_recent(), IsEmpty());
+    EXPECT_THAT(platform::log_recent(),
+                ElementsAre(AllOf(HasSubstr(" audit: user 65533, session 1: opened by process "),
+                                  EndsWith(" with privilege 31")),
+                            EndsWith(" audit: user 65533, session 1: test change: done"),
+                            EndsWith(" audit: user 65533, session 1: closed")));
 }
 
 TEST_F(ManagementPeers, ViewersMayLook) {
     big_size = 1;
     const std::string heard = talk_as(path, somebody, {others, viewers}, hello + run("show test big") + run("exit"));
     EXPECT_THAT(heard, HasSubstr(std::string(99, 'x') + "\n"));
-    EXPECT_THAT(platform::log_recent(), IsEmpty());
+    EXPECT_THAT(platform::log_recent(), ElementsAre(EndsWith(" with privilege 2"), EndsWith(" closed")));
 }
 
 TEST_F(ManagementPeers, ViewersMayNotChange) {
