@@ -143,7 +143,7 @@ void add_server(json_writer &out, const server_row &row, std::int64_t now) {
         json_number(out, "silent_seconds", *silent);
         json_string(out, "silent_since", time_text_utc(figures.unanswered_us));
     }
-    add_times(out, figures);
+    if (figures.answered > 0) add_times(out, figures);
     json_close(out, '}');
 }
 
