@@ -11,7 +11,7 @@ from ravolab.namespace import Namespace
 from ravolab.process import Process, wait_for
 from ravolab.relay import BUILD
 
-HELLO, RUN, STATUS = 1, 2, 138
+HELLO, RUN, COMPLETE, STATUS = 1, 2, 4, 138
 WELCOME, REFUSED, OUTPUT, VALUE, ROW_KEY = 129, 130, 131, 132, 134
 
 
@@ -120,6 +120,16 @@ class Session:
                 assert identity == 7
                 return result, frames, payload[16:16 + length].decode()
             frames.append((kind, payload))
+
+    def complete(self, line):
+        """The whole words that the line's last one may become."""
+        self.send(COMPLETE, struct.pack(">I", 8) + os.fsencode(line))
+        words = []
+        while True:
+            kind, payload = self.receive()
+            if kind == STATUS:
+                return words
+            words.append(payload.decode())
 
     def close(self):
         self.socket.close()

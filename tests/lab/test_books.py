@@ -8,6 +8,7 @@ import socket
 
 import pytest
 
+import managed
 from ravolab import Dnsmasq, Kea, Udhcpc
 from ravolab.craft import broadcast, message
 from ravolab.decode import checksum, frame_header
@@ -368,9 +369,18 @@ def test_clearing(lab, relay):
     assert len(document(relay, "show ip dhcp relay client")["clients"]) == 1
 
 
+def test_a_port_by_its_device(relay):
+    assert relay.sh("show ip dhcp relay statistics port swp1") == relay.sh("show ip dhcp relay statistics port 1/1")
+    assert document(relay, "show ip dhcp relay statistics port swp1")["port"] == "1/1"
+    # Both names are offered.
+    with managed.Session(relay.socket) as session:
+        words = [session.complete(f"show ip dhcp relay statistics port {typed}") for typed in ("swp", "1/")]
+    assert "swp1" in words[0] and "1/1" in words[1] and not set(words[0]) & set(words[1])
+
+
 def test_what_is_no_port_and_no_address(relay):
     for command, line in (
-            ("show ip dhcp relay statistics port swp1", '% "swp1" is no port; give module and port, such as 1/2\n'),
+            ("show ip dhcp relay statistics port swp99", '% "swp99" is no port; give module and port, such as 1/2\n'),
             ("show ip dhcp relay client 1234", '% "1234" is no hardware address; give it as 02:00:00:00:00:01, '
                                                "02-00-00-00-00-01 or 0200.0000.0001\n")):
         for words in (command, f"{command} | json"):

@@ -204,7 +204,7 @@ def test_what_is_refused(lab, relay, captures):
     other.chmod(0o666)
     for command, said in (
             ("monitor ip dhcp relay mac 1", '% "1" is no hardware address; '),
-            ("monitor ip dhcp relay port swp1", '% "swp1" is no port; '),
+            ("monitor ip dhcp relay port swp99", '% "swp99" is no port; '),
             ("monitor ip dhcp relay pcap relay.pcapng", '% "relay.pcapng" is no file for a capture; '),
             ("monitor ip dhcp relay pcap /etc/passwd", '% "/etc/passwd" is no file for a capture; '),
             (f"monitor ip dhcp relay pcap {other}", f"% {other} exists and is no capture; name another file"),

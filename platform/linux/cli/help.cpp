@@ -7,6 +7,7 @@
 
 #include "cli/session.h"
 #include "cli/tree.h"
+#include "inventory/inventory.h"
 #include "nsm.h"
 
 namespace ravo::cli {
@@ -112,6 +113,34 @@ void add_interface_names(std::string_view prefix, std::vector<std::string> *out)
         if (begins_with(each->name, prefix)) out->emplace_back(each->name);
 }
 
+// Ids of the VLAN interfaces that are there.
+void add_vlan_ids(std::string_view prefix, std::vector<std::string> *out) {
+    constexpr std::string_view vlan = "vlan";
+    for (const struct interface *each = ifg_first(); each != nullptr; each = ifg_next(each)) {
+        const std::string_view name = each->name;
+        const std::string_view id = name.substr(std::min(name.size(), vlan.size()));
+        if (name.starts_with(vlan) && id.starts_with(prefix)) out->emplace_back(id);
+    }
+}
+
+// Ports as they are numbered, and their devices' names.
+void add_ports(std::string_view prefix, std::vector<std::string> *out) {
+    constexpr std::string_view before = "port ";
+    for (const platform::inventory_row &row : platform::inventory_rows()) {
+        if (row.kind != platform::inventory_row::what::port || row.ifindex == 0) continue;
+        const std::string number = row.name.starts_with(before) ? row.name.substr(before.size()) : row.name;
+        if (number.starts_with(prefix)) out->push_back(number);
+        if (row.device.starts_with(prefix)) out->push_back(row.device);
+    }
+}
+
+// Values that a word which stands for one may be completed to.
+void add_values(const token &what, std::string_view prefix, std::vector<std::string> *out) {
+    if (what.kind == token_kind::ifname) add_interface_names(prefix, out);
+    if (what.text == "<1-4094>") add_vlan_ids(prefix, out);
+    if (what.text == "PORT") add_ports(prefix, out);
+}
+
 bool takes_a_filter(const half_line &half) {
     return !half.words.empty() && begins_with("show", half.words.front().text);
 }
@@ -140,9 +169,10 @@ std::vector<std::string> session_complete(session &s, std::string_view line) {
     }
     for (const token *each : next_of(s, half).tokens) {
         if (each->kind == token_kind::keyword) out.push_back(each->text);
-        if (each->kind == token_kind::ifname) add_interface_names(half.prefix.text, &out);
+        add_values(*each, half.prefix.text, &out);
     }
     std::sort(out.begin(), out.end());
+    out.erase(std::unique(out.begin(), out.end()), out.end());
     return out;
 }
 

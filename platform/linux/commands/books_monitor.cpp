@@ -159,7 +159,7 @@ constexpr char address_word[] = "Its hardware address";
 constexpr char vlan_word[] = "That came in on one VLAN";
 constexpr char id_word[] = "VLAN id";
 constexpr char port_word[] = "That came in on one port";
-constexpr char number_word[] = "Module and port, such as 1/2";
+constexpr char number_word[] = "Module and port, such as 1/2, or its device";
 
 constexpr command_row rows[] = {
     {.privilege = viewer_privilege,

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "base/text.h"
+#include "inventory/inventory.h"
 #include "inventory/inventory_names.h"
 #include "port_number.h"
 
@@ -108,7 +109,11 @@ std::string port_name(std::uint32_t port_ifindex) {
 
 std::optional<std::uint32_t> read_port_name(std::string_view text) {
     const std::uint32_t number = port_number_parse(std::string(text).c_str());
-    return number != 0 ? std::optional(number) : std::nullopt;
+    if (number != 0) return number;
+    for (const platform::inventory_row &row : platform::inventory_rows())
+        if (row.kind == platform::inventory_row::what::port && row.device == text && row.ifindex != 0)
+            return row.ifindex;
+    return std::nullopt;
 }
 
 std::string interface_name(std::uint32_t switch_ifindex) {

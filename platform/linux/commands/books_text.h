@@ -19,7 +19,7 @@ using hardware_address = std::array<std::uint8_t, 6>;
 
 // "2/1" for a port's interface number: module and port. Any other number as it is; "-" for 0.
 std::string port_name(std::uint32_t port_ifindex);
-// The interface number of a port named so; none for what is no port.
+// The interface number of a port named so, or of the port that a device of this name is; none for what is no port.
 std::optional<std::uint32_t> read_port_name(std::string_view text);
 
 // "vlan10" for a VLAN interface's number; any other number as it is.

@@ -496,6 +496,7 @@ TEST(Completion, GivesWholeWords) {
     (void)ifg_get_by_name("vlan78");
     s.configure();
     EXPECT_THAT(session_complete(*s.session, "interface vlan7"), IsSupersetOf({"vlan77", "vlan78"}));
+    EXPECT_THAT(session_complete(*s.session, "interface vlan 7"), IsSupersetOf({"77", "78"}));
     EXPECT_THAT(session_complete(*s.session, "interface r"), ElementsAre("range"));
     EXPECT_THAT(session_complete(*s.session, "ip dhcp relay hops "), ElementsAre());
 }
