@@ -359,9 +359,9 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     platform::frame_set_reload(read_description_again);
     platform::transaction_room_open();
     open_inventory(options);
-    if (!remark.empty()) platform::log_line(platform::log_level_warning, "%s", remark.c_str());
     install_commands();
     connect_and_start();
+    if (!remark.empty()) platform::log_line(platform::log_level_trace, "%s", remark.c_str());
     platform::log_set_ordinary(platform::books_answered_already);
     ravo::cli::kept_begin();
     platform::nsm_deliver_existing();
