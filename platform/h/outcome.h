@@ -27,6 +27,7 @@ enum relay_outcome {
     OUTCOME_UNKNOWN_VLAN,      // no VLAN interface for its tag or its port's PVID
     OUTCOME_UNKNOWN_PORT,      // came in on a device that is no port any more
     OUTCOME_PORT_LIMIT,        // more than the port may send
+    OUTCOME_PORT_HELD,         // the port is held, since a message from it ended the daemon
 
     // Dropped by the relay.
     OUTCOME_BAD_FLAGS,             // flags other than the broadcast bit

@@ -25,6 +25,7 @@
 
 #include "base/loop.h"
 #include "base/owners.h"
+#include "books/black_box.h"
 #include "books/books.h"
 #include "books/pcapng.h"
 #include "boundary.h"
@@ -269,6 +270,17 @@ void open_inventory(const platform::frame_options &options) {
     if (!reason.empty()) refuse("ravod: " + reason);
 }
 
+// Where the message in hand is noted: beside the socket, in a folder that a boot empties.
+void open_black_box(const platform::frame_options &options) {
+    platform::black_box_crash crash;
+    const std::string why_not = platform::black_box_open(options.management_socket + ".box", &crash);
+    if (!why_not.empty()) platform::log_line(platform::log_level_warning, "%s", why_not.c_str());
+    if (!crash.happened) return;
+    const std::string kept = platform::black_box_keep(crash, platform::state_folder());
+    platform::log_line(platform::log_level_error, "crash: ravod died while it handled a message of %s: %s",
+                       platform::black_box_text(crash).c_str(), kept.c_str());
+}
+
 void replay_startup_configuration(const platform::frame_options &options) {
     const std::string &path = options.startup_config;
     // The first save creates the file, so its absence keeps nothing from starting; but a path that was typed may be
@@ -334,6 +346,7 @@ void end_in_order(std::vector<event_ptr> signals) {
     platform::transaction_room_close();
     platform::timers_free();
     platform::channel_close();
+    platform::black_box_close();
     platform::inventory_close();
     platform::service_watchdog_stop();
     signals.clear();
@@ -362,6 +375,7 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     install_commands();
     connect_and_start();
     if (!remark.empty()) platform::log_line(platform::log_level_trace, "%s", remark.c_str());
+    open_black_box(options);
     platform::log_set_ordinary(platform::books_answered_already);
     ravo::cli::kept_begin();
     platform::nsm_deliver_existing();

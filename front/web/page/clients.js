@@ -3,7 +3,7 @@ import { el, svg, card, table, empty, number, time } from "./dom.js";
 import { get, faultText } from "./api.js";
 import { isNarrow } from "./chart.js";
 
-const atPort = ["truncated", "fragment", "bad-ip-checksum", "bad-udp-checksum", "unknown-port", "port-limit"];
+const atPort = ["truncated", "fragment", "bad-ip-checksum", "bad-udp-checksum", "unknown-port", "port-limit", "port-held"];
 const good = ["relayed", "delivered", "rebroadcast"];
 
 const outcome = (m) => el("span", { class: good.includes(m.outcome) ? "good" : m.outcome === "already-answered" ? "soft" : "bad", title: m.outcome }, m.reason || m.outcome);

@@ -16,6 +16,7 @@
 
 #include "base/clock.h"
 #include "base/port_rows.h"
+#include "books/black_box.h"
 #include "books/client_book.h"
 #include "books/outcome_words.h"
 #include "books/recorder.h"
@@ -226,6 +227,7 @@ void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const 
     in_hand = true;
     read_message(message, current);
     read_sender(frame, current);
+    black_box_note(current, frame);
     log_subject_begin({vlan, port_ifindex, current.client, current.has_message || !frame.empty()});
 }
 
@@ -252,6 +254,7 @@ void books_close() {
     in_hand = false;
     if (current.op == op_request) settle_request();
     if (current.op == op_reply) settle_reply();
+    black_box_clear();
     log_subject_end(outcome_word(static_cast<relay_outcome>(current.outcome)));
     each_counters(vlan_of_client(), current.port_ifindex, count_current);
     recorder_keep(current);

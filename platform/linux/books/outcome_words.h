@@ -27,6 +27,7 @@ inline constexpr std::array<outcome_name, OUTCOMES> outcome_words{{
     {OUTCOME_UNKNOWN_VLAN, "unknown-vlan", "no VLAN interface for its VLAN"},
     {OUTCOME_UNKNOWN_PORT, "unknown-port", "came in on a device that is no port"},
     {OUTCOME_PORT_LIMIT, "port-limit", "more messages than the port may send"},
+    {OUTCOME_PORT_HELD, "port-held", "the port is held after a crash"},
     {OUTCOME_BAD_FLAGS, "bad-flags", "flags other than the broadcast bit"},
     {OUTCOME_HOP_LIMIT, "hop-limit", "passed too many relays"},
     {OUTCOME_UNKNOWN_OPERATION, "unknown-operation", "neither request nor reply"},

@@ -22,6 +22,7 @@
 #include <utility>
 
 #include "base/loop.h"
+#include "books/black_box.h"
 #include "books/books.h"
 #include "channel/channel_frame.h"
 #include "channel/limits.h"
@@ -136,6 +137,10 @@ bool examine(const ring_frame &received, dhcp_frame *frame, ingress *in) {
     if (place == ingress_result::uplink) place = classify_uplink(*frame, message, *in);
     switch (place) {
         case ingress_result::ok:
+            if (black_box_holds(in->port_ifindex)) {
+                drop(OUTCOME_PORT_HELD, received, *in, message);
+                return false;
+            }
             books_open(in->vlan, in->port_ifindex, received.bytes, message, tag_of(received.aux), received.time_us);
             if (in->vlan == 0) books_client_vlan(vlan_of_relay_address(message));
             return true;

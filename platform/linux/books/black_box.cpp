@@ -1,0 +1,251 @@
+// What is in the file is written by this program alone, and read by it after it died in the middle of something: every
+// number is judged before it is used. The length is written last and taken away first, so that a frame is there whole
+// or not at all. Times are those of a clock that restarts do not change and that goes on while the machine sleeps.
+#include "books/black_box.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+#include "base/files.h"
+#include "base/mapping.h"
+#include "base/owners.h"
+#include "books/pcapng.h"
+#include "port_number.h"
+
+namespace ravo::platform {
+
+namespace {
+
+constexpr std::uint64_t magic = 0x7261766F'626F7831;  // with the form's number at its end
+constexpr std::string_view name_begin = "crash-", name_end = ".pcapng";
+
+struct hold {
+    std::uint32_t port;  // 0: nobody's
+    std::uint32_t times;
+    std::int64_t until;  // seconds since the boot
+};
+
+struct box {
+    std::uint64_t magic;
+    std::uint32_t length;  // of the frame; 0: no message in hand
+    std::uint32_t port;
+    std::int64_t time_us;
+    std::uint16_t vlan;
+    std::uint16_t tag_protocol;
+    std::uint16_t tag_tci;
+    std::array<std::uint8_t, 6> client;
+    std::array<hold, black_box_ports> holds;
+    std::array<std::uint8_t, black_box_frame_size> frame;
+};
+
+mapping room;
+std::string box_path;  // of the file
+bool holding = false;  // some port may be held
+
+box *the_box() {
+    return static_cast<box *>(room.get());
+}
+
+std::int64_t now() {
+    timespec time{};
+    clock_gettime(CLOCK_BOOTTIME, &time);
+    return time.tv_sec;
+}
+
+void set_length(box &b, std::uint32_t length) {
+    __atomic_store_n(&b.length, length, __ATOMIC_RELEASE);
+}
+
+// A time that no hold of this boot can have is that of another boot.
+bool is_remembered(const hold &h, std::int64_t time) {
+    return h.port != 0 && h.until <= time + black_box_longest_hold && time - h.until < black_box_longest_hold;
+}
+
+bool remembers(const box &b) {
+    const std::int64_t time = now();
+    return std::any_of(b.holds.begin(), b.holds.end(), [&](const hold &h) { return is_remembered(h, time); });
+}
+
+hold &place_for(box &b, std::uint32_t port) {
+    for (hold &h : b.holds)
+        if (h.port == port) return h;
+    return *std::min_element(b.holds.begin(), b.holds.end(),
+                             [](const hold &one, const hold &other) { return one.until < other.until; });
+}
+
+// Returns for how many seconds.
+unsigned hold_port(box &b, std::uint32_t port) {
+    const std::int64_t time = now();
+    hold &h = place_for(b, port);
+    const bool again = h.port == port && is_remembered(h, time);
+    h.times = again ? std::min<std::uint32_t>(h.times + 1, 16) : 1;
+    const unsigned seconds = std::min(black_box_first_hold << (h.times - 1), black_box_longest_hold);
+    h.port = port;
+    h.until = time + seconds;
+    return seconds;
+}
+
+bool is_whole(const box &b) {
+    return b.magic == magic && b.length <= black_box_frame_size;
+}
+
+black_box_crash take_out(box &b) {
+    black_box_crash crash;
+    if (b.length == 0) return crash;
+    crash.happened = true;
+    crash.entry.time_us = b.time_us;
+    crash.entry.port_ifindex = b.port;
+    crash.entry.vlan = b.vlan;
+    crash.entry.tag = {.protocol = b.tag_protocol, .tci = b.tag_tci};
+    crash.entry.client = b.client;
+    crash.frame.assign(b.frame.begin(), b.frame.begin() + b.length);
+    set_length(b, 0);
+    if (b.port != 0) crash.held_seconds = hold_port(b, b.port);
+    return crash;
+}
+
+std::string failure(const std::string &path, int reason) {
+    return path + ": no message that ends the daemon can be noted: " + std::strerror(reason);
+}
+
+struct folder_close {
+    void operator()(DIR *folder) const { closedir(folder); }
+};
+
+// Names of the captures of crashes in a folder, oldest first: their names begin with their times.
+std::vector<std::string> captures_in(const std::string &folder) {
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, folder_close> open(opendir(folder.c_str()));
+    if (open == nullptr) return names;
+    while (const dirent *entry = readdir(open.get())) {
+        const std::string_view name = entry->d_name;
+        if (name.starts_with(name_begin) && name.ends_with(name_end)) names.emplace_back(name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// "crash-20240607T080910.123456Z.pcapng"
+std::string capture_name(std::int64_t time_us) {
+    const time_t seconds = time_us / 1000000;
+    tm when{};
+    gmtime_r(&seconds, &when);
+    char text[64];
+    const std::size_t length = strftime(text, sizeof text, "%Y%m%dT%H%M%S", &when);
+    const std::string fraction = std::to_string(1000000 + time_us % 1000000).substr(1);
+    return std::string(name_begin) + std::string(text, length) + "." + fraction + "Z" + std::string(name_end);
+}
+
+}  // namespace
+
+std::string black_box_open(const std::string &path, black_box_crash *crash) {
+    black_box_close();
+    const descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+    if (!file) return failure(path, errno);
+    struct stat status {};
+    if (fstat(file.get(), &status) != 0) return failure(path, errno);
+    // What others may cut short is no memory.
+    if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) return failure(path, EEXIST);
+    // The room is taken now: a write into a page for which the disk has none would end the daemon.
+    if (const int failed = posix_fallocate(file.get(), 0, sizeof(box)); failed != 0) return failure(path, failed);
+    room = mapping(file.get(), sizeof(box));
+    if (!room) return failure(path, errno);
+    box_path = path;
+    box &b = *the_box();
+    if (!is_whole(b)) {
+        std::memset(room.get(), 0, sizeof(box));
+        b.magic = magic;
+    }
+    *crash = take_out(b);
+    holding = remembers(b);
+    return {};
+}
+
+void black_box_close() {
+    if (!room) return;
+    black_box_clear();
+    if (!remembers(*the_box())) (void)unlink(box_path.c_str());
+    room = mapping();
+    holding = false;
+}
+
+void black_box_note(const book_entry &entry, std::span<const std::uint8_t> frame) {
+    if (!room || frame.empty()) return;
+    box &b = *the_box();
+    const std::size_t length = std::min(frame.size(), black_box_frame_size);
+    set_length(b, 0);
+    b.time_us = entry.time_us;
+    b.port = entry.port_ifindex;
+    b.vlan = entry.vlan;
+    b.tag_protocol = entry.tag.protocol;
+    b.tag_tci = entry.tag.tci;
+    b.client = entry.client;
+    std::memcpy(b.frame.data(), frame.data(), length);
+    set_length(b, static_cast<std::uint32_t>(length));
+}
+
+void black_box_clear() {
+    if (room) set_length(*the_box(), 0);
+}
+
+bool black_box_holds(std::uint32_t port_ifindex) {
+    if (!holding || port_ifindex == 0) [[likely]]
+        return false;
+    const std::int64_t time = now();
+    bool some = false;
+    for (const hold &h : the_box()->holds) {
+        const bool held = is_remembered(h, time) && time < h.until;
+        if (held && h.port == port_ifindex) return true;
+        some = some || held;
+    }
+    holding = some;
+    return false;
+}
+
+std::string black_box_keep(const black_box_crash &crash, const std::string &folder) {
+    if (folder.empty()) return "there is no state folder to keep it in";
+    std::vector<std::uint8_t> bytes;
+    pcapng_begin(bytes);
+    std::array<std::uint8_t, 4> tag{};
+    const book_tag &carried = crash.entry.tag;
+    tag = {static_cast<std::uint8_t>(carried.protocol >> 8), static_cast<std::uint8_t>(carried.protocol),
+           static_cast<std::uint8_t>(carried.tci >> 8), static_cast<std::uint8_t>(carried.tci)};
+    const std::span<const std::uint8_t> shown =
+        carried.protocol != 0 ? std::span<const std::uint8_t>(tag) : std::span<const std::uint8_t>();
+    pcapng_frame(bytes, crash.entry.time_us, crash.frame, "the daemon died while it handled this message", shown);
+    std::vector<std::string> names = captures_in(folder);
+    while (names.size() >= black_box_captures) {
+        (void)unlink((folder + "/" + names.front()).c_str());
+        names.erase(names.begin());
+    }
+    const std::string path = folder + "/" + capture_name(crash.entry.time_us);
+    const std::string_view text(reinterpret_cast<const char *>(bytes.data()), bytes.size());
+    const int failed = replace_file(path, text, 0600);
+    return failed == 0 ? path : path + " cannot be written: " + std::strerror(failed);
+}
+
+std::string black_box_text(const black_box_crash &crash) {
+    const auto &mac = crash.entry.client;
+    char client[32], number[PORT_NUMBER_TEXT_SIZE];
+    std::snprintf(client, sizeof client, "client %02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
+                  mac[5]);
+    const std::uint32_t port = crash.entry.port_ifindex;
+    std::string text = client;
+    text += crash.entry.vlan != 0 ? " on VLAN " + std::to_string(crash.entry.vlan) : " on no VLAN";
+    if (port == 0) return text + ", no port";
+    return text + ", port " + port_number_text(port, number) + ", held for " + std::to_string(crash.held_seconds) +
+           " s";
+}
+
+}  // namespace ravo::platform
