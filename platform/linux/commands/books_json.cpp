@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "channel/channel.h"
 #include "commands/books_clients.h"
+#include "commands/books_snapshot.h"
 #include "commands/books_text.h"
 #include "commands/commands.h"
 #include "osal/send_figures.h"
@@ -40,25 +41,25 @@ void add_counters(json_writer &out, const platform::book_counters &counters) {
     json_close(out, '}');
 }
 
-void add_total(json_writer &out) {
+void add_total(json_writer &out, const book_snapshot &now) {
     json_open(out, "total", '{');
-    add_counters(out, platform::books_total());
-    json_number(out, "lost", static_cast<std::int64_t>(platform::channel_lost()));
+    add_counters(out, now.total);
+    json_number(out, "lost", static_cast<std::int64_t>(now.lost));
     json_close(out, '}');
 }
 
-void add_vlan(json_writer &out, std::uint16_t vlan) {
+void add_vlan(json_writer &out, const counted_place &vlan) {
     json_open(out, "", '{');
-    json_number(out, "vlan", vlan);
-    add_counters(out, platform::books_of_vlan(vlan));
+    json_number(out, "vlan", vlan.number);
+    add_counters(out, vlan.counters);
     json_close(out, '}');
 }
 
-void add_port(json_writer &out, std::uint32_t port) {
+void add_port(json_writer &out, const counted_place &port) {
     json_open(out, "", '{');
-    json_string(out, "port", port_name(port));
-    json_number(out, "ifindex", port);
-    add_counters(out, platform::books_of_port(port));
+    json_string(out, "port", port_name(port.number));
+    json_number(out, "ifindex", port.number);
+    add_counters(out, port.counters);
     json_close(out, '}');
 }
 
@@ -181,14 +182,14 @@ void add_message(json_writer &out, const platform::book_entry &entry) {
 }  // namespace
 
 int statistics_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
-    platform::books_look();
+    const book_snapshot now = take_snapshot();
     json_open(out, "", '{');
-    add_total(out);
+    add_total(out, now);
     json_open(out, "vlans", '[');
-    for (const std::uint16_t vlan : platform::books_vlans()) add_vlan(out, vlan);
+    for (const counted_place &vlan : now.vlans) add_vlan(out, vlan);
     json_close(out, ']');
     json_open(out, "ports", '[');
-    for (const std::uint32_t port : platform::books_ports()) add_port(out, port);
+    for (const counted_place &port : now.ports) add_port(out, port);
     json_close(out, ']');
     add_all_unsent(out);
     add_transactions(out);
@@ -198,7 +199,8 @@ int statistics_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_w
 
 int statistics_of_vlan_json(struct cli * /*cli*/, int /*argc*/, char **argv, json_writer &out) {
     platform::books_look();
-    add_vlan(out, static_cast<std::uint16_t>(std::atoi(argv[0])));
+    const auto vlan = static_cast<std::uint16_t>(std::atoi(argv[0]));
+    add_vlan(out, {vlan, platform::books_of_vlan(vlan)});
     return 0;
 }
 
@@ -206,7 +208,7 @@ int statistics_of_port_json(struct cli *cli, int /*argc*/, char **argv, json_wri
     const auto port = read_port_name(argv[0]);
     if (!port) return books_refuse(cli, bad_port_line(argv[0]));
     platform::books_look();
-    add_port(out, *port);
+    add_port(out, {*port, platform::books_of_port(*port)});
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #include "channel/channel.h"
 #include "cli/command_row.h"
 #include "commands/books_json.h"
+#include "commands/books_snapshot.h"
 #include "commands/books_text.h"
 #include "commands/commands.h"
 #include "osal/send_figures.h"
@@ -49,7 +50,7 @@ void print_block(struct cli *cli, const std::string &title, const platform::book
     }
 }
 
-std::string vlan_title(std::uint16_t vlan) {
+std::string vlan_title(std::uint32_t vlan) {
     return "VLAN interface vlan" + std::to_string(vlan) + ":";
 }
 
@@ -89,20 +90,20 @@ void print_crowded(struct cli *cli) {
 }
 
 int show_all(struct cli *cli, int /*argc*/, char ** /*argv*/) {
-    platform::books_look();
-    print_block(cli, "Total:", platform::books_total());
-    if (const std::uint64_t lost = platform::channel_lost(); lost != 0)
+    const book_snapshot now = take_snapshot();
+    print_block(cli, "Total:", now.total);
+    if (now.lost != 0)
         cli->print(cli->print_handle, "%llu messages more came faster than they could be read and were lost\n",
-                   static_cast<unsigned long long>(lost));
+                   static_cast<unsigned long long>(now.lost));
     print_unsent(cli);
     print_crowded(cli);
-    for (const std::uint16_t vlan : platform::books_vlans()) {
+    for (const counted_place &vlan : now.vlans) {
         cli->print(cli->print_handle, "\n");
-        print_block(cli, vlan_title(vlan), platform::books_of_vlan(vlan));
+        print_block(cli, vlan_title(vlan.number), vlan.counters);
     }
-    for (const std::uint32_t port : platform::books_ports()) {
+    for (const counted_place &port : now.ports) {
         cli->print(cli->print_handle, "\n");
-        print_block(cli, port_title(port), platform::books_of_port(port));
+        print_block(cli, port_title(port.number), port.counters);
     }
     return 0;
 }
@@ -110,7 +111,8 @@ int show_all(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 int show_vlan(struct cli *cli, int /*argc*/, char **argv) {
     const auto vlan = static_cast<std::uint16_t>(std::atoi(argv[0]));  // the parser has seen to its range
     platform::books_look();
-    print_block(cli, vlan_title(vlan), platform::books_of_vlan(vlan));
+    const platform::book_counters counters = platform::books_of_vlan(vlan);  // of one moment
+    print_block(cli, vlan_title(vlan), counters);
     return 0;
 }
 
@@ -118,7 +120,8 @@ int show_port(struct cli *cli, int /*argc*/, char **argv) {
     const auto port = read_port_name(argv[0]);
     if (!port) return books_refuse(cli, bad_port_line(argv[0]));
     platform::books_look();
-    print_block(cli, port_title(*port), platform::books_of_port(*port));
+    const platform::book_counters counters = platform::books_of_port(*port);  // of one moment
+    print_block(cli, port_title(*port), counters);
     return 0;
 }
 

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <set>
 #include <string>
 
@@ -64,6 +66,25 @@ TEST_F(BooksStatistics, TellItInJsonToo) {
               "    {\n      \"server\": \"192.0.2.12\",\n      \"no_room\": 1,\n      \"failed\": 0\n    },\n"
               "    {\n      \"interface\": \"vlan10\",\n      \"no_room\": 0,\n      \"failed\": 1\n    }\n"
               "  ],\n");
+}
+
+// Between two pieces of output messages are relayed, and counted.
+TEST_F(BooksStatistics, AreThoseOfOneMoment) {
+    static const relay_access no_data{};
+    relay_access_register(&no_data);
+    for (std::uint16_t vlan = 10; vlan < 60; ++vlan) books_count(OUTCOME_RELAYED, vlan, 5121, 3);
+    for (const char *line : {"show ip dhcp relay statistics", "show ip dhcp relay statistics | json",
+                             "show ip dhcp relay statistics vlan 10", "show ip dhcp relay statistics port 1/1"}) {
+        const std::string at_once = shell(2).print(line);
+        shell s(2);
+        ravo::cli::session_begin(*s.session, line);
+        int result = -1, turns = 0;
+        for (; !ravo::cli::session_turn(*s.session, std::chrono::microseconds(0), &result); ++turns)
+            books_count(OUTCOME_RELAYED, 10, 5121, 1);
+        EXPECT_EQ(result, 0);
+        EXPECT_GT(turns, 2) << line;
+        EXPECT_EQ(s.text, at_once);
+    }
 }
 
 struct transaction {
