@@ -28,6 +28,17 @@ enum relay_outcome {
     OUTCOME_UNKNOWN_PORT,      // came in on a device that is no port any more
     OUTCOME_PORT_LIMIT,        // more than the port may send
     OUTCOME_PORT_HELD,         // the port is held, since a message from it ended the daemon
+    OUTCOME_CORE_ASSERTION,    // the relay could answer it only by ending
+
+    // Dropped by a guard, where one is set.
+    OUTCOME_GUARD_SERVER_PORT,   // a reply from a port that is not for servers
+    OUTCOME_GUARD_SERVER,        // a reply from an address that is no configured server's
+    OUTCOME_GUARD_CIRCUIT_ID,    // a reply whose circuit id has not the length that the relay writes
+    OUTCOME_GUARD_RELAY_FIELDS,  // a relay address or option 82 from a port that is not trusted
+    OUTCOME_GUARD_SOURCE_MAC,    // a client hardware address that is not the frame's source
+    OUTCOME_GUARD_DESTINATION,   // to the address of another VLAN's interface
+    OUTCOME_GUARD_CLIENTS,       // more client addresses than the port may have
+    OUTCOME_GUARD_TRANSACTION,   // an open transaction of another port or client
 
     // Dropped by the relay.
     OUTCOME_BAD_FLAGS,             // flags other than the broadcast bit

@@ -264,6 +264,7 @@ void open_inventory(const platform::frame_options &options) {
     platform::trap_remove_stale();
     give_up_rights(options, description);
     platform::nsm_follow_inventory();
+    platform::channel_know_relay(platform::relay_data());
     describe(description);
     remember_ports();
     const std::string reason = platform::inventory_open();

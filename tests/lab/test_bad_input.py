@@ -44,9 +44,9 @@ def run(*words, prefix=()):
 PORT = '[[port]]\ndevice = "{}"\nmodule = {}\nport = {}\n'
 SWITCH_FAULTS = {
     "syntax": ("[[port]\n", "1:8: Error while parsing table header: expected ']', saw '\\n'"),
-    "unknown table": ("[[ports]]\n", '1:3: unknown table "ports"; there are [[port]], [[interface]], [channel], [limit], [settings], [management] and [capture]'),
+    "unknown table": ("[[ports]]\n", '1:3: unknown table "ports"; there are [[port]], [[interface]], [channel], [limit], [guard], [settings], [management] and [capture]'),
     "unknown key": (PORT.format("swp1", 1, 1) + "speed = 10\n",
-                    '5:1: unknown key "speed" in [[port]]; it has device, module, port, trap, limit and burst'),
+                    '5:1: unknown key "speed" in [[port]]; it has device, module, port, trap, limit, burst, servers, trusted and clients'),
     "device twice": (PORT.format("swp1", 1, 1) + PORT.format("swp1", 1, 2),
                      '6:10: port device "swp1" is already in line 2; name it once'),
     "port twice": (PORT.format("swp1", 1, 1) + PORT.format("swp2", 1, 1),

@@ -19,6 +19,8 @@ interface vlan 20
  ip dhcp relay address 192.0.2.200
 exit
 """
+# Without this the reply that ends the daemon would not reach it.
+UNGUARDED = "[guard]\ncore_assertions = true\n"
 
 
 def outcome(relay, port, word):
@@ -31,7 +33,7 @@ def attack(host):
 
 def test_port_of_a_crash_is_held_and_others_are_served(bare_lab):
     attacker, good = bare_lab.client(1), bare_lab.client(3)
-    relay = bare_lab.start_relay(startup_config=CONFIGURATION)
+    relay = bare_lab.start_relay(startup_config=CONFIGURATION, switch_toml=UNGUARDED)
     attack(attacker)
     assert relay.process.wait() == -signal.SIGABRT
     relay.start()

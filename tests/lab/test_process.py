@@ -233,7 +233,7 @@ def test_hangup_reads_the_switch_description_again(start, tmp_path):
     switch.write_text('[[port]]\ndevice = "swp1"\nmodule = 1\nport = 1\n')
     assert hang_up() == "ravod: switch description read again: 1 ports, 0 interfaces"
     switch.write_text("x = 1\n")
-    assert hang_up() == (f'{switch}:1:1: unknown key "x"; there are [[port]], [[interface]], [channel], [limit], [settings], [management] and [capture] '
+    assert hang_up() == (f'{switch}:1:1: unknown key "x"; there are [[port]], [[interface]], [channel], [limit], [guard], [settings], [management] and [capture] '
                          "(the switch description in use stays)")
     switch.write_text("")
     assert hang_up() == "ravod: switch description read again: 0 ports, 0 interfaces"

@@ -3,7 +3,9 @@ import { el, svg, card, table, empty, number, time } from "./dom.js";
 import { get, faultText } from "./api.js";
 import { isNarrow } from "./chart.js";
 
-const atPort = ["truncated", "fragment", "bad-ip-checksum", "bad-udp-checksum", "unknown-port", "port-limit", "port-held"];
+const atPort = ["truncated", "fragment", "bad-ip-checksum", "bad-udp-checksum", "unknown-port", "port-limit", "port-held", "core-assertion",
+  "guard-server-port", "guard-server", "guard-circuit-id", "guard-relay-fields", "guard-source-mac", "guard-destination", "guard-clients",
+  "guard-transaction"];
 const good = ["relayed", "delivered", "rebroadcast"];
 
 const outcome = (m) => el("span", { class: good.includes(m.outcome) ? "good" : m.outcome === "already-answered" ? "soft" : "bad", title: m.outcome }, m.reason || m.outcome);

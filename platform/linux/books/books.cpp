@@ -265,6 +265,10 @@ std::uint32_t books_port_in_hand() {
     return in_hand ? current.port_ifindex : 0;
 }
 
+relay_outcome books_outcome_in_hand() {
+    return in_hand ? static_cast<relay_outcome>(current.outcome) : OUTCOME_NONE;
+}
+
 void books_count(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex, std::uint64_t count) {
     each_counters(vlan, port_ifindex, [=](book_counters &counters) {
         counters.received += count;

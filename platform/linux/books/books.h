@@ -89,6 +89,8 @@ void books_close();
 
 // The number of the port that the message in hand came in on; 0 without one.
 std::uint32_t books_port_in_hand();
+// What was said of it so far; OUTCOME_NONE without one.
+relay_outcome books_outcome_in_hand();
 
 // Counts messages that were dropped before they could be read. They are in no recorder, and no watcher is told.
 void books_count(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex, std::uint64_t count);

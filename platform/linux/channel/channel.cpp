@@ -25,6 +25,7 @@
 #include "books/black_box.h"
 #include "books/books.h"
 #include "channel/channel_frame.h"
+#include "channel/guard.h"
 #include "channel/limits.h"
 #include "channel/packet_ring.h"
 #include "channel/tally.h"
@@ -58,8 +59,15 @@ struct open_channel {
     ingress in;
 };
 
+std::int64_t clock_ns() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * second_ns + now.tv_nsec;
+}
+
 std::unique_ptr<open_channel> channel;
 port_limits limits;
+guards guard(clock_ns);
 std::uint64_t lost = 0;            // messages that the queue had no room for
 std::uint64_t forgotten_lost = 0;  // of these, those that are not told any more
 
@@ -123,8 +131,22 @@ std::uint16_t vlan_of_relay_address(std::span<const std::uint8_t> message) {
     return address == 0 ? std::uint16_t{0} : inventory_vlan_of_address(address);
 }
 
+// Asks the guards about a message; what one stops is dropped. Returns whether it may pass.
+bool passes_guards(const tap &from, const ring_frame &received, const dhcp_frame &frame, const ingress &in) {
+    const std::span<const std::uint8_t> message = frame.udp.subspan(channel_udp_header_size);
+    const relay_outcome outcome = guard.judge({from.name, from.uplink, in, received.bytes, frame.ip_part, message});
+    if (outcome == OUTCOME_NONE) return true;
+    if (outcome == OUTCOME_CORE_ASSERTION)
+        log_line(log_level_warning,
+                 "vlan%u: a reply came in where local relay is on and the check is off; the relay could answer it only "
+                 "by ending, so it is dropped (core_assertions = true in [guard] lets it through)",
+                 in.vlan);
+    drop(outcome, received, in, message);
+    return false;
+}
+
 // Checks and classifies one frame; what is dropped is counted. Returns whether it is to be delivered.
-bool examine(const ring_frame &received, dhcp_frame *frame, ingress *in) {
+bool examine(const tap &from, const ring_frame &received, dhcp_frame *frame, ingress *in) {
     const frame_result result = channel_frame_decode(received.bytes, received.aux, frame);
     if (result != frame_result::ok) {
         drop_frame(received, result);
@@ -141,6 +163,7 @@ bool examine(const ring_frame &received, dhcp_frame *frame, ingress *in) {
                 drop(OUTCOME_PORT_HELD, received, *in, message);
                 return false;
             }
+            if (!passes_guards(from, received, *frame, *in)) return false;
             books_open(in->vlan, in->port_ifindex, received.bytes, message, tag_of(received.aux), received.time_us);
             if (in->vlan == 0) books_client_vlan(vlan_of_relay_address(message));
             return true;
@@ -193,12 +216,6 @@ void hold_udp_port(open_channel &c) {
              std::strerror(errno));
 }
 
-std::int64_t clock_ns() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * second_ns + now.tv_nsec;
-}
-
 // Takes over what the gate and the ring counted.
 void tally(open_channel &c) {
     const std::uint32_t overruns = c.ring.take_overruns();
@@ -221,17 +238,16 @@ void settle(open_channel &c) {
 }
 
 // Counts a frame as taken. Returns whether it is a message that its port may send.
-bool admit(open_channel &c, const ring_frame &received) {
-    const tap *from = c.taps.find(received.kernel_ifindex);
-    if (from == nullptr) return false;  // heard on another device too, and read there
-    c.at.take(from->place);
+bool admit(open_channel &c, const tap &from, const ring_frame &received) {
+    c.at.take(from.place);
     if (received.cut) ++lost;
     if (received.cut || c.at.in_kernel()) return !received.cut;
-    return c.at.admit(from->place, channel_frame_vlan(received.bytes, received.aux), clock_ns());
+    return c.at.admit(from.place, channel_frame_vlan(received.bytes, received.aux), clock_ns());
 }
 
 // Takes frames until one is to be delivered, and keeps its parts. Returns whether there is one.
 bool fetch(open_channel &c) {
+    if (books_outcome_in_hand() == OUTCOME_DELIVERED) guard.delivered(c.frame.udp.subspan(channel_udp_header_size));
     books_close();  // the bytes of the message before are about to be overwritten
     for (std::size_t examined = 0; examined < frames_per_turn; ++examined) {
         ring_frame received;
@@ -239,7 +255,9 @@ bool fetch(open_channel &c) {
             settle(c);
             return false;
         }
-        if (admit(c, received) && examine(received, &c.frame, &c.in)) return true;
+        const tap *from = c.taps.find(received.kernel_ifindex);
+        if (from == nullptr) continue;  // heard on another device too, and read there
+        if (admit(c, *from, received) && examine(*from, received, &c.frame, &c.in)) return true;
     }
     return false;
 }
@@ -268,7 +286,12 @@ int open_at_gate(open_channel &c) {
 
 void channel_describe(const switch_description &description) {
     limits.describe(description);
+    guard.describe(description);
     if (channel) channel->taps.set_limits(channel->at, limits);
+}
+
+void channel_know_relay(const relay_access *relay) {
+    guard.know_relay(relay);
 }
 
 int channel_open() {

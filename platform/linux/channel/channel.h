@@ -10,10 +10,15 @@
 
 #include "inventory/switch_description.h"
 
+struct relay_access;
+
 namespace ravo::platform {
 
 // Installs what the description says of the channel. While it is open, the ports are held to the limits at once.
 void channel_describe(const switch_description &description);
+
+// Lets the guards ask the relay for its settings. relay: as long as the process lives.
+void channel_know_relay(const struct relay_access *relay);
 
 // Opens the channel. Returns a descriptor that is readable while a frame waits, or -1 and errno. One channel at a time;
 // EBUSY when one is open.

@@ -21,6 +21,7 @@ class port_limits {
     struct own_limit {
         std::optional<std::uint32_t> messages;
         std::optional<std::uint32_t> burst;
+        bool servers = false;
     };
 
     described_limit usual_;

@@ -83,10 +83,13 @@ struct table_shape {
     std::string_view needs_text;  // those that it must have
 };
 
-constexpr std::string_view port_keys[] = {"device", "module", "port", "trap", "limit", "burst"};
+constexpr std::string_view port_keys[] = {"device", "module",  "port",    "trap",   "limit",
+                                          "burst",  "servers", "trusted", "clients"};
 constexpr std::string_view interface_keys[] = {"vlan", "device"};
 constexpr std::string_view channel_keys[] = {"trap", "recorder"};
 constexpr std::string_view limit_keys[] = {"port", "burst", "uplink"};
+constexpr std::string_view guard_keys[] = {"all",        "server_ports", "servers", "circuit_id",   "relay_fields",
+                                           "source_mac", "destination",  "clients", "transactions", "core_assertions"};
 constexpr std::string_view settings_keys[] = {"keep"};
 constexpr std::string_view capture_keys[] = {"folders"};
 constexpr table_shape port_shape = {"[[port]]", port_keys, "device, module and port"};
@@ -94,6 +97,7 @@ constexpr table_shape interface_shape = {"[[interface]]", interface_keys, "vlan 
 constexpr table_shape channel_shape = {"[channel]", channel_keys, ""};
 constexpr table_shape limit_shape = {"[limit]", limit_keys, ""};
 constexpr table_shape capture_shape = {"[capture]", capture_keys, ""};
+constexpr table_shape guard_shape = {"[guard]", guard_keys, ""};
 constexpr table_shape settings_shape = {"[settings]", settings_keys, ""};
 constexpr std::string_view management_keys[] = {"sessions", "per_user", "idle_minutes"};
 constexpr table_shape management_shape = {"[management]", management_keys, ""};
@@ -204,7 +208,11 @@ void read_port(reading &r, const toml::table &table) {
     const auto trap = read_flag(r, table, "trap");
     const auto limit = read_optional_number(r, table, "limit", 0, described_limit_max);
     const auto burst = read_optional_number(r, table, "burst", 1, described_limit_max);
-    if (device && module && port) r.found.ports.push_back({*device, *module, *port, trap, limit, burst});
+    const bool servers = read_flag(r, table, "servers").value_or(false);
+    const bool trusted = read_flag(r, table, "trusted").value_or(false);
+    const auto clients = read_optional_number(r, table, "clients", 0, described_clients_max);
+    if (device && module && port)
+        r.found.ports.push_back({*device, *module, *port, trap, limit, burst, servers, trusted, clients});
 }
 
 void read_interface(reading &r, const toml::table &table) {
@@ -232,6 +240,23 @@ void read_limit(reading &r, const toml::table &table) {
     found.port = read_optional_number(r, table, "port", 0, described_limit_max).value_or(found.port);
     found.burst = read_optional_number(r, table, "burst", 1, described_limit_max).value_or(found.burst);
     found.uplink = read_optional_number(r, table, "uplink", 0, described_limit_max).value_or(found.uplink);
+}
+
+// Every guard follows "all" unless it says otherwise; that the relay ends is nothing to ask for along with others.
+void read_guard(reading &r, const toml::table &table) {
+    check_keys(r, table, guard_shape);
+    const bool all = read_flag(r, table, "all").value_or(false);
+    described_guard &found = r.found.guard;
+    found.server_ports = read_flag(r, table, "server_ports").value_or(all);
+    found.servers = read_flag(r, table, "servers").value_or(all);
+    found.circuit_id = read_flag(r, table, "circuit_id").value_or(all);
+    found.relay_fields = read_flag(r, table, "relay_fields").value_or(all);
+    found.source_mac = read_flag(r, table, "source_mac").value_or(all);
+    found.destination = read_flag(r, table, "destination").value_or(all);
+    found.transactions = read_flag(r, table, "transactions").value_or(all);
+    found.clients =
+        read_optional_number(r, table, "clients", 0, described_clients_max).value_or(all ? described_clients_all : 0);
+    found.core_assertions = read_flag(r, table, "core_assertions").value_or(false);
 }
 
 void read_settings(reading &r, const toml::table &table) {
@@ -286,9 +311,13 @@ struct top_table {
     bool list;  // there may be many: [[NAME]]
     void (*read)(reading &r, const toml::table &table);
 };
-constexpr top_table top_tables[] = {{"port", true, read_port},          {"interface", true, read_interface},
-                                    {"channel", false, read_channel},   {"limit", false, read_limit},
-                                    {"settings", false, read_settings}, {"management", false, read_management},
+constexpr top_table top_tables[] = {{"port", true, read_port},
+                                    {"interface", true, read_interface},
+                                    {"channel", false, read_channel},
+                                    {"limit", false, read_limit},
+                                    {"guard", false, read_guard},
+                                    {"settings", false, read_settings},
+                                    {"management", false, read_management},
                                     {"capture", false, read_capture}};
 
 void read_single(reading &r, const top_table &which, const toml::node &node) {

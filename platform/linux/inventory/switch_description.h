@@ -24,6 +24,10 @@ struct described_port {
     std::optional<bool> trap{};            // clients' broadcasts go to the relay only; none: as the channel says
     std::optional<std::uint32_t> limit{};  // messages a second, 0 to described_limit_max; none: as [limit] says
     std::optional<std::uint32_t> burst{};  // messages at once, 1 to described_limit_max; none: as [limit] says
+    bool servers = false;                  // servers are behind it: replies may come from it
+    bool trusted = false;                  // relays are behind it: they set relay fields
+    // client addresses a minute, 0 to described_clients_max, 0: any number; none: as [guard] says
+    std::optional<std::uint32_t> clients{};
     bool operator==(const described_port &) const = default;
 };
 
@@ -52,6 +56,23 @@ struct described_limit {
     std::uint32_t uplink =
         50000;  // messages a second of a device that is no port, and of a port of servers; 0: no limit
     bool operator==(const described_limit &) const = default;
+};
+
+// Checks that the channel adds to the relay's own, each off unless it is asked for.
+inline constexpr std::uint32_t described_clients_max = 4096;
+inline constexpr std::uint32_t described_clients_all = 64;  // with all = true
+
+struct described_guard {
+    bool server_ports = false;     // replies come from ports for servers and from uplinks only
+    bool servers = false;          // replies come from configured servers only
+    bool circuit_id = false;       // a reply's circuit id has the length that the relay writes
+    bool relay_fields = false;     // no relay address and no option 82 in requests from other ports
+    bool source_mac = false;       // a request's client hardware address is the frame's source
+    bool destination = false;      // a request to an interface's address is to that of its own VLAN
+    bool transactions = false;     // an open transaction is its port's and its client's
+    std::uint32_t clients = 0;     // client addresses a minute of a port that says nothing of its own; 0: any number
+    bool core_assertions = false;  // what the relay can answer only by ending reaches it
+    bool operator==(const described_guard &) const = default;
 };
 
 struct described_settings {
@@ -84,6 +105,7 @@ struct switch_description {
     std::vector<described_interface> interfaces;
     described_channel channel{};
     described_limit limit{};
+    described_guard guard{};
     described_settings settings{};
     described_management management{};
     described_capture capture{};

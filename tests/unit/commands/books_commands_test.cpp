@@ -189,6 +189,17 @@ TEST_F(BooksCommands, AllVlansAndPortsFitIntoOneAnswer) {
     EXPECT_LT(s.print("show ip dhcp relay statistics | json").size(), std::size_t{8} << 20);
 }
 
+// What guards never did is left out of VLANs and ports, and told in the total.
+TEST_F(BooksCommands, OutcomesOfGuardsAreToldWhereTheyAre) {
+    take({.vlan = 10, .port = port_1_1, .outcome = OUTCOME_GUARD_CLIENTS});
+    shell s(2);
+    const std::string vlan = s.print("show ip dhcp relay statistics vlan 10 | json");
+    EXPECT_THAT(vlan, testing::HasSubstr("\"guard-clients\": 1,"));
+    EXPECT_THAT(vlan, testing::Not(testing::HasSubstr("guard-server")));
+    EXPECT_THAT(vlan, testing::HasSubstr("\"port-limit\": 0,"));
+    EXPECT_THAT(s.print("show ip dhcp relay statistics vlan 20 | json"), testing::Not(testing::HasSubstr("guard-")));
+}
+
 TEST_F(BooksCommands, ClearingStartsFromNothing) {
     take({});
     shell viewer(14);
@@ -561,11 +572,13 @@ void have_relay() {
 }
 
 // All outcomes are members, also those that no message had.
-std::string outcomes(const std::string &indent, relay_outcome one) {
+// All outcomes, of which one happened once; those of guards are told in the total only.
+std::string outcomes(const std::string &indent, relay_outcome one, bool total) {
     std::string out = indent + "\"outcomes\": {\n";
     for (int i = 0; i < OUTCOMES; ++i)
-        out += indent + "  \"" + std::string(outcome_word(static_cast<relay_outcome>(i))) +
-               "\": " + (i == one ? "1" : "0") + (i + 1 == OUTCOMES ? "\n" : ",\n");
+        if (total || i < OUTCOME_CORE_ASSERTION || i > OUTCOME_GUARD_TRANSACTION)
+            out += indent + "  \"" + std::string(outcome_word(static_cast<relay_outcome>(i))) +
+                   "\": " + (i == one ? "1" : "0") + (i + 1 == OUTCOMES ? "\n" : ",\n");
     return out + indent + "}\n";
 }
 
@@ -584,10 +597,10 @@ TEST_F(BooksCommands, StatisticsAsJson) {
     have_relay();
     take({.servers = {"192.0.2.11", "192.0.2.12"}});
     const std::string counted = "\"received\": 1,\nI\"sent\": 2,\nI\"rebroadcast\": 0,\n";
-    const auto block = [&](const std::string &indent, std::string head) {
+    const auto block = [&](const std::string &indent, std::string head, bool total = false) {
         std::string text = counted;
         for (std::size_t at; (at = text.find('I')) != std::string::npos;) text.replace(at, 1, indent);
-        std::string words = outcomes(indent, OUTCOME_RELAYED);
+        std::string words = outcomes(indent, OUTCOME_RELAYED, total);
         words.insert(words.size() - 1, ",");
         return head + indent + text + words + one_discover(indent);
     };
@@ -598,7 +611,7 @@ TEST_F(BooksCommands, StatisticsAsJson) {
     EXPECT_EQ(s.print("show ip dhcp relay statistics port 1/1 | json"),
               block("  ", "{\n  \"port\": \"1/1\",\n  \"ifindex\": 5121,\n") + "}\n");
     EXPECT_EQ(s.print("show ip dhcp relay statistics | json"),
-              "{\n  \"total\": {\n" + with_lost(block("    ", "")) + "  },\n  \"vlans\": [\n    {\n" +
+              "{\n  \"total\": {\n" + with_lost(block("    ", "", /*total=*/true)) + "  },\n  \"vlans\": [\n    {\n" +
                   block("      ", "      \"vlan\": 10,\n") + "    }\n  ],\n  \"ports\": [\n    {\n" +
                   block("      ", "      \"port\": \"1/1\",\n      \"ifindex\": 5121,\n") +
                   "    }\n  ],\n  \"unsent\": [],\n" + no_transactions + "}\n");

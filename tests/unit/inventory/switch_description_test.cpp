@@ -13,6 +13,7 @@
 
 namespace {
 
+using ravo::platform::described_guard;
 using ravo::platform::described_limit;
 using ravo::platform::described_management;
 using ravo::platform::described_port;
@@ -215,6 +216,36 @@ TEST_F(SwitchDescription, SessionsOfTheManagementSocket) {
                             "5:1: unknown key \"users\" in [management]; it has sessions, per_user and idle_minutes"));
 }
 
+TEST_F(SwitchDescription, GuardsAreOffUntilTheyAreAskedFor) {
+    EXPECT_EQ(switch_description{}.guard, described_guard{});
+    EXPECT_EQ(good("[guard]\n").guard, described_guard{});
+    described_guard all{.server_ports = true,
+                        .servers = true,
+                        .circuit_id = true,
+                        .relay_fields = true,
+                        .source_mac = true,
+                        .destination = true,
+                        .transactions = true,
+                        .clients = 64};
+    EXPECT_EQ(good("[guard]\nall = true\n").guard, all);
+    all.circuit_id = false;
+    all.clients = 7;
+    all.core_assertions = true;
+    EXPECT_EQ(good("[guard]\nall = true\ncircuit_id = false\nclients = 7\ncore_assertions = true\n").guard, all);
+    EXPECT_EQ(good("[guard]\nservers = true\ntransactions = true\n").guard,
+              (described_guard{.servers = true, .transactions = true}));
+    const described_port own =
+        good("[[port]]\ndevice = \"swp1\"\nmodule = 1\nport = 1\nservers = true\ntrusted = true\nclients = 0\n")
+            .ports[0];
+    EXPECT_EQ(own, (described_port{
+                       .device = "swp1", .module = 1, .port = 1, .servers = true, .trusted = true, .clients = 0}));
+    EXPECT_THAT(faults("[guard]\nall = 1\nclients = 4097\nports = true\n"),
+                ElementsAre("2:7: \"all\" must be true or false, not a number",
+                            "3:11: clients 4097 is out of range; it must be 0 to 4096",
+                            "4:1: unknown key \"ports\" in [guard]; it has all, server_ports, servers, circuit_id, "
+                            "relay_fields, source_mac, destination, clients, transactions and core_assertions"));
+}
+
 TEST_F(SwitchDescription, FaultsOfTheChannel) {
     EXPECT_THAT(faults("[channel]\nrecorder = 0\n"),
                 ElementsAre("2:12: recorder 0 is out of range; it must be 1 to 1000000"));
@@ -297,27 +328,31 @@ TEST_F(SwitchDescription, EveryCutOfAGoodFileIsReadOrRefused) {
 // ---- Keys and tables ----
 
 TEST_F(SwitchDescription, UnknownTableOrKeyAtTheTop) {
-    EXPECT_THAT(faults("[ports]\nx = 1\n"),
-                ElementsAre("1:2: unknown table \"ports\"; there are [[port]], [[interface]], [channel], [limit], "
-                            "[settings], [management] and [capture]"));
-    EXPECT_THAT(faults("\n[[vlan]]\n"), ElementsAre("2:3: unknown table \"vlan\"; there are [[port]], [[interface]], "
-                                                    "[channel], [limit], [settings], [management] and [capture]"));
-    EXPECT_THAT(faults("hostname = \"x\"\n"),
-                ElementsAre("1:1: unknown key \"hostname\"; there are [[port]], [[interface]], [channel], [limit], "
-                            "[settings], [management] and [capture]"));
+    EXPECT_THAT(
+        faults("[ports]\nx = 1\n"),
+        ElementsAre("1:2: unknown table \"ports\"; there are [[port]], [[interface]], [channel], [limit], [guard], "
+                    "[settings], [management] and [capture]"));
+    EXPECT_THAT(faults("\n[[vlan]]\n"),
+                ElementsAre("2:3: unknown table \"vlan\"; there are [[port]], [[interface]], "
+                            "[channel], [limit], [guard], [settings], [management] and [capture]"));
+    EXPECT_THAT(
+        faults("hostname = \"x\"\n"),
+        ElementsAre("1:1: unknown key \"hostname\"; there are [[port]], [[interface]], [channel], [limit], [guard], "
+                    "[settings], [management] and [capture]"));
 }
 
 TEST_F(SwitchDescription, UnknownKeyInATable) {
-    EXPECT_THAT(
-        faults("[[port]]\ndevice = \"a\"\nmodule = 1\nport = 1\nspeed = 10\n"),
-        ElementsAre("5:1: unknown key \"speed\" in [[port]]; it has device, module, port, trap, limit and burst"));
+    EXPECT_THAT(faults("[[port]]\ndevice = \"a\"\nmodule = 1\nport = 1\nspeed = 10\n"),
+                ElementsAre("5:1: unknown key \"speed\" in [[port]]; it has device, module, port, trap, limit, burst, "
+                            "servers, trusted and clients"));
     EXPECT_THAT(faults("[[interface]]\nvlan = 1\ndevice = \"a\"\nVlan = 2\n"),
                 ElementsAre("4:1: unknown key \"Vlan\" in [[interface]]; it has vlan and device"));
 }
 
 TEST_F(SwitchDescription, KeyThatBreaksTheLineStaysOneLine) {
-    EXPECT_THAT(faults("\"a\\nb\" = 1\n"), ElementsAre("1:1: unknown key \"a b\"; there are [[port]], [[interface]], "
-                                                       "[channel], [limit], [settings], [management] and [capture]"));
+    EXPECT_THAT(faults("\"a\\nb\" = 1\n"),
+                ElementsAre("1:1: unknown key \"a b\"; there are [[port]], [[interface]], "
+                            "[channel], [limit], [guard], [settings], [management] and [capture]"));
 }
 
 TEST_F(SwitchDescription, SingleTableInsteadOfAList) {
@@ -414,11 +449,11 @@ TEST_F(SwitchDescription, InterfaceDeviceTwice) {
 TEST_F(SwitchDescription, AllFaultsAreToldInOrderOfTheirPlace) {
     EXPECT_THAT(
         faults("[[port]]\ndevice = \"a\"\nmodule = 0\nport = 64\n[[interface]]\nvlan = 0\ndevice = \"a\"\n[x]\n"),
-        ElementsAre("3:10: module 0 is out of range; it must be 1 to 255",
-                    "4:8: port 64 is out of range; it must be 0 to 63",
-                    "6:8: vlan 0 is out of range; it must be 1 to 4094",
-                    "8:2: unknown table \"x\"; there are [[port]], [[interface]], [channel], [limit], [settings], "
-                    "[management] and [capture]"));
+        ElementsAre(
+            "3:10: module 0 is out of range; it must be 1 to 255", "4:8: port 64 is out of range; it must be 0 to 63",
+            "6:8: vlan 0 is out of range; it must be 1 to 4094",
+            "8:2: unknown table \"x\"; there are [[port]], [[interface]], [channel], [limit], [guard], [settings], "
+            "[management] and [capture]"));
 }
 
 }  // namespace

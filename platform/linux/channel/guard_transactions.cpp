@@ -1,0 +1,58 @@
+#include "channel/guard_transactions.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+
+namespace ravo::platform {
+namespace {
+
+constexpr unsigned set_bits = 14;
+constexpr std::uint64_t spread = 0x9E3779B97F4A7C15;
+
+// What is lost first when a set is full: an empty or ended entry, then the oldest of the same port, then the oldest.
+template <typename entry>
+bool goes_before(const entry &a, const entry &b, std::uint32_t port, std::int64_t now_s) {
+    const bool a_ended = a.until_s <= now_s, b_ended = b.until_s <= now_s;
+    if (a_ended != b_ended) return a_ended;
+    const bool a_own = a.owner.port == port, b_own = b.owner.port == port;
+    return a_own != b_own ? a_own : a.until_s < b.until_s;
+}
+
+}  // namespace
+
+void open_transactions::use(bool on) {
+    if (on == !sets_.empty()) return;
+    sets_.clear();
+    sets_.shrink_to_fit();
+    if (!on) return;
+    // Without a secret the table works as well, for all who do not mean harm.
+    if (::getrandom(&secret_, sizeof secret_, GRND_NONBLOCK) < 0) secret_ = spread;
+    sets_.resize(std::size_t{1} << set_bits);
+}
+
+open_transactions::entry_set &open_transactions::set_of(std::uint32_t xid) {
+    std::uint64_t hash = (xid ^ secret_) * spread;
+    hash = (hash ^ hash >> 32 ^ secret_ >> 17) * spread;
+    return sets_[hash >> (64 - set_bits)];
+}
+
+bool open_transactions::open(std::uint32_t xid, const transaction_owner &owner, std::int64_t now_s) {
+    entry_set &set = set_of(xid);
+    auto place =
+        std::find_if(set.begin(), set.end(), [=](const entry &e) { return e.until_s > now_s && e.xid == xid; });
+    if (place != set.end() && place->owner != owner) return false;
+    if (place == set.end())
+        place = std::min_element(set.begin(), set.end(),
+                                 [&](const entry &a, const entry &b) { return goes_before(a, b, owner.port, now_s); });
+    *place = {.xid = xid, .owner = owner, .until_s = now_s + life_s};
+    return true;
+}
+
+void open_transactions::close(std::uint32_t xid) {
+    if (sets_.empty()) return;
+    for (entry &e : set_of(xid))
+        if (e.xid == xid) e = {};
+}
+
+}  // namespace ravo::platform
