@@ -1,4 +1,5 @@
-// Relays one exchange: a client's DISCOVER to a server, and its OFFER back.
+// Relays one exchange: a client's DISCOVER to a server, and its OFFER back. With any argument it tries the platform's
+// services instead.
 #include <arpa/inet.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include "boundary.h"
 #include "minimal.h"
 #include "ravo_access.h"
+#include "ravo_conformance.h"
 #include "ravo_main.h"
 #include "vex_init.h"
 
@@ -75,7 +77,9 @@ void minimal::exchange() {
     show("to the client", came_in(offer(request), address("192.0.2.1")));
 }
 
-int main() {
+int main(int argc, char **) {
+    if (argc > 1)
+        return ravo_conformance([](const char *service, const char *what) { std::printf("%s: %s\n", service, what); });
     relay_access_register(&ravo_access);
     std::uintptr_t *record = VEX_INIT_alloc();
     ravo_register(record);
