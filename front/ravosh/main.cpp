@@ -9,6 +9,7 @@
 
 #include "batch.h"
 #include "options.h"
+#include "replace.h"
 #include "shell.h"
 
 namespace {
@@ -33,6 +34,7 @@ int main(int argc, char **argv) {
         std::fputs(options.help ? ravo::client::help_text() : "ravosh " RAVO_VERSION "\n", stdout);
         return std::fflush(stdout) == 0 ? ravo::client::exit_good : ravo::client::exit_unreachable;
     }
+    if (options.has_replace) return ravo::client::run_replace(options);
     const bool has_commands = !options.commands.empty() || options.has_file;
     if (!has_commands && isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1)
         return ravo::client::run_shell(options);

@@ -1,7 +1,9 @@
 // Options come before or behind the file's name; "--" ends them, so that a file may have any name.
 #include "options.h"
 
+#include <charconv>
 #include <string_view>
+#include <system_error>
 
 #include "client.h"
 
@@ -33,6 +35,33 @@ std::string take_file(const std::string &word, shell_options *out) {
     return {};
 }
 
+std::string take_minutes(const std::string &value, int *out) {
+    constexpr int most = 1440;
+    const auto [end, fault] = std::from_chars(value.data(), value.data() + value.size(), *out);
+    if (fault == std::errc{} && end == value.data() + value.size() && *out >= 1 && *out <= most) return {};
+    return "option --confirm needs minutes from 1 to 1440, not \"" + value + "\"";
+}
+
+// The options around files, of which take_option is one part and this the other.
+std::string take_replace_option(const std::vector<std::string> &words, std::size_t *at, shell_options *out) {
+    const std::string &word = words[*at];
+    std::string value;
+    if (word == "--dry-run") {
+        out->dry_run = true;
+    } else if (is_option(word, "--confirm")) {
+        if (!take_value("--confirm", words, at, &value)) return "option --confirm needs minutes";
+        return take_minutes(value, &out->confirm);
+    } else if (is_option(word, "--replace")) {
+        if (!take_value("--replace", words, at, &value) || value.empty()) return "option --replace needs a file";
+        if (out->has_replace) return "more than one file to replace by";
+        out->has_replace = true;
+        out->replace = value;
+    } else {
+        return "unknown option \"" + word + "\"";
+    }
+    return {};
+}
+
 // Reads the option at *at and moves *at to its last word.
 std::string take_option(const std::vector<std::string> &words, std::size_t *at, shell_options *out) {
     const std::string &word = words[*at];
@@ -51,8 +80,17 @@ std::string take_option(const std::vector<std::string> &words, std::size_t *at, 
         if (!take_value("-c", words, at, &value)) return "option -c needs a command";
         out->commands.push_back(value);
     } else {
-        return "unknown option \"" + word + "\"";
+        return take_replace_option(words, at, out);
     }
+    return {};
+}
+
+// What does not go together.
+std::string contradiction(const shell_options &options) {
+    if (!options.has_replace && (options.dry_run || options.confirm != 0))
+        return "--dry-run and --confirm belong to --replace";
+    if (options.has_replace && (options.has_file || !options.commands.empty()))
+        return "--replace goes without commands and without another file";
     return {};
 }
 
@@ -71,17 +109,22 @@ std::string parse_options(const std::vector<std::string> &words, shell_options *
         const std::string fault = option ? take_option(words, &at, out) : take_file(word, out);
         if (!fault.empty()) return fault;
     }
-    return {};
+    return contradiction(*out);
 }
 
 const char *help_text() {
     return "Usage: ravosh [--management SOCKET] [--stop-on-error] [-c COMMAND]... [FILE]\n"
+           "       ravosh [--management SOCKET] --replace FILE [--dry-run] [--confirm MINUTES]\n"
            "The command line of ravod, the DHCPv4 relay agent.\n"
            "\n"
            "  --management SOCKET  the daemon's management socket (/run/ravo/ravod.sock)\n"
            "  -c COMMAND           run this command; more of them run in order in the same session\n"
            "  FILE                 run the commands in this file, one a line (-: standard input)\n"
            "  --stop-on-error      end with the first command that fails\n"
+           "  --replace FILE       make the running configuration what the file says, all of it or nothing,\n"
+           "                       and print the difference (-: standard input)\n"
+           "  --dry-run            only print it\n"
+           "  --confirm MINUTES    go back after that time unless \"configure confirm\" comes before\n"
            "  --version            print the version\n"
            "  -h, --help           print this\n"
            "\n"

@@ -13,6 +13,10 @@ struct shell_options {
     bool has_file = false;
     std::string file;            // commands one a line; "-": standard input
     bool stop_on_error = false;  // the first command that fails is the last
+    bool has_replace = false;
+    std::string replace;  // a file whose text becomes the running configuration; "-": standard input
+    bool dry_run = false;
+    int confirm = 0;  // minutes until the old one is in force again, 0: it is not
     bool version = false;
     bool help = false;
 };

@@ -343,6 +343,8 @@ std::vector<event_ptr> catch_signals() {
 void end_in_order(std::vector<event_ptr> signals) {
     platform::service_stopping();
     platform::management_close();
+    ravo::cli::advice_end();
+    ravo::cli::unconfirmed_end();
     platform::readers_free();
     platform::transaction_room_close();
     platform::timers_free();
@@ -384,6 +386,8 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     platform::log_settle();  // who has waited for an answer finds in the log how the start went
     const std::string reason = platform::management_open(options.management_socket);
     if (!reason.empty()) refuse("ravod: " + reason);
+    ravo::cli::unconfirmed_resume();
+    ravo::cli::advice_begin();
     platform::service_watchdog_start();
     platform::service_ready();
     const int status = platform::frame_run();

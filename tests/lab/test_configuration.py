@@ -185,11 +185,12 @@ def test_what_is_no_file_is_neither_replaced_nor_erased(daemon):
     assert re.fullmatch(QUIET_START, daemon.log)
 
 
-def test_a_saved_file_is_private_and_its_predecessor_kept(daemon):
+def test_a_saved_file_is_private_and_its_predecessors_kept(daemon):
     daemon.start()
     for hops in (7, 8, 9):
         daemon.configure([f"ip dhcp relay hops {hops}", "do write memory"])
-    names = {"startup-config": "ip dhcp relay hops 9\n!\n", "startup-config.1": "ip dhcp relay hops 8\n!\n"}
+    names = {"startup-config": "ip dhcp relay hops 9\n!\n", "startup-config.1": "ip dhcp relay hops 8\n!\n",
+             "startup-config.2": "ip dhcp relay hops 7\n!\n"}
     assert sorted(os.listdir(daemon.startup.parent)) == sorted(names)
     for name, text in names.items():
         file = daemon.startup.parent / name

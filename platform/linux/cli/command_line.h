@@ -127,11 +127,16 @@ struct relay_call {
     session &s;
     std::string_view command;  // its text as it was installed
     struct interface *ifp;     // of a command for an interface: that; else null
+    const std::vector<std::string> &arguments;
+    const struct command_traits &traits;
 };
 // Runs around each command that may change the relay's settings. run: runs its handler, once, and returns the result,
 // which the guard returns too.
 using relay_guard = std::function<int(const relay_call &call, const std::function<int()> &run)>;
 void set_relay_guard(relay_guard guard);
+
+// How many commands that may change the relay's settings were run so far.
+std::uint64_t count_settings_made();
 
 }  // namespace ravo::cli
 

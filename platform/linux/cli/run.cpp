@@ -95,6 +95,7 @@ bool is_held(const session &s, const command &what, const std::vector<std::strin
 }
 
 relay_guard guard;
+std::uint64_t settings_made = 0;
 
 // What a command changes it changes in one piece, unless it says that it can be cut.
 bool is_divisible(const command_traits &traits) {
@@ -103,8 +104,11 @@ bool is_divisible(const command_traits &traits) {
 
 int run_guarded(session &s, const command &what, const std::vector<std::string> &arguments) {
     const auto run = [&] { return call_handler(s, what.handler, arguments); };
-    if (what.traits.effect != command_effect::setting || what.traits.stands_for || !guard) return run();
-    return guard({s, what.text, what.mode == CLI_MODE_INTERFACE ? s.ifp : nullptr}, run);
+    if (what.traits.effect != command_effect::setting || what.traits.stands_for) return run();
+    const relay_call call{s, what.text, what.mode == CLI_MODE_INTERFACE ? s.ifp : nullptr, arguments, what.traits};
+    if (s.taker) return s.taker(call, run);
+    ++settings_made;
+    return guard ? guard(call, run) : run();
 }
 
 int run_handler(session &s, const command &what, const std::vector<std::string> &arguments) {
@@ -186,6 +190,10 @@ int run_command(session &s, const match &chosen, std::string_view line) {
         s.range.clear();
     }
     if (is_passed_over(s, what)) return 0;
+    if (s.taker && what.traits.effect != command_effect::setting && what.traits.effect != command_effect::session) {
+        (void)emit(s, "% This sets nothing that a configuration has\n");
+        return 1;
+    }
     s.rest = display_columns(line, chosen.rest);
     return run_for_interfaces(s, chosen, line);
 }
@@ -249,6 +257,10 @@ std::string_view without_line_end(std::string_view line) {
 int run_line(session &s, std::string_view line, std::size_t limit, line_fault *fault) {
     *fault = {};
     line = without_line_end(line);
+    if (s.collector) {
+        const line_taker take = s.collector;  // it may end itself
+        return take(s, line);
+    }
     if (line.size() > limit) {
         fault->kind = fault_kind::too_long;
         return 1;
@@ -294,6 +306,10 @@ int run_instead(struct cli *cli, const std::string &line) {
 
 void set_relay_guard(relay_guard wanted) {
     guard = std::move(wanted);
+}
+
+std::uint64_t count_settings_made() {
+    return settings_made;
 }
 
 int call_handler(session &s, cli_handler handler, const std::vector<std::string> &arguments) {

@@ -31,6 +31,9 @@ struct print_target {
     bool values = false;  // keyed values, else text
 };
 
+// Takes a line that is typed, without its line end, and returns the line's result.
+using line_taker = std::function<int(session &s, std::string_view line)>;
+
 // Where a session is.
 struct session_place {
     int mode = CLI_MODE_EXEC;
@@ -56,6 +59,8 @@ struct session {
     bool gone = false;                           // its output cannot be delivered any more
     bool replayed = false;                       // its lines are those of a configuration that is replayed
     bool check_only = false;                     // only to find the faults: nothing outside the relay's data changes
+    relay_guard taker;                           // takes the settings it makes; empty: the relay does
+    line_taker collector;                        // takes its lines as they are; empty: they are commands
     std::unique_ptr<line_filter> filter;         // of the command that runs, null without one
     std::unique_ptr<line_filter> stream_filter;  // of the command that goes on
     std::function<int()> stream_stop;            // ends it and returns its result; empty when there is none

@@ -25,6 +25,11 @@ void install_statistics_commands(cli_tree *tree);   // what became of messages
 void install_client_commands(cli_tree *tree);       // the clients seen lately
 void install_server_commands(cli_tree *tree);       // how servers answer
 void install_monitor_commands(cli_tree *tree);      // messages as they are done with
+void install_advice_commands(cli_tree *tree);       // what is wrong, and what to do
+
+// Begins and ends to look every 10 s for what is wrong, and to tell the log what is new.
+void advice_begin();
+void advice_end();
 
 // Prints what is wrong with an argument, a line with its line end. Returns 1.
 int books_refuse(struct cli *cli, const std::string &line);

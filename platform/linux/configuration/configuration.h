@@ -19,6 +19,9 @@ void install_configuration_commands(cli_tree *tree);
 // The whole running configuration as text.
 std::string running_configuration();
 
+// Tells whether the saved configuration has the same meaning; without one: whether nothing is configured.
+bool configuration_is_saved();
+
 // Replays a file of commands as the start-up configuration: in global configuration mode with full privilege. A line
 // that fails is reported as "FILE:LINE: reason" through report, the rest is applied; one that asks for what is in force
 // already has not failed. check_only: finds the same lines, but changes nothing but the relay's data: no sockets are
@@ -34,7 +37,16 @@ std::string extra_section(std::string_view daemon_text);
 // Replaces a file by this text so that, whatever happens meanwhile, the file holds its old or its new text, whole, and
 // on the disk before the function returns. What the file held before is kept as PATH.1. A symbolic link is
 // followed. Returns an empty string, or one line with the reason; the file is then untouched.
-std::string save_file(const std::string &path, std::string_view text, mode_t mode = 0600);
+// versions: how many of the files before are kept, as PATH.1, the last one, to PATH.5.
+std::string save_file(const std::string &path, std::string_view text, mode_t mode = 0600, int versions = 1);
+
+// Versions of the saved configuration that are kept beside the one in use.
+inline constexpr int saved_versions = 5;
+
+// A configuration that goes back by itself unless it is confirmed in time (unconfirmed.h): at a start, what is left of
+// the time goes on, and what is left of an earlier daemon's is made up for. At the end the time stops being looked at.
+void unconfirmed_resume();
+void unconfirmed_end();
 
 // Removes a file, or what a symbolic link leads to; PATH.1 stays. Returns an empty string, also when there is no such
 // file, or one line with the reason.

@@ -27,11 +27,23 @@ using platform::replace_file;
 
 namespace {
 
-int keep_predecessor(const std::string &path, mode_t mode) {
+// Each version takes the next one's name, the last one goes. Whoever is killed on the way leaves a number out.
+void age_versions(const std::string &path, int versions) {
+    for (int number = versions - 1; number >= 1; --number)
+        (void)rename((path + "." + std::to_string(number)).c_str(), (path + "." + std::to_string(number + 1)).c_str());
+}
+
+int keep_predecessor(const std::string &path, std::string_view text, mode_t mode, int versions) {
     std::string old;
     const int failed = read_file(path, configuration_limit, &old);
     if (failed == ENOENT) return 0;
-    return failed != 0 ? failed : replace_file(path + ".1", old, mode);
+    if (failed != 0) return failed;
+    // Who saves what is the same, or tries again after a failure, loses no version by it.
+    std::string kept;
+    if (versions > 1 && (old == text || (read_file(path + ".1", configuration_limit, &kept) == 0 && kept == old)))
+        return 0;
+    age_versions(path, versions);
+    return replace_file(path + ".1", old, mode);
 }
 
 // Of a file that could not be written or removed.
@@ -53,11 +65,11 @@ std::string not_a_file(const std::string &path) {
     return S_ISDIR(status.st_mode) ? "it is a folder" : "it is a device or the like, not a file";
 }
 
-std::string save_file(const std::string &name, std::string_view text, mode_t mode) {
+std::string save_file(const std::string &name, std::string_view text, mode_t mode, int versions) {
     const std::string path = behind_links(name);
     const std::string fault = not_a_file(path);
     if (!fault.empty()) return path + " cannot be written: " + fault;
-    int failed = keep_predecessor(path, mode);
+    int failed = keep_predecessor(path, text, mode, versions);
     if (failed != 0) return path + ".1 cannot be written: " + std::strerror(failed) + remedy(path, failed);
     failed = replace_file(path, text, mode);
     if (failed != 0) return path + " cannot be written: " + std::strerror(failed) + remedy(path, failed);

@@ -10,6 +10,8 @@
 #include "cli/session.h"
 #include "cli/tree.h"
 #include "configuration/configuration.h"
+#include "configuration/configuration_model.h"
+#include "configuration/replace.h"
 #include "log/log.h"
 #include "process/frame.h"
 
@@ -108,7 +110,7 @@ int save(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     std::string text;
     const bool whole = write_configuration(&text);
     const std::string reason =
-        whole ? save_file(startup_path(), text)
+        whole ? save_file(startup_path(), text, 0600, saved_versions)
               : "memory is short, the configuration cannot be written whole; " + startup_path() + " is as it was";
     if (!reason.empty()) {
         platform::log_line(platform::log_level_error, "configuration not saved: %s", reason.c_str());
@@ -179,6 +181,17 @@ constexpr command_row rows[] = {
 
 void install_configuration_commands(cli_tree *tree) {
     install_rows(tree, rows);
+    install_replace_commands(tree);
+}
+
+bool configuration_is_saved() {
+    const turns_undivided whole;
+    std::string saved;
+    if (platform::read_file(startup_path(), configuration_limit, &saved) == 0 && saved == running_configuration())
+        return true;
+    configuration wanted;
+    (void)read_model(saved, &wanted, [](std::size_t, const std::string &) {});
+    return difference(wanted, running_model()).empty();
 }
 
 std::string running_configuration() {

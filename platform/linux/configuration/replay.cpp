@@ -11,6 +11,7 @@
 #include "base/files.h"
 #include "cli/session.h"
 #include "configuration/configuration.h"
+#include "configuration/replay.h"
 #include "log/log.h"
 #include "nsm.h"
 #include "process/relay_data.h"
@@ -66,18 +67,18 @@ std::string reason_printed(std::string_view printed, int result) {
 
 struct replayer {
     session_ptr s;
-    std::string printed;                    // by the line that runs
-    const struct interface *ifp = nullptr;  // the interface whose section is read
+    std::string printed;  // by the line that runs
 };
 
 // The relay's section of a configuration has a line for every record, also for one without settings: such a line brings
 // its record back, which entering an interface does not do otherwise.
-void restore_record(replayer &r) {
-    const struct interface *now = r.s->mode == CLI_MODE_INTERFACE && r.s->range.empty() ? r.s->ifp : nullptr;
-    const bool entered = now != nullptr && now != r.ifp;
-    r.ifp = now;
+// entered: the interface whose section was read before.
+void restore_record(const session &s, const struct interface **entered) {
+    const struct interface *now = s.mode == CLI_MODE_INTERFACE && s.range.empty() ? s.ifp : nullptr;
+    const bool other = now != nullptr && now != *entered;
+    *entered = now;
     const relay_access *relay = platform::relay_data();
-    if (!entered || relay == nullptr) return;
+    if (!other || relay == nullptr) return;
     if (relay->interface_make(now->name) == 0)
         platform::log_line(platform::log_level_error, "no memory for the record of interface %s", now->name);
 }
@@ -102,28 +103,31 @@ std::string replay_line(replayer &r, std::string_view line) {
     return result == 0 ? std::string() : reason_printed(r.printed, result);
 }
 
-int replay_text(const std::string &path, std::string_view text, bool check_only,
-                const std::function<void(const std::string &)> &report) {
+}  // namespace
+
+int replay_lines(std::string_view text, const line_report &report, const std::function<void(session &s)> &prepare,
+                 const std::function<void(session &s)> &each) {
+    // Some editors begin a file with a mark that it is UTF-8, which nobody can see.
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    if (text.starts_with(mark)) text.remove_prefix(mark.size());
     replayer r;
-    r.s = session_capture(&r.printed, program_privilege, path);
+    r.s = session_capture(&r.printed, program_privilege, "configuration");
     r.s->mode = CLI_MODE_CONFIGURATION;
     r.s->replayed = true;
-    r.s->check_only = check_only;
+    prepare(*r.s);
     int failed = 0;
     for (std::size_t number = 1; !text.empty(); ++number) {
         const std::size_t end = text.find('\n');
         const std::string_view line = text.substr(0, end);
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
         const std::string reason = replay_line(r, line);
-        restore_record(r);
+        if (each) each(*r.s);
         if (reason.empty()) continue;
         ++failed;
-        report(path + ":" + std::to_string(number) + ": " + reason + ": " + shortened(trim(line)));
+        report(number, reason + ": " + shortened(trim(line)));
     }
     return failed;
 }
-
-}  // namespace
 
 int replay_file(const std::string &path, bool optional, bool check_only,
                 const std::function<void(const std::string &line)> &report) {
@@ -134,11 +138,18 @@ int replay_file(const std::string &path, bool optional, bool check_only,
         report(path + ": cannot be read: " + std::strerror(failed));
         return -1;
     }
-    // Some editors begin a file with a mark that it is UTF-8, which nobody can see.
-    constexpr std::string_view mark = "\xEF\xBB\xBF";
-    const std::string_view lines = text;
     const kept_opening opening;  // sections of interfaces that are not there are judged like the others, and then wait
-    return replay_text(path, lines.substr(lines.starts_with(mark) ? mark.size() : 0), check_only, report);
+    const struct interface *entered = nullptr;
+    return replay_lines(
+        text,
+        [&](std::size_t number, const std::string &reason) {
+            report(path + ":" + std::to_string(number) + ": " + reason);
+        },
+        [&](session &s) {
+            s.user = path;
+            s.check_only = check_only;
+        },
+        [&](session &s) { restore_record(s, &entered); });
 }
 
 }  // namespace ravo::cli

@@ -262,6 +262,10 @@ void nsm_drop_record(std::uint16_t vlan) {
     nsm_refresh_record(vlan);
 }
 
+void nsm_delete_record(struct interface *ifp) {
+    if (delete_hook != nullptr) delete_hook(ifp);
+}
+
 void nsm_refresh_record(std::uint16_t vlan) {
     if (nsm_is_there(vlan) && objects[vlan]->up && up_hook != nullptr) up_hook(&objects[vlan]->pub);
 }

@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "inventory/inventory.h"
+#include "nsm.h"
 
 namespace ravo::platform {
 
@@ -37,6 +38,9 @@ bool nsm_is_there(std::uint16_t vlan);
 // Has the daemon bring its record of an interface up to date, or make one, if that is there and up. The witness is not
 // asked.
 void nsm_refresh_record(std::uint16_t vlan);
+
+// Has the daemon lose its record of an interface of the caller's own making. The witness is not asked.
+void nsm_delete_record(struct interface *ifp);
 
 // Has the daemon lose its record of an interface, as if that went, and make an empty one if it is there and up. The
 // witness is not asked. An interface that is not there is off the interface list then.

@@ -206,6 +206,7 @@ int run_guarded(const relay_call &call, const std::function<int()> &run) {
     if (moving || opened || !keeping) return run();
     if (call.ifp != nullptr) {
         const std::uint16_t vlan = platform::vlan_of_number(call.ifp->ifindex);
+        if (vlan == 0) return run();  // an interface of nobody's, to try settings on
         return waiting[vlan] || !platform::nsm_is_there(vlan) ? edit_waiting(vlan, call, run) : run();
     }
     const int result = run();

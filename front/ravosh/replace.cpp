@@ -1,0 +1,120 @@
+// The file is read whole before the daemon hears of it: what cannot be read to its end is no configuration.
+#include "replace.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "batch.h"
+#include "client.h"
+#include "management_protocol.h"
+
+namespace ravo::client {
+
+namespace {
+
+constexpr std::string_view last_line = ".";
+
+int complain(const std::string &line) {
+    std::fprintf(stderr, "ravosh: %s\n", line.c_str());
+    return exit_unreachable;
+}
+
+// Reads a file to its end. Returns an empty string, or why it cannot be read.
+std::string read_whole(int fd, std::string *text) {
+    char piece[16384];
+    for (;;) {
+        const ssize_t got = read(fd, piece, sizeof piece);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return strerrordesc_np(errno);
+        if (got == 0) return {};
+        text->append(piece, static_cast<std::size_t>(got));
+    }
+}
+
+std::string read_file(const std::string &path, std::string *text) {
+    if (path == "-") return read_whole(STDIN_FILENO, text);
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return strerrordesc_np(errno);
+    const std::string fault = read_whole(fd, text);
+    close(fd);
+    return fault;
+}
+
+// Runs one line. Returns its result, or -1 when there is no answer any more.
+int run_line(connection &daemon, const std::string &line, std::string *printed, std::string *reason) {
+    handlers to;
+    to.text = [&](std::string_view piece) { *printed += piece; };
+    const answer a = run(daemon, {.line = line}, to);
+    if (a.outcome == outcome::answered) return a.result;
+    *reason = a.reason;
+    return -1;
+}
+
+// Faults in lines are told as those of the file, everything else as it came.
+void tell(const std::string &name, std::string_view printed) {
+    constexpr std::string_view mark = "% line ";
+    while (!printed.empty()) {
+        const std::string_view line = printed.substr(0, printed.find('\n'));
+        printed.remove_prefix(std::min(printed.size(), line.size() + 1));
+        if (line.starts_with(mark))
+            std::fprintf(stderr, "%s:%.*s\n", name.c_str(), static_cast<int>(line.size() - mark.size()),
+                         line.data() + mark.size());
+        else
+            std::fprintf(line.starts_with('%') ? stderr : stdout, "%.*s\n", static_cast<int>(line.size()), line.data());
+    }
+}
+
+// Sends the text. Returns the result of the last line, -1 when there is no answer.
+int send(connection &daemon, std::string_view text, std::string *printed, std::string *reason) {
+    while (!text.empty()) {
+        std::string line(text.substr(0, text.find('\n')));
+        text.remove_prefix(std::min(text.size(), line.size() + 1));
+        if (line == last_line) line = " .";  // no command either, and not the end
+        const int result = run_line(daemon, line, printed, reason);
+        if (result != 0) return result;
+    }
+    return run_line(daemon, std::string(last_line), printed, reason);
+}
+
+// The number of the first line that is longer than the daemon takes one, 0 when there is none.
+std::size_t line_too_long(std::string_view text) {
+    for (std::size_t number = 1; !text.empty(); ++number) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        if (line.size() > protocol::max_command_line) return number;
+        text.remove_prefix(std::min(text.size(), line.size() + 1));
+    }
+    return 0;
+}
+
+}  // namespace
+
+int run_replace(const shell_options &options) {
+    const std::string name = options.replace == "-" ? "standard input" : options.replace;
+    std::string text, reason, printed;
+    const std::string fault = read_file(options.replace, &text);
+    if (!fault.empty()) return complain(name + ": cannot read: " + fault);
+    if (const std::size_t number = line_too_long(text)) {
+        std::fprintf(stderr, "%s:%zu: longer than %zu bytes\n", name.c_str(), number, protocol::max_command_line);
+        return exit_failed;
+    }
+    const connection_ptr daemon = open({.socket = options.socket}, &reason);
+    if (daemon == nullptr) return complain(reason);
+    std::string command = "configure replace terminal";
+    if (options.dry_run) command += " dry-run";
+    if (options.confirm != 0) command += " confirm " + std::to_string(options.confirm);
+    int result = run_line(*daemon, command, &printed, &reason);
+    if (result == 0) result = send(*daemon, text, &printed, &reason);
+    tell(name, printed);
+    if (result < 0) return complain(reason);
+    if (std::fflush(stdout) != 0) return complain("cannot write to standard output");
+    return result == 0 ? exit_good : exit_failed;
+}
+
+}  // namespace ravo::client

@@ -1,0 +1,26 @@
+// A configuration that goes back by itself.
+//
+// What was in force before is written to the state folder with the time until which the new one may be confirmed. Who
+// restarts the daemon meanwhile, or has it down at that time, gets the old one all the same.
+#ifndef PLATFORM_LINUX_CONFIGURATION_UNCONFIRMED_H
+#define PLATFORM_LINUX_CONFIGURATION_UNCONFIRMED_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace ravo::cli {
+
+// Begins the time. before: the configuration to go back to, as text; while an earlier one waits it is that. Returns an
+// empty string; or one line that says what a restart would do, as nothing is remembered.
+std::string unconfirmed_begin(const std::string &before, int minutes);
+
+// The configuration stays. Returns false when none waits to be confirmed.
+bool unconfirmed_confirm();
+
+// Seconds until it goes back; none when nothing waits.
+std::optional<std::int64_t> unconfirmed_left();
+
+}  // namespace ravo::cli
+
+#endif
