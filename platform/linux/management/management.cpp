@@ -113,7 +113,7 @@ void decide(descriptor fd, management_peer peer, const known_names &names) {
 }
 
 // Asks who a peer is, and decides then. The connection waits in the answer's own hands.
-void ask_who(descriptor fd, management_peer peer) {
+void ask_who(descriptor fd, const management_peer &peer) {
     const auto held = std::make_shared<descriptor>(std::move(fd));
     const bool asked = names_ask(peer.uid, state->settings.names_seconds, [held, peer](const known_names &names) {
         if (state != nullptr) decide(std::move(*held), peer, names);
