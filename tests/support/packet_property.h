@@ -83,9 +83,10 @@ inline std::string round_trip_fault(const scenario &what, const bytes &message) 
     } else {
         return {};
     }
-    for (const decoded_option &option : options) {
-        if (option.code != 53) continue;
-        const std::uint8_t type = option.data.empty() ? 0 : option.data[0];
+    for (std::size_t at = 240; at + 2 < original.size(); at += original[at] == 0 ? 1U : original[at + 1] + 2U) {
+        if (original[at] != 53) continue;
+        // The type is the byte behind the length, also where that says that there is none.
+        const std::uint8_t type = original[at + 2];
         if (type == decline || type == release) return {};  // not remembered
     }
     answer[0] = reply_op;

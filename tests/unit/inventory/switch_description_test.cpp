@@ -325,6 +325,13 @@ TEST_F(SwitchDescription, EveryCutOfAGoodFileIsReadOrRefused) {
     }
 }
 
+TEST_F(SwitchDescription, KeysThatBeginWrong) {
+    EXPECT_THAT(faults("[."), ElementsAre("1:2: Error while parsing key: expected bare key starting character or "
+                                          "string delimiter, saw '.'"));
+    for (const char *text : {"[..", "[a.", "[.a]", "[[.", "[ .", "[", "[[", ".", "=", "a.", "[a..b]", "[]", "a.=1"})
+        EXPECT_EQ(faults(text).size(), 1U) << text;
+}
+
 // ---- Keys and tables ----
 
 TEST_F(SwitchDescription, UnknownTableOrKeyAtTheTop) {

@@ -302,6 +302,12 @@ TEST_F(Dhcp, MessageTypeIsFoundAnywhereBeforeTheEnd) {
     EXPECT_EQ(message_type(hex("35 01 c8 ff")), (found_type{0, 200}));
 }
 
+// deliberate: the byte behind the length is taken, also where that says that there is none.
+TEST_F(Dhcp, MessageTypeOfAnEmptyOptionIsTheByteBehindIt) {
+    EXPECT_EQ(message_type(hex("35 00 04 01 61 ff")), (found_type{0, 4}));
+    EXPECT_EQ(message_type(hex("35 00 ff")), (found_type{0, 255}));
+}
+
 TEST_F(Dhcp, MessageTypeIsNotFoundBeforeTheEnd) {
     EXPECT_EQ(message_type(hex("ff")), (found_type{1, 99}));
     EXPECT_EQ(message_type(hex("0c 03 35 01 01 ff")), (found_type{1, 99})) << "data of another option";
