@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # A thin face over the CMake presets. Each target first installs the Debian packages it needs (as root; else
 # it names the missing ones).
 #

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bytes of DHCP messages and frames, for the load and the minimal loop. Independent of the relay's own code.
 #ifndef BENCH_DHCP_BYTES_H
 #define BENCH_DHCP_BYTES_H

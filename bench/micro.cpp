@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Micro-benchmarks of the relay: what each step of a message's way costs by itself, without the kernel.
 //
 // A benchmark that does not do what its name says (a message that is dropped, an option that is not found) reports an

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The box of the micro-benchmarks. Its sockets stand in for the platform's: the program is linked with them first, so
 // that of the platform's library everything else is taken. The frame at hand goes the channel's way, that is, it is
 // decoded, entered into the books and copied; the system calls around that are what is left out.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the micro-benchmarks measure the relay in: the real tables, timers, books and log, but no kernel. A frame is
 // handed to the receive handler as the packet channel would hand it over, and what is sent is counted and gone.
 #ifndef BENCH_MICRO_BOX_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Micro-benchmarks of whole messages, from the frame to what is sent for it. Each turn counts what was sent, so that a
 // message that is dropped on the way is an error and not a fast time.
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Micro-benchmarks of what the Linux platform does for each message: frames decoded, books kept, traces filtered.
 #include <benchmark/benchmark.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The micro-benchmarks, file by file: each function registers those of its file, in the order they are to be run.
 #ifndef BENCH_MICRO_SUITES_H
 #define BENCH_MICRO_SUITES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Micro-benchmarks of the relay's tables, each with few and with many entries: what a look-up costs must hardly depend
 // on how much there is to be looked through.
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The least a relay can do, as a yardstick: one packet-socket receive, a new relay address and hop count, one sendto;
 // for the reply one receive and one frame. No checks, no option 82, no configuration.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The load of the relay benchmark: clients on one side, a server on the other, in one process.
 //
 // A window of clients each send a DISCOVER as broadcast frames into a port of the switch; the server answers what the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An ELF note in each program, "ravo" of type 1, that says with which settings it was built: macros leave no trace of
 // their own in a program. tests/hardening/check reads it.
 #include <features.h>

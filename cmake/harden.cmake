@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What the programs are made of is built to be attacked. tests/hardening/check reads the result.
 #
 # ravo_harden(TARGET...): libraries and programs whose code is ours. Copies of known size are checked, containers check

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What `make install` gives those who run the relay on a platform of their own: libravo.a, the boundary's headers with
 # the two that a main needs, what tries a platform's services, and the words for pkg-config (ravo) and CMake (find_package(ravo), target ravo::ravo).
 include(GNUInstallDirs)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The promises of the boundary's headers, one function a service.
 #include <algorithm>
 #include <array>

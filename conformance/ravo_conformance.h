@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tries a platform's services as the relay uses them. Part of the kit for other platforms: link it with the platform
 // alone, and call it before the relay starts.
 #ifndef RAVO_CONFORMANCE_H

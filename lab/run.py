@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """The tour behind `make run`: a lab, a relay, real clients and real servers, and what happens between them.
 
 On a terminal it ends in a ravosh prompt inside the lab. Leaving the prompt, an interruption or an error

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The frames of the management socket, as docs/management-protocol.md tells: one definition for the daemon and for
 // the programs that talk to it.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Checked reading and writing of big-endian fields in a frame's payload.
 #ifndef FRONT_PROTOCOL_WIRE_H
 #define FRONT_PROTOCOL_WIRE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command library, without a parser: a command is called by the text of its definition.
 #include <cstdarg>
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Relays one exchange: a client's DISCOVER to a server, and its OFFER back. With any argument it tries the platform's
 // services instead.
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A platform as small as the relay allows: one VLAN interface, no real sockets, no event loop. What another switch has
 // to write is what its three sources hold; main.cpp plays a client and a server against it.
 #ifndef MINIMAL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interfaces and sockets: one VLAN interface, vlan10 with 192.0.2.1, and sockets that are numbers.
 #include <arpa/inet.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon frame, the print service, memory, ordered trees, timers and the services that may do nothing.
 #include <cstdarg>
 #include <cstdio>

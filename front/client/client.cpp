@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The socket is non-blocking. A request is written and its answer read in one loop, so that neither side ever waits for
 // the other to read first. Frames are taken from the input as they become whole; the request's own status ends the
 // loop.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client side of the management socket, for the programs in front of the daemon.
 //
 //     std::string reason;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One request is on its way at a time; the others wait in line here. The life of a connection: none, greeting (hello
 // sent, no welcome yet), ready. Whatever breaks it fails every request that waits, with the reason: asking again is the
 // caller's to decide.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A link to the daemon for programs with an event loop of their own: nothing here waits.
 //
 //     ravo::client::link_ptr daemon = ravo::client::link_make({.socket = path});

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tells the service manager that a program is ready, and what it is doing.
 #ifndef FRONT_CLIENT_NOTIFY_H
 #define FRONT_CLIENT_NOTIFY_H

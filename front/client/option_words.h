@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The options of a program's command line: "--name VALUE", "--name=VALUE" and flags.
 #ifndef FRONT_CLIENT_OPTION_WORDS_H
 #define FRONT_CLIENT_OPTION_WORDS_H

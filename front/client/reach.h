@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reaching the daemon: a connection to its management socket, made without waiting.
 #ifndef FRONT_CLIENT_REACH_H
 #define FRONT_CLIENT_REACH_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One session runs all commands in order; one that fails does not stop the later ones. The daemon's output is read to
 // the command's end before any of it is written: a reader of ours that stops reading must not make us look to the
 // daemon like a client that does.

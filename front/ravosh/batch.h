@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands that are not typed: of -c, of a file, of standard input.
 #ifndef FRONT_RAVOSH_BATCH_H
 #define FRONT_RAVOSH_BATCH_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libedit does the editing, with its emacs keys. Beside it: "?" and Tab ask the daemon; Ctrl-C and Ctrl-Z are keys like
 // others while a line is typed, since the shell is left neither by a signal nor by being stopped; and reading a key
 // also watches the daemon, so that lines of its log can be shown above the line being typed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The line editor of the interactive shell.
 #ifndef FRONT_RAVOSH_EDITOR_H
 #define FRONT_RAVOSH_EDITOR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One line each, added at the end as it is typed: two shells keep each other's lines, and a shell that is killed loses
 // none.
 #include "history_file.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The lines a person typed, kept from one shell to the next.
 #ifndef FRONT_RAVOSH_HISTORY_FILE_H
 #define FRONT_RAVOSH_HISTORY_FILE_H

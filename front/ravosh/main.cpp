@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ravosh: the command line of the daemon. It only talks to the management socket; it runs no other program, so it can
 // be somebody's login shell.
 #include <fcntl.h>

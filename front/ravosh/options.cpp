@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Options come before or behind the file's name; "--" ends them, so that a file may have any name.
 #include "options.h"
 

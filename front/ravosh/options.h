@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The options of ravosh.
 #ifndef FRONT_RAVOSH_OPTIONS_H
 #define FRONT_RAVOSH_OPTIONS_H

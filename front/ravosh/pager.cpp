@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The text is all here before its first page is shown, so the daemon does not wait for the person. Rows are counted as
 // the window is now, which may change between two pages.
 #include "pager.h"

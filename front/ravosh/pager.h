@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Long output, page by page.
 #ifndef FRONT_RAVOSH_PAGER_H
 #define FRONT_RAVOSH_PAGER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file is read whole before the daemon hears of it: what cannot be read to its end is no configuration.
 #include "replace.h"
 

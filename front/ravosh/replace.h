@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Making the running configuration what a file says.
 #ifndef FRONT_RAVOSH_REPLACE_H
 #define FRONT_RAVOSH_REPLACE_H

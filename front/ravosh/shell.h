@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The interactive shell.
 #ifndef FRONT_RAVOSH_SHELL_H
 #define FRONT_RAVOSH_SHELL_H

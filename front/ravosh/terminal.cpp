@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Only what standard input and output are connected to; the line editor has its own ways with the terminal and has put
 // it back when these are called.
 #include "terminal.h"

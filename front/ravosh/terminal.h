@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The terminal of the interactive shell: its size, single keys, and text that is safe to show on it.
 #ifndef FRONT_RAVOSH_TERMINAL_H
 #define FRONT_RAVOSH_TERMINAL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // net-snmp's library speaks AgentX and calls us for each request; its own select loop, with descriptor sets of any
 // size, is the loop of this program. Beside its descriptors the loop watches the links to the daemon, so that their end
 // shows at once, and every few seconds looks whether a server has fallen silent.

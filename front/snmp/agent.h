@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sub-agent: registers the module's identifiers with the master agent and answers for them.
 #ifndef FRONT_SNMP_AGENT_H
 #define FRONT_SNMP_AGENT_H

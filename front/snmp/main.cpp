@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ravo-snmp: the relay for SNMP managers. A sub-agent: the system's master agent has the port, the communities and the
 // users, and asks this program for the relay's objects.
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Notices servers that fall silent, and that are back.
 #ifndef FRONT_SNMP_NOTICES_H
 #define FRONT_SNMP_NOTICES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Two kinds of objects: scalars, whose instance ends in 0, and tables, whose instances are a column and an index. The
 // table of each is here in the order of their identifiers, so that the next instance is found by looking at one after
 // the other; within a table the rows are in order too, and the next one is found by halving.

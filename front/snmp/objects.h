@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The objects of RAVO-DHCP-RELAY-MIB over a picture of the relay: what stands at an identifier, and what comes next.
 //
 // Identifiers here begin below the module's own: {1, 1, 1, 0} is ravoRelayEnabled.0. They come from whoever may ask the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line of ravo-snmp.
 #ifndef FRONT_SNMP_OPTIONS_H
 #define FRONT_SNMP_OPTIONS_H

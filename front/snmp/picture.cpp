@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Settings, addresses and trust come in the daemon's keyed view: column and -100, or a row's key, as 32-bit words in
 // host byte order (an address in network byte order). The rest are JSON documents, read an element at a time.
 #include "picture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A picture of the relay as the daemon told it, in parts that are fetched and grow old on their own. All rows are in
 // the order of their SNMP index.
 #ifndef FRONT_SNMP_PICTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the picture comes from: the daemon, asked when somebody asks for a part that is not there or too old. Asking
 // waits, but never longer than a master agent has patience.
 #ifndef FRONT_SNMP_RELAY_SOURCE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a manager sets: a server added or removed, an interface trusted or not, the configuration saved. A set has
 // phases, so that several in one request are done together or not at all.
 #ifndef FRONT_SNMP_WRITES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who may sign in to the web page: a file with a line for each account, USER:ROLE:HASH. The role is admin (may change)
 // or reader (may look). Hashes are crypt(3)'s; a password is never written anywhere.
 #ifndef FRONT_WEB_ACCOUNTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "api_changes.h"
 
 #include <nlohmann/json.hpp>

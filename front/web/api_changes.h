@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changes: through the relay's commands for its web pages where there is one, else through its configuration commands.
 // Each is told to the log with the user's name.
 #ifndef FRONT_WEB_API_CHANGES_H

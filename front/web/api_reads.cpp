@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Documents of the daemon go on as they are where they are short; long lists are cut to what was asked for, an element
 // at a time.
 #include "api_reads.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The page's own files, which are part of the program.
 #ifndef FRONT_WEB_ASSETS_H
 #define FRONT_WEB_ASSETS_H

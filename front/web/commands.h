@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon's commands that the web side runs, and how long what they print is good for.
 #ifndef FRONT_WEB_COMMANDS_H
 #define FRONT_WEB_COMMANDS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The connections of the web server: how many there are, from where, and how long each has been waited for. The HTTP
 // library times out a connection that is silent; one that drips a byte now and then, or one too many, ends here.
 #ifndef FRONT_WEB_CONNECTIONS_H

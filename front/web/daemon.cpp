@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Two links: show commands run in privileged execution mode, but that of transactions, which is one of configuration
 // mode. A change has a link of its own, so that its modes and its lines stay together, and the daemon's log has one
 // session for it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon as the web side sees it: documents, which are what commands print, kept for a moment and shared by all who
 // ask. However many pages are open, the daemon is asked for one thing once a second at most, and never for more than a
 // small part of its time. Nothing here waits.

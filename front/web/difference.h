@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What differs between two configurations.
 #ifndef FRONT_WEB_DIFFERENCE_H
 #define FRONT_WEB_DIFFERENCE_H

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Makes a source of the page's files: cmake -DOUT=FILE -DFOLDER=front/web/page -P embed.cmake
 file(GLOB files ${FOLDER}/*)
 list(SORT files)

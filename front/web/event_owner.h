@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Owners of what the event library hands out.
 #ifndef FRONT_WEB_EVENT_OWNER_H
 #define FRONT_WEB_EVENT_OWNER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One request and the answer to it, which may come later.
 //
 // The HTTP library owns the request until it is answered, but for one case: when the connection ends first and the

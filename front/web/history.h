@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The last hour, in steps of ten seconds: how many messages of which type came, and what became of them.
 #ifndef FRONT_WEB_HISTORY_H
 #define FRONT_WEB_HISTORY_H

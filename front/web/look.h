@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The looks at the daemon that nobody asked for: what the history is made of, and what pages are told.
 #ifndef FRONT_WEB_LOOK_H
 #define FRONT_WEB_LOOK_H

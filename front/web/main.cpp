@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ravo-web: the web page, the JSON interface and the metrics of the relay. It talks to the daemon through its
 // management socket, as the shell does, and to nothing else.
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The metrics, as Prometheus and its kin read them.
 //
 // Series are bounded: an interface has those of its types and outcomes that happened, a port one, a server a few; 4094

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line of ravo-web.
 #ifndef FRONT_WEB_OPTIONS_H
 #define FRONT_WEB_OPTIONS_H

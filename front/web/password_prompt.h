@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Asking for a password.
 #ifndef FRONT_WEB_PASSWORD_PROMPT_H
 #define FRONT_WEB_PASSWORD_PROMPT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the kernel tells of another process.
 #ifndef FRONT_WEB_PROCESS_FIGURES_H
 #define FRONT_WEB_PROCESS_FIGURES_H

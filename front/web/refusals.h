@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The codes and texts with which the relay refuses a change by a front end.
 #ifndef FRONT_WEB_REFUSALS_H
 #define FRONT_WEB_REFUSALS_H

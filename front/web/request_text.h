@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a request says, taken apart by our own code: its path, its query, a cookie, a token, a JSON body. All of it
 // comes from whoever reaches the port; nothing here trusts a length or a character.
 #ifndef FRONT_WEB_REQUEST_TEXT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A request passes these checks in this order: its target can be read, it comes from a page of ours, its path is known,
 // its method is, whoever asks may. Each has one answer.
 #include "routes.h"

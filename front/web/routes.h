@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is served where, and to whom.
 #ifndef FRONT_WEB_ROUTES_H
 #define FRONT_WEB_ROUTES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One event loop serves everything. A timer of a second looks after what has no event of its own: connections that are
 // too slow, documents that nobody wants any more, the history, the accounts' file.
 #include "server.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // All that ravo-web has and knows, and its life: listening, serving, looking at the daemon now and then.
 #ifndef FRONT_WEB_SERVER_H
 #define FRONT_WEB_SERVER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who is signed in. A session is a random name that the browser keeps as a cookie, and a second one that the page must
 // send with every change: a page of somebody else's can make the browser send the first, but never learns the second.
 #ifndef FRONT_WEB_SESSIONS_H

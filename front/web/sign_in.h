@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Signing in and out.
 #ifndef FRONT_WEB_SIGN_IN_H
 #define FRONT_WEB_SIGN_IN_H

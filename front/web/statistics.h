@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon's statistics document, read without holding all of it as values: with thousands of VLANs it is large.
 #ifndef FRONT_WEB_STATISTICS_H
 #define FRONT_WEB_STATISTICS_H

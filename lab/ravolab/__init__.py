@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The lab: a switch, its clients and its servers in network namespaces.
 
     with Lab(servers=2) as lab:                      # namespaces, links, bridges, routes

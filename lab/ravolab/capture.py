@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Captures: every frame that passes a device, with the kernel's time stamp and VLAN tag.
 
     with lab.capture(lab.client(1)) as seen:

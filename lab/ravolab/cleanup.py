@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Nothing of a lab outlives it.
 
 Namespaces and processes end with the runner by construction (see namespace and process). What is left to

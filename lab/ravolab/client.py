@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Real DHCP clients: udhcpc, ISC dhclient and dhcpcd.
 
     lease = host.run(Udhcpc)                     # start, wait for the lease, end the client

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """DHCP messages and frames made by hand, for what no real client sends."""
 
 import struct

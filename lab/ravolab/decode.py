@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Frames and DHCP messages decoded from their bytes, independent of the relay's own code.
 
 A decoded record keeps its bytes (`raw`, `payload`), so that tests compare whole messages. Checksums are

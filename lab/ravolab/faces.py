@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The other faces of the lab's relay: its web page, which the host can reach, and its SNMP side, in the switch."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The lab's layout: one switch, client hosts on its access ports, server hosts on its uplink VLAN.
 
 The switch has the numbers a switch has: port P of module 1 is the device swpP with kernel index 5120 + P,

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A network namespace, held by a descriptor of this process.
 
 It has no name in the file system: the kernel frees it when this process and the programs in it are

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the tour writes on: a page 100 columns wide, coloured on a terminal only, plain where there is no UTF-8."""
 
 import os

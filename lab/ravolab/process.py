@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Processes of the lab, and waiting for what they do.
 
 A process runs in a session of its own, so that Ctrl-C on the terminal reaches the lab's runner alone,

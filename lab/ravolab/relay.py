@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ravod in the lab's switch, and ravosh talking to it.
 
     relay = lab.start_relay()

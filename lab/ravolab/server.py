@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Real DHCP servers: Kea, dnsmasq and ISC dhcpd, each with a configuration the lab writes.
 
     kea = lab.add_server(Kea, host=1)        # started, and ready to answer

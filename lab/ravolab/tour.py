@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The tour's stations. Each shows something that just happened in the lab, as the captures saw it."""
 
 import os

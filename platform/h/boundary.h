@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The version of the boundary between the relay and its platform: of all headers in this folder together.
 #ifndef PLATFORM_BOUNDARY_H
 #define PLATFORM_BOUNDARY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Command library.
 //
 // The platform provides the command tree, the parser, sessions and their output. The daemon provides static command

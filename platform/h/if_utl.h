@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interface naming: the fixed relation between interface names and the switch's interface numbers.
 //
 // A VLAN interface's number is 1024 + VLAN id (1 to 4094), a front-panel port's as port_number.h has it, whatever

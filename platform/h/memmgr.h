@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ordered trees and memory.
 //
 // The platform provides both. A tree holds pointers to records that belong to the daemon; the tree never

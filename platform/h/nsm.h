@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interfaces and their events.
 //
 // The platform provides interface objects, kept up to date with the system, and calls the daemon's hooks when an

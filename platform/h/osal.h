@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // OS layer: socket readers, timers and sockets on the platform's one event thread.
 //
 // The platform provides everything here and calls the daemon's reader handlers and timer callbacks, one at a

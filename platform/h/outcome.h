@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What became of each message.
 //
 // The platform keeps the books: every message that its packet channel receives ends in exactly one outcome. The daemon

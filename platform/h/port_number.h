@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Numbers of front-panel ports.
 //
 // A port stands in a module (slot) and has an interface number made of both: 5120 + 64 * (module - 1) + port. That

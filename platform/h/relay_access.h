@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Access to the relay's data for the platform's own commands.
 //
 // The daemon provides a table of functions and hands it over before the frame runs; the platform calls them on the

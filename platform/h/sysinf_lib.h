@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Service status: the daemon tells the platform whether its service runs.
 #ifndef PLATFORM_SYSINF_LIB_H
 #define PLATFORM_SYSINF_LIB_H

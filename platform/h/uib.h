@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // UI bridge: records and table rows for the web and SNMP front ends.
 //
 // The platform provides the three functions; the daemon provides the table functions of a descriptor. Everything is

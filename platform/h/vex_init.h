@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Daemon frame and print service.
 //
 // The platform provides: a registration record, the daemon's life (event loop, signals, options of the

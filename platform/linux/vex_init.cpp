@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon's life, from the options to the exit status:
 //
 //   options -> (--help, --version, --check) -> log -> may we do this at all? -> switch description -> inventory

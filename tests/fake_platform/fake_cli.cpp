@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A session's context points back at the session; its handles are addresses that nothing else has, so that output to a
 // wrong handle is seen.
 #include "fake_cli.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Command sessions, and what the daemon installs.
 #ifndef FAKE_CLI_H
 #define FAKE_CLI_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The frame runs nothing: a test calls the callbacks of the record itself.
 #include "fake_frame.h"
 

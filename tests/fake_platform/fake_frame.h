@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon frame and the service status.
 #ifndef FAKE_FRAME_H
 #define FAKE_FRAME_H

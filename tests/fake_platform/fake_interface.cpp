@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interface objects by number, with stable addresses. The number of a name that is no VLAN interface must be told
 // first.
 #include "fake_interface.h"

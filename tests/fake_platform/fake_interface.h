@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interfaces, their names and their events.
 #ifndef FAKE_INTERFACE_H
 #define FAKE_INTERFACE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Blocks are counted, so that a test can tell what was not given back; trees are ordered sets with the daemon's
 // comparator.
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Memory with a budget, and ordered trees.
 #ifndef FAKE_MEMORY_H
 #define FAKE_MEMORY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The books of messages, kept as plain lists.
 #include "fake_outcome.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the relay said of each message, as the fake platform heard it.
 #ifndef FAKE_OUTCOME_H
 #define FAKE_OUTCOME_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sum of the parts.
 #include "fake_platform.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The whole fake platform.
 //
 // It stands in for the platform when the relay is linked into a unit test: it records what the relay sends, prints and

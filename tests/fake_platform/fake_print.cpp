@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines are formatted as the daemon gave them and kept in order. A line that a death test looks for must reach the
 // parent, which sees standard error only: lines of level 0 go there too.
 #include "fake_print.h"

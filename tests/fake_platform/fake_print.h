@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The print service: every line is kept with its level.
 #ifndef FAKE_PRINT_H
 #define FAKE_PRINT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One script an operation: a count of calls to let pass, then a count of calls to answer.
 #include "fake_script.h"
 

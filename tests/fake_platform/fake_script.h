@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Failures on demand: any service of the fake platform that can fail asks here first.
 #ifndef FAKE_SCRIPT_H
 #define FAKE_SCRIPT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Descriptors count upward from 100, so that a descriptor in a test's expectation tells which socket is meant and a
 // closed one is never mistaken for an open one.
 #include "fake_socket.h"

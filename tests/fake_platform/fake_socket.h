@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sockets and their readers. Descriptors are made up; what is sent is kept, what is received is put in by the test.
 #ifndef FAKE_SOCKET_H
 #define FAKE_SOCKET_H

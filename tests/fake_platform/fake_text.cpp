@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Plain conversions, with no state.
 #include "fake_text.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Text of the fake platform's records.
 #ifndef FAKE_TEXT_H
 #define FAKE_TEXT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A list of timers under a clock that moves only when told. Creating a timer on an object that has one replaces it, as
 // the daemon may rely on.
 #include "fake_timer.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The clock and the timers on it. Timers are known by the address of their object.
 #ifndef FAKE_TIMER_H
 #define FAKE_TIMER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Surface: one frame as a packet socket hands it to the layer-2 channel, with the kernel's word on its tag and
 // checksum. The input's first five bytes are that word (bits, tag protocol, tag), the rest is the frame.
 //

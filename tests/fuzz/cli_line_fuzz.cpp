@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Surface: lines as a session of the command line gets them: each line of the input is run, then its help and its
 // completions are asked for, in one session that starts in privileged execution mode with every privilege.
 //

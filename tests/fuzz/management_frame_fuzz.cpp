@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Surface: what comes over the management socket, from either end, as a stream of frames.
 //
 // Contract: whatever the bytes, nothing outside them is read. A payload that a message's reader takes is exactly what

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Surface: an option area, given to the validation, to every option walker and to the rewriting of option 82. The
 // input's first two bytes choose the ingress port, the rest is the area from the magic cookie on.
 //

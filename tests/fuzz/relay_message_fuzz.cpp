@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Surface: one message of the layer-2 channel, handed to its receive handler with a relay behind it. The input's first
 // eight bytes are the settings, the interface, and where the message came in; the rest is what the channel delivers.
 //

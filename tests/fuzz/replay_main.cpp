@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs a fuzz target over the files of its corpus, without a fuzzer: each input as it is, then cut at every length and
 // with each of its bytes changed, so that a replay also covers what lies next to a known input.
 //

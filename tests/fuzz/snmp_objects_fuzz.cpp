@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Surface: what ravo-snmp makes of the daemon's answers, and what managers then ask of it. The first byte says which
 // part of the picture the answer is for, the next three numbers begin an identifier that is asked for; the rest is the
 // answer: as text, and cut into keys.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What each fuzz target is linked with: the fuzzers and the replay of their corpora use this alike.
 
 # target: a program made of NAME_fuzz.cpp; fake: the fake platform's library. NAME is that of the source.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Surface: what a request to ravo-web says, as far as our own code takes it apart: its target, its query, cookies and
 // tokens, and a JSON body. It comes from whoever reaches the port.
 //

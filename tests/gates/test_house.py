@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The gates of the house can fail: each is broken once here, in a small tree of its own."""
 
 import subprocess

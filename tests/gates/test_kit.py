@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The core as a kit: built with nothing but the C++ runtime, installed, and a platform of somebody else's linked with it."""
 
 import os

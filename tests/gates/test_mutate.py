@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """`make mutate` can fail: it finds what a small library's test does not notice, and nothing else."""
 
 import importlib.machinery

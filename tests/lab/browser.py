@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A real Chromium, driven as a person would: by what it shows, by its keyboard, and with axe-core looking on."""
 
 import json

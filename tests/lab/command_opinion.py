@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the relay's commands have to do and to print, told a second time: a model in Python that shares no code with it.
 
 `Commands.run` takes one command and answers with the status and the text of a shell session; the show commands and the

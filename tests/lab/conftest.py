@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Labs for the tests. Each test module shares one lab per kind; a failing test leaves lab-artifacts/TEST/."""
 
 import re

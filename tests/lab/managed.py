@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A daemon whose management side is tested: no relay lab around it, a startup configuration and a shell for it."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Clients and servers played by the test: messages made byte by byte, and proof of what passed and what did not.
 
 A message that must not pass is followed by one that must, on the same road. When that one is seen, the first

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A daemon that says what a test wants at the management socket: for what a real one says only after long waiting, or
 never. It speaks the frames of docs/management-protocol.md; each command line has the answer that the test gave it."""
 

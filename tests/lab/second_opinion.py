@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the relay has to do with a message, told a second time: a model in Python that shares no code with it.
 
 `Model.handle` takes one DHCP message with the place it came in, and answers with what must leave the switch for it, byte

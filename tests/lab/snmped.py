@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A real snmpd with ravo-snmp behind it, and net-snmp's tools to ask them."""
 
 import re

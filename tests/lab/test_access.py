@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Who may do what, many sessions at once, tables read while they change, and lines that nobody should type."""
 
 import grp

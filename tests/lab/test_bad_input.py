@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Bad input from outside: faulty files, occupied ports, management clients that misbehave. One clear line each, and
 nobody else notices."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A message that ends the daemon: kept by the next one, which holds its port and serves all others."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Where messages went: statistics, the flight recorder, and both as JSON, over real exchanges and random traffic."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The layer-2 channel: which frames are read, as what, and how often. Frames are put on the wire byte by byte."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A lab leaves nothing behind, however it ends."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Random commands, right and wrong ones: the daemon and the model of it must print the same and end in the same state."""
 
 import random

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The configuration saved, replayed, spoiled and lost: what comes back is what was there, and what does not is told."""
 
 import json

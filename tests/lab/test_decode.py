@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The lab's decoder against another one, Scapy: what every other test here relies on."""
 
 import struct

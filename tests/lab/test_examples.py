@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The pages that people copy from do what they say: docs/examples.md, run example by example against a ravod, and
 the descriptions and faults that switch.toml(5) shows."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The programs in front of a relay with 4094 interfaces: memory, and the time of a whole walk."""
 
 import time

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The guards of [guard] in switch.toml: each attack goes through without its guard, and does not with it."""
 
 import json

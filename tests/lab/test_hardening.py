@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """How the programs were built: read from their ELF files, and proof that the reader sees each protection that is missing."""
 
 import subprocess

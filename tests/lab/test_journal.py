@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The log in the journal: what its socket gets from a service, whose standard error is a stream of the journal.
 
 The daemon has a /run/systemd/journal of its own, in which the test is the journal.

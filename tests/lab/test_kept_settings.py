@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What is configured for an interface outlasts it: deleted, readdressed, renamed, away at a start, a daemon killed."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A lease through the relay: each client with each server.
 
 The client's view, the server's view and the captures of both sides are compared, whole messages byte by

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Life on a running box: interfaces, addresses and ports come, change and go, and the relay follows without a restart.
 
 While that happens a client on another VLAN exchanges messages without a pause, and loses none.

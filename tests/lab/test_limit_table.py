@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The table of limits in the operator's guide: every row names a test that there is."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What a port may send, kept by the kernel or, where that refuses, by the relay: same counts, same words."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Local relay: option 82 added to broadcasts within their VLAN, its commands, and the trap that keeps the client's own
 broadcast from the servers there."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The metrics, read by a real Prometheus beside a lab with real clients: its answers are what the shell shows, and every
 query of the shipped alerts and of the shipped dashboard runs in it."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """`monitor ip dhcp relay`: messages as they happen, to a session or into a capture file, until it is interrupted."""
 
 import os

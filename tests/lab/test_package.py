@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The Debian package: what is in it, and what installing and removing it leaves, in a folder that plays the machine."""
 
 import hashlib

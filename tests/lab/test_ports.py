@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Ports keep their numbers: deleted and made again, over restarts, into the switch description, and with none to remember."""
 
 import json

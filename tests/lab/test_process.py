@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ravod as a process: its options, the faults that keep it from starting, signals, and what an init system hears."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ravosh against a living ravod: commands of -c, of files and of standard input, and a person at a real terminal."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """RELEASE, DECLINE and INFORM through the relay: what real servers make of them."""
 
 import pytest

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Option 82 on the way to the servers: insertion, trust, the policies for another relay's option, the hop limit."""
 
 import pytest

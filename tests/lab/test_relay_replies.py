@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Replies on the way to the client: which are delivered, and the frame that the client gets, byte by byte."""
 
 import pytest

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Which servers a request goes to: the interface's list, or those chosen by options 60 and 61."""
 
 import pytest

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The running configuration is made what a file says, all of it or nothing; what is not confirmed goes back; versions."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Random configurations and random messages, most of them odd: the relay and the model of it must agree on every byte.
 
 Each round sends messages of different transactions from all ports at once, waits until the books have them all, and

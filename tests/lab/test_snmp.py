@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ravo-snmp behind a real snmpd: every object walked, every row boundary stepped over, everything writable written with
 good and with bad values, agents and daemons restarted."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Notifications of ravo-snmp, as a real snmptrapd receives them: a server falls silent, and is back. The daemon is a
 scripted one, so that a server is silent when the test wants it."""
 

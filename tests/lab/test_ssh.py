@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ravosh as the login shell of users who come in by ssh: a real sshd and a real client, in a namespace of their own.
 
 Users, groups and sshd's folders are files that only the mount namespaces of the test's processes see.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The log in syslog: what a log daemon at /dev/log gets, and what becomes of the relay without one or with a stuck one.
 
 The daemon has a /dev of its own, in which the test is the log daemon.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The tour of `make run`: what it shows, that it ends well, and whom it refuses."""
 
 import os

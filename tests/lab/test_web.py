@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ravo-web's JSON interface: what it tells, what it changes, whom it lets in, and what it does to hostile requests."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ravo-web beside a daemon that answers nonsense: documents that are none, cut off, of other kinds, or endless."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The page, in a real Chromium, beside a lab with real clients and servers: what an operator does with it, on a desk and
 on a phone, in the light and in the dark, by keyboard alone. One lab and one browser serve all tests.
 

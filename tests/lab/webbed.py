@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ravo-web beside a daemon: its process, and a client that speaks HTTP to it."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The list of mutants that may survive, and why: tests/mutate/explained.txt.
 
 One entry a mutant or a family of them, with an empty line behind each:

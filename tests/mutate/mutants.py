@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Mutants of a C++ source: small changes, each of which a good test notices.
 
 The source is taken apart into tokens, as clang-format lays it out: a binary operator has a blank on either side, which

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Prints the command reference, docs/commands.md, from the commands that the relay and its platform install, so that
 // the reference says what the daemon has and nothing else. tests/lint/commands compares the two.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every command that the relay and its platform install, walked: it can be installed, it is explained word by word,
 // what its row says of it fits its text, and the documents have it.
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The commands of the platform and of the relay together, as the daemon has them.
 #ifndef TESTS_ALL_COMMANDS_H
 #define TESTS_ALL_COMMANDS_H

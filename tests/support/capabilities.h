@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Capabilities that a test gives up for a while.
 #ifndef TESTS_CAPABILITIES_H
 #define TESTS_CAPABILITIES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A box for the channel's tests whose inventory says what the test wants it to say.
 //
 // To be included once a program: the inventory's functions are defined here, and so win over the library's.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the channel's tests share: two ports behind an open channel, and words to say what is to come out of it.
 //
 // That nothing is delivered is proven by a good frame sent behind: a tap keeps the order, so when that one arrives,

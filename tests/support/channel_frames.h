@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames for the channel's tests: built field by field, each field with a good default, so that a test names only what
 // is peculiar to it. The checksums are computed here, by the book and apart from the code under test.
 #ifndef TESTS_CHANNEL_FRAMES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A network for the channel's tests: a namespace of each test's own, ports that are veth pairs, and far ends at which
 // frames are injected and seen.
 #ifndef TESTS_CHANNEL_NET_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a process gives up it gives up for good, so each test of that has a process of its own.
 #ifndef CHILD_H
 #define CHILD_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A command line to try: the relay's commands with handlers that only note that they were called, and sessions whose
 // output is kept.
 #ifndef TESTS_CLI_BOX_H

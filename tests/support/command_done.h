@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A command run in a session of its own: its result and what it printed.
 #ifndef COMMAND_DONE_H
 #define COMMAND_DONE_H

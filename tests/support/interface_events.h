@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records the interface service's hooks as lines of text, with what the daemon sees of the object at that moment.
 #ifndef TESTS_INTERFACE_EVENTS_H
 #define TESTS_INTERFACE_EVENTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A model of the switch's devices, filled by hand: what the tests of the inventory's rules begin with.
 #ifndef TESTS_INVENTORY_MODEL_FIXTURE_H
 #define TESTS_INVENTORY_MODEL_FIXTURE_H

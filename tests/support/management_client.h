@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A client of the management socket that lives in the daemon's own process: the loop runs in this thread, clients are
 // plain sockets that send and read bytes. Beside it commands of the tests' own, and the fixture that opens the socket.
 #ifndef TESTS_SUPPORT_MANAGEMENT_CLIENT_H

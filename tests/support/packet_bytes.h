@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bytes in tests: written as hex, compared whole, shown side by side when they differ.
 #ifndef PACKET_BYTES_H
 #define PACKET_BYTES_H

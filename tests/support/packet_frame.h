@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ethernet frames that the relay sends: the expected bytes, put together and summed by the tests' own code.
 #ifndef PACKET_FRAME_H
 #define PACKET_FRAME_H

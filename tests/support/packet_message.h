@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // DHCP messages for tests, built field by field with defaults that make a good DISCOVER, and read back by a decoder of
 // the tests' own (RFC 2131 section 2, RFC 2132, RFC 3046).
 #ifndef PACKET_MESSAGE_H

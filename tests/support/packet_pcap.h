@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a test sent, as a capture file beside the build: pcap/SUITE.TEST.pcap in the folder of the test's program. It is
 // there to be opened when a test fails. Datagrams are given the headers that the system would have put before them.
 #ifndef PACKET_PCAP_H

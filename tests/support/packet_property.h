@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What holds for any message whatever its bytes and whatever the settings: shared by the random traffic test and the
 // fuzzer of the relay's message path.
 #ifndef PACKET_PROPERTY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A relay under test: settings and interfaces by named fields, messages in by VLAN and port, what was sent out.
 #ifndef PACKET_RELAY_H
 #define PACKET_RELAY_H

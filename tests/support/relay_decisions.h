@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages handed to the relay's decisions, and what is expected to leave.
 #ifndef RELAY_DECISIONS_H
 #define RELAY_DECISIONS_H

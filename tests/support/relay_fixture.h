@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fixtures of the relay's tests: a relay on the fake platform, started afresh for every test, and at the end asked
 // whether it gave everything back.
 #ifndef RELAY_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tests of show commands: the output of a handler in every combination of views.
 #ifndef SHOW_FIXTURE_H
 #define SHOW_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a view-aware handler must print: its lines with their views, and what becomes of them in a session.
 #ifndef VIEW_LINES_H
 #define VIEW_LINES_H

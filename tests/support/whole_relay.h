@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay on its Linux platform inside a test: interfaces come from the test instead of the kernel, commands go in as
 // in a shell. No packet is read or sent as long as "ip dhcp relay" is not given.
 #ifndef TESTS_WHOLE_RELAY_H

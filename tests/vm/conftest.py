@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Fixtures of the tests with real VLANs, and their report: a line a test, the sum as the last one."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Real clients and real servers where the kernel has VLANs."""
 
 import pytest

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The trap on a VLAN-aware bridge: what clients broadcast goes to the relay, and only what the relay made of it goes on
 into the VLAN."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Which VLAN and port a message belongs to where the kernel has VLANs, with messages made byte by byte."""
 
 import signal

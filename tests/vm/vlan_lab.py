@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A lab whose switch has real VLANs.
 
                 access     access    trunk      a NIC with     routed port,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IPv4 addresses as dotted text, for traces and output.
 #ifndef RAVO_ADDR_TEXT_H
 #define RAVO_ADDR_TEXT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Internet checksums (RFC 1071), and 16-bit numbers in network byte order.
 #ifndef RAVO_CHECKSUM_H
 #define RAVO_CHECKSUM_H

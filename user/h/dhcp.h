@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The DHCP message (RFC 2131 section 2) and its options (RFC 2132).
 //
 // The option walkers have no bound of their own: they run over a message_buffer, whose spare room ends every walk.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Diagnostic output to a message file, without allocation.
 //
 // The message file is closed at start: every writer is silent until openMsgfile is called.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where a message came in, passed by value from the receive handlers to the frame sender.
 #ifndef RAVO_PKT_ORIGIN_H
 #define RAVO_PKT_ORIGIN_H

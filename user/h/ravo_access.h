@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's data for the platform's own commands (relay_access.h).
 #ifndef RAVO_ACCESS_H
 #define RAVO_ACCESS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's commands: handlers by their source.
 #ifndef RAVO_CLI_H
 #define RAVO_CLI_H

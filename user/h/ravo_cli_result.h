@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a command handler tells the user: the texts of result codes, and whether plain lines are printed at all.
 #ifndef RAVO_CLI_RESULT_H
 #define RAVO_CLI_RESULT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Output of the view-aware handlers: each line says which views it belongs to.
 #ifndef RAVO_CLI_VIEW_H
 #define RAVO_CLI_VIEW_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Relay settings, and the result codes of what changes them.
 //
 // All global settings stand in one record that is only ever copied whole, in and out. Every change tells the platform

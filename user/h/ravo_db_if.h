@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interface database: one record for every interface on which relaying is configured or that came up.
 //
 // Records live in an ordered tree keyed by the number at the end of the interface's name. Callers hold whole copies:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Transaction port map: on which module and port a client's transaction came in, for 300 seconds.
 #ifndef RAVO_DB_XID_H
 #define RAVO_DB_XID_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The check of option 82 in replies.
 #ifndef RAVO_IF_CHECK_H
 #define RAVO_IF_CHECK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames to clients.
 #ifndef RAVO_IF_CLIENT_H
 #define RAVO_IF_CLIENT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Forwarding of requests to servers.
 #ifndef RAVO_IF_FORWARD_H
 #define RAVO_IF_FORWARD_H

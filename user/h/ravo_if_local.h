@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Local relay: requests broadcast again with option 82, for a server on another VLAN of the switch.
 #ifndef RAVO_IF_LOCAL_H
 #define RAVO_IF_LOCAL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Relay agent information option (option 82, RFC 3046), and detection of options 60 and 61.
 #ifndef RAVO_IF_OPTION_H
 #define RAVO_IF_OPTION_H

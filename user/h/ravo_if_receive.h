@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The receive handlers, called by the platform with a readable descriptor; arg is not used.
 #ifndef RAVO_IF_RECEIVE_H
 #define RAVO_IF_RECEIVE_H

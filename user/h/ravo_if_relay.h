@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's decisions.
 #ifndef RAVO_IF_RELAY_H
 #define RAVO_IF_RELAY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server tables of an interface. The operations work on the caller's copy of the record.
 #ifndef RAVO_IF_SERVER_H
 #define RAVO_IF_SERVER_H

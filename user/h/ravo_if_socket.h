@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opening the relay's sockets (ravo_if_state.h has the descriptors and closes them).
 #ifndef RAVO_IF_SOCKET_H
 #define RAVO_IF_SOCKET_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the relay engine keeps for the whole process: its descriptors and its receive counters.
 #ifndef RAVO_IF_STATE_H
 #define RAVO_IF_STATE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's data from start-up to end: what creates the databases, empties them and frees them.
 #ifndef RAVO_LIFE_H
 #define RAVO_LIFE_H

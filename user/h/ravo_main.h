@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Start-up, registration with the daemon frame, and the crash report.
 #ifndef RAVO_MAIN_H
 #define RAVO_MAIN_H

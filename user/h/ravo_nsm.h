@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Following the switch's interfaces and addresses.
 #ifndef RAVO_NSM_H
 #define RAVO_NSM_H

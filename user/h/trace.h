@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Trace lines and assertions of the relay.
 //
 // Every diagnostic line goes to the platform's print service with destination 32. The level is tested before any

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Checked system calls: a failure prints the call's label with the system's reason and ends the process with status 1.
 #ifndef RAVO_WRAPPERS_H
 #define RAVO_WRAPPERS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Checksums of the frames that the relay builds itself.
 #include "checksum.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Validation of received messages (RFC 2131 section 2). A message is looked at here before anything is decided: its
 // fixed header, then its option area, whose chain must reach exactly to the end of the message.
 #include "dhcp.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay daemon: hands itself over to the platform's daemon frame, which runs it.
 #include <cstdint>
 

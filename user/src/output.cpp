@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Diagnostic output to a message file: plain writes of bytes put together on the stack, no allocation, no locks. Until
 // openMsgfile chooses a file every writer is silent.
 #include "output.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's data as plain records for the platform: copies of settings, interfaces and transactions, and the
 // operations of local relay, which no command of the relay's own reaches.
 #include "ravo_access.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Configuration commands.
 //
 // Every handler works the same way: fetch a copy of the settings or of the current interface's record, change it, store

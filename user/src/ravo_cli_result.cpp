@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The texts of result codes. Every handler ends by showing its code here, so that one operation is reported in the same
 // words whichever command asked for it.
 #include "ravo_cli_result.h"

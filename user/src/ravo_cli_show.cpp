@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Show and clear commands.
 //
 // Two kinds of output: plain lines, which a session may switch off as a whole, and lines that say which views they

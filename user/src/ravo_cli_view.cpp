@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Output of the view-aware handlers.
 //
 // One handler fills a terminal, a settings view or a keyed table for programs: the session's view decides which of its

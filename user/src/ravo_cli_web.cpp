@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands for the switch's web and SNMP front ends.
 //
 // The web pages read fixed records and change an interface's servers and trust; SNMP walks two tables, the servers of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's section of the running configuration: the commands that lead from the default settings to the present
 // ones, followed by a block for every interface record. Servers chosen by option 60 or 61 and the trust-all flag are
 // not part of it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's commands as a table: text, mode, privilege, handler, and one help text for every word. They are installed
 // in this order. Privilege 2 is the ordinary one, 20 that of diagnosis and of servers by option 60 and 61; 31 marks the
 // commands of the web and SNMP front ends.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay settings.
 //
 // One record holds every global setting. Readers take a copy of it, writers hand a changed copy back, so nobody ever

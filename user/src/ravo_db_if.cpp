@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The interface database.
 //
 // Every interface on which relaying is configured, or which came up, has one record in an ordered tree. Records are

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The transaction port map.
 //
 // A request that gets option 82 leaves an entry here under its transaction id: the module and port it came in on. The

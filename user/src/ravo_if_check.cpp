@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The check of replies: a reply whose option 82 (RFC 3046) does not name the interface and the port of its transaction
 // is not delivered. The expected bytes are those that the relay wrote into the request.
 #include "ravo_if_check.h"

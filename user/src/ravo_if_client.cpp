@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames towards clients. A client that has no address yet cannot be reached through an ordinary socket, so the relay
 // builds the Ethernet, IPv4 and UDP headers itself and sends them with the message out of the VLAN interface.
 #include "ravo_if_client.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Forwarding of requests: to every server that a request's options choose, and only when they choose none to the plain
 // servers of its interface.
 #include "ravo_if_forward.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Local relay: a request from an interface that has no server of its own is stamped with option 82 (RFC 3046) and
 // broadcast again out of the same interface, for the switch to carry to the server's VLAN. Also the two operations that
 // configure it.

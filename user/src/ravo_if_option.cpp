@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Option 82 of requests, and a look at options 60 and 61.
 //
 // The relay writes an option 82 (RFC 3046) of fixed form: a circuit id naming VLAN, module and port where the request

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's way in.
 //
 // While relaying is on, messages come in through the platform's layer-2 channel, which tells the ingress VLAN and port;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's decisions about one message: whether it is relayed at all, what happens to its relay address, its hop
 // count and its option 82, whether its transaction is remembered, and whether it goes to servers or to its client (RFC
 // 1542 section 4.1, RFC 3046 section 2.1).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The server tables of an interface: up to four plain servers, four chosen by the client's vendor class (option 60) and
 // four by its client identifier (option 61). The operations work on the caller's copy of the interface record; storing
 // it is the caller's.

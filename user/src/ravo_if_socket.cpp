@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opening the relay's sockets and registering their readers. Messages come in through the platform's layer-2 channel;
 // the UDP socket on port 67 is opened by nobody in normal operation.
 #include "ravo_if_socket.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Descriptors and counters of the relay engine. They stand below everything that sends or receives: senders read the
 // descriptors, ravo_if_socket opens them, and what ends the relay's service closes them here.
 #include "ravo_if_state.h"

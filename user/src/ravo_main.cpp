@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Start-up of the relay and its crash report.
 //
 // The daemon has no main loop of its own: it fills the frame's registration record with three callbacks. The frame

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Following the switch's interfaces.
 //
 // The platform tells of interfaces that come up or go away and of addresses that come or go. Each VLAN interface that

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Checked system calls. The relay cannot go on without its sockets, so a failing call ends the process after one line
 // of perror; the platform's OS layer makes the calls, so that another switch can put its own in their place.
 #include "wrappers.h"

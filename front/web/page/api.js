@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The JSON interface. A fault is thrown as {status, code, text}.
 export const state = { user: null, role: null, csrf: null, now: null };
 let onSignedOut = () => {};

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Starts the page: who is signed in, which part is shown, and the events that keep it up to date.
 import { el, say } from "./dom.js";
 import { state, get, post, remove, keep, whenSignedOut, faultText } from "./api.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Charts drawn by hand: an hour of stacked areas, and bars.
 import { svg, el, number } from "./dom.js";
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Clients: who asked, what became of it, and the road of each message.
 import { el, svg, card, table, empty, number, time } from "./dom.js";
 import { get, faultText } from "./api.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Configuration: what is in force, what is saved, and what differs.
 import { el, card, empty, say } from "./dom.js";
 import { get, post, mayChange, faultText } from "./api.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Elements without markup in texts: what the relay says is only ever text here.
 const svgSpace = "http://www.w3.org/2000/svg";
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interfaces: their addresses, servers and trust; and the changes.
 import { el, card, table, empty, say, confirmed } from "./dom.js";
 import { get, post, put, remove, mayChange, faultText } from "./api.js";

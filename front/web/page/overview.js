@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The overview: is it on, what happens, who answers, what to look at.
 import { el, card, table, empty, number, duration } from "./dom.js";
 import { get, state } from "./api.js";

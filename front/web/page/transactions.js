@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Transactions that are open: which port asked.
 import { el, card, table, empty, number } from "./dom.js";
 import { get, faultText } from "./api.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Time: of the day, and as the event loop needs it.
 #ifndef PLATFORM_LINUX_BASE_CLOCK_H
 #define PLATFORM_LINUX_BASE_CLOCK_H

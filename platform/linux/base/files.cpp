@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole files are read at once, up to a limit that their reader sets: configuration, descriptions, saved state. A file
 // is never written in place: its successor is written beside it, brought to the disk, and takes its name in one step;
 // then the folder is brought to the disk too. Whoever is killed on the way leaves at most a file ".new" behind, which

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole files and parts of paths.
 #ifndef PLATFORM_LINUX_BASE_FILES_H
 #define PLATFORM_LINUX_BASE_FILES_H

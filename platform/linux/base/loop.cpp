@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One event base serves the whole daemon: sockets, netlink, timers, signals and management sessions are events on it.
 // It is made when the first service asks for it, so that no service depends on another having been opened before.
 #include "base/loop.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one event loop of the daemon.
 #ifndef PLATFORM_LINUX_BASE_LOOP_H
 #define PLATFORM_LINUX_BASE_LOOP_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Memory that is mapped, and unmapped when its owner goes.
 #ifndef PLATFORM_LINUX_BASE_MAPPING_H
 #define PLATFORM_LINUX_BASE_MAPPING_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Owners of what the system and the event library hand out: each ends with its scope.
 #ifndef PLATFORM_LINUX_BASE_OWNERS_H
 #define PLATFORM_LINUX_BASE_OWNERS_H

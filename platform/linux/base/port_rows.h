@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rows of a table by port: small numbers, given to ports as they come up, found without searching.
 #ifndef PLATFORM_LINUX_BASE_PORT_ROWS_H
 #define PLATFORM_LINUX_BASE_PORT_ROWS_H

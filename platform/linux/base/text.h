@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Small pieces of text that every room writes alike.
 #ifndef PLATFORM_LINUX_BASE_TEXT_H
 #define PLATFORM_LINUX_BASE_TEXT_H

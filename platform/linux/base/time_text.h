@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Times as people and programs read them.
 #ifndef PLATFORM_LINUX_BASE_TIME_TEXT_H
 #define PLATFORM_LINUX_BASE_TIME_TEXT_H

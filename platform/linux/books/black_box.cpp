@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is in the file is written by this program alone, and read by it after it died in the middle of something: every
 // number is judged before it is used. The length is written last and taken away first, so that a frame is there whole
 // or not at all. Times are those of a clock that restarts do not change and that goes on while the machine sleeps.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The black box: what outlasts a daemon that dies in the middle of a message.
 //
 // The message in hand is noted in a small mapped file, without a system call. Who dies with it leaves it there, and the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The books of messages.
 //
 // A message is in hand from the moment the channel takes it until the next one is taken or the reader's handler

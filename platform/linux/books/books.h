@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The books of messages: what became of each message that the packet channel received.
 //
 // Every message is opened when the channel takes it, gets its outcome said by the channel or by the relay (outcome.h),

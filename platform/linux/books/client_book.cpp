@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The clients' table.
 //
 // A client's hardware address chooses a row of four places, so that nothing is searched or made for a message; a place

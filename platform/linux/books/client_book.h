@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The clients: what each asked last, and how it was answered.
 //
 // A table of fixed size with a line a client; the ones longest unheard of make room for others. Times are microseconds

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Words and texts for the outcomes of messages, in the order of outcome.h.
 #ifndef PLATFORM_LINUX_BOOKS_OUTCOME_WORDS_H
 #define PLATFORM_LINUX_BOOKS_OUTCOME_WORDS_H

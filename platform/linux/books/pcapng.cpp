@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A pcapng file is a row of blocks, each with its type, its length in front and behind, and a body in units of 4 bytes;
 // numbers are in the byte order of who writes. Here: a section header, an interface description, and an enhanced packet
 // for each frame with the comment as its option.

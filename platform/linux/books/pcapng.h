@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Captures of frames as pcapng, with a comment on each: a file that wireshark and tshark read.
 #ifndef PLATFORM_LINUX_BOOKS_PCAPNG_H
 #define PLATFORM_LINUX_BOOKS_PCAPNG_H

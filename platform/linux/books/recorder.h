@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The flight recorder: the last messages, with a share for every port.
 //
 // It holds a fixed number of messages. When it is full a new one takes the place of the oldest of the port that has

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The servers' figures: a short chain a VLAN, searched from its beginning, through a table of fixed size. Memory that
 // no server needs is never touched.
 #include "books/server_book.h"

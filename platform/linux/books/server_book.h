@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The servers: how often each was asked for an interface, how often it answered, and how fast.
 #ifndef PLATFORM_LINUX_BOOKS_SERVER_BOOK_H
 #define PLATFORM_LINUX_BOOKS_SERVER_BOOK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The channel is one packet socket for all devices: the gate in the kernel lets in what the relay can want, and the
 // messages wait in a ring until they are taken, one a call, in the order in which they came. The event loop watches the
 // socket, which is readable while the ring holds a frame that was not given back; so a burst that is not used up in one

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The layer-2 packet channel: DHCP messages with the port and VLAN they came in on.
 #ifndef PLATFORM_LINUX_CHANNEL_CHANNEL_H
 #define PLATFORM_LINUX_CHANNEL_CHANNEL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A frame goes down a ladder of checks: Ethernet and VLAN tag, IPv4 header, UDP header. Each step either takes its
 // bytes from the front of what is left or gives the one reason why the frame is dropped. The lengths in the headers are
 // believed only after they were held against the bytes that arrived: the frame may be longer than the IPv4 packet

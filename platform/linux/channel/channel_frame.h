@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One captured Ethernet frame: checked, and turned into the layer-2 channel's message layout.
 //
 // Pure functions over bytes, without a socket and without an allocation, so that every length a frame can have or claim

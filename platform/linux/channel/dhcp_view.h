@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A DHCP message as the guards read it: bounded by its bytes, whatever its lengths say (RFC 2131 section 2).
 #ifndef PLATFORM_LINUX_CHANNEL_DHCP_VIEW_H
 #define PLATFORM_LINUX_CHANNEL_DHCP_VIEW_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who may say what, by the side on which the port stands: replies come from where servers are, requests from where
 // clients are. What is wrong with a message as such (lengths, flags, options) is left to the relay, which has outcomes
 // for it; a guard that cannot read what it judges by lets the message pass.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The guards: checks of a message that the channel adds to the relay's own, for switches whose ports say who is behind
 // them. Each is off unless the switch description asks for it, and has an outcome of its own.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whose a transaction is: the port and the client that opened it.
 //
 // A table of a fixed size, so that a flood of transactions takes no memory: 16384 sets of four. Where a set is full the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How many messages a second a port may send, as the switch description has it.
 #ifndef PLATFORM_LINUX_CHANNEL_LIMITS_H
 #define PLATFORM_LINUX_CHANNEL_LIMITS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The socket is opened for no protocol at all, gets its ring and its filter, and is bound last: the kernel queues
 // frames only from that moment on. It is bound to all protocols because on a bridge's member every other binding is
 // served after the bridge has taken the frame, and so sees nothing; and to no device, so that one socket hears all of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The packet socket through which all frames come in: one for all devices, with a ring of frames in memory that the
 // kernel fills and the relay reads without a system call.
 #ifndef PLATFORM_LINUX_CHANNEL_PACKET_RING_H

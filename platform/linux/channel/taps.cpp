@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A tap is a device's place at the gate. Nothing else is held for it: a device that goes down and comes up, or that is
 // removed and made again under the same number, is heard as before.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The devices that the channel listens on.
 #ifndef PLATFORM_LINUX_CHANNEL_TAPS_H
 #define PLATFORM_LINUX_CHANNEL_TAPS_H

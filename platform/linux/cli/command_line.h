@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line as the platform's other services use it: sessions, their output, help, and files of commands.
 #ifndef PLATFORM_LINUX_CLI_COMMAND_LINE_H
 #define PLATFORM_LINUX_CLI_COMMAND_LINE_H

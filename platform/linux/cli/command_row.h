@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One row a command: everything that the command line has to know about it. A new command is a row and its handler.
 //
 //     constexpr command_row rows[] = {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Filters work on whole lines, so what a handler prints in pieces is put together first. Each line goes through the
 // stages in their order, as far as they let it pass. Only the first part of a very long line is looked at, so that a
 // line's work is bounded too.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // printf into a string.
 #ifndef PLATFORM_LINUX_CLI_FORMAT_H
 #define PLATFORM_LINUX_CLI_FORMAT_H

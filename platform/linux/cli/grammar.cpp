@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Command definitions are text for people ("no ip dhcp relay address [A.B.C.D]"); here they become items, and words are
 // held against them.
 //

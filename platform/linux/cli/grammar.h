@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The text of a command definition, taken apart.
 #ifndef PLATFORM_LINUX_CLI_GRAMMAR_H
 #define PLATFORM_LINUX_CLI_GRAMMAR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Help and completion: what may come next in a half-typed line. Both ask the matcher for the tokens that may follow the
 // whole words, and keep those that the half-typed one could become.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A writer that only needs to know how deep it stands and whether a comma is due.
 #include "cli/json.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // JSON text, written piece by piece.
 #ifndef PLATFORM_LINUX_CLI_JSON_H
 #define PLATFORM_LINUX_CLI_JSON_H

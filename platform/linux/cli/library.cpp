@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command tree and what may be installed in it. Definitions are taken apart and judged once, when they are
 // installed. Those of the daemon come as they are at the boundary; what else the platform knows of them was handed over
 // before, and finds them here by mode and text.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A line is matched word by word against all commands at once, as a race: every command that the session may use
 // starts, and a word keeps those in the race that it fits best. A whole keyword beats everything, a number, an address
 // or an interface name beats the beginning of a keyword, and that beats places where any word would do. When the best

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which command a typed line is.
 #ifndef PLATFORM_LINUX_CLI_MATCH_H
 #define PLATFORM_LINUX_CLI_MATCH_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands that move a session between the modes of the command line, and between interfaces.
 #include <iterator>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A pattern becomes an automaton whose states are its places, the characters as they stand in it: which place may be
 // first, which last, and which may follow which. Repetitions only add arrows, so the automaton is never larger than the
 // text. A line is run through it with the set of all places that what was read so far can have ended at; what has to be

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Patterns of output filters, held against lines in bounded time and memory.
 //
 // They are POSIX extended regular expressions over bytes, with the usual escapes of GNU ("\w", "\W", "\s", "\S", "\b",

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From a typed line to the handler's result.
 //
 // A line is split into words, what stands behind "|" becomes an output filter, and the words are matched against the

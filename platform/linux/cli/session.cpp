@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sessions: what they are, what their handlers print with, and lines that run to their end, in turns, or go on until
 // they are interrupted.
 #include "cli/session.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A session as the command library's own sources see it.
 #ifndef PLATFORM_LINUX_CLI_SESSION_H
 #define PLATFORM_LINUX_CLI_SESSION_H

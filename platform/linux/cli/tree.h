@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command tree: what the daemon and the platform installed.
 #ifndef PLATFORM_LINUX_CLI_TREE_H
 #define PLATFORM_LINUX_CLI_TREE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A task's work runs on a stack that is mapped for it, with a page below that nobody may touch. Going on and pausing
 // are changes of the stack within the one thread (makecontext, swapcontext); an exception of the work is carried over
 // by hand, as it cannot leave a stack.

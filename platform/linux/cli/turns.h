@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Work that is done in turns: it has a stack of its own, and stands still where it says that it may, so that the event
 // loop serves messages and others between two turns.
 //

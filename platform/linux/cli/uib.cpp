@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The UI bridge: records, row keys and table walks go to the session that the command runs in; what becomes of them
 // there is the front end's business. A session that takes none of them drops them.
 #include "uib.h"

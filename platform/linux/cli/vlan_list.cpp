@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A list is read item by item; one bad item spoils it all, so that nothing is half-applied.
 #include "cli/vlan_list.h"
 

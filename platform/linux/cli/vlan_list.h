@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lists of VLANs as they are typed: "10,20-30".
 #ifndef PLATFORM_LINUX_CLI_VLAN_LIST_H
 #define PLATFORM_LINUX_CLI_VLAN_LIST_H

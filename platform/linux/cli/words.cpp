@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines become words here, and words of the running configuration become text that reads back the same.
 //
 // A word may hold anything but control characters: between quotes blanks are part of it, and a backslash takes away

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The words of a typed line.
 #ifndef PLATFORM_LINUX_CLI_WORDS_H
 #define PLATFORM_LINUX_CLI_WORDS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The rules: each looks at the facts for one kind of trouble.
 #include "commands/advice.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is wrong with the relay's surroundings or its settings, and what to do about it.
 #ifndef PLATFORM_LINUX_COMMANDS_ADVICE_H
 #define PLATFORM_LINUX_COMMANDS_ADVICE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command that gives advice, and the look every 10 s that tells the log what is new.
 #include <algorithm>
 #include <set>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the facts come from: the relay's data, the books, the inventory, and the host.
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is known of clients is in two places: their table has the state of each, the recorder the last messages of all.
 #include "commands/books_clients.h"
 

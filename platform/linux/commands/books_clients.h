@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The clients that were heard of lately, and what is known of each.
 #ifndef PLATFORM_LINUX_COMMANDS_BOOKS_CLIENTS_H
 #define PLATFORM_LINUX_COMMANDS_BOOKS_CLIENTS_H

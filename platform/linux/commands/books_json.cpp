@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Documents on what became of messages, and on interfaces. They are written from the books and the inventory, never
 // from the text that people get.
 #include "commands/books_json.h"

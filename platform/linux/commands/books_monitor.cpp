@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands that show messages as they are done with, and that write them to a capture file.
 //
 // The command's handler begins a watch on the books and returns; the session stays in the command until it is

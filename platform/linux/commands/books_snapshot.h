@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The counters of one moment. While they are printed messages go on coming, and sums have to hold all the same.
 #ifndef PLATFORM_LINUX_COMMANDS_BOOKS_SNAPSHOT_H
 #define PLATFORM_LINUX_COMMANDS_BOOKS_SNAPSHOT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands that show and clear what became of all messages: in total, for each VLAN interface, for each port.
 #include <algorithm>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A message's line says, in this order: when it came, what it was, whose, where it came in, where it went, what became
 // of it and why. What is not known is left out, but for VLAN and port, which are "-" then.
 #include "commands/books_text.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Words for what the books of messages hold: ports, hardware addresses, times, option 82, a message in a line.
 #ifndef PLATFORM_LINUX_COMMANDS_BOOKS_TEXT_H
 #define PLATFORM_LINUX_COMMANDS_BOOKS_TEXT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // All commands of the platform in the order in which they are installed, which is that of the help among equal words.
 #include "commands/commands.h"
 

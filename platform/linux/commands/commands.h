@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The platform's own commands, by subject, and what they share.
 #ifndef PLATFORM_LINUX_COMMANDS_COMMANDS_H
 #define PLATFORM_LINUX_COMMANDS_COMMANDS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands about the session itself and the running daemon: privilege, terminal, log level, reset.
 #include <cstdlib>
 #include <string_view>

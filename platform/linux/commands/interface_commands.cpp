@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands about VLAN interfaces, uplinks and ports: which there are, and which numbers the ports have and why.
 #include <algorithm>
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command that forgets what waits for an interface.
 #include <string>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands of local relay. The relay has the function but no commands for it; it is reached through its access table.
 #include <array>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Words that people bring along from other switches: each stands for a command of the relay's and is kept, saved and
 // shown as that. And "help".
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whether the relay's data holds exactly what a line asks for. What the relay's refusal says is no proof: it takes
 // client identifiers that differ behind their fourth byte for the same, and an address of 0.0.0.0 for one that is
 // there.

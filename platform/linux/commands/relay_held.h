@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Settings that a configuration asks for and that are made already: a check for each command of the relay that refuses
 // to make its setting twice.
 #ifndef PLATFORM_LINUX_COMMANDS_RELAY_HELD_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Each builder reads the relay's records through its access table, so that a document can neither lag behind the text
 // output's format nor depend on it.
 #include "commands/relay_json.h"

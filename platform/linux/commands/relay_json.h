@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's show commands as JSON ("| json"), built from its data. docs/json.md describes the documents.
 #ifndef PLATFORM_LINUX_COMMANDS_RELAY_JSON_H
 #define PLATFORM_LINUX_COMMANDS_RELAY_JSON_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands that show and clear how the servers answer: each by the interface that it is asked for.
 #include <algorithm>
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands that show the platform's side of things: version, session, log, service status.
 #include <cstdint>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration as text and as a file.
 #ifndef PLATFORM_LINUX_CONFIGURATION_CONFIGURATION_H
 #define PLATFORM_LINUX_CONFIGURATION_CONFIGURATION_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Files of commands, read and replaced.
 //
 // A file is never written in place: its successor is written beside it, brought to the disk, and takes its name in one

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A configuration by its meaning: what is set, however the lines are written that set it.
 #ifndef PLATFORM_LINUX_CONFIGURATION_CONFIGURATION_MODEL_H
 #define PLATFORM_LINUX_CONFIGURATION_CONFIGURATION_MODEL_H

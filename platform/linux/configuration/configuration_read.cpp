@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading a configuration without setting anything.
 //
 // The lines go through a session like any others, which hands their settings over here. Those of an interface the

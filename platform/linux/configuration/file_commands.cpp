@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The running configuration, and the commands that show, save, erase and replay it.
 #include <algorithm>
 #include <cerrno>

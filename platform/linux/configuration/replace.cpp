@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The way from the running configuration to another one is a row of ordinary commands. What they say is no verdict, as
 // some refuse what is so already and some tell how many servers are left: at the end the running configuration is
 // compared with what was wanted, and where it differs the same road leads back.

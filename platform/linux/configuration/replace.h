@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Making a configuration the running one.
 #ifndef PLATFORM_LINUX_CONFIGURATION_REPLACE_H
 #define PLATFORM_LINUX_CONFIGURATION_REPLACE_H

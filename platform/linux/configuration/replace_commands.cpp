@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands that replace the running configuration, and show what differs and which versions are saved.
 #include <sys/stat.h>
 

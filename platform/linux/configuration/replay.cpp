@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Files of commands, replayed in a session of their own.
 //
 // The session starts in the global configuration mode, so that a file is what "show running-config" prints; it may also

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines of a configuration, run one by one in a session of their own.
 #ifndef PLATFORM_LINUX_CONFIGURATION_REPLAY_H
 #define PLATFORM_LINUX_CONFIGURATION_REPLAY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file has the end of the time as seconds since 1970 in its first line, and the configuration behind it.
 #include "configuration/unconfirmed.h"
 

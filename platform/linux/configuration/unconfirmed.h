@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A configuration that goes back by itself.
 //
 // What was in force before is written to the state folder with the time until which the new one may be confirmed. Who

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The list has what the daemon, its libraries and glibc call, by their names: what a machine does not know of them is
 // left out there. Where it matters the arguments are looked at too.
 //

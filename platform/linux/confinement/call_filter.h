@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The system calls that this process may make.
 #ifndef PLATFORM_LINUX_CONFINEMENT_CALL_FILTER_H
 #define PLATFORM_LINUX_CONFINEMENT_CALL_FILTER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kernel's own calls, since glibc has none for these. Both work on the calling thread alone.
 #include "confinement/capabilities.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The capabilities of this process: what of root's power is left to it.
 #ifndef PLATFORM_LINUX_CONFINEMENT_CAPABILITIES_H
 #define PLATFORM_LINUX_CONFINEMENT_CAPABILITIES_H

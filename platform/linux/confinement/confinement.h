@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the process gives up before it reads a byte from outside, so that whoever takes it over has little of it.
 //
 //   root's user            at the start, before a file is opened          user_become (daemon_user.h)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who starts the daemon as root wants it to serve, so what is missing for the change is said and not insisted upon,
 // unless the user was asked for by name. Under an init system that starts it as its own user already there is nothing
 // to do.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The user that the daemon is: root's rights over files and processes are given up before a byte from outside is read.
 #ifndef PLATFORM_LINUX_CONFINEMENT_DAEMON_USER_H
 #define PLATFORM_LINUX_CONFINEMENT_DAEMON_USER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Landlock: rules that any process may lay upon itself. Kernels differ in what they know of it, so that each right is
 // asked for from the version on that has it.
 #include "confinement/file_rules.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The files that this process may touch, beside what the file system's own permissions say.
 #ifndef PLATFORM_LINUX_CONFINEMENT_FILE_RULES_H
 #define PLATFORM_LINUX_CONFINEMENT_FILE_RULES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "confinement/trusted_file.h"
 
 #include <sys/stat.h>

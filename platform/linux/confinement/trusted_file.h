@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Files that decide what the daemon does are believed only when nobody else can have written them.
 #ifndef PLATFORM_LINUX_CONFINEMENT_TRUSTED_FILE_H
 #define PLATFORM_LINUX_CONFINEMENT_TRUSTED_FILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The gate: the program that the kernel runs on each frame of each device before the relay's queue.
  *
  * It lets in what the relay can want: unfragmented UDP datagrams over IPv4 to port 67, and the first parts of

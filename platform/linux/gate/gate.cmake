@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The gate's program, which the kernel runs: compiled for the kernel's machine and wrapped into a header.
 find_program(CLANG clang REQUIRED)
 find_program(BPFTOOL bpftool PATHS /usr/sbin /sbin REQUIRED)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The program's counts stand in memory that it shares with the daemon, mapped page by page as devices come, so that
 // taking a message out of the queue costs two stores and no system call. Outside the kernel the same records are the
 // daemon's own, and the same rule is applied to them (admit).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The gate in front of the relay's queue: which frames are let in, from which devices, and how many.
 //
 // In the kernel it is a program (gate.bpf.c) that every frame of every device passes. Where the kernel refuses such a

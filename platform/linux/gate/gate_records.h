@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* What the gate's program in the kernel and the daemon share. Plain C, as both are compiled from it. */
 #ifndef PLATFORM_LINUX_GATE_GATE_RECORDS_H
 #define PLATFORM_LINUX_GATE_GATE_RECORDS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The filter is checked against every layout of a frame that it is to tell apart (channel_test.cpp); jumps are written
 // with the numbers of instructions, so that the table can be read.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Filters of sockets, which the kernel applies before it queues anything.
 #ifndef PLATFORM_LINUX_GATE_SOCKET_FILTER_H
 #define PLATFORM_LINUX_GATE_SOCKET_FILTER_H

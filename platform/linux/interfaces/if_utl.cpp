@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names and numbers of interfaces. For VLAN interfaces the relation is arithmetic and holds whether or not there is
 // such an interface; a port's name is its device's, and the inventory knows the numbers.
 #include "if_utl.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interface objects and their events.
 //
 // There is one object for each VLAN that ever had an interface or was selected by a command; it is never freed, so that

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The interface service as the daemon's frame drives it.
 #ifndef PLATFORM_LINUX_INTERFACES_NSM_FEED_H
 #define PLATFORM_LINUX_INTERFACES_NSM_FEED_H

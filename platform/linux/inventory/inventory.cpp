@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one inventory of the process: the model, fed by netlink, and who listens to it: the interface service to VLAN
 // interfaces that changed, after each single change so that an interface that goes and comes back is seen to do so; the
 // packet channel to a change of its taps, once all waiting changes are in.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The inventory: what the kernel's devices are to the switch, kept live from netlink.
 //
 // It knows the VLAN interfaces, the ports, the relation between the kernel's device numbers and the switch's interface

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the inventory learns about the kernel's devices, as plain records without netlink in them.
 //
 // The reader of netlink produces changes, the inventory's model consumes them; tests feed the model by hand.

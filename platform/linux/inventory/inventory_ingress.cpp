@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The road of a frame through stacked devices.
 //
 // A frame comes in on the lowest device of a stack and goes up: a tagged one to the VLAN device with its tag if there

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Looking into the inventory's model: what stands on what, and which devices a change may concern.
 #ifndef PLATFORM_LINUX_INVENTORY_INVENTORY_LOOKUP_H
 #define PLATFORM_LINUX_INVENTORY_INVENTORY_LOOKUP_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file is written whole whenever a port got a number, and at the daemon's end, for the times since when devices are
 // away.
 #include "inventory/inventory_memory.h"

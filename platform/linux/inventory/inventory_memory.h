@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The ports' numbers in a file, from one life of the process to the next.
 #ifndef PLATFORM_LINUX_INVENTORY_INVENTORY_MEMORY_H
 #define PLATFORM_LINUX_INVENTORY_INVENTORY_MEMORY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Following the kernel's devices, and which of them is the interface of which VLAN.
 //
 // A device claims a VLAN by what it is (a VLAN device, a device called vlanN) or because the description names it. The

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The inventory's model: devices as records, and what they are to the switch. No sockets, no events, no globals.
 //
 // It is fed with changes in any order, also contradicting ones, and collects what has to be told: the VLANs whose

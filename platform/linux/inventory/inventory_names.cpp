@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names of VLAN interfaces: "vlan" and a number, which may have leading zeros.
 #include "inventory/inventory_names.h"
 

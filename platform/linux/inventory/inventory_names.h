@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relation between names and numbers of VLAN interfaces.
 #ifndef PLATFORM_LINUX_INVENTORY_INVENTORY_NAMES_H
 #define PLATFORM_LINUX_INVENTORY_INVENTORY_NAMES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The netlink sockets. One hears of changes and is never asked anything; for each complete reading another one is
 // opened, so that answers and changes do not push each other out of a buffer.
 //

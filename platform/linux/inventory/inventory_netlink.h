@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading netlink: what messages say, and when the kernel is asked.
 #ifndef PLATFORM_LINUX_INVENTORY_INVENTORY_NETLINK_H
 #define PLATFORM_LINUX_INVENTORY_INVENTORY_NETLINK_H

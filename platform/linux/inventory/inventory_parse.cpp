@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a netlink message says. Three families of messages matter: links (devices), links of the bridge family and VLAN
 // messages (VLANs of a bridge's members), and IPv4 addresses. Attributes are taken only after their type and length
 // were checked; a message that fails a check says nothing.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Port numbers.
 //
 // Two tables, one the inverse of the other. A transaction that waits for its reply and a circuit id that a server

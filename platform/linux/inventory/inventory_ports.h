@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The numbers of the front-panel ports: which device is which port, and why.
 //
 // The first that fits: the switch description; what the device of this name had before; its kernel number, where that

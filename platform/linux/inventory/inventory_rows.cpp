@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rows for people: devices that are there, as what they are to the switch.
 #include "inventory/inventory_rows.h"
 

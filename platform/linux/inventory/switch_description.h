@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switch description: which device is which port, and which device carries which VLAN.
 #ifndef PLATFORM_LINUX_INVENTORY_SWITCH_DESCRIPTION_H
 #define PLATFORM_LINUX_INVENTORY_SWITCH_DESCRIPTION_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines come from two sides: the relay's through the print service (vex_print.cpp), in pieces that carry their own line
 // ends, and the platform's own, each a whole line. They go to one target (log_target.h), to live listeners, and into a
 // ring of the last lines. Target and ring share a threshold, each listener has its own; the lowest of them all is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The platform's log: where the print service and the platform's own lines go.
 #ifndef PLATFORM_LINUX_LOG_LOG_H
 #define PLATFORM_LINUX_LOG_LOG_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The socket is connected when the log is opened and again when a line finds it broken, as after the daemon's restart.
 #include "log/log_datagram.h"
 

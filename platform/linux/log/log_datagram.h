@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines for a daemon that takes each as a datagram: the connection, and what becomes of lines that it does not take.
 #ifndef PLATFORM_LINUX_LOG_LOG_DATAGRAM_H
 #define PLATFORM_LINUX_LOG_LOG_DATAGRAM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A place begins with ten seconds in which lines are counted. Past the tenth line it holds, and stays so as long as
 // each minute brings more than ten lines; each minute of it ends with a report.
 #include "log/log_hold.h"

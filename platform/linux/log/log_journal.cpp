@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One field a line, "NAME=value"; the line of a log has no line end inside it, so that no value needs the binary form.
 #include "log/log_journal.h"
 

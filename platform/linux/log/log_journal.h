@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The form of a line for the journal's own socket, which takes fields beside the text.
 #ifndef PLATFORM_LINUX_LOG_LOG_JOURNAL_H
 #define PLATFORM_LINUX_LOG_LOG_JOURNAL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Positions count all bytes that ever went through, so that full and empty differ; where a byte lies is its position
 // modulo the room. An entry is there for the other side when the count behind it is stored, and not before.
 #include "log/log_queue.h"

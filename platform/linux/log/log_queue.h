@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The way of the log's text from the event loop to its writer: a ring of bytes with one side that puts and one that
 // takes, which never wait for each other.
 #ifndef PLATFORM_LINUX_LOG_LOG_QUEUE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines lie one behind the other in one block of bytes, each whole; where the block ends the next line starts again at
 // its beginning. The lines whose bytes are about to be overwritten are forgotten first, oldest first.
 #include "log/log_ring.h"

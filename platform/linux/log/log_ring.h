@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The last lines of the log in fixed memory.
 #ifndef PLATFORM_LINUX_LOG_LOG_RING_H
 #define PLATFORM_LINUX_LOG_LOG_RING_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines about a message are written while the relay is still at work on it, and wait for the outcome in a room of fixed
 // size; when it is full they go without. A line of level 0 takes the others with it at once: the process may be ending.
 #include "log/log_subject.h"

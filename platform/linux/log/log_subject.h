@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a line of the log is about, as far as it is known when it is written: the message in hand, and the user whose
 // command runs.
 #ifndef PLATFORM_LINUX_LOG_LOG_SUBJECT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The form of a line for the system's log daemon.
 #ifndef PLATFORM_LINUX_LOG_LOG_SYSLOG_H
 #define PLATFORM_LINUX_LOG_LOG_SYSLOG_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A stream gets the text as it comes, each line behind what belongs before it: in a file the time, in the journal's
 // stream the line's severity. The other targets get lines. When the writer's thread runs, both go into its queue; a
 // line that finds no room there is lost with all its pieces, and how many they were stands before the next one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the log goes: standard error, a file, the journal or the system's log daemon, written by whoever logs or, once
 // it runs, by the writer's thread.
 #ifndef PLATFORM_LINUX_LOG_LOG_TARGET_H

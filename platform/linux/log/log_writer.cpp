@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The thread sleeps in a read of an event counter, which the event loop raises when it has put something and the thread
 // is not awake. It takes what there is, puts text together up to what a pipe takes in one piece, so that lines of
 // others on the same pipe do not come in between, and writes it.

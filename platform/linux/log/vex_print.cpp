@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The print service. A filtered line costs the comparison of its level; any other is formatted on the stack and handed
 // to the log in the pieces it came in.
 #include <algorithm>

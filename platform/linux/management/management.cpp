@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The socket takes connections and turns each into a session, or refuses it: the peer may be nobody who is allowed in,
 // or there may be too many sessions. Who it is the system is asked for first, off the event loop; root alone is known
 // without asking, and gets in whatever the system does. A session that ends says so from the event loop and is deleted

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The management socket: sessions of shells and front ends.
 #ifndef PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_H
 #define PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The thread takes questions from a list and puts answers on another; an event counter tells the event loop of them.
 // Each question has a timer: when it is over first, it is answered from what was known, and the late answer is only
 // remembered. When the system hangs, all questions end so; the thread hangs alone, and is left behind at the end.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names of users and numbers of groups, as the system knows them. It may ask other machines for them, which may not
 // answer; so a thread asks, and whoever waits does so for a limited time and then makes do with what was known before.
 #ifndef PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_NAMES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The management socket with other bounds than the daemon's own.
 #ifndef PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_OPEN_H
 #define PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_OPEN_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a session sends to its client: frames, in the order in which they were made. What waits for a client is bounded:
 // commands that print much wait for it, others end the session.
 #include <event2/buffer.h>

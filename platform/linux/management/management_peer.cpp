@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kernel remembers, for each connected Unix socket, the process that called connect: its user and all its groups.
 // That decides what a session may do; nothing the peer says about itself does.
 #include "management/management_peer.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who is at the other end of the management socket, and what they may do.
 #ifndef PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_PEER_H
 #define PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_PEER_H

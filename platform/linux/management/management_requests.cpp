@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a client asks for. A command runs in turns, and the next request waits until it is done; whatever else is asked
 // takes one turn.
 #include <event2/buffer.h>

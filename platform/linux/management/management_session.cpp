@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A session reads frames and answers each with output frames and a status. Its client may be anything: bytes come in
 // any pieces, may stop in the middle of a frame, may be no frames at all, and what is written may never be read. So:
 //

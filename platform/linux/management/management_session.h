@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One session of the management socket: its frames, its limits, its command line.
 #ifndef PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_SESSION_H
 #define PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_SESSION_H

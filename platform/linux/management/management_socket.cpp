@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A socket file outlives the process that made it, so a file says nothing: whether a daemon is behind it shows only
 // when one connects. Nobody behind it: the file is removed and made anew. Two daemons that start at once would both
 // find nobody there; the folder is locked while one looks and listens.

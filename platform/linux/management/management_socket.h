@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The management socket's file: made, taken over from a daemon that died, never from one that lives.
 #ifndef PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_SOCKET_H
 #define PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_SOCKET_H

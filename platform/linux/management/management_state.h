@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A session of the management socket as this room's own sources see it.
 #ifndef PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_STATE_H
 #define PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_STATE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The line in which sessions wait for their turns.
 #ifndef PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_TURNS_H
 #define PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_TURNS_H

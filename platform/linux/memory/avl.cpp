@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ordered trees. Their nodes come out of the same budget as the records, so that a tree that cannot grow is reported
 // like any other lack of memory.
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // As in the books (Knuth, The Art of Computer Programming 6.2.4): a node but the root holds between half and all of its
 // capacity, and all leaves are at the same depth. Going down notes the way; putting in and taking out go back up along
 // it as far as nodes are split or joined. All nodes that splitting needs are taken before anything is changed.

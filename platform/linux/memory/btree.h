@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An ordered tree of pointers to records, by the daemon's comparator: a B-tree, whose nodes hold many pointers side by
 // side. A million records so cost 18 bytes each, and a look-up touches few lines of memory.
 //

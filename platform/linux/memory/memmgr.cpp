@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Memory for the relay's records, counted against an optional budget: small ones in blocks of the slab, larger ones
 // from the C library with their size in front. What is counted is what is taken, so that the budget bounds the process
 // and not only the records.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Blocks of memory as other rooms of the platform use them.
 //
 // A small record's block has room at its end that is the platform's: an expiry timer's bookkeeping stands there, in the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The platform's budget of memory for the relay, and what it is told about it.
 #ifndef PLATFORM_LINUX_MEMORY_MEMMGR_BUDGET_H
 #define PLATFORM_LINUX_MEMORY_MEMMGR_BUDGET_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The region begins with the spans' records, for which the first spans are set aside. A span is full, in the list of
 // those with room for one size, or empty; of the empty ones a few keep their memory, so that a map that breathes does
 // not ask the system for memory at each breath. Free blocks of a span form a list through their first bytes; blocks

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Small blocks of memory, a million of them: without a word of bookkeeping each, and given back to the system when they
 // are free.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Readers and timers as the frame sees them.
 #ifndef PLATFORM_LINUX_OSAL_OSAL_EVENTS_H
 #define PLATFORM_LINUX_OSAL_OSAL_EVENTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Socket readers: one libevent event each. The handle the daemon holds is the reader's address; it is looked up among
 // the living ones before it is used, so that a handle that was deleted already does no harm.
 #include <event2/event.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon's sockets. Most calls are the system's own; four things differ from them. Address family 24 is the
 // layer-2 channel. The socket on the DHCP client port, from which requests go to servers, gets a filter that refuses
 // everything: it only sends, and replies reach the relay through the channel, so a copy in its queue would never be

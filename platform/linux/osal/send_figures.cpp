@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tables of fixed size: a message that cannot be sent must not cost memory. Rows are looked for one by one, for they
 // are few: only destinations with trouble have one.
 #include "osal/send_figures.h"

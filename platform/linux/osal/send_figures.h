@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What could not be sent, by where it was to go.
 #ifndef PLATFORM_LINUX_OSAL_SEND_FIGURES_H
 #define PLATFORM_LINUX_OSAL_SEND_FIGURES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An owner keeps its lane while it is in trouble; when both its lane and the daemon's socket are seen empty it goes
 // back to the daemon's. Nobody is judged: who was slow and comes back may fill the daemon's socket again, whereupon it
 // gets a lane again and so does everybody else who needs one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Room to send in.
 //
 // What is sent counts against the room of its socket until its device has taken it, or until the neighbour it is for is

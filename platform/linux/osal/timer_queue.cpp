@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The event loop's timer is set for the first one that becomes due and is not touched when that one is disarmed: it
 // then fires for nothing and is set anew, once in a duration. What is due all at once is served in portions, between
 // which the loop serves others.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Timers of the daemon's records: queues of equal durations.
 //
 // Whatever runs for the same time ends in the order in which it began, so a queue a duration and one timer of the event

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The memory says when it is short, in the midst of a message; the work is done by an event of the loop, for ending a
 // transaction calls the daemon, which is at work on that message then.
 #include "osal/transaction_room.h"

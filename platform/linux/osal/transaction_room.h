@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Room for transactions: who has to make it when the budget of memory is used up.
 //
 // Any port may use all of the budget that nobody else wants. When little of it is left, the oldest transactions of the

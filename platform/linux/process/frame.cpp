@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon frame's state: the options of the process, what the process may do, how long it has run, and the run of
 // the event loop itself. vex_init.cpp puts these together into the daemon's life.
 #include "process/frame.h"

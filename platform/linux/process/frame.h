@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon frame's own state, as other services see it.
 #ifndef PLATFORM_LINUX_PROCESS_FRAME_H
 #define PLATFORM_LINUX_PROCESS_FRAME_H

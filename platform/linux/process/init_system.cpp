@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library's sd_notify waits when the init system's queue is full, hence these few lines in its place.
 #include "process/init_system.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The init system's notification socket (sd_notify(3)) and its watchdog (sd_watchdog_enabled(3)), without the library
 // and the libraries that it brings.
 #ifndef PLATFORM_LINUX_PROCESS_INIT_SYSTEM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the system lets the process have.
 #ifndef PLATFORM_LINUX_PROCESS_LIMITS_H
 #define PLATFORM_LINUX_PROCESS_LIMITS_H

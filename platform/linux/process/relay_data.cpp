@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keeps the table of functions through which the platform's commands read the relay's data.
 #include "process/relay_data.h"
 

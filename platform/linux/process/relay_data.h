@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's data, as the daemon handed over its access (relay_access.h).
 #ifndef PLATFORM_LINUX_PROCESS_RELAY_DATA_H
 #define PLATFORM_LINUX_PROCESS_RELAY_DATA_H

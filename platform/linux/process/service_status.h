@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the daemon reported about its services, for the init system and "show service status".
 #ifndef PLATFORM_LINUX_PROCESS_SERVICE_STATUS_H
 #define PLATFORM_LINUX_PROCESS_SERVICE_STATUS_H

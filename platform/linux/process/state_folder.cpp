@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "process/state_folder.h"
 
 #include <sys/stat.h>

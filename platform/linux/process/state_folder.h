@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The folder in which the daemon keeps what it has to know again after a restart: numbers of ports, saved versions.
 #ifndef PLATFORM_LINUX_PROCESS_STATE_FOLDER_H
 #define PLATFORM_LINUX_PROCESS_STATE_FOLDER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Service status: what the daemon reports about its services is kept for the management plane and passed to the init
 // system, which is also told about readiness and that the event loop still turns. What the init system has no room for
 // is told a little later, as it is then.

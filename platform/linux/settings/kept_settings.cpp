@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Settings that outlast their interface.
 //
 // Right before each of the relay's interface hooks the record is read, and read again right after it: what was

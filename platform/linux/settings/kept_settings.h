@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Settings that outlast their interface.
 //
 // The relay's record of an interface goes with the interface, and with its last address when there is no plain server.

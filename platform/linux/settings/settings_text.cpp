@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines of one interface's section, in the order in which the relay and then the platform write them.
 #include "settings/settings_text.h"
 

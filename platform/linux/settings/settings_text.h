@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is configured on one interface, as the commands that make it.
 #ifndef PLATFORM_LINUX_SETTINGS_SETTINGS_TEXT_H
 #define PLATFORM_LINUX_SETTINGS_SETTINGS_TEXT_H

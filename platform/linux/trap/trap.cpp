@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which devices are trapped: those that the channel hears and the description wants trapped, as long as the channel is
 // open. Filters are put in place anew at every change, as a device that was removed and made again has its old number
 // and none of its filters.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The trap: on ports that ask for it, what clients broadcast goes to the relay and is not forwarded by the bridge.
 //
 // A bridge forwards a client's broadcast to every port of its VLAN, also to a server there, which then gets it twice:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The trap's filter is a classic BPF program behind a device's clsact qdisc, at ingress: there the kernel has shown the
 // frame to packet sockets already, and no bridge has taken it yet. The program's result is the verdict itself ("direct
 // action"), so that no action module is needed. The filter is known by its kind, priority and handle, also to a later

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The filter of the trap on one device, as the kernel has it.
 #ifndef PLATFORM_LINUX_TRAP_TRAP_FILTER_H
 #define PLATFORM_LINUX_TRAP_TRAP_FILTER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A flooding sender: one frame again and again, as fast as one core sends or at a rate, with random bytes where asked.
 //
 //   flood NETNS DEVICE RATE SECONDS [OFFSET:LENGTH ...] < FRAME

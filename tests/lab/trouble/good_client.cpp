@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A good client and its server: asks for a lease again and again, each time once, and tells how long it waited.
 //
 //   good_client CLIENT_NETNS DEVICE CLIENT_MAC SERVER_NETNS SERVER_ADDRESS EVERY_MS PATIENCE_MS

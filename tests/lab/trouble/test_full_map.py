@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A port opens transactions until there is no more memory for them: it takes the room from itself."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Servers that are dead and VLANs that are slow: what is sent to them waits in the kernel, and nobody else does."""
 
 import socket

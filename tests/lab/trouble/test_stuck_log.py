@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Whoever takes the log's lines hangs: the lines wait for it, and nobody else does. And lines that repeat."""
 
 import os

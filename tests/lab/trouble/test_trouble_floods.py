@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Floods from one port: what the good client on another VLAN notes of them, and what they cost the relay."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The tools of the rows themselves: without trouble every lease is had, and a flood is one."""
 
 import pytest

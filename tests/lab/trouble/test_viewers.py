@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """All sessions show everything, with patterns: the relay's messages come first, and who looks has his turns between."""
 
 import selectors

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the rows of trouble share: a good client that asks for a lease beside the trouble, and the trouble's tools.
 
     trouble = Trouble("one port sends DISCOVERs with random transaction ids", lab, relay)

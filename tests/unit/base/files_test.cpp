@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole files, up to a limit, and never anything that could hold the reader up.
 #include "base/files.h"
 

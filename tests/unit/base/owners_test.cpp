@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What owns a descriptor closes it, once.
 #include "base/owners.h"
 

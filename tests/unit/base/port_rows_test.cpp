@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rows by port: one each, found again, and row 0 for everything else.
 #include "base/port_rows.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The black box: what a process that dies leaves in it, how long its port is held, and which captures are kept.
 #include "books/black_box.h"
 

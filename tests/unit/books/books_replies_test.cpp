@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Replies in the books: which request each answers, who gave it and what, and that a second answer is one.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The books of messages: each message counts once, by its last outcome, wherever it is said; the flight recorder keeps
 // the last messages; watchers hear of each.
 #include "books/books.h"

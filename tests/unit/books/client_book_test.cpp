@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The clients' table: how a client stands after each message, and which replies were answers already.
 #include "books/client_book.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Captures: their bytes, what tshark reads in them, and which files are written to.
 #include "books/pcapng.h"
 

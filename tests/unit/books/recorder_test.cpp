@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The flight recorder's shares: who has most gives way, and nobody else.
 #include "books/recorder.h"
 

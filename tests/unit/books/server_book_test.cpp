@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The servers' figures: asked, answered, how fast, silent since when.
 #include "books/server_book.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The checks a captured frame goes through, one by one, and the message layout that comes out. Every frame is decoded
 // from a buffer of exactly its size, so that a byte read behind it is caught by the sanitizers.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The channel together with the inventory, on a box with a bridge per VLAN: the kernel's devices are all that says
 // which ports there are, and every change of them is followed while messages flow.
 

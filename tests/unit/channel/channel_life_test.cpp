@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The channel's life on a running box: ports that come and go, devices that go down, opening and closing, and the UDP
 // port it holds.
 

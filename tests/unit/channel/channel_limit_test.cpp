@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a port may send, and what becomes of the rest: the same rule whether the kernel keeps it or the relay.
 
 #include "channel/channel.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the layer-2 channel delivers, and what it drops, on real packet sockets: a port is one end of a veth pair,
 // frames are injected at the other end.
 

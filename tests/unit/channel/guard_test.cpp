@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The guards: what each stops and what it lets pass, off and on, and what reaches a relay that would end over it.
 
 #include "channel/guard.h"

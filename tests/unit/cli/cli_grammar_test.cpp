@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Words, command texts taken apart, and words held against tokens.
 #include "cli/grammar.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Show commands as JSON: whole documents from known data.
 #include "cli/json.h"
 

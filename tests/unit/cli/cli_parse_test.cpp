@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From typed lines to handlers: every command, every row of arguments, abbreviations, and each way a line can be wrong.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

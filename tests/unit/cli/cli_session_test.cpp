@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sessions: modes, ranges of interfaces, output, filters, help and completion.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is judged when a command is installed: each fault of a row is found, named in the log, and keeps that row out.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Patterns of filters: held against the C library's own, which knows no bounds, and within theirs.
 #include "cli/pattern.h"
 

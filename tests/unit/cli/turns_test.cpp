@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Work in turns: it stands still where it may, goes on where it stood, and ends by itself, by an exception, or because
 // nobody wants it any more.
 #include "cli/turns.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The UI bridge: records and keys reach the session of the command, and tables are walked to their end.
 #include "uib.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client library against a scripted daemon: a thread that accepts one connection and works through a list of what
 // it expects to read and what it writes.
 #include "client.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The link against a scripted daemon, driven as an event loop would.
 #include "link.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Advice: each kind of trouble is told, with what to do, and where there is none nothing is said.
 #include "commands/advice.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How clients stand, in words.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

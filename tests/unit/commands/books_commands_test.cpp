@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The commands on the books of messages: what they print, whole, and what they refuse.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>

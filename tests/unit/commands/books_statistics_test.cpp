@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Statistics of what could not be sent: behind the total, by server and by interface.
 #include <arpa/inet.h>
 #include <event2/event.h>

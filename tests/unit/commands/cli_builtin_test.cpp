@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The platform's own commands about the session, the log and the daemon.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

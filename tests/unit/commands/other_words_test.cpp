@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Other words for commands of the relay's: each gives that command, and is recorded as that.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

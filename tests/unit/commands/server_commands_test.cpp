@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the servers answer, as commands tell it.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Configurations replayed over settings that are made already: the relay refuses to make them twice, and that is no
 // fault.
 #include <arpa/inet.h>

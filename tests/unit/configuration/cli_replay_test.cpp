@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Configurations: replayed from files, written, saved, erased.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Configurations by their meaning: as commands, as a difference, and as the way from one to the other.
 #include "configuration/configuration_model.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The filter of system calls: what it forbids fails with EPERM and is told by name, once; what is needed goes on.
 #include "confinement/call_filter.h"
 

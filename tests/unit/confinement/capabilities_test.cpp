@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Capabilities that were given up do not come back.
 #include "confinement/capabilities.h"
 

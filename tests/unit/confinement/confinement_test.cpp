@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is left to the process when all is given up, and where captures may go.
 #include "confinement/confinement.h"
 

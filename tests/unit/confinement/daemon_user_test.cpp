@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Root becomes another user with the capabilities it is to keep, or stays, or is told why it cannot.
 #include "confinement/daemon_user.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which files the process may touch, by the kernel's rules and not by its user's rights. Where the kernel has no such
 // rules there is nothing to be tested.
 #include "confinement/file_rules.h"

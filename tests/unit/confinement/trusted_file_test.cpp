@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which files of configuration are believed: owners and modes of the file and of its folder.
 #include "confinement/trusted_file.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names and numbers of interfaces.
 #include "if_utl.h"
 

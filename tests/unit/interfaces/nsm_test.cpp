@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interface objects and the hooks, fed by hand. Each test uses VLANs of its own, since objects live as long as the
 // process.
 #include "nsm.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The road of a frame: which VLAN and port it came in on, on records made by hand.
 #include "inventory/inventory_model.h"
 

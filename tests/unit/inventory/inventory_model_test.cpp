@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What devices are to the switch: interfaces and their addresses, contradictions and complete readings, on records made
 // by hand.
 #include "inventory/inventory_model.h"

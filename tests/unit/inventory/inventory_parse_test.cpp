@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What netlink messages say, on messages built by hand: whole, cut at every length, and with every byte changed.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>

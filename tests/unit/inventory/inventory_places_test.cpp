@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which devices are ports, and which are uplinks, on records made by hand.
 #include "inventory/inventory_model.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Port numbers by themselves: what a device gets and why, what it keeps and loses, and what is remembered.
 #include "inventory/inventory_ports.h"
 

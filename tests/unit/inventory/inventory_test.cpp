@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The inventory on real devices: each test enters a network namespace of its own and changes it with ip(8).
 #include "inventory/inventory.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The switch description: what is read, and the whole line for each fault.
 #include "inventory/switch_description.h"
 

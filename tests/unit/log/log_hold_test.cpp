@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines that repeat: ten are written, the rest is counted and told once a minute.
 #include "log/log_hold.h"
 

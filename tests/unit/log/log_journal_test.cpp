@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines for the journal's own socket, with the fields of what they are about.
 #include "log/log_journal.h"
 

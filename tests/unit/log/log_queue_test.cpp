@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The queue between the event loop and the log's writer.
 #include "log/log_queue.h"
 

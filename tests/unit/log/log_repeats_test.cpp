@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines that repeat, at the log itself: which lines are of one place, what they are about, and what is never held back.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

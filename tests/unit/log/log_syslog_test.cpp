@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines for the system's log daemon, which here is the test: what a record holds, and what becomes of lines when nobody
 // takes them.
 #include "log/log_syslog.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The log: levels, targets, lines put together from pieces, listeners, the last lines.
 #include "log/log.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The log's writer: whoever takes the lines may hang, and the one who logs does not.
 #include "log/log_writer.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // "show users" and "clear session".
 #include "management_client.h"
 

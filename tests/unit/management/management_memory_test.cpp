@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Memory that runs out, at every place in turn: the session that needs it ends, or says so, and all else goes on.
 #include <cstdlib>
 #include <new>

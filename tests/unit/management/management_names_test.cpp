@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who a user is, asked of a system that answers, does not know, or hangs.
 #include "management/management_names.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who may do what: users and groups of the process at the other end, tried as others than root.
 #include "management/management_peer.h"
 

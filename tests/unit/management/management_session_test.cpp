@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Clients of the management socket that are hostile, slow or too many, and sessions that nobody uses.
 #include "management/management_session.h"
 

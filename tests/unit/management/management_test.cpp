@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The management socket from its clients' side: its file, its sessions, and what they are answered.
 #include "management/management.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands that take long: others are served meanwhile, and they can be ended.
 #include "management/management_turns.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ordered trees: order, limits, and what happens when memory runs out.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

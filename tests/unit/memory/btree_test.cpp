@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tree behind the ordered trees, against a standard map: whatever is done to it, it holds the same records in the
 // same order and stays sound.
 #include "memory/btree.h"

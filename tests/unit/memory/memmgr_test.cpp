@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Memory for the relay's records: zeroed, counted as it is taken, refused past the budget.
 #include "memmgr.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Blocks of the slab: apart from each other, found from any address in them, given back when they are free.
 #include "memory/slab.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The reader of the layer-2 channel: its handler is called for messages, and for nothing else.
 
 #include <event2/event.h>

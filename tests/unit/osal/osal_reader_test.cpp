@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Readers on the event loop: called while readable, gone once deleted, whoever deletes them.
 #include <event2/event.h>
 #include <fcntl.h>

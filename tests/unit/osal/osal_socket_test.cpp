@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon's sockets as the platform gives them: what differs from the system's own calls, on real sockets.
 
 #include <fcntl.h>

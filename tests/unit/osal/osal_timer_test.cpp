@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Timers: once each, by the address of their object, never for a deleted one; alike for objects in the daemon's memory,
 // which are served by queues, and for any others.
 #include <event2/event.h>

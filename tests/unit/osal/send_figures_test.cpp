@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What could not be sent, counted by destination.
 #include "osal/send_figures.h"
 

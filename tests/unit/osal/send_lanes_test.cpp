@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lanes: who sends when the daemon's socket is full, over which socket. The sockets are pairs; what was sent and not
 // read yet is what waits.
 #include "osal/send_lanes.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Timers in the daemon's records: in portions, by port, and gone with their record.
 #include "osal/timer_queue.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What open transactions really take of the process's memory.
 #include <gtest/gtest.h>
 

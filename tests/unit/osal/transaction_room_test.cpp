@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who makes room when the budget of memory is used up: the oldest of the port that has most.
 #include "osal/transaction_room.h"
 

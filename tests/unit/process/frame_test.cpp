@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The frame's options, its capability check and the run of the event loop.
 #include "process/frame.h"
 

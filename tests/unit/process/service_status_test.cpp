@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Service status: what the init system is told, and what is kept for the management plane.
 #include "process/service_status.h"
 

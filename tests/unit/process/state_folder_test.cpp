@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The folder for what is to be known again: which one, made when it is missing, and why not.
 #include "process/state_folder.h"
 

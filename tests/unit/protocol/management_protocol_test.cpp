@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The frames of the management socket: what is written is read back, and nothing shorter or longer is taken.
 #include "management_protocol.h"
 

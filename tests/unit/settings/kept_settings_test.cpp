@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is configured for an interface outlasts it.
 #include "settings/kept_settings.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The objects over a picture made by hand: every next one comes in order, whatever is asked for.
 #include "objects.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the daemon answers, put into the picture; and answers that are none.
 #include "picture.h"
 

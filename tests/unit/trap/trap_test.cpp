@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The trap: a bridge forwards no DHCP broadcast from a trapped port and everything else, packet sockets still see it,
 // and the filters come and go with what the channel hears, also after a crash and beside the filters of others.
 #include "trap/trap.h"

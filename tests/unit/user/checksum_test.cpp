@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The checksums of the frames that the relay builds.
 #include "checksum.h"
 

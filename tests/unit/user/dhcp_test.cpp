@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The DHCP message: header and option validation, and the option walkers.
 #include "dhcp.h"
 

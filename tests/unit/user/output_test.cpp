@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Diagnostic output to a message file: exact text, silence without a file, no allocation.
 #include "output.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Random and mutated messages under random settings: each has exactly one outcome, and what is sent fits it.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Port numbers: module and port, range, text.
 #include "port_number.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's data as the platform sees it: copies of everything, and what local relay is set with.
 #include "ravo_access.h"
 

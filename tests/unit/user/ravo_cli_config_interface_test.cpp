@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration commands of an interface: records, servers, trust.
 #include "command_done.h"
 #include "nsm.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration commands for servers by option 60 and 61.
 #include "command_done.h"
 #include "nsm.h"

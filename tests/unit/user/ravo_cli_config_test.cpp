@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration commands: global settings, and selecting an interface.
 #include <cstdio>
 #include <cstdlib>

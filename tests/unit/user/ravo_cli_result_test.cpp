@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The texts of result codes, and the gate of plain output.
 #include "ravo_cli_result.h"
 

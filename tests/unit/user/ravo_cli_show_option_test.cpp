@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // "show ip dhcp relay option", and what shows a transaction.
 #include "show_fixture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The show and clear commands, in every view.
 #include "ravo_if_socket.h"
 #include "show_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The views: which lines a session gets, where they go, and with which key; and the check of a VLAN id.
 #include "ravo_cli_view.h"
 

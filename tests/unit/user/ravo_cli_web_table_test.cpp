@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tables that SNMP front ends walk.
 #include "relay_fixture.h"
 #include "view_lines.h"

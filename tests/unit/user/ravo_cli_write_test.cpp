@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's section of the running configuration.
 #include "relay_fixture.h"
 

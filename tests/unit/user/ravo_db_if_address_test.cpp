@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Look-up of records by address: the record found last is tried first, and an index by address stands beside the tree.
 // Whatever was added, changed and deleted before, a look-up that misses the cache finds the record that a walk of the
 // tree would meet first.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The interface database: its order, its copies, and look-up by address.
 #include "ravo_db_if.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay settings.
 #include "ravo_db.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The transaction port map and its timers.
 #include "ravo_db_xid.h"
 

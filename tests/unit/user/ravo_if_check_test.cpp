@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The check of option 82 in replies.
 #include "ravo_if_check.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames towards clients, byte for byte.
 #include "ravo_if_client.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Forwarding of requests: which servers a request goes to, what each of them gets, and what is said about it.
 #include "ravo_if_forward.h"
 

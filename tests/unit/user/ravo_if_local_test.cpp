@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Local relay: requests stamped and broadcast again, and the two operations that configure it.
 #include "ravo_if_local.h"
 

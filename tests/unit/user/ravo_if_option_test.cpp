@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Option 82 of requests: written, removed, replaced, found; and options 60 and 61.
 #include "ravo_if_option.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The handler of the layer-2 channel: messages of every size, and such that say more than they have.
 #include "ravo_if_receive.h"
 

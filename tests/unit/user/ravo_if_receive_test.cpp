@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The handler of the layer-2 channel: checks, counters, the interface of a message.
 #include "ravo_if_receive.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The handler of the UDP socket on port 67.
 #include "ravo_if_receive.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's decisions about replies, and sending.
 #include "ravo_if_relay.h"
 

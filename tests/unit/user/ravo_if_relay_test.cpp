@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The relay's decisions about its own clients' messages, one row of the decision table after the other.
 #include "ravo_if_relay.h"
 

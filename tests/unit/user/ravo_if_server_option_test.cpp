@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The server tables of an interface: servers by vendor class and by client identifier.
 #include "ravo_if_server.h"
 #include "relay_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The server tables of an interface: plain servers, and whether there is one.
 #include "ravo_if_server.h"
 

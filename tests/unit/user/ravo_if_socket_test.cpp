@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opening the relay's sockets.
 #include "ravo_if_socket.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Start-up and reset of the relay's data.
 #include "ravo_life.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Start-up: what the relay registers, installs and prints, and the crash report.
 #include "ravo_main.h"
 

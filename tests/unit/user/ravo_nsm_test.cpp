@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Following the switch's interfaces and addresses.
 #include "ravo_nsm.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Checked system calls: what they call, and the label with which a failure ends the process.
 #include "wrappers.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The description of the interface, and what is served, are the same.
 #include "routes.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // In the steady state a message costs no allocation: tables, timers, books and buffers have what they need. The relay
 // runs on its Linux platform, of which the sockets alone are replaced; every call of malloc and its like is counted.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The Linux platform's services keep what the boundary promises.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
