@@ -15,6 +15,7 @@
 #   make vm-test  tests on a kernel with 802.1Q devices, in a virtual machine
 #   make deb      the Debian package
 #   make install  programs, unit, groups, manual pages and the kit for other platforms, below PREFIX (/usr/local) and DESTDIR
+#   make uninstall  removes what that put (same PREFIX, same DESTDIR); configuration, users and groups stay
 #   make clean    remove what was built
 
 PREFIX ?= /usr/local
@@ -27,7 +28,7 @@ SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.
 TMPFILES_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/tmpfiles.d,/etc/tmpfiles.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
-.PHONY: help run test check coverage build bench mutate trouble fuzz vm-test deb install install-built clean
+.PHONY: help run test check coverage build bench mutate trouble fuzz vm-test deb install install-built install-users uninstall clean
 .NOTPARALLEL:
 
 help:
@@ -98,7 +99,33 @@ deb:
 	@packaging/dependencies build deb
 	@packaging/build-deb
 
-install: build install-built
+install: build install-built install-users
+
+# Into a folder of a package nothing but files is put: whoever installs that makes the users.
+install-users:
+	@if [ -n "$(DESTDIR)" ]; then \
+	    echo "-- Next, where these files go: systemd-sysusers && systemd-tmpfiles --create"; \
+	elif [ "$$(id -u)" = 0 ]; then \
+	    packaging/make-users; \
+	    echo "-- Next: systemctl daemon-reload && systemctl enable --now ravod, then ravosh"; \
+	else \
+	    echo "-- Next, as root: packaging/make-users && systemctl daemon-reload && systemctl enable --now ravod"; \
+	fi
+
+# What goes is what an installation puts: one is made in a folder of its own, and its list is what counts.
+uninstall:
+	@test -f $(BUILD)/cmake_install.cmake || { echo "make uninstall: $(BUILD) has no build that was installed; make build first" >&2; exit 1; }
+	@set -e; put=$$(mktemp -d); trap 'rm -rf "$$put"' EXIT; \
+	$(MAKE) --no-print-directory install-built DESTDIR="$$put" >/dev/null; \
+	find "$$put" ! -type d -printf '/%P\n' | LC_ALL=C sort | while read -r file; do \
+	    if [ -e "$(DESTDIR)$$file" ] || [ -L "$(DESTDIR)$$file" ]; then \
+	        echo "-- Removing: $(DESTDIR)$$file"; rm -f "$(DESTDIR)$$file"; \
+	    fi; \
+	done; \
+	find "$$put" -depth -type d -name ravo -printf '/%P\n' | while read -r folder; do \
+	    if [ -d "$(DESTDIR)$$folder" ]; then rmdir --ignore-fail-on-non-empty "$(DESTDIR)$$folder"; fi; \
+	done
+	@echo "-- Left: /etc/ravo, /var/lib/ravo, the users and groups. Next: systemctl disable --now ravod; systemctl daemon-reload"
 
 install-built:
 	@DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)" --strip $(if $(COMPONENT),--component $(COMPONENT))

@@ -5,6 +5,7 @@ import hashlib
 import json
 import os
 import re
+import shutil
 import subprocess
 
 import pytest
@@ -195,3 +196,54 @@ def test_a_purge_leaves_nothing_of_the_daemons(package, tmp_path):
     machine.dpkg("-P", "ravo")
     left = {path for path in machine.files() - machine.before if "ravo" in path}
     assert left == set()
+
+
+# ---- Without packages ----
+
+def made(folder, *words):
+    """Standard output of make, from the package's build, into a folder that plays the machine."""
+    return run("make", "--no-print-directory", *words, "BUILD=build-package", f"DESTDIR={folder}", cwd=REPOSITORY)
+
+
+def below(folder):
+    """Its files, and the folders that bear the relay's name."""
+    return {path.relative_to(folder).as_posix() for path in folder.rglob("*") if not path.is_dir() or path.name == "ravo"}
+
+
+def test_uninstall_takes_away_what_install_put(package, tmp_path):
+    for name in ("etc/ravo/startup-config", "usr/local/bin/somebody-elses"):
+        (tmp_path / name).parent.mkdir(parents=True, exist_ok=True)
+        (tmp_path / name).touch()
+    before = below(tmp_path)
+    printed = made(tmp_path, "install-built", "install-users")
+    assert printed.splitlines()[-1] == "-- Next, where these files go: systemd-sysusers && systemd-tmpfiles --create"
+    put = below(tmp_path) - before
+    assert put >= {"usr/local/sbin/ravod", "usr/local/bin/ravosh", "etc/systemd/system/ravod.service", "usr/local/include/ravo",
+                   "etc/sysusers.d/ravo.conf", "etc/tmpfiles.d/ravo.conf", "usr/local/share/man/man8/ravod.8"}
+    assert not (tmp_path / "etc/passwd").exists()
+    lines = made(tmp_path, "uninstall").splitlines()
+    assert lines[:-1] == [f"-- Removing: {tmp_path}/{name}" for name in sorted(put) if not name.endswith("/ravo")]
+    assert lines[-1].startswith("-- Left: /etc/ravo, ")
+    assert below(tmp_path) == before
+    assert len(made(tmp_path, "uninstall").splitlines()) == 1, "a second time there is nothing to remove"
+
+
+@pytest.mark.parametrize("by_hand", [False, True], ids=["systemd", "passwd"])
+def test_users_are_made(tmp_path, by_hand):
+    """By systemd's programs, and where these are not there by those of passwd; a second time changes nothing."""
+    tools = tmp_path / "tools"
+    tools.mkdir()
+    for name in ("bash", "cat", "chown", "dirname", "grep", "groupadd", "id", "install", "realpath", "sed", "useradd"):
+        (tools / name).symlink_to(shutil.which(name))
+    environment = {**os.environ, "PATH": str(tools)} if by_hand else None
+    box = tmp_path / "box"
+    (box / "etc").mkdir(parents=True)
+    for _ in range(2):
+        printed = run(REPOSITORY / "packaging/make-users", "--root", box, env=environment)
+        assert printed == "-- Groups: ravo may look, ravo-admin may do everything (usermod -aG ravo-admin NAME)\n"
+        users = {line.split(":")[0]: line.split(":")[2:4] for line in (box / "etc/passwd").read_text().splitlines()}
+        groups = [line.split(":")[0] for line in (box / "etc/group").read_text().splitlines()]
+        assert sorted(users) == ["ravo", "ravo-snmp", "ravo-web"]
+        assert sorted(groups) == ["ravo", "ravo-admin", "ravo-snmp", "ravo-web"]
+        configuration = (box / "etc/ravo").stat()
+        assert [str(configuration.st_uid), str(configuration.st_gid)] == users["ravo"]
