@@ -156,4 +156,4 @@ port 1/1      5121  up        -  10              swp1             name
                        "kernel_ifindex": 99}
     assert rows[2].pop("kernel_ifindex")
     assert rows[2] == {"name": "port 1/1", "kind": "port", "ifindex": 5121, "up": True, "device": "swp1", "vlans": [10],
-                       "numbered_by": "name"}
+                       "numbered_by": "name", "over_limit": 0}

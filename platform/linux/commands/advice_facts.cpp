@@ -36,8 +36,6 @@ namespace ravo::cli {
 
 namespace {
 
-constexpr std::size_t file_limit = 4u << 20;
-
 void take_relay(advice_facts &facts) {
     const relay_access *relay = platform::relay_data();
     if (relay == nullptr) return;

@@ -63,6 +63,7 @@ class Journal:
         self.folder.mkdir()
         self.receiver = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.receiver.bind(str(self.folder / "socket"))
+        (self.folder / "socket").chmod(0o666)  # as the journal's, which every user may write to
         self.stream, self.far_end = socket.socketpair()
 
     def how(self):
