@@ -6,6 +6,7 @@
 #                 PAGE=1 keeps the lab and its web page up until Enter
 #   make test     everything that is checked: unit tests (plain and sanitized), lab tests, lints
 #   make check    the quick part of that, for between two edits: lints and unit tests of what changed (T=ravo_db: one)
+#   make analyze  clang's analyzer over all sources
 #   make coverage which lines and branches the unit tests run, by room (ROOM=platform/linux/log: by file)
 #   make build    the programs, into build/
 #   make bench    what the relay costs, measured in the lab
@@ -28,7 +29,7 @@ SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.
 TMPFILES_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/tmpfiles.d,/etc/tmpfiles.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
-.PHONY: help run test check coverage build bench mutate trouble fuzz vm-test deb install install-built install-users uninstall clean
+.PHONY: help run test check analyze coverage build bench mutate trouble fuzz vm-test deb install install-built install-users uninstall clean
 .NOTPARALLEL:
 
 help:
@@ -49,6 +50,10 @@ test:
 check:
 	@packaging/dependencies build unit check
 	@tests/check/all $(T)
+
+analyze:
+	@packaging/dependencies build check
+	@tests/lint/tidy --analyze
 
 coverage:
 	@packaging/dependencies build unit coverage

@@ -20,8 +20,6 @@ namespace ravo::web {
 
 namespace {
 
-constexpr std::string_view api = "/api/v1";
-
 constexpr route_row rows[] = {
     {verb::get, "/metrics", audience::metrics, serve_metrics},
     {verb::get, "/api/v1/openapi.json", audience::anyone, serve_openapi},
