@@ -43,13 +43,13 @@ def test_contents(package):
     expected = {
         "/etc/ravo": FOLDER,
         "/lib/systemd/system/ravod.service": FILE,
-        "/usr/bin/ravosh": PROGRAM,
+        **{f"/usr/bin/{name}": PROGRAM for name in ("ravo-import", "ravosh")},
         "/usr/lib/sysusers.d/ravo.conf": FILE,
         "/usr/lib/tmpfiles.d/ravo.conf": FILE,
         "/usr/sbin/ravod": PROGRAM,
         **{f"/usr/share/doc/ravo/{name}": FILE for name in ("README.md", "CHANGELOG.md", "changelog.gz", "copyright", "kernel.conf", "ravo.spdx.json", *documents)},
         **{f"/usr/share/bash-completion/completions/{name}": FILE for name in ("ravod", "ravosh")},
-        "/usr/share/man/man1/ravosh.1.gz": FILE,
+        **{f"/usr/share/man/man1/{name}.1.gz": FILE for name in ("ravo-import", "ravosh")},
         "/usr/share/man/man5/switch.toml.5.gz": FILE,
         "/usr/share/man/man8/ravod.8.gz": FILE,
     }
@@ -172,7 +172,8 @@ def test_install_remove_and_purge(package, tmp_path):
     machine.dpkg("-i", package)
     assert group_names(machine) >= {"ravo", "ravo-admin"}
     assert run(machine.folder / "usr/sbin/ravod", "--version") == f"ravod {VERSION}\n"
-    assert run(machine.folder / "usr/bin/ravosh", "--version") == f"ravosh {VERSION}\n"
+    for name in ("ravosh", "ravo-import"):
+        assert run(machine.folder / "usr/bin" / name, "--version") == f"{name} {VERSION}\n"
     unit = (machine.folder / "lib/systemd/system/ravod.service").read_text()
     program = re.search(r"^ExecStart=(\S+)", unit, re.M)[1]
     assert (machine.folder / program.lstrip("/")).is_file()
