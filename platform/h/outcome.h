@@ -28,6 +28,7 @@ enum relay_outcome {
     OUTCOME_UNKNOWN_VLAN,      // no VLAN interface for its tag or its port's PVID
     OUTCOME_UNKNOWN_PORT,      // came in on a device that is no port any more
     OUTCOME_PORT_LIMIT,        // more than the port may send
+    OUTCOME_BRIDGE_REFUSED,    // the bridge refuses it, or it is addressed to another machine
     OUTCOME_PORT_HELD,         // the port is held, since a message from it ended the daemon
     OUTCOME_CORE_ASSERTION,    // the relay could answer it only by ending
 

@@ -26,6 +26,7 @@ struct scripted_inventory {
     std::map<std::uint32_t, std::uint16_t> interface_addresses;  // VLAN by address
     std::map<std::uint32_t, int> devices;                        // the kernel's numbers by the switch's
     std::function<void()> listener;
+    bool refuses = false;  // the bridges take no frame
 };
 inline scripted_inventory inventory;
 
@@ -65,6 +66,10 @@ ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t
     if (found == box.vlans.end()) return ingress_result::unknown_vlan;
     *out = found->second;
     return ingress_result::ok;
+}
+
+bool inventory_refuses(const ingress &, std::span<const std::uint8_t>) {
+    return channel_box::inventory.refuses;
 }
 
 std::uint16_t inventory_vlan_of_address(std::uint32_t address) {

@@ -4,8 +4,8 @@ import { el, svg, card, table, empty, number, time } from "./dom.js";
 import { get, faultText } from "./api.js";
 import { isNarrow } from "./chart.js";
 
-const atPort = ["truncated", "fragment", "bad-ip-checksum", "bad-udp-checksum", "unknown-port", "port-limit", "port-held", "core-assertion",
-  "guard-server-port", "guard-server", "guard-circuit-id", "guard-relay-fields", "guard-source-mac", "guard-destination", "guard-clients",
+const atPort = ["truncated", "fragment", "bad-ip-checksum", "bad-udp-checksum", "unknown-port", "port-limit", "bridge-refused", "port-held",
+  "core-assertion", "guard-server-port", "guard-server", "guard-circuit-id", "guard-relay-fields", "guard-source-mac", "guard-destination", "guard-clients",
   "guard-transaction"];
 const good = ["relayed", "delivered", "rebroadcast"];
 

@@ -28,6 +28,7 @@ inline constexpr std::array<outcome_name, OUTCOMES> outcome_words{{
     {OUTCOME_UNKNOWN_VLAN, "unknown-vlan", "no VLAN interface for its VLAN"},
     {OUTCOME_UNKNOWN_PORT, "unknown-port", "came in on a device that is no port"},
     {OUTCOME_PORT_LIMIT, "port-limit", "more messages than the port may send"},
+    {OUTCOME_BRIDGE_REFUSED, "bridge-refused", "refused by the bridge, or addressed to another machine"},
     {OUTCOME_PORT_HELD, "port-held", "the port is held after a crash"},
     {OUTCOME_CORE_ASSERTION, "core-assertion", "reply that the relay could answer only by ending"},
     {OUTCOME_GUARD_SERVER_PORT, "guard-server-port", "reply from a port that is not for servers"},

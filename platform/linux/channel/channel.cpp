@@ -160,6 +160,10 @@ bool examine(const tap &from, const ring_frame &received, dhcp_frame *frame, ing
     if (place == ingress_result::uplink) place = classify_uplink(*frame, message, *in);
     switch (place) {
         case ingress_result::ok:
+            if (inventory_refuses(*in, received.bytes)) {
+                drop(OUTCOME_BRIDGE_REFUSED, received, *in, message);
+                return false;
+            }
             if (black_box_holds(in->port_ifindex)) {
                 drop(OUTCOME_PORT_HELD, received, *in, message);
                 return false;

@@ -13,6 +13,7 @@
 #include "inventory/inventory_names.h"
 #include "inventory/inventory_netlink.h"
 #include "inventory/inventory_rows.h"
+#include "inventory/inventory_stations.h"
 
 namespace ravo::platform {
 
@@ -130,6 +131,17 @@ std::vector<tap_device> inventory_taps() {
 
 ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t tag, ingress *out) {
     return model_classify(the_model(), kernel_ifindex, tagged, tag, out);
+}
+
+bool inventory_refuses(const ingress &in, std::span<const std::uint8_t> frame) {
+    constexpr std::uint8_t group_bit = 1;  // IEEE 802: of many, the broadcast address too
+    if (in.closed) return true;
+    mac_address destination{};
+    mac_address source{};
+    std::copy_n(frame.begin(), destination.size(), destination.begin());
+    std::copy_n(frame.begin() + destination.size(), source.size(), source.begin());
+    if ((destination.front() & group_bit) == 0 && !model_owns_mac(&the_model(), destination)) return true;
+    return in.locked_member != 0 && !stations_admit(in.locked_member, in.locked_vlan, source);
 }
 
 std::uint16_t inventory_vlan_of_address(std::uint32_t address) {

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,6 +30,9 @@ struct tap_device {
 struct ingress {
     std::uint16_t vlan = 0;          // VLAN id
     std::uint32_t port_ifindex = 0;  // the switch's interface number of the port, 0 when it has none
+    bool closed = false;             // on its way stands a bridge whose port takes no frames
+    int locked_member = 0;           // on its way stands a bridge that asks who sent it: the member's device, 0 none
+    std::uint16_t locked_vlan = 0;   // in which VLAN of that bridge, 0 when it knows none
 };
 
 enum class ingress_result {
@@ -54,6 +58,11 @@ std::vector<tap_device> inventory_taps();
 
 // Classifies a frame received on a tap. tagged, tag: its 802.1Q VLAN id if it had a tag (0 counts as untagged).
 ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t tag, ingress *out);
+
+// Tells whether what was classified as good does not reach the box's own IP all the same, so that the relay is not to
+// see it either: a bridge on its way refuses it, or it is addressed to another machine. frame: from the Ethernet
+// destination address on, with both addresses.
+bool inventory_refuses(const ingress &in, std::span<const std::uint8_t> frame);
 
 // The VLAN whose interface has an IPv4 address, in network byte order; 0 when none has.
 std::uint16_t inventory_vlan_of_address(std::uint32_t address);

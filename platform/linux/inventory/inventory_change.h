@@ -7,17 +7,27 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
 namespace ravo::platform {
 
+using mac_address = std::array<std::uint8_t, 6>;
+
 enum class device_kind {
     other,   // NIC, veth, bond, tunnel, ...
     bridge,  // VLAN-aware or not
     vlan,    // 802.1Q device on top of another device
     vrf,     // a routing domain: has members, but takes no frames from them
+};
+
+// What a bridge does with frames from one of its members.
+struct bridge_port {
+    bool forwarding = true;  // false: disabled, listening, learning or blocking, so that it takes none
+    bool locked = false;     // it takes those of stations alone that its table of stations has at the port
+    bool operator==(const bridge_port &) const = default;
 };
 
 // A device of the kernel.
@@ -33,6 +43,7 @@ struct device_record {
     std::uint16_t vlan_id = 0;    // of a VLAN device
     bool vlan_filtering = false;  // of a bridge: it is VLAN-aware
     std::string physical_name{};  // what its driver calls the port ("p7"), mostly empty
+    bridge_port on_bridge{};      // of a bridge's member
     bool operator==(const device_record &) const = default;
 };
 
@@ -63,6 +74,11 @@ struct device_gone {
 struct vlans_seen {  // all VLANs a device has on its bridge
     int ifindex;
     std::vector<vlan_range> vlans;
+    std::optional<bridge_port> on_bridge{};  // told beside
+};
+struct bridge_port_seen {  // of a member that has no VLANs
+    int ifindex;
+    bridge_port on_bridge;
 };
 struct vlans_added {  // these, beside those it has
     int ifindex;
@@ -81,8 +97,8 @@ struct address_gone {
     address_record address;
 };
 
-using inventory_change =
-    std::variant<device_seen, device_gone, vlans_seen, vlans_added, vlans_removed, address_seen, address_gone>;
+using inventory_change = std::variant<device_seen, device_gone, vlans_seen, bridge_port_seen, vlans_added,
+                                      vlans_removed, address_seen, address_gone>;
 
 }  // namespace ravo::platform
 

@@ -9,6 +9,9 @@
 // Servers may be reached over a device of no VLAN. Where such an "uplink" has an address of its own, what comes in on
 // it is for the box, and read there: a reply needs no VLAN, as its destination tells the interface it is for. An uplink
 // is no port, and has no number.
+//
+// A bridge on the road may refuse the frame: its port is not forwarding, or locked. The relay listens below the bridge,
+// so it has to ask itself.
 #include <set>
 #include <utility>
 
@@ -35,28 +38,43 @@ const model_device *bridge_of(const inventory_model &model, const model_device &
     return master != nullptr && master->record.kind == device_kind::bridge ? master : nullptr;
 }
 
-const model_device *resolve(const inventory_model &model, const model_device &device, std::uint16_t tag, int depth);
+// Notes what a bridge has to say against a frame from a member. The first locked port on the road is asked.
+void pass_bridge(const model_device &member, std::uint16_t vlan, ingress *out) {
+    if (out == nullptr) return;
+    if (!member.record.on_bridge.forwarding) out->closed = true;
+    if (!member.record.on_bridge.locked || out->locked_member != 0) return;
+    out->locked_member = member.record.ifindex;
+    out->locked_vlan = vlan;
+}
+
+const model_device *resolve(const inventory_model &model, const model_device &device, std::uint16_t tag, int depth,
+                            ingress *out);
 
 // A frame that a VLAN-aware bridge takes from a member.
 const model_device *resolve_aware(const inventory_model &model, const model_device &member, const model_device &bridge,
-                                  std::uint16_t tag, int depth) {
+                                  std::uint16_t tag, int depth, ingress *out) {
     const std::uint16_t vlan = tag != 0 ? tag : member.pvid;
     if (vlan == 0 || !member.vlans || !member.vlans->test(vlan)) return nullptr;
+    pass_bridge(member, vlan, out);
     if (const model_device *upper = vlan_device_on(model, bridge.record.ifindex, vlan))
-        return resolve(model, *upper, 0, depth + 1);
-    return vlan == bridge.pvid ? resolve(model, bridge, 0, depth + 1) : nullptr;
+        return resolve(model, *upper, 0, depth + 1, out);
+    return vlan == bridge.pvid ? resolve(model, bridge, 0, depth + 1, out) : nullptr;
 }
 
-// Follows a frame up from a device; tag 0: untagged. Returns the device it ends at, NULL for none.
-const model_device *resolve(const inventory_model &model, const model_device &device, std::uint16_t tag, int depth) {
+// Follows a frame up from a device; tag 0: untagged. out: where to note what bridges say, NULL when nobody wants to
+// know. Returns the device it ends at, NULL for none.
+const model_device *resolve(const inventory_model &model, const model_device &device, std::uint16_t tag, int depth,
+                            ingress *out) {
     if (depth > max_stack_depth) return nullptr;
     if (tag == 0 && device.described) return &device;
     if (tag != 0)
         if (const model_device *upper = vlan_device_on(model, device.record.ifindex, tag))
-            return resolve(model, *upper, 0, depth + 1);
-    if (const model_device *bridge = bridge_of(model, device))
-        return bridge->record.vlan_filtering ? resolve_aware(model, device, *bridge, tag, depth)
-                                             : resolve(model, *bridge, tag, depth + 1);
+            return resolve(model, *upper, 0, depth + 1, out);
+    if (const model_device *bridge = bridge_of(model, device)) {
+        if (bridge->record.vlan_filtering) return resolve_aware(model, device, *bridge, tag, depth, out);
+        pass_bridge(device, 0, out);
+        return resolve(model, *bridge, tag, depth + 1, out);
+    }
     return tag == 0 ? &device : nullptr;
 }
 
@@ -81,7 +99,7 @@ bool is_tap(const inventory_model &model, const model_device &device) {
 
 bool is_uplink(const inventory_model &model, const model_device &device) {
     return device.record.ethernet && !device.addresses.empty() && own_vlan(model, device) == 0 &&
-           resolve(model, device, 0, 0) == &device;
+           resolve(model, device, 0, 0, nullptr) == &device;
 }
 
 // The tags that frames from a device may have and still end somewhere.
@@ -139,7 +157,7 @@ std::vector<std::uint16_t> model_port_vlans(const inventory_model &model, const 
     collect_tags(model, tap, &tags, 0);
     std::set<std::uint16_t> vlans;
     for (const std::uint16_t tag : tags)
-        if (const model_device *end = resolve(model, tap, tag, 0))
+        if (const model_device *end = resolve(model, tap, tag, 0, nullptr))
             if (const std::uint16_t vlan = own_vlan(model, *end)) vlans.insert(vlan);
     return {vlans.begin(), vlans.end()};
 }
@@ -152,7 +170,7 @@ ingress_result model_classify(const inventory_model &model, int ifindex, bool ta
     const ingress_result lost = device->tap ? ingress_result::unknown_vlan : ingress_result::elsewhere;
     if (tagged && tag > last_vlan) return lost;
     out->port_ifindex = device->port;
-    const model_device *end = resolve(model, *device, tagged ? tag : std::uint16_t{0}, 0);
+    const model_device *end = resolve(model, *device, tagged ? tag : std::uint16_t{0}, 0, out);
     if (end == nullptr) return lost;
     out->vlan = own_vlan(model, *end);
     if (out->vlan != 0) return device->tap ? ingress_result::ok : ingress_result::elsewhere;

@@ -182,6 +182,7 @@ void apply(inventory_model *model, const device_seen &change) {
     const auto [entry, is_new] = model->devices.try_emplace(now.ifindex);
     model_device &device = entry->second;
     if (!is_new && device.record == now) return;
+    if (is_new || device.record.mac != now.mac || device.record.ethernet != now.ethernet) model->own_macs_known = false;
     if (is_new) {
         device.record = now;
         link_record(model, now);
@@ -204,6 +205,7 @@ void apply(inventory_model *model, const device_gone &change) {
     give_up_claim(model, device);
     if (device->tap || device->uplink) model->taps_changed = true;
     if (device->tap) port_table_gone(&model->ports, device->record.name, wall_clock_us());
+    model->own_macs_known = false;
     unlink_record(model, device->record);
     model->refused.erase(device->record.name);
     model->devices.erase(change.ifindex);
@@ -229,6 +231,12 @@ void apply(inventory_model *model, const vlans_seen &change) {
     device->vlans.reset();
     device->pvid = 0;
     if (!change.vlans.empty()) add_vlans(device, change.vlans);
+    if (change.on_bridge) device->record.on_bridge = *change.on_bridge;
+}
+
+void apply(inventory_model *model, const bridge_port_seen &change) {
+    model_device *device = find(model, change.ifindex);
+    if (device != nullptr) device->record.on_bridge = change.on_bridge;
 }
 
 void apply(inventory_model *model, const vlans_added &change) {
@@ -311,6 +319,15 @@ std::uint16_t model_vlan_of_address(inventory_model *model, std::uint32_t addres
     }
     const auto found = all.find(address);
     return found == all.end() ? std::uint16_t{0} : found->second;
+}
+
+bool model_owns_mac(inventory_model *model, const mac_address &mac) {
+    if (!std::exchange(model->own_macs_known, true)) {
+        model->own_macs.clear();
+        for (const auto &[ifindex, device] : model->devices)
+            if (device.record.ethernet) model->own_macs.insert(device.record.mac);
+    }
+    return model->own_macs.contains(mac);
 }
 
 void model_describe(inventory_model *model, const switch_description &description) {

@@ -52,6 +52,8 @@ struct inventory_model {
     bool taps_changed = false;
     std::unordered_map<std::uint32_t, std::uint16_t> interface_addresses;  // VLAN by address, once asked for
     bool interface_addresses_known = false;
+    std::set<mac_address> own_macs;  // of all devices, once asked for
+    bool own_macs_known = false;
 
     inventory_model() : claimants(last_vlan + 1) {}
 };
@@ -81,6 +83,9 @@ std::vector<std::uint16_t> model_port_vlans(const inventory_model &model, const 
 
 // As inventory_vlan_of_address.
 std::uint16_t model_vlan_of_address(inventory_model *model, std::uint32_t address);
+
+// Tells whether a hardware address is that of a device of this box.
+bool model_owns_mac(inventory_model *model, const mac_address &mac);
 
 constexpr std::uint64_t model_vlan_key(int ifindex, std::uint16_t vlan) {
     return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(ifindex)) << 16) | vlan;

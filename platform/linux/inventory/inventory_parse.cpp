@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a netlink message says. Three families of messages matter: links (devices), links of the bridge family and VLAN
-// messages (VLANs of a bridge's members), and IPv4 addresses. Attributes are taken only after their type and length
-// were checked; a message that fails a check says nothing.
+// messages (states and VLANs of a bridge's members), and IPv4 addresses. Attributes are taken only after their type and
+// length were checked; a message that fails a check says nothing.
 #include <arpa/inet.h>
 #include <libmnl/libmnl.h>
 #include <linux/if_bridge.h>
@@ -114,12 +114,24 @@ void read_bridge(const nlattr *data, device_record *device) {
     device->vlan_filtering = filtering != 0;
 }
 
+// What is not told is as on a kernel that does not know it: not locked.
+bridge_port read_bridge_port(const nlattr *data) {
+    const auto info = attributes_in<IFLA_BRPORT_LOCKED + 1>(data);
+    std::uint8_t state = BR_STATE_FORWARDING;
+    std::uint8_t locked = 0;
+    get(info[IFLA_BRPORT_STATE], &state);
+    get(info[IFLA_BRPORT_LOCKED], &locked);
+    return {.forwarding = state == BR_STATE_FORWARDING, .locked = locked != 0};
+}
+
 void read_kind(const nlattr *link_info, device_record *device) {
-    const auto info = attributes_in<IFLA_INFO_DATA + 1>(link_info);
+    const auto info = attributes_in<IFLA_INFO_SLAVE_DATA + 1>(link_info);
     const std::string_view kind = get_text(info[IFLA_INFO_KIND]);
     if (kind == "vlan") read_vlan_device(info[IFLA_INFO_DATA], device);
     if (kind == "bridge") read_bridge(info[IFLA_INFO_DATA], device);
     if (kind == "vrf") device->kind = device_kind::vrf;
+    if (get_text(info[IFLA_INFO_SLAVE_KIND]) == "bridge")
+        device->on_bridge = read_bridge_port(info[IFLA_INFO_SLAVE_DATA]);
 }
 
 std::optional<inventory_change> read_device(const nlmsghdr *message, const ifinfomsg &header) {
@@ -170,12 +182,15 @@ struct vlan_list_reader {
 
 std::optional<inventory_change> read_bridge_link(const nlmsghdr *message, const ifinfomsg &header) {
     // The device left its bridge; it is not gone itself.
-    if (message->nlmsg_type == RTM_DELLINK) return vlans_seen{header.ifi_index, {}};
+    if (message->nlmsg_type == RTM_DELLINK) return vlans_seen{header.ifi_index, {}, bridge_port{}};
     const auto found = attributes_of<IFLA_AF_SPEC + 1>(message, sizeof header);
-    if (found[IFLA_AF_SPEC] == nullptr) return std::nullopt;
+    std::optional<bridge_port> on_bridge;  // not told of the bridge itself
+    if (found[IFLA_PROTINFO] != nullptr) on_bridge = read_bridge_port(found[IFLA_PROTINFO]);
+    if (found[IFLA_AF_SPEC] == nullptr && !on_bridge) return std::nullopt;
+    if (found[IFLA_AF_SPEC] == nullptr) return bridge_port_seen{header.ifi_index, *on_bridge};
     vlan_list_reader reader;
     visit_nested(found[IFLA_AF_SPEC], [&](const nlattr *attribute) { reader.read(attribute); });
-    return vlans_seen{header.ifi_index, std::move(reader.vlans)};
+    return vlans_seen{header.ifi_index, std::move(reader.vlans), on_bridge};
 }
 
 std::optional<vlan_range> read_vlan_entry(const nlattr *nest) {

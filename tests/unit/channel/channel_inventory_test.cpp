@@ -9,6 +9,7 @@
 #include <functional>
 
 #include "base/loop.h"
+#include "books/books.h"
 #include "channel/channel.h"
 #include "channel_frames.h"
 #include "channel_net.h"
@@ -155,6 +156,75 @@ TEST_F(ChannelInventory, APortThatIsDeletedAndMadeAgainIsListenedOnAgain) {
     run("ip link set swp1 master vlan10");
     ASSERT_TRUE(wait_until([] { return taps("swp1"); }));
     expect_delivered("c1", 5121, 10);
+}
+
+// ---- What bridges refuse ----
+
+// A frame as it counts with the books: one refused by the bridge is not delivered.
+class BridgeThatRefuses : public ChannelInventory {
+  protected:
+    static std::uint64_t refused() {
+        ravo::platform::books_close();
+        return ravo::platform::books_total().by_outcome[OUTCOME_BRIDGE_REFUSED];
+    }
+    void expect_refused(const std::string &far, const frame_fields &fields = {}) {
+        const std::uint64_t before = refused();
+        far_end(far).send(fields);
+        bool delivered = false;
+        EXPECT_TRUE(wait_until([&] {
+            delivery got;
+            delivered = receive_now(&got);
+            return delivered || refused() == before + 1;
+        }));
+        EXPECT_FALSE(delivered);
+    }
+    // Has changes of the ports read, all that were made before.
+    static void changes_in() { (void)event_base_loop(ravo::platform::loop_base(), EVLOOP_NONBLOCK); }
+};
+
+// Without spanning tree the kernel makes a port forwarding at once that is told to block.
+TEST_F(BridgeThatRefuses, WhatComesInOnAPortThatIsNotForwarding) {
+    for (const char *state : {"0", "1", "2"}) {
+        run(std::string("bridge link set dev swp1 state ") + state);
+        changes_in();
+        expect_refused("c1");
+        expect_delivered("c2", 5122, 10);
+    }
+    run("bridge link set dev swp1 state 3");
+    changes_in();
+    expect_delivered("c1", 5121, 10);
+    run("ip link set swp1 type bridge_slave state 2");
+    changes_in();
+    expect_refused("c1");
+    run("ip link set swp1 nomaster && ip link set swp1 master vlan20");
+    changes_in();
+    expect_delivered("c1", 5121, 20);
+}
+
+TEST_F(BridgeThatRefuses, StationsThatAreUnknownAtALockedPort) {
+    run("bridge link set dev swp1 learning off locked on");
+    changes_in();
+    expect_refused("c1");
+    run("bridge fdb add 02:00:00:00:00:0a dev swp2 master static");
+    expect_refused("c1");
+    expect_delivered("c2", 5122, 10);
+    run("bridge fdb replace 02:00:00:00:00:0a dev swp1 master static");
+    expect_delivered("c1", 5121, 10);
+    expect_refused("c1", {.source = {0x02, 0, 0, 0, 0, 0x0B}});
+    run("bridge fdb del 02:00:00:00:00:0a dev swp1 master");
+    expect_refused("c1");
+    run("bridge link set dev swp1 locked off");
+    changes_in();
+    expect_delivered("c1", 5121, 10);
+}
+
+TEST_F(BridgeThatRefuses, WhatIsAddressedToAnotherMachine) {
+    expect_refused("c1", {.destination = {0x02, 0, 0, 0, 0x77, 0x77}});
+    run("ip link set vlan10 address 02:00:00:00:77:77");
+    changes_in();
+    const frame_fields fields{.destination = {0x02, 0, 0, 0, 0x77, 0x77}};
+    far_end("c1").send(fields);
+    EXPECT_EQ(text_of(receive()), text_of({.message = delivery_of(fields), .port = 5121, .vlan = 10}));
 }
 
 }  // namespace

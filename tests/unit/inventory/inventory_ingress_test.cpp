@@ -225,5 +225,84 @@ TEST_F(InventoryModel, RingsOfDevicesEnd) {
     EXPECT_EQ(interface_of(30), "vlan30");
 }
 
+// ---- Bridges that refuse ----
+
+// What bridges say of a frame: "closed", "locked MEMBER vlan VLAN", or nothing.
+std::string bridges_say(const inventory_model &model, int ifindex, std::uint16_t tag) {
+    ingress in;
+    if (model_classify(model, ifindex, tag != untagged, tag, &in) != ingress_result::ok) return "not good";
+    std::string said = in.closed ? "closed " : "";
+    if (in.locked_member != 0)
+        said += "locked " + std::to_string(in.locked_member) + " vlan " + std::to_string(in.locked_vlan);
+    return said;
+}
+
+constexpr bridge_port not_forwarding{.forwarding = false, .locked = false};
+constexpr bridge_port locked{.forwarding = true, .locked = true};
+
+TEST_F(InventoryModel, APortThatIsNotForwardingIsClosed) {
+    bridge(1034, "vlan10");
+    member(5121, "swp1", 1034);
+    EXPECT_THAT(taps(), ElementsAre("swp1"));
+    EXPECT_EQ(bridges_say(model, 5121, untagged), "");
+    model_apply(&model, bridge_port_seen{5121, not_forwarding});
+    EXPECT_EQ(bridges_say(model, 5121, untagged), "closed ");
+    model_apply(&model, bridge_port_seen{5121, {}});
+    EXPECT_EQ(bridges_say(model, 5121, untagged), "");
+    model_apply(&model, bridge_port_seen{5121, locked});
+    EXPECT_EQ(bridges_say(model, 5121, untagged), "locked 5121 vlan 0");
+    model_apply(&model, bridge_port_seen{99, locked});
+}
+
+TEST_F(InventoryModel, APortThatIsNotForwardingIsClosedInAllVlansOfItsBridge) {
+    aware_bridge(2, "br0");
+    member(11, "swp1", 2);
+    vlan_device(20, "br0.10", 2, 10);
+    vlan_device(21, "br0.20", 2, 20);
+    model_apply(&model, vlans_seen{11, {{10, 10, true}, {20, 20, false}}, not_forwarding});
+    EXPECT_THAT(taps(), ElementsAre("swp1"));
+    EXPECT_EQ(bridges_say(model, 11, untagged), "closed ");
+    EXPECT_EQ(bridges_say(model, 11, 20), "closed ");
+    model_apply(&model, vlans_seen{11, {{10, 10, true}, {20, 20, false}}, locked});
+    EXPECT_EQ(bridges_say(model, 11, untagged), "locked 11 vlan 10");
+    EXPECT_EQ(bridges_say(model, 11, 20), "locked 11 vlan 20");
+}
+
+TEST_F(InventoryModel, AVlanDeviceThatIsAMemberHasAStateOfItsOwn) {
+    add(2, "eth0");
+    bridge(1034, "vlan10");
+    vlan_device(3, "eth0.10", 2, 10, 1034);
+    vlan_device(4, "eth0.20", 2, 20);
+    EXPECT_THAT(taps(), ElementsAre("eth0"));
+    model_apply(&model, bridge_port_seen{3, not_forwarding});
+    EXPECT_EQ(bridges_say(model, 2, 10), "closed ");
+    EXPECT_EQ(bridges_say(model, 2, 20), "");
+}
+
+TEST_F(InventoryModel, WhatIsNoMemberAnyMoreIsNotClosed) {
+    bridge(1034, "vlan10");
+    member(5121, "vlan20", 1034);
+    model_apply(&model, bridge_port_seen{5121, not_forwarding});
+    add(5121, "vlan20");
+    EXPECT_THAT(taps(), ElementsAre("vlan20"));
+    EXPECT_EQ(bridges_say(model, 5121, untagged), "");
+}
+
+TEST_F(InventoryModel, OwnHardwareAddresses) {
+    const auto mac = [](int last) { return mac_address{2, 0, 0, 0, 0, static_cast<std::uint8_t>(last)}; };
+    EXPECT_FALSE(model_owns_mac(&model, mac(7)));
+    add(7, "swp1");
+    add(8, "tun0", {.ethernet = false});
+    EXPECT_TRUE(model_owns_mac(&model, mac(7)));
+    EXPECT_FALSE(model_owns_mac(&model, mac(8)));
+    device_record changed = model_find(model, 7)->record;
+    changed.mac = mac(9);
+    model_apply(&model, device_seen{changed});
+    EXPECT_FALSE(model_owns_mac(&model, mac(7)));
+    EXPECT_TRUE(model_owns_mac(&model, mac(9)));
+    remove(7);
+    EXPECT_FALSE(model_owns_mac(&model, mac(9)));
+}
+
 }  // namespace
 }  // namespace ravo::platform

@@ -105,6 +105,22 @@ message member_vlans() {
     return made;
 }
 
+// A member as the bridge tells of it when its state changes.
+message member_state(std::uint8_t state, std::uint8_t locked) {
+    message made(RTM_NEWLINK);
+    made.link(AF_BRIDGE, 5).text(IFLA_IFNAME, "swp1").begin(IFLA_PROTINFO | NLA_F_NESTED);
+    made.put(IFLA_BRPORT_STATE, state).put(IFLA_BRPORT_LOCKED, locked).end();
+    return made;
+}
+
+message member_link(std::uint8_t state, std::uint8_t locked, const char *master = "bridge") {
+    message made(RTM_NEWLINK);
+    made.link(AF_UNSPEC, 5).text(IFLA_IFNAME, "swp1").put(IFLA_ADDRESS, mac).begin(IFLA_LINKINFO);
+    made.text(IFLA_INFO_SLAVE_KIND, master).begin(IFLA_INFO_SLAVE_DATA);
+    made.put(IFLA_BRPORT_STATE, state).put(IFLA_BRPORT_LOCKED, locked).end().end();
+    return made;
+}
+
 message vlan_change(std::uint16_t type) {
     message made(type);
     made.vlan_header(AF_BRIDGE, 5);
@@ -205,6 +221,31 @@ TEST(NetlinkParse, VlansOfAMember) {
                 ElementsAre(vlan_range{1, 1, true}, vlan_range{10, 20, false}, vlan_range{4094, 4094, false}));
 }
 
+TEST(NetlinkParse, StateOfAMember) {
+    for (const std::uint8_t state : std::initializer_list<std::uint8_t>{
+             BR_STATE_DISABLED, BR_STATE_LISTENING, BR_STATE_LEARNING, BR_STATE_FORWARDING, BR_STATE_BLOCKING}) {
+        const bool forwarding = state == BR_STATE_FORWARDING;
+        for (const bool locked : {false, true}) {
+            const bridge_port expected{.forwarding = forwarding, .locked = locked};
+            EXPECT_EQ(parse_as<device_seen>(member_link(state, locked)).device.on_bridge, expected);
+            const bridge_port_seen seen = parse_as<bridge_port_seen>(member_state(state, locked));
+            EXPECT_EQ(seen.ifindex, 5);
+            EXPECT_EQ(seen.on_bridge, expected);
+        }
+    }
+    EXPECT_EQ(parse_as<device_seen>(member_link(BR_STATE_BLOCKING, 1, "bond")).device.on_bridge, bridge_port{});
+    EXPECT_EQ(parse_as<device_seen>(bridge_link()).device.on_bridge, bridge_port{});
+}
+
+TEST(NetlinkParse, StateOfAMemberBesideItsVlans) {
+    EXPECT_EQ(parse_as<vlans_seen>(member_vlans()).on_bridge, std::nullopt);
+    message both = member_vlans();
+    both.begin(IFLA_PROTINFO | NLA_F_NESTED).put(IFLA_BRPORT_STATE, std::uint8_t{BR_STATE_LEARNING}).end();
+    const vlans_seen seen = parse_as<vlans_seen>(both);
+    EXPECT_EQ(seen.vlans.size(), 3U);
+    EXPECT_EQ(seen.on_bridge, (bridge_port{.forwarding = false, .locked = false}));
+}
+
 TEST(NetlinkParse, VlansThatChange) {
     const vlans_added added = parse_as<vlans_added>(vlan_change(RTM_NEWVLAN));
     EXPECT_EQ(added.ifindex, 5);
@@ -283,9 +324,14 @@ void parse_exactly(const nlmsghdr *whole, std::size_t length, std::size_t change
 }
 
 TEST(NetlinkParse, CutAtEveryLengthAndChangedInEveryByte) {
-    message messages[] = {vlan_link(),    bridge_link(),
-                          member_vlans(), vlan_change(RTM_NEWVLAN),
-                          new_address(),  message(RTM_DELLINK).link(AF_UNSPEC, 12)};
+    message messages[] = {vlan_link(),
+                          bridge_link(),
+                          member_vlans(),
+                          vlan_change(RTM_NEWVLAN),
+                          new_address(),
+                          message(RTM_DELLINK).link(AF_UNSPEC, 12),
+                          member_state(BR_STATE_BLOCKING, 1),
+                          member_link(BR_STATE_BLOCKING, 1)};
     for (message &one : messages) {
         const std::size_t whole = one.head()->nlmsg_len;
         for (std::size_t length = sizeof(nlmsghdr); length <= whole; ++length)
