@@ -150,6 +150,9 @@ def test_nothing_is_kept_when_the_description_says_so(daemon):
     daemon.configure(["interface vlan 20", "ip dhcp relay address 192.0.2.11"])
     daemon.namespace.ip("link del vlan20")
     wait_running(daemon, "")
+    daemon.configure(["ip dhcp relay information trust-all"])
+    assert running(daemon) == "ip dhcp relay information trust-all\n!\n"
+    daemon.configure(["no ip dhcp relay information trust-all"])
     make(daemon, 20)
     wait_running(daemon, "!\ninterface vlan20\n")
     assert settings_told(daemon) == []

@@ -45,7 +45,7 @@ struct interface_object {
     std::vector<address_ptr> addresses;  // what pub.ifc_ipv4 chains, in the same order
     int kernel_ifindex = 0;              // 0: no device
     bool up = false;
-    bool selected = false;  // by a command: stays in the list without a device
+    bool selected = false;  // by a command before there was a device: in the list all the same
 };
 
 std::array<std::unique_ptr<interface_object>, last_vlan + 1> objects;
@@ -187,6 +187,7 @@ void unbind(interface_object *object) {
     object->kernel_ifindex = 0;
     tell(delete_hook, *object);
     object->up = false;
+    object->selected = false;  // no command that goes through all interfaces is to find it
     object->addresses.clear();
     object->pub.ifc_ipv4 = nullptr;
     object->pub.hw_addr_len = 0;

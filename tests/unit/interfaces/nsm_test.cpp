@@ -191,6 +191,25 @@ TEST(Nsm, DeletedInterfaceThatNoCommandSelectedIsListedNoMore) {
     EXPECT_EQ(ifg_lookup_by_index(1134), nullptr);
 }
 
+TEST(Nsm, DeletedInterfaceThatACommandSelectedIsWalkedByNoMore) {
+    connect_and_deliver();
+    interface *selected = ifg_get_by_name("vlan112");
+    const auto is_walked_by = [&] {
+        for (const interface *ifp = ifg_first(); ifp != nullptr; ifp = ifg_next(ifp))
+            if (ifp == selected) return true;
+        return false;
+    };
+    EXPECT_TRUE(is_walked_by()) << "not there yet";
+    feed(112, {});
+    EXPECT_TRUE(is_walked_by());
+    nsm_feed(112, nullptr);
+    EXPECT_FALSE(is_walked_by());
+    EXPECT_EQ(ifg_get_by_name("vlan112"), selected);
+    EXPECT_TRUE(is_walked_by()) << "selected anew";
+    nsm_feed(112, nullptr);
+    EXPECT_TRUE(is_walked_by()) << "nothing was deleted";
+}
+
 TEST(Nsm, NamesSelectTheSameObject) {
     interface *selected = ifg_get_by_name("vlan111");
     ASSERT_NE(selected, nullptr);
