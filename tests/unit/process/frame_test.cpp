@@ -82,13 +82,14 @@ TEST(FrameOptions, OfOneGivenTwiceTheLastCounts) {
 
 TEST(FrameOptions, QuestionsAreRead) {
     EXPECT_TRUE(parsed({"--help"}).help);
+    EXPECT_TRUE(parsed({"-h"}).help);
     EXPECT_TRUE(parsed({"--version"}).version);
 }
 
 TEST(FrameOptions, WrongOnesAreNamed) {
     EXPECT_EQ(refused({"--loud"}), "unknown option \"--loud\"; see ravod --help");
     EXPECT_EQ(refused({"--loud=1"}), "unknown option \"--loud=1\"; see ravod --help");
-    EXPECT_EQ(refused({"-h"}), "unknown option \"-h\"; see ravod --help");
+    EXPECT_EQ(refused({"-x"}), "unknown option \"-x\"; see ravod --help");
     EXPECT_EQ(refused({"--check", "--"}), "unknown option \"--\"; see ravod --help");
     EXPECT_EQ(refused({"start"}), "unexpected argument \"start\"; see ravod --help");
     EXPECT_EQ(refused({""}), "unexpected argument \"\"; see ravod --help");

@@ -181,10 +181,10 @@ TEST(ManagementProtocol, ALongerHelloOfALaterVersionIsUnderstoodAsFarAsItsVersio
 }
 
 TEST(ManagementProtocol, ARunWithUnknownBitsIsNotTaken) {
-    EXPECT_TRUE(protocol::read_run(payload_of(protocol::run_frame({1, 7, 1, 3, ""}))));
+    EXPECT_TRUE(protocol::read_run(payload_of(protocol::run_frame({1, 7, 1, 7, ""}))));
     EXPECT_FALSE(protocol::read_run(payload_of(protocol::run_frame({1, 8, 0, 0, ""}))));
     EXPECT_FALSE(protocol::read_run(payload_of(protocol::run_frame({1, 0, 2, 0, ""}))));
-    EXPECT_FALSE(protocol::read_run(payload_of(protocol::run_frame({1, 0, 0, 4, ""}))));
+    EXPECT_FALSE(protocol::read_run(payload_of(protocol::run_frame({1, 0, 0, 8, ""}))));
 }
 
 TEST(ManagementProtocol, ATextLongerThanItsLengthFieldIsCut) {
