@@ -11,6 +11,7 @@ namespace ravo::platform {
 namespace {
 
 void copy_in(log_queue &queue, std::size_t position, const void *from, std::size_t length) {
+    if (length == 0) return;  // what is empty may stand nowhere
     const std::size_t at = position % log_queue::room;
     const std::size_t first = std::min(length, log_queue::room - at);
     std::memcpy(queue.bytes.data() + at, from, first);
@@ -18,6 +19,7 @@ void copy_in(log_queue &queue, std::size_t position, const void *from, std::size
 }
 
 void copy_out(const log_queue &queue, std::size_t position, void *to, std::size_t length) {
+    if (length == 0) return;
     const std::size_t at = position % log_queue::room;
     const std::size_t first = std::min(length, log_queue::room - at);
     std::memcpy(to, queue.bytes.data() + at, first);

@@ -47,7 +47,7 @@ bool keep(int level, std::string_view text) {
     const waiting_line line{level, static_cast<std::uint32_t>(text.size())};
     if (waiting_bytes + sizeof line + text.size() > waiting.size()) return false;
     std::memcpy(waiting.data() + waiting_bytes, &line, sizeof line);
-    std::memcpy(waiting.data() + waiting_bytes + sizeof line, text.data(), text.size());
+    std::copy_n(text.data(), text.size(), waiting.data() + waiting_bytes + sizeof line);
     waiting_bytes += sizeof line + text.size();
     return true;
 }

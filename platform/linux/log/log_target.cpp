@@ -90,8 +90,8 @@ bool put_joined(int level, std::string_view start, std::string_view text) {
     std::array<char, queue_text_room> room;
     const std::size_t head = std::min(start.size(), room.size());
     const std::size_t length = std::min(text.size(), room.size() - head);
-    std::memcpy(room.data(), start.data(), head);
-    std::memcpy(room.data() + head, text.data(), length);
+    std::copy_n(start.data(), head, room.data());
+    std::copy_n(text.data(), length, room.data() + head);
     return put_text(level, {room.data(), head + length});
 }
 
@@ -141,8 +141,8 @@ bool put_record(int level, std::string_view line, std::string_view fields) {
     std::array<char, queue_text_room> room;
     const std::size_t length = std::min(line.size(), room.size());
     const std::size_t more = std::min(fields.size(), room.size() - length);
-    std::memcpy(room.data(), line.data(), length);
-    std::memcpy(room.data() + length, fields.data(), more);
+    std::copy_n(line.data(), length, room.data());
+    std::copy_n(fields.data(), more, room.data() + length);
     const queue_entry entry{.what = queued::record,
                             .severity = static_cast<std::uint8_t>(severity_of(level)),
                             .text_length = static_cast<std::uint16_t>(length)};

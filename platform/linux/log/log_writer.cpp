@@ -72,12 +72,12 @@ void flush(writer &w) {
 void gather(writer &w, std::string_view text) {
     if (w.length + text.size() > w.text.size()) flush(w);
     while (text.size() > w.text.size()) {
-        std::memcpy(w.text.data(), text.data(), w.text.size());
+        std::copy_n(text.data(), w.text.size(), w.text.data());
         w.length = w.text.size();
         text.remove_prefix(w.length);
         flush(w);
     }
-    std::memcpy(w.text.data() + w.length, text.data(), text.size());
+    std::copy_n(text.data(), text.size(), w.text.data() + w.length);
     w.length += text.size();
 }
 
