@@ -25,6 +25,7 @@ inline constexpr std::size_t head_size = 5;
 inline constexpr std::size_t max_request = 64 * 1024;    // payload of a frame to the daemon
 inline constexpr std::size_t max_reply = 1024 * 1024;    // payload of a frame from the daemon
 inline constexpr std::size_t max_command_line = 0x8000;  // bytes of a command line
+inline constexpr std::size_t max_name = 64;              // bytes of a name of a person
 inline constexpr std::size_t max_output_piece = 0x8000;  // longer text is sent in several frames
 
 enum class frame_type : std::uint8_t {
@@ -34,6 +35,7 @@ enum class frame_type : std::uint8_t {
     help = 3,
     complete = 4,
     interrupt = 5,
+    behalf = 6,
     // From the daemon.
     welcome = 129,
     refused = 130,
@@ -151,6 +153,21 @@ inline std::optional<ask_message> read_ask(std::span<const std::uint8_t> payload
 // End a command that goes on; without one it is nothing.
 inline bytes interrupt_frame() {
     return make_frame(frame_type::interrupt);
+}
+
+// On whose behalf the session's commands come, as a program knows its own users: a name for the audit lines, which goes
+// with the peer's user and gives no rights.
+inline bytes behalf_frame(std::string_view name) {
+    return make_frame(frame_type::behalf, name);
+}
+
+// A name of 1 to max_name printable characters without blanks, ASCII.
+inline std::optional<std::string> read_behalf(std::span<const std::uint8_t> payload) {
+    const std::string_view name = as_text(payload);
+    if (name.empty() || name.size() > max_name) return std::nullopt;
+    for (const char c : name)
+        if (c <= ' ' || c > '~') return std::nullopt;
+    return std::string(name);
 }
 
 // ---- From the daemon ----

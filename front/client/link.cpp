@@ -138,6 +138,10 @@ void begin(link &l) {
     hello.privilege = static_cast<std::uint8_t>(l.options.privilege);
     hello.mode = static_cast<std::uint8_t>(l.options.mode);
     l.out = protocol::hello_frame(hello);
+    if (!l.options.behalf.empty()) {
+        const protocol::bytes behalf = protocol::behalf_frame(l.options.behalf);
+        l.out.insert(l.out.end(), behalf.begin(), behalf.end());
+    }
     send_some(l);
 }
 

@@ -28,6 +28,7 @@ struct link_options {
     std::string socket = default_socket;
     int privilege = 31;
     int mode = 4;                                     // 4 privileged execution, 5 global configuration
+    std::string behalf;                               // for whom the commands are, in the daemon's audit lines
     std::chrono::milliseconds patience{5000};         // for a welcome or an answer
     std::chrono::milliseconds pause{1000};            // between two tries to connect
     std::size_t longest_text = std::size_t{8} << 20;  // bytes of an answer that are kept

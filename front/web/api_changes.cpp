@@ -53,7 +53,7 @@ void respond_change(exchange &x, const std::string &what, const answers &got) {
 }
 
 void change(const exchange_ptr &x, const std::string &what, std::vector<std::string> lines) {
-    daemon_change(*x->owner->daemon, std::move(lines),
+    daemon_change(*x->owner->daemon, x->who.user, std::move(lines),
                   [x, what](const answers &got) { respond_change(*x, what, got); });
 }
 
@@ -120,7 +120,7 @@ void clear_interface(const exchange_ptr &x) {
     std::string interface;
     if (!read_interface(*x, &interface)) return;
     const std::string what = "clear servers and trust of " + interface;
-    daemon_change(*x->owner->daemon, {configure, "web delete dhcp relay ifsettings " + interface},
+    daemon_change(*x->owner->daemon, x->who.user, {configure, "web delete dhcp relay ifsettings " + interface},
                   [x, what](const answers &got) {
                       const bool ran = got.size() == 2 && got.back().answered;
                       // What it prints of an interface that is there counts the servers by option that are left.

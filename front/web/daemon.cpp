@@ -70,12 +70,14 @@ void rewire(wired_link &w) {
     evtimer_add(w.late.get(), &time);
 }
 
-std::unique_ptr<wired_link> wire(struct event_base *base, const std::string &socket, int mode) {
+std::unique_ptr<wired_link> wire(struct event_base *base, const std::string &socket, int mode,
+                                 const std::string &behalf = {}) {
     auto w = std::make_unique<wired_link>();
     w->base = base;
     client::link_options options;
     options.socket = socket;
     options.mode = mode;
+    options.behalf = behalf;
     options.patience = std::chrono::milliseconds(3000);
     w->link = client::link_make(options);
     return w;
@@ -190,7 +192,7 @@ void daemon_document(daemon &d, const std::string &command, std::chrono::millise
     rewire(w);
 }
 
-void daemon_change(daemon &d, std::vector<std::string> lines,
+void daemon_change(daemon &d, const std::string &user, std::vector<std::string> lines,
                    std::function<void(const std::vector<client::reply> &answers)> done) {
     // What is over goes here, where none of its callbacks can be running.
     d.changes.remove_if([](const change &c) { return c.over; });
@@ -201,7 +203,7 @@ void daemon_change(daemon &d, std::vector<std::string> lines,
         return;
     }
     change &c = d.changes.emplace_back();
-    c.wired = wire(d.base, d.socket, 4);
+    c.wired = wire(d.base, d.socket, 4, user);
     c.lines = std::move(lines);
     c.done = std::move(done);
     next_line(d, c);

@@ -50,6 +50,15 @@ def sign_in(web, name):
     return wait_for(tried, 20, f"sign-in of {name}", interval=0.3)
 
 
+def test_the_daemons_audit_names_the_user_of_the_page(web, alice, daemon):
+    assert alice.ask("PUT", "/interfaces/vlan10/trust", {"trusted": True}) == (200, {"done": True})
+    assert alice.ask("PUT", "/interfaces/vlan10/trust", {"trusted": False}) == (200, {"done": True})
+    lines = [line.split(" session ")[0].split(" audit: ")[1] + line.partition(": web")[2]
+             for line in daemon.sh("-c", "show logging").splitlines() if ": web set dhcp relay ifsettings vlan10" in line]
+    assert lines[-2:] == ["user root for alice, set dhcp relay ifsettings vlan10 1: done",
+                          "user root for alice, set dhcp relay ifsettings vlan10 0: done"]
+
+
 def refusal(code):
     return {"code": code, "text": REFUSALS[code]}
 

@@ -123,8 +123,9 @@ void note_change(const management_session &s, std::string_view place, std::strin
     const std::string before = place.empty() ? std::string() : std::string(place) + ": ";
     const std::string text = printable_text(line, longest);
     const std::string how = result == 0 ? "done" : "refused (" + std::to_string(result) + ")";
-    log_line(log_level_start, "audit: user %s, session %u: %s%s: %s", s.peer.user.c_str(), s.number, before.c_str(),
-             text.c_str(), how.c_str());
+    const std::string whom = s.behalf.empty() ? std::string() : " for " + s.behalf;
+    log_line(log_level_start, "audit: user %s%s, session %u: %s%s: %s", s.peer.user.c_str(), whom.c_str(), s.number,
+             before.c_str(), text.c_str(), how.c_str());
 }
 
 // A command that went on is over.

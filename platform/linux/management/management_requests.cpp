@@ -142,6 +142,13 @@ bool serve_hello(management_session &s, std::span<const std::uint8_t> payload) {
     return true;
 }
 
+bool serve_behalf(management_session &s, std::span<const std::uint8_t> payload) {
+    std::optional<std::string> name = protocol::read_behalf(payload);
+    if (!name) return false;
+    s.behalf = std::move(*name);
+    return true;
+}
+
 // Serves one whole frame. Returns false when it breaks the protocol.
 bool serve_frame(management_session &s, std::uint8_t type, std::span<const std::uint8_t> payload,
                  std::chrono::microseconds slice) {
@@ -163,6 +170,8 @@ bool serve_frame(management_session &s, std::uint8_t type, std::span<const std::
             return serve_help(s, payload);
         case protocol::frame_type::complete:
             return serve_complete(s, payload);
+        case protocol::frame_type::behalf:
+            return serve_behalf(s, payload);
         default:
             return false;
     }

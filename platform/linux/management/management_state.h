@@ -41,6 +41,7 @@ struct management_session {
     std::string end_reason;              // for the log, when dead
     std::string question;                // the running command asks the person
     protocol::run_message request;       // the running command
+    std::string behalf;                  // for whom the peer's user acts; empty: for itself
     std::int32_t page = -1;              // lines of a page, -1: not set
     management_session *next = nullptr;  // whose turn comes behind its own
     bool queued = false;                 // it will have a turn

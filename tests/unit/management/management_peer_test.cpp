@@ -18,6 +18,7 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 
 // ---- Who may do what ----
@@ -115,6 +116,20 @@ TEST_F(ManagementPeers, AdministratorsMayDoEverything) {
                                   EndsWith(" with privilege 31")),
                             EndsWith(" audit: user 65533, session 1: test change: done"),
                             EndsWith(" audit: user 65533, session 1: closed")));
+}
+
+TEST_F(ManagementPeers, WhomTheyActForStandsBesideThem) {
+    const std::string alice(protocol::as_text(protocol::behalf_frame("alice")));
+    (void)talk_as(path, somebody, {others, admins}, hello + alice + run("test change") + run("exit"));
+    EXPECT_THAT(platform::log_recent(),
+                Contains(EndsWith(" audit: user 65533 for alice, session 1: test change: done")));
+}
+
+TEST_F(ManagementPeers, ActingForNobodyBreaksTheProtocol) {
+    const std::string nobody(protocol::as_text(protocol::behalf_frame("al ice")));
+    const std::string heard = talk_as(path, somebody, {others, admins}, hello + nobody + run("test change"));
+    EXPECT_THAT(heard, Not(HasSubstr("after")));
+    EXPECT_THAT(platform::log_recent(), Not(Contains(HasSubstr("test change"))));
 }
 
 TEST_F(ManagementPeers, ViewersMayLook) {

@@ -52,6 +52,16 @@ std::vector<message_case> all_messages() {
     };
 }
 
+TEST(ManagementProtocol, BehalfIsAPrintableName) {
+    EXPECT_THAT(protocol::behalf_frame("bo"), ElementsAre(6, 0, 0, 0, 2, 'b', 'o'));
+    const auto read = [](const std::string &name) { return protocol::read_behalf(protocol::as_bytes(name)); };
+    EXPECT_EQ(read("alice@example.net"), "alice@example.net");
+    EXPECT_EQ(read(std::string(64, 'a')), std::string(64, 'a'));
+    for (const std::string &name :
+         {""s, std::string(65, 'a'), "al ice"s, "al\nice"s, "alice\0"s, "al\x7F"s, "\xC3\xA9"s})
+        EXPECT_EQ(read(name), std::nullopt) << name;
+}
+
 TEST(ManagementProtocol, HelloIsThisFrame) {
     EXPECT_THAT(protocol::hello_frame({1, 31, 4}), ElementsAre(1, 0, 0, 0, 8,       // hello, 8 bytes
                                                                'R', 'A', 'V', 'O',  // magic
