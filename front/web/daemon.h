@@ -43,8 +43,9 @@ daemon_ptr daemon_make(struct event_base *base, const std::string &socket);
 // itself.
 void daemon_document(daemon &d, const std::string &command, std::chrono::milliseconds age, on_document use);
 
-// One change, in the name of this user: these lines, in a session of their own that begins in privileged execution mode, until one fails. done
-// gets the answers to the lines that were run. Documents that are known are forgotten, so that the change shows.
+// One change, in the name of this user: these lines, in a session of their own that begins in privileged execution
+// mode, until one fails. done gets the answers to the lines that were run. Documents that are known are forgotten, so
+// that the change shows.
 void daemon_change(daemon &d, const std::string &user, std::vector<std::string> lines,
                    std::function<void(const std::vector<client::reply> &answers)> done);
 
