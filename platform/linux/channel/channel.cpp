@@ -22,6 +22,7 @@
 #include <memory>
 #include <utility>
 
+#include "base/clock.h"
 #include "base/loop.h"
 #include "books/black_box.h"
 #include "books/books.h"
@@ -29,6 +30,7 @@
 #include "channel/guard.h"
 #include "channel/limits.h"
 #include "channel/packet_ring.h"
+#include "channel/queue_bound.h"
 #include "channel/tally.h"
 #include "channel/taps.h"
 #include "gate/gate.h"
@@ -42,6 +44,7 @@ namespace ravo::platform {
 namespace {
 
 constexpr std::uint16_t dhcp_server_port = 67;
+constexpr std::uint8_t bootreply = 2;  // RFC 2131 section 2: op
 constexpr std::size_t in_ip_part_destination = 12;
 constexpr std::size_t frames_per_turn = 32;  // frames dropped in one call before others get a turn
 constexpr std::size_t spare_slots = 64;      // of the ring, for what passes the gate on other processors meanwhile
@@ -51,6 +54,7 @@ constexpr timeval tally_interval{.tv_sec = 1, .tv_usec = 0};
 struct open_channel {
     packet_ring ring;
     gate at;
+    queue_bound bound{packet_ring::capacity - spare_slots};
     tap_table taps;
     descriptor udp_holder;  // keeps UDP port 67, receives nothing
     event_ptr tally_timer;
@@ -116,7 +120,6 @@ void drop_frame(const ring_frame &received, frame_result result) {
 // A frame that came in on an uplink. Whoever answers needs no VLAN; who asks does. On an uplink that is no port, what
 // is for others is none of the relay's business.
 ingress_result classify_uplink(const dhcp_frame &frame, std::span<const std::uint8_t> message, const ingress &in) {
-    constexpr std::uint8_t bootreply = 2;  // RFC 2131 section 2: op
     std::uint32_t destination;
     std::memcpy(&destination, frame.ip_part.data() + in_ip_part_destination, sizeof destination);
     const bool ours = inventory_vlan_of_address(destination) != 0;
@@ -146,8 +149,18 @@ bool passes_guards(const tap &from, const ring_frame &received, const dhcp_frame
     return false;
 }
 
+// Where no gate in the kernel holds the queue to its bound, requests that have waited too long in overload go, unread;
+// replies are read all the same, for the work on their requests is done.
+bool comes_too_late(const open_channel &c, const ring_frame &received, std::span<const std::uint8_t> message) {
+    if (c.at.in_kernel() || c.bound.patience_us() == queue_bound::endless) return false;
+    if (!message.empty() && message.front() == bootreply) return false;
+    return wall_clock_us() - received.time_us > c.bound.patience_us();
+}
+
 // Checks and classifies one frame; what is dropped is counted. Returns whether it is to be delivered.
-bool examine(const tap &from, const ring_frame &received, dhcp_frame *frame, ingress *in) {
+bool examine(open_channel &c, const tap &from, const ring_frame &received) {
+    dhcp_frame *const frame = &c.frame;
+    ingress *const in = &c.in;
     const frame_result result = channel_frame_decode(received.bytes, received.aux, frame);
     if (result != frame_result::ok) {
         drop_frame(received, result);
@@ -156,6 +169,10 @@ bool examine(const tap &from, const ring_frame &received, dhcp_frame *frame, ing
     // A VLAN id of 0 is a priority tag, which says nothing about the VLAN.
     const bool tagged = frame->tagged && frame->vid != 0;
     const std::span<const std::uint8_t> message = frame->udp.subspan(channel_udp_header_size);
+    if (comes_too_late(c, received, message)) {
+        ++lost;
+        return false;
+    }
     ingress_result place = inventory_classify(received.kernel_ifindex, tagged, frame->vid, in);
     if (place == ingress_result::uplink) place = classify_uplink(*frame, message, *in);
     switch (place) {
@@ -230,11 +247,15 @@ void tally(open_channel &c) {
 }
 
 void on_tally_timer(evutil_socket_t, short, void *) {
-    if (channel) tally(*channel);
+    if (!channel) return;
+    tally(*channel);
+    channel->bound.look_idle(clock_ns() / 1000);
+    channel->at.set_room(channel->bound.room());
 }
 
 // Nothing waits. What was noted for this moment is done.
 void settle(open_channel &c) {
+    c.bound.ran_empty();
     if (c.taps.some_gone()) {
         tally(c);
         c.taps.forget_gone(c.at);
@@ -245,6 +266,10 @@ void settle(open_channel &c) {
 // Counts a frame as taken. Returns whether it is a message that its port may send.
 bool admit(open_channel &c, const tap &from, const ring_frame &received) {
     c.at.take(from.place);
+    if (c.bound.took()) {
+        c.bound.look(clock_ns() / 1000, wall_clock_us() - received.time_us);
+        c.at.set_room(c.bound.room());
+    }
     if (received.cut) ++lost;
     if (received.cut || c.at.in_kernel()) return !received.cut;
     return c.at.admit(from.place, channel_frame_vlan(received.bytes, received.aux), clock_ns());
@@ -262,7 +287,7 @@ bool fetch(open_channel &c) {
         }
         const tap *from = c.taps.find(received.kernel_ifindex);
         if (from == nullptr) continue;  // heard on another device too, and read there
-        if (admit(c, *from, received) && examine(*from, received, &c.frame, &c.in)) return true;
+        if (admit(c, *from, received) && examine(c, *from, received)) return true;
     }
     return false;
 }
@@ -282,7 +307,7 @@ int open_at_gate(open_channel &c) {
                  "the kernel refuses the program that limits what ports may send: %s; the relay holds them to the "
                  "limits itself",
                  c.at.refusal().c_str());
-    c.at.set_room(packet_ring::capacity - spare_slots);
+    c.at.set_room(c.bound.room());
     c.taps.follow(c.at, limits);
     return c.ring.listen();
 }

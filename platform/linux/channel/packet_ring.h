@@ -28,7 +28,7 @@ struct ring_frame {
 
 class packet_ring {
   public:
-    static constexpr std::size_t capacity = 2048;  // frames
+    static constexpr std::size_t capacity = 5120;  // frames: a port alone may have four fifths of them waiting
 
     // Opens the socket, non-blocking, and its ring. It receives nothing yet, so that it can be given a filter first.
     // Returns 0, or the reason as errno.

@@ -11,6 +11,7 @@
  *
  * A queue that is filling up is shared by need: a port may have four times as many messages in it as there is room
  * left. So one flooding port leaves a fifth of the room to the others, two leave a ninth, and there is always some.
+ * Replies may take more: with each that is lost the work on its request was for nothing.
  */
 #include <linux/bpf.h>
 #include <linux/if_ether.h>
@@ -22,6 +23,9 @@
 #include "gate_records.h"
 
 #define LENT_PER_FREE 4
+#define LENT_PER_FREE_TO_REPLIES 16
+#define UDP_HEADER 8
+#define BOOTREPLY 2 /* RFC 2131 section 2: op */
 #define ATTEMPTS 8 /* to charge a message while other processors charge the same port */
 #define VLAN_BITS 0x0FFF
 #define FRAGMENT_OFFSET 0x1FFF /* RFC 791 section 3.1 */
@@ -77,8 +81,9 @@ struct headers {
     __u8 rest[10];
 } __attribute__((packed));
 
-/* Tells whether the frame is what the relay can want. *inner: the VLAN tag that stands inside the frame, -1 for none. */
-static __always_inline int is_dhcp(struct __sk_buff *skb, int *inner) {
+/* Returns where the UDP header of a frame stands that the relay can want, 0 for others. *inner: the VLAN tag that stands
+ * inside the frame, -1 for none. */
+static __always_inline __u32 find_dhcp(struct __sk_buff *skb, int *inner) {
     struct headers h;
     __u32 at = ETH_ALEN * 2;
     *inner = -1;
@@ -90,9 +95,10 @@ static __always_inline int is_dhcp(struct __sk_buff *skb, int *inner) {
     }
     if (h.ethertype != bpf_htons(ETH_P_IP) || h.protocol != IPPROTO_UDP) return 0;
     if ((h.fragment & bpf_htons(FRAGMENT_OFFSET)) != 0) return 0;
+    at += 2 + 4 * (h.version_ihl & 0x0F);
     __be16 port;
-    if (bpf_skb_load_bytes(skb, at + 2 + 4 * (h.version_ihl & 0x0F) + 2, &port, sizeof port) != 0) return 0;
-    return port == bpf_htons(GATE_DHCP_SERVER_PORT);
+    if (bpf_skb_load_bytes(skb, at + 2, &port, sizeof port) != 0) return 0;
+    return port == bpf_htons(GATE_DHCP_SERVER_PORT) ? at : 0;
 }
 
 /* The VLAN id of the frame's tag, 0 for none and for a priority tag. */
@@ -136,12 +142,17 @@ static __always_inline void count_limited(struct gate_port *port, __u32 place, _
     count(&port->limited_tagged);
 }
 
+static __always_inline int is_reply(struct __sk_buff *skb, __u32 udp) {
+    __u8 op = 0;
+    return bpf_skb_load_bytes(skb, udp + UDP_HEADER, &op, sizeof op) == 0 && op == BOOTREPLY;
+}
+
 /* Takes a place in the queue for a message of the port. Returns 0 when there is none. */
-static __always_inline int has_room(struct gate_port *port, struct gate_queue *q) {
+static __always_inline int has_room(struct __sk_buff *skb, __u32 udp, struct gate_port *port, struct gate_queue *q) {
     __s64 used = q->passed - q->taken;
     __s64 free = q->room - used;
     __s64 own = port->passed - port->taken;
-    if (free <= 0 || own >= LENT_PER_FREE * free) {
+    if (free <= 0 || own >= LENT_PER_FREE_TO_REPLIES * free || (own >= LENT_PER_FREE * free && !is_reply(skb, udp))) {
         count(&port->crowded);
         return 0;
     }
@@ -154,7 +165,8 @@ SEC("socket")
 int gate(struct __sk_buff *skb) {
     if (skb->protocol != bpf_htons(ETH_P_IP) && skb->protocol != bpf_htons(ETH_P_8021Q)) return 0;
     int inner;
-    if (!is_dhcp(skb, &inner)) return 0;
+    __u32 udp = find_dhcp(skb, &inner);
+    if (udp == 0) return 0;
     __u32 device = skb->ifindex;
     __u32 *place = bpf_map_lookup_elem(&devices, &device);
     if (!place) return 0;
@@ -166,5 +178,5 @@ int gate(struct __sk_buff *skb) {
         count_limited(port, *place, vlan_of(skb, inner));
         return 0;
     }
-    return has_room(port, q) ? GATE_WHOLE_FRAME : 0;
+    return has_room(skb, udp, port, q) ? GATE_WHOLE_FRAME : 0;
 }

@@ -346,6 +346,25 @@ TEST_P(Channel, WhatTheQueueHasNoRoomForIsCounted) {
     expect_delivered(c1, {});
 }
 
+// A port that floods leaves room to others, and its own replies too: the work on their requests is done. Without a gate
+// in the kernel nobody knows what is in the queue.
+TEST_P(Channel, RequestsLeaveRoomToReplies) {
+    const far_end c1("c1");
+    octets reply = message_of(300);
+    reply[0] = 2;
+    for (unsigned i = 0; i < 6000; ++i) c1.send(frame_fields{});
+    for (unsigned i = 0; i < 10; ++i) c1.send(frame_fields{.message = reply});
+    unsigned requests = 0, replies = 0;
+    while (readable(fd(), 0)) {
+        const auto got = receive_now();
+        if (got.result < 0) continue;
+        ++(got.message[24] == 2 ? replies : requests);
+    }
+    const bool gate = GetParam() == channel_box::way_in::kernel;
+    EXPECT_EQ(requests, gate ? 4045U : 5120U);
+    EXPECT_EQ(replies, gate ? 10U : 0U);
+}
+
 INSTANTIATE_TEST_SUITE_P(WaysIn, Channel, testing::Values(channel_box::way_in::kernel, channel_box::way_in::daemon),
                          channel_box::name_of);
 
