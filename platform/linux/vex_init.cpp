@@ -27,6 +27,7 @@
 #include "base/loop.h"
 #include "base/owners.h"
 #include "books/black_box.h"
+#include "books/crash_book.h"
 #include "books/books.h"
 #include "books/pcapng.h"
 #include "boundary.h"
@@ -46,6 +47,7 @@
 #include "memory/memmgr_budget.h"
 #include "osal/osal_events.h"
 #include "osal/transaction_room.h"
+#include "process/crash_signals.h"
 #include "process/frame.h"
 #include "process/limits.h"
 #include "process/relay_data.h"
@@ -277,8 +279,10 @@ void open_black_box(const platform::frame_options &options) {
     platform::black_box_crash crash;
     const std::string why_not = platform::black_box_open(options.management_socket + ".box", &crash);
     if (!why_not.empty()) platform::log_line(platform::log_level_warning, "%s", why_not.c_str());
+    platform::crash_signals_catch(platform::black_box_died);
+    platform::crash_book_open(platform::state_folder());
     if (!crash.happened) return;
-    const std::string kept = platform::black_box_keep(crash, platform::state_folder());
+    const std::string kept = platform::crash_book_enter(crash);
     platform::log_line(platform::log_level_error, "crash: ravod died while it handled a message of %s: %s",
                        platform::black_box_text(crash).c_str(), kept.c_str());
 }

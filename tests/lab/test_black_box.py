@@ -1,11 +1,15 @@
 # SPDX-License-Identifier: Apache-2.0
 """A message that ends the daemon: kept by the next one, which holds its port and serves all others."""
 
+import contextlib
 import json
 import re
 import signal
 import subprocess
+import time
+from pathlib import Path
 
+from managed import Session
 from ravolab.craft import broadcast, message
 from ravolab.process import wait_for
 
@@ -28,6 +32,10 @@ def outcome(relay, port, word):
     return json.loads(relay.sh(f"show ip dhcp relay statistics port {port} | json"))["outcomes"][word]
 
 
+def crashes(relay):
+    return json.loads(relay.sh("show ip dhcp relay crashes | json"))["crashes"]
+
+
 def attack(host):
     host.send(broadcast(message("OFFER", op=2, mac=host.mac, xid=0x6C6C), host.mac, sport=67))
 
@@ -48,5 +56,61 @@ def test_port_of_a_crash_is_held_and_others_are_served(bare_lab):
     good.send(broadcast(message("DISCOVER", mac=good.mac, xid=7), good.mac))
     wait_for(lambda: outcome(relay, "1/3", "relayed") == 1, 30, "request of another port")
     wait_for(lambda: outcome(relay, "1/1", "port-held") == 3, 30, "messages of the held port")
+    [crash] = crashes(relay)
+    assert (crash["client"], crash["vlan"], crash["port"], crash["cause"], crash["held_seconds"], crash["capture"]) == (
+        attacker.mac, 10, "1/1", "SIGABRT", 10, told[1])
+    relay.sh("clear ip dhcp relay crashes")
+    assert crashes(relay) == [] and not Path(told[1]).exists()
+    attack(attacker)
+    assert relay.process.wait() == -signal.SIGABRT, "the port is not held any more"
+    relay.start()
+    assert [each["held_seconds"] for each in crashes(relay)] == [10]
     assert relay.stop() == 0
-    assert len(re.findall("^crash: ", relay.log, re.M)) == 1
+    assert len(re.findall("^crash: ", relay.log, re.M)) == 2
+
+
+# Memory that is told to break: the next who wants some dies of it with the lock held, and whoever comes then waits.
+BROKEN_MEMORY = """
+#define _GNU_SOURCE
+#include <signal.h>
+#include <stddef.h>
+#include <unistd.h>
+extern void *__libc_malloc(size_t);
+extern void *__libc_calloc(size_t, size_t);
+extern void *__libc_realloc(void *, size_t);
+extern void __libc_free(void *);
+static volatile sig_atomic_t told, locked;
+static void tell(int number) { (void)number; told = 1; }
+__attribute__((constructor)) static void begin(void) { signal(SIGUSR1, tell); }
+static void enter(void) {
+    if (!told) return;
+    while (locked) pause();
+    locked = 1;
+    *(volatile char *)16 = 0;
+}
+void *malloc(size_t size) { enter(); return __libc_malloc(size); }
+void *calloc(size_t count, size_t size) { enter(); return __libc_calloc(count, size); }
+void *realloc(void *memory, size_t size) { enter(); return __libc_realloc(memory, size); }
+void free(void *memory) { enter(); __libc_free(memory); }
+"""
+
+
+def test_crash_inside_the_memory_is_reported_and_ends(bare_lab):
+    """While a session watches the log, whose lines take memory as well."""
+    library = Path(bare_lab.fresh_folder("broken")) / "memory.so"
+    subprocess.run(["cc", "-shared", "-fPIC", "-x", "c", "-", "-o", library], input=BROKEN_MEMORY, text=True, check=True,
+                   timeout=60)
+    library.parent.chmod(0o755)
+    relay = bare_lab.start_relay(env={"LD_PRELOAD": str(library)})
+    watching = Session(relay.socket)
+    watching.run("terminal monitor")
+    relay.process.send_signal(signal.SIGUSR1)
+    begin = time.monotonic()
+    with contextlib.suppress(OSError, AssertionError):
+        watching.run("show version")  # takes memory
+    assert relay.process.wait() == 1
+    assert time.monotonic() - begin < 2
+    report = relay.log[relay.log.index("RAVO Segmentation Fault!\n"):]
+    assert re.fullmatch(r"RAVO Segmentation Fault!\nRAVO info.si_signo = 11\nRAVO info.si_errno = 0\n"
+                        r"RAVO info.si_addr  = 0x10\n\n\n RAVO Obtained (\d+) stack frames.\n(?:RAVO: \S.*\n){1,20}", report)
+    assert str(library) in report

@@ -8,7 +8,10 @@
 #include "ravo_main.h"
 
 #include <execinfo.h>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -29,6 +32,23 @@ constexpr int frames_limit = 20;
 // deliberate: these lines report fixed line numbers, by which they are known.
 constexpr int handler_line = 114;
 constexpr int failure_line = 117;
+
+// Prints the names of frames. They come through a pipe, since the other way to have them takes memory, and what broke
+// may be the memory's own.
+void print_frames(void *const *frames, int count) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return;
+    for (int i = 0; i < count; ++i) {
+        char text[1024];
+        backtrace_symbols_fd(&frames[i], 1, ends[1]);
+        const ssize_t got = read(ends[0], text, sizeof text - 1);
+        text[std::max<ssize_t>(got, 0)] = '\0';
+        text[std::strcspn(text, "\n")] = '\0';
+        ravo_print(ravo::level_start, "RAVO: %s\n", text);
+    }
+    close(ends[0]);
+    close(ends[1]);
+}
 
 template <typename Callback>
 std::uintptr_t word_of(Callback callback) {
@@ -71,6 +91,8 @@ int installSignalHandlers() {
     sigemptyset(&action.sa_mask);
     action.sa_sigaction = ravo_crash_handler;
     action.sa_flags = SA_SIGINFO;
+    void *frame = nullptr;
+    (void)backtrace(&frame, 1);  // the first one may load what it needs
     ravo_print(ravo::level_start, "RAVO: %s %d sig=%d\n", __func__, handler_line, SIGSEGV);
     if (sigaction(SIGSEGV, &action, nullptr) < 0) {
         ravo_print(ravo::level_start, "RAVO sigaction failed, line %d, %d/%s\n", failure_line, errno,
@@ -80,7 +102,7 @@ int installSignalHandlers() {
     return 0;
 }
 
-// What runs here is not async-signal-safe. The process is lost anyway, and the report is worth the try.
+// What runs here takes no memory: the fault may have come while that was being taken.
 void ravo_crash_handler(int signo, siginfo_t *info, void *) {
     ravo_print(ravo::level_start, "RAVO Segmentation Fault!\n");
     ravo_print(ravo::level_start, "RAVO info.si_signo = %d\n", signo);
@@ -89,9 +111,7 @@ void ravo_crash_handler(int signo, siginfo_t *info, void *) {
 
     void *frames[frames_limit];
     const int count = backtrace(frames, frames_limit);
-    char **texts = backtrace_symbols(frames, count);
     ravo_print(ravo::level_start, "\n\n RAVO Obtained %d stack frames.\n", count);
-    for (int i = 0; i < count && texts != nullptr; ++i) ravo_print(ravo::level_start, "RAVO: %s\n", texts[i]);
-    std::free(texts);
-    std::exit(1);
+    print_frames(frames, count);
+    std::quick_exit(1);
 }

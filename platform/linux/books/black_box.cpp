@@ -4,7 +4,6 @@
 // or not at all. Times are those of a clock that restarts do not change and that goes on while the machine sleeps.
 #include "books/black_box.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -15,21 +14,17 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
-#include <string_view>
 
-#include "base/files.h"
 #include "base/mapping.h"
 #include "base/owners.h"
-#include "books/pcapng.h"
 #include "port_number.h"
 
 namespace ravo::platform {
 
 namespace {
 
-constexpr std::uint64_t magic = 0x7261766F'626F7831;  // with the form's number at its end
-constexpr std::string_view name_begin = "crash-", name_end = ".pcapng";
+constexpr std::uint64_t magic = 0x7261766F'626F7832;  // with the form's number at its end
+constexpr std::uint32_t largest_signal = 64;
 
 struct hold {
     std::uint32_t port;  // 0: nobody's
@@ -41,6 +36,7 @@ struct box {
     std::uint64_t magic;
     std::uint32_t length;  // of the frame; 0: no message in hand
     std::uint32_t port;
+    std::uint32_t cause;
     std::int64_t time_us;
     std::uint16_t vlan;
     std::uint16_t tag_protocol;
@@ -101,10 +97,15 @@ bool is_whole(const box &b) {
     return b.magic == magic && b.length <= black_box_frame_size;
 }
 
+bool is_cause(std::uint32_t cause) {
+    return cause <= largest_signal || cause == black_box_exit;
+}
+
 black_box_crash take_out(box &b) {
     black_box_crash crash;
     if (b.length == 0) return crash;
     crash.happened = true;
+    crash.cause = is_cause(b.cause) ? b.cause : black_box_unexplained;
     crash.entry.time_us = b.time_us;
     crash.entry.port_ifindex = b.port;
     crash.entry.vlan = b.vlan;
@@ -112,40 +113,12 @@ black_box_crash take_out(box &b) {
     crash.entry.client = b.client;
     crash.frame.assign(b.frame.begin(), b.frame.begin() + b.length);
     set_length(b, 0);
-    if (b.port != 0) crash.held_seconds = hold_port(b, b.port);
+    if (b.port != 0 && crash.cause != black_box_unexplained) crash.held_seconds = hold_port(b, b.port);
     return crash;
 }
 
 std::string failure(const std::string &path, int reason) {
     return path + ": no message that ends the daemon can be noted: " + std::strerror(reason);
-}
-
-struct folder_close {
-    void operator()(DIR *folder) const { closedir(folder); }
-};
-
-// Names of the captures of crashes in a folder, oldest first: their names begin with their times.
-std::vector<std::string> captures_in(const std::string &folder) {
-    std::vector<std::string> names;
-    const std::unique_ptr<DIR, folder_close> open(opendir(folder.c_str()));
-    if (open == nullptr) return names;
-    while (const dirent *entry = readdir(open.get())) {
-        const std::string_view name = entry->d_name;
-        if (name.starts_with(name_begin) && name.ends_with(name_end)) names.emplace_back(name);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-// "crash-20240607T080910.123456Z.pcapng"
-std::string capture_name(std::int64_t time_us) {
-    const time_t seconds = time_us / 1000000;
-    tm when{};
-    gmtime_r(&seconds, &when);
-    char text[64];
-    const std::size_t length = strftime(text, sizeof text, "%Y%m%dT%H%M%S", &when);
-    const std::string fraction = std::to_string(1000000 + time_us % 1000000).substr(1);
-    return std::string(name_begin) + std::string(text, length) + "." + fraction + "Z" + std::string(name_end);
 }
 
 }  // namespace
@@ -186,6 +159,7 @@ void black_box_note(const book_entry &entry, std::span<const std::uint8_t> frame
     box &b = *the_box();
     const std::size_t length = std::min(frame.size(), black_box_frame_size);
     set_length(b, 0);
+    b.cause = black_box_unexplained;
     b.time_us = entry.time_us;
     b.port = entry.port_ifindex;
     b.vlan = entry.vlan;
@@ -198,6 +172,17 @@ void black_box_note(const book_entry &entry, std::span<const std::uint8_t> frame
 
 void black_box_clear() {
     if (room) set_length(*the_box(), 0);
+}
+
+void black_box_died(int signal) {
+    if (!room || the_box()->length == 0) return;
+    the_box()->cause = signal == 0 ? black_box_exit : static_cast<std::uint32_t>(signal);
+}
+
+std::string black_box_cause(std::uint32_t cause) {
+    if (cause == black_box_exit) return "exit";
+    const char *name = cause == black_box_unexplained ? nullptr : sigabbrev_np(static_cast<int>(cause));
+    return name == nullptr ? "unknown" : std::string("SIG") + name;
 }
 
 bool black_box_holds(std::uint32_t port_ifindex) {
@@ -214,26 +199,18 @@ bool black_box_holds(std::uint32_t port_ifindex) {
     return false;
 }
 
-std::string black_box_keep(const black_box_crash &crash, const std::string &folder) {
-    if (folder.empty()) return "there is no state folder to keep it in";
-    std::vector<std::uint8_t> bytes;
-    pcapng_begin(bytes);
-    std::array<std::uint8_t, 4> tag{};
-    const book_tag &carried = crash.entry.tag;
-    tag = {static_cast<std::uint8_t>(carried.protocol >> 8), static_cast<std::uint8_t>(carried.protocol),
-           static_cast<std::uint8_t>(carried.tci >> 8), static_cast<std::uint8_t>(carried.tci)};
-    const std::span<const std::uint8_t> shown =
-        carried.protocol != 0 ? std::span<const std::uint8_t>(tag) : std::span<const std::uint8_t>();
-    pcapng_frame(bytes, crash.entry.time_us, crash.frame, "the daemon died while it handled this message", shown);
-    std::vector<std::string> names = captures_in(folder);
-    while (names.size() >= black_box_captures) {
-        (void)unlink((folder + "/" + names.front()).c_str());
-        names.erase(names.begin());
-    }
-    const std::string path = folder + "/" + capture_name(crash.entry.time_us);
-    const std::string_view text(reinterpret_cast<const char *>(bytes.data()), bytes.size());
-    const int failed = replace_file(path, text, 0600);
-    return failed == 0 ? path : path + " cannot be written: " + std::strerror(failed);
+unsigned black_box_seconds_left(std::uint32_t port_ifindex) {
+    if (!room || port_ifindex == 0) return 0;
+    const std::int64_t time = now();
+    for (const hold &h : the_box()->holds)
+        if (h.port == port_ifindex && is_remembered(h, time) && time < h.until)
+            return static_cast<unsigned>(h.until - time);
+    return 0;
+}
+
+void black_box_release() {
+    if (room) the_box()->holds = {};
+    holding = false;
 }
 
 std::string black_box_text(const black_box_crash &crash) {
@@ -245,8 +222,9 @@ std::string black_box_text(const black_box_crash &crash) {
     std::string text = client;
     text += crash.entry.vlan != 0 ? " on VLAN " + std::to_string(crash.entry.vlan) : " on no VLAN";
     if (port == 0) return text + ", no port";
-    return text + ", port " + port_number_text(port, number) + ", held for " + std::to_string(crash.held_seconds) +
-           " s";
+    text += std::string(", port ") + port_number_text(port, number);
+    if (crash.cause == black_box_unexplained) return text + ", not held as it was ended from outside";
+    return text + ", held for " + std::to_string(crash.held_seconds) + " s";
 }
 
 }  // namespace ravo::platform

@@ -14,6 +14,7 @@ void install_platform_commands(cli_tree *tree) {
     install_statistics_commands(tree);
     install_client_commands(tree);
     install_server_commands(tree);
+    install_crash_commands(tree);
     install_monitor_commands(tree);
     install_advice_commands(tree);
     expect_relay_commands(tree);

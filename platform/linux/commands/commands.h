@@ -25,6 +25,7 @@ void install_local_relay_commands(cli_tree *tree);  // settings of local relay
 void install_statistics_commands(cli_tree *tree);   // what became of messages
 void install_client_commands(cli_tree *tree);       // the clients seen lately
 void install_server_commands(cli_tree *tree);       // how servers answer
+void install_crash_commands(cli_tree *tree);        // messages that ended the daemon
 void install_monitor_commands(cli_tree *tree);      // messages as they are done with
 void install_advice_commands(cli_tree *tree);       // what is wrong, and what to do
 

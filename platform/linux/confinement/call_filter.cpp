@@ -150,6 +150,8 @@ constexpr const char *allowed[] = {
     "rt_sigaction",
     "rt_sigprocmask",
     "rt_sigreturn",
+    "alarm",
+    "setitimer",
     "sigreturn",
     "sigaltstack",
     "exit",

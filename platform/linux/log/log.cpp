@@ -219,6 +219,14 @@ void log_settle_last() {
     (void)log_writer_settle(std::chrono::milliseconds(200));
 }
 
+void log_crash_begins() {
+    in_listener = true;
+}
+
+void log_crash_ends() {
+    (void)log_writer_settle(std::chrono::seconds(1));
+}
+
 void log_close() {
     hold = {};
     holding_back = false;

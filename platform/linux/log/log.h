@@ -34,6 +34,11 @@ void log_settle();
 // The same before the program's last words, which do not go through the log: waits up to 200 ms, as nobody is served.
 void log_settle_last();
 
+// For handlers of signals that end the process, so neither allocates nor locks: lines go to the log and to no listener
+// from now on, which would take memory; and waits up to a second until what was logged so far is written.
+void log_crash_begins();
+void log_crash_ends();
+
 // From now on a warning or failure that repeats, by place and by what it is about, is held back after 10 lines in 10
 // seconds, and counted in one line a minute. Traces, which somebody asked for, and lines of level 0 never are.
 void log_hold_repeats();

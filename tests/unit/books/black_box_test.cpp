@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The black box: what a process that dies leaves in it, how long its port is held, and which captures are kept.
+// The black box: what a process that dies leaves in it, and how long its port is held.
 #include "books/black_box.h"
 
 #include <gmock/gmock.h>
@@ -8,12 +8,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "child.h"
@@ -46,16 +46,18 @@ struct BlackBox : testing::Test {
         black_box_close();
         std::filesystem::remove_all(folder);
     }
-    // A process that dies while it handles a message from a port.
-    void die(std::uint32_t port, const std::vector<std::uint8_t> &of = frame) const {
+    // A process that dies while it handles a message from a port. how: by which signal, which it notes unless it
+    // cannot; 0: by an exit.
+    void die(std::uint32_t port, const std::vector<std::uint8_t> &of = frame, int how = SIGABRT) const {
         black_box_close();  // the box is one process's
         const child::result result = child::run([&]() -> int {
             black_box_crash crash;
             if (!black_box_open(path, &crash).empty()) return 1;
             black_box_note(entry_of(port), of);
-            std::abort();
+            if (how != SIGKILL) black_box_died(how);
+            return how == 0 ? -1 : kill(getpid(), SIGKILL);
         });
-        EXPECT_EQ(result.status, -1);
+        EXPECT_EQ(result.status, how == 0 ? 255 : -1);
     }
     black_box_crash found() const {
         black_box_crash crash;
@@ -153,26 +155,48 @@ TEST_F(BlackBox, WhatIsNoFileOfOursIsRefused) {
     EXPECT_FALSE(black_box_holds(5123));
 }
 
-TEST_F(BlackBox, NewestCapturesAreKept) {
-    black_box_crash crash{.happened = true, .entry = entry_of(5123), .frame = frame, .held_seconds = 10};
-    EXPECT_EQ(black_box_keep(crash, ""), "there is no state folder to keep it in");
-    EXPECT_EQ(black_box_keep(crash, folder), folder + "/crash-20240607T080910.123456Z.pcapng");
-    std::stringstream text;
-    text << std::ifstream(folder + "/crash-20240607T080910.123456Z.pcapng", std::ios::binary).rdbuf();
-    EXPECT_THAT(text.str(), HasSubstr(std::string("\x02\0\0\0\0\x01\x81\0\x60\x0A\x08\0\x45\x11", 14)));
-    EXPECT_THAT(text.str(), HasSubstr("the daemon died while it handled this message"));
-    std::ofstream(folder + "/ports") << "other";
-    for (int more = 1; more <= 20; ++more) {
-        crash.entry.time_us += 1000000;
-        EXPECT_THAT(black_box_keep(crash, folder), HasSubstr("/crash-20240607T0809"));
+TEST_F(BlackBox, OnlyWhatEndedTheDaemonIsHeldAgainstAPort) {
+    for (const auto &[how, cause, held] : {std::tuple{SIGKILL, "unknown", 0U},
+                                           {SIGABRT, "SIGABRT", 10U},
+                                           {SIGKILL, "unknown", 0U},
+                                           {SIGSEGV, "SIGSEGV", 20U}}) {
+        die(5123, frame, how);
+        const black_box_crash crash = found();
+        EXPECT_TRUE(crash.happened);
+        EXPECT_EQ(black_box_cause(crash.cause), cause);
+        EXPECT_EQ(crash.held_seconds, held);
+        EXPECT_EQ(black_box_holds(5123), cause != std::string("unknown") || black_box_seconds_left(5123) != 0);
     }
-    std::vector<std::string> names;
-    for (const auto &each : std::filesystem::directory_iterator(folder)) names.push_back(each.path().filename());
-    std::sort(names.begin(), names.end());
-    ASSERT_EQ(names.size(), black_box_captures + 1);
-    EXPECT_EQ(names.front(), "crash-20240607T080915.123456Z.pcapng");
-    EXPECT_EQ(names.back(), "ports");
-    EXPECT_THAT(black_box_keep(crash, folder + "/none"), HasSubstr(" cannot be written: No such file or directory"));
+    die(5124, frame, SIGKILL);
+    EXPECT_EQ(black_box_text(found()),
+              "client 02:00:00:00:00:01 on VLAN 10, port 1/4, not held as it was ended from outside");
+    EXPECT_FALSE(black_box_holds(5124));
+}
+
+TEST_F(BlackBox, AnExitInTheMiddleOfAMessageIsTheDaemonsOwn) {
+    die(5123, frame, 0);
+    const black_box_crash crash = found();
+    EXPECT_EQ(black_box_cause(crash.cause), "exit");
+    EXPECT_EQ(crash.held_seconds, 10U);
+}
+
+TEST_F(BlackBox, TellsHowLongAPortIsStillHeldAndReleasesIt) {
+    die(5123);
+    (void)found();
+    EXPECT_THAT(black_box_seconds_left(5123), testing::AllOf(testing::Ge(8U), testing::Le(10U)));
+    EXPECT_EQ(black_box_seconds_left(5124), 0U);
+    black_box_release();
+    EXPECT_FALSE(black_box_holds(5123));
+    EXPECT_EQ(black_box_seconds_left(5123), 0U);
+    die(5123);
+    EXPECT_EQ(found().held_seconds, 10U) << "it begins anew";
+}
+
+TEST_F(BlackBox, CausesHaveNames) {
+    EXPECT_EQ(black_box_cause(black_box_unexplained), "unknown");
+    EXPECT_EQ(black_box_cause(SIGILL), "SIGILL");
+    EXPECT_EQ(black_box_cause(63), "unknown");
+    EXPECT_EQ(black_box_cause(0xFFFFFFFF), "unknown");
 }
 
 }  // namespace

@@ -320,6 +320,7 @@ void install_quietly() {
     installSignalHandlers();
     std::fflush(stderr);
     dup2(standard_error, STDERR_FILENO);
+    std::setvbuf(stderr, nullptr, _IONBF, 0);  // as it was: a quick exit writes nothing that waits
 }
 
 TEST_F(RavoMainDeathTest, AFaultPrintsFiveMessagesAndItsFrames) {
