@@ -12,6 +12,7 @@
 #   make bench    what the relay costs, measured in the lab
 #   make trouble  what one client notes of the trouble others make, and a table of it
 #   make mutate   small changes of the relay, each of which its unit tests have to notice; hours (MUTATE_ARGS=dhcp: one source)
+#   make cross    the relay's unit tests for a 32-bit and for a big-endian processor (CROSS_ARGS=i686: one of them)
 #   make fuzz     the fuzzers, FUZZ_SECONDS each (60)
 #   make vm-test  tests on a kernel with 802.1Q devices, in a virtual machine
 #   make deb      the Debian package
@@ -29,7 +30,7 @@ SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.
 TMPFILES_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/tmpfiles.d,/etc/tmpfiles.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
-.PHONY: help run test check analyze coverage build bench mutate trouble fuzz vm-test deb install install-built install-users uninstall clean
+.PHONY: help run test check analyze coverage build bench cross mutate trouble fuzz vm-test deb install install-built install-users uninstall clean
 .NOTPARALLEL:
 
 help:
@@ -80,6 +81,10 @@ trouble:
 	@$(QUIET_CONFIGURE) --preset release -DRAVO_TESTS=ON >/dev/null
 	@cmake --build build --target ravod ravosh flood good_client
 	@RAVO_TROUBLE=full $(PYTHON) -B -m pytest -p no:cacheprovider -q tests/lab/trouble
+
+cross:
+	@packaging/dependencies build cross
+	@tests/cross/run $(CROSS_ARGS)
 
 mutate:
 	@packaging/dependencies build unit
@@ -160,4 +165,4 @@ install-built:
 	done
 
 clean:
-	rm -rf build build-mutate build-check build-coverage build-debug build-clang build-fuzz build-package lab-artifacts .pytest_cache
+	rm -rf build build-cross build-mutate build-check build-coverage build-debug build-clang build-fuzz build-package lab-artifacts .pytest_cache

@@ -174,3 +174,14 @@ def test_line_that_is_no_longer_true(tested):
 def test_folder_of_tests_that_is_no_room(tested):
     tested.write("tests/unit/elsewhere/x_test.cpp", "")
     assert tested.lint("namesakes") == (1, "tests/unit/elsewhere: no room of sources has this name\n")
+
+
+def test_long_test_file(tree):
+    def lint():
+        done = subprocess.run([LINT / "length", tree.root], capture_output=True, text=True)
+        return done.returncode, done.stdout
+
+    tree.write("tests/unit/log/log_test.cpp", "\n" * 450)
+    assert lint() == (0, "")
+    tree.write("tests/lab/test_log.py", "\n" * 451)
+    assert lint() == (1, "tests/lab/test_log.py:450: 451 lines, at most 450: split it by subject\n")

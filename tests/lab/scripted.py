@@ -10,6 +10,7 @@ import re
 import socket
 import threading
 
+import pytest
 from ravolab import craft
 from ravolab.decode import decode, decode_dhcp, option82, relayed_request
 
@@ -35,6 +36,16 @@ def transactions(relay):
              for xid, module, port in rows}
     assert text.endswith(f"Total Entries: {len(found)}\n")
     return found
+
+
+def discover(host, **fields):
+    """A message of the host, as bytes."""
+    return craft.message("DISCOVER", mac=host.mac, xid=fresh_xid(), **fields)
+
+
+def frame_of(host, message, **arguments):
+    """The frame in which the host broadcasts it."""
+    return craft.broadcast(message, host.mac, **arguments)
 
 
 class Stage:
@@ -140,6 +151,15 @@ class Stage:
         """Every reply the server sent before has been dealt with, and what of it passed is in the client's capture."""
         request = self.relayed(self.ask(host), server)
         self.delivered(self.answer(request, server=server), host)
+
+
+@pytest.fixture
+def stage(lab, relay):
+    """The usual stage, for the tests that import it: the relay on, option 82 inserted, one server."""
+    stage = Stage(lab, relay)
+    stage.configure()
+    yield stage
+    stage.close()
 
 
 class Steady:

@@ -9,20 +9,12 @@ from conftest import open_lab
 from ravolab import craft
 from ravolab.decode import decode_dhcp, mac_bytes
 from ravolab.process import wait_for
-from scripted import Stage, fresh_xid
+from scripted import fresh_xid, stage  # noqa: F401 (a fixture)
 
 
 @pytest.fixture(scope="module")
 def lab():
     yield from open_lab(name="bridge", servers=1)
-
-
-@pytest.fixture
-def stage(lab, relay):
-    stage = Stage(lab, relay)
-    stage.configure()
-    yield stage
-    stage.close()
 
 
 def outcomes(relay):

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -41,6 +42,15 @@ inline bytes hex(const std::string &text) {
         high = -1;
     }
     return result;
+}
+
+// Four bytes of a message as traces print them: as the number that this machine reads there. upper: %X, else %x.
+inline std::string traced_number(const std::string &text, bool upper = false) {
+    std::uint32_t number = 0;
+    std::memcpy(&number, hex(text).data(), sizeof number);
+    char out[16];
+    std::snprintf(out, sizeof out, upper ? "%X" : "%x", number);
+    return out;
 }
 
 inline std::string hex_row(const bytes &data, std::size_t from, std::size_t size) {

@@ -59,8 +59,9 @@ trace_lines check_lines(const std::string &last, int level = 101) {
 const trace_lines accepted = check_lines("op82_data is valide\n");
 const trace_lines bad_circuit = check_lines("option 82 circuit id content not matched, drop\n");
 const trace_lines bad_remote = check_lines("option 82 remote id content not matched, drop\n");
-const trace_lines no_transaction =
-    check_lines("Can't find option 82 circuit id DB for client 02:C1:1E:00:00:01,xid=D4C3B2A1 drop\n", 103);
+const trace_lines no_transaction = check_lines("Can't find option 82 circuit id DB for client 02:C1:1E:00:00:01,xid=" +
+                                                   packet::traced_number("A1B2C3D4", true) + " drop\n",
+                                               103);
 
 void remember() {
     packet::remember(packet::reply_message({}));
@@ -107,6 +108,26 @@ TEST_F(Check, EachByteOfTheRemoteIdIsCompared) {
 TEST_F(Check, ModuleAndPortAreCutToOneByte) {
     packet::remember(packet::reply_message({}), 0x102, 0xFFFFFF01);
     EXPECT_EQ(check(join({circuit_id({.module = 2, .port = 1}), remote_id({})})), (checked{1, accepted, {}, false}));
+}
+
+TEST_F(Check, BothBytesOfTheVlanAreCompared) {
+    for (const std::uint16_t vlan : std::vector<std::uint16_t>{3841, 3840, 1, 257, 1793, 3585}) {
+        remember();
+        const bytes content = join({circuit_id({.vlan = vlan}), remote_id({})});
+        EXPECT_EQ(check(content, {.vlan = 3841}).result, vlan == 3841 ? 1 : 0) << vlan;
+    }
+}
+
+TEST_F(Check, ClientWithoutATransactionIsNamedByItsWholeAddress) {
+    fake::forget();
+    message msg = packet::reply_message({type(2), opt(82, join({circuit_id({}), remote_id({})})), packet::end()});
+    msg.chaddr = hex("01 23 45 67 89 ab");
+    held_message held(encode(msg));
+    const iface relay = packet::record();
+    EXPECT_EQ(ravo_option_check_reply(&relay, held.first_option() + 5, held.data()), 0);
+    EXPECT_EQ(fake::traces(), check_lines("Can't find option 82 circuit id DB for client 01:23:45:67:89:AB,xid=" +
+                                              packet::traced_number("A1B2C3D4", true) + " drop\n",
+                                          103));
 }
 
 TEST_F(Check, ReplyWithACircuitIdOnlyPasses) {

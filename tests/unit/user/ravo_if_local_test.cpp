@@ -31,6 +31,7 @@ using words = std::vector<std::uint32_t>;
 
 constexpr pkt_origin origin = {100, packet::port_2_1};
 const words no_transaction = {};
+const std::string xid = packet::traced_number("A1B2C3D4", true);
 
 class Local : public packet::relay_test {};
 
@@ -64,15 +65,15 @@ TEST_F(Local, RequestIsStampedAndBroadcastFromItsInterface) {
 
 TEST_F(Local, TracesOfAWholeRequest) {
     relay_locally(request({type(1), packet::end()}));
-    const trace_lines expected =
-        packet::lines({{{101, "ravo_local_relay_handle_pkt (#): Update Xid DB with xid=D4C3B2A1,modid=2,port num=1\n"}},
-                       packet::dump_lines(packet::part_of(option82(), 2, 18)),
-                       {{101, "sendEtherFrame (#): interface=vlan100, face->if_maclen=6, sizeof 6\n"},
-                        {101, "===========msg ====================\n"},
-                        {101, "sendEtherFrame (#): raw_sock_fd=101, res 306"},
-                        {101, "interface=vlan100\n"},
-                        {101, "iface->if_ip 192.0.2.1\n"},
-                        {101, "iface->if_mac 00.00.5e.00.53.01, iface->if_maclen=6\n"}}});
+    const trace_lines expected = packet::lines(
+        {{{101, "ravo_local_relay_handle_pkt (#): Update Xid DB with xid=" + xid + ",modid=2,port num=1\n"}},
+         packet::dump_lines(packet::part_of(option82(), 2, 18)),
+         {{101, "sendEtherFrame (#): interface=vlan100, face->if_maclen=6, sizeof 6\n"},
+          {101, "===========msg ====================\n"},
+          {101, "sendEtherFrame (#): raw_sock_fd=101, res 306"},
+          {101, "interface=vlan100\n"},
+          {101, "iface->if_ip 192.0.2.1\n"},
+          {101, "iface->if_mac 00.00.5e.00.53.01, iface->if_maclen=6\n"}}});
     EXPECT_EQ(fake::traces(), expected);
 }
 
@@ -133,7 +134,8 @@ TEST_F(Local, TransactionThatCannotBeStoredDoesNotStopTheRequest) {
     expect_only_frame(rebroadcast(msg, {type(1), option82(), packet::end()}));
     EXPECT_EQ(fake::traces().front(), (fake::line{104,
                                                   "ravo_local_relay_handle_pkt (#): Failed to update Xid DB with "
-                                                  "xid=D4C3B2A1,modid=2,port num=1\n"}));
+                                                  "xid=" +
+                                                      xid + ",modid=2,port num=1\n"}));
 }
 
 // ---- What is left alone ----

@@ -34,6 +34,7 @@ using words = std::vector<std::uint32_t>;
 
 constexpr pkt_origin origin = packet::from_port_2_1;
 const std::string server = packet::server_1;
+const std::string relay_address = packet::traced_number("C0000201"), xid = packet::traced_number("A1B2C3D4", true);
 
 class Relay : public packet::relay_test {};
 
@@ -52,8 +53,8 @@ TEST_F(Relay, TracesOfAWholeRequest) {
         packet::lines({{{101, "ravo_if_handle_pkt (#): Rx interface=vlan100\n"},
                         {101, "ravo_if_handle_pkt (#):header verified passed\n"},
                         {101, "ravo_if_handle_pkt (#):agent_db.option_state 1\n"},
-                        {101, "header->giaddr == 0, my if_ip 10200c0 \n"},
-                        {101, "ravo_if_handle_pkt (#): Update Xid DB with xid=D4C3B2A1,modid=2,port num=1\n"}},
+                        {101, "header->giaddr == 0, my if_ip " + relay_address + " \n"},
+                        {101, "ravo_if_handle_pkt (#): Update Xid DB with xid=" + xid + ",modid=2,port num=1\n"}},
                        packet::dump_lines(behind),
                        {{101, "ravo_if_handle_pkt (#): header->op=1\n"},
                         {101, "ravo_if_send_server_Unicast (#): interface=vlan100, number of configured server=1\n"},
@@ -76,7 +77,7 @@ TEST_F(Relay, TracesOfAWholeReply) {
                                   {101, "ravo_if_handle_pkt (#):header verified passed\n"},
                                   {101, "ravo_find_agent_option (#): found rcv pkt with 82opt [0] 1 [1] 6  \n"},
                                   {101, "ravo_if_handle_pkt (#):agent_db.option_state 1\n"},
-                                  {101, "header->giaddr == 10200c0, my if_ip 10200c0 \n"},
+                                  {101, "header->giaddr == " + relay_address + ", my if_ip " + relay_address + " \n"},
                                   {101, "ravo_option_check_reply (#): rx_if=vlan100\n"},
                                   {101, "ravo_option_check_reply (#): op82_data is valide\n"},
                                   {101, "ravo_if_handle_pkt (#): header->op=2\n"},
@@ -337,7 +338,7 @@ TEST_F(Relay, TransactionThatCannotBeStoredDoesNotStopTheRequest) {
     EXPECT_EQ(packet::transaction(msg), no_transaction);
     EXPECT_THAT(fake::traces(),
                 testing::Contains(fake::line{
-                    104, "ravo_if_handle_pkt (#): Failed to update Xid DB with xid=D4C3B2A1,modid=2,port num=1\n"}));
+                    104, "ravo_if_handle_pkt (#): Failed to update Xid DB with xid=" + xid + ",modid=2,port num=1\n"}));
     expect_outcomes({OUTCOME_RELAYED});
 }
 
