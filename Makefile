@@ -140,7 +140,7 @@ uninstall:
 install-built:
 	@DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)" --strip $(if $(COMPONENT),--component $(COMPONENT))
 	@set -e; put() { echo "-- Installing: $(DESTDIR)$$2"; install -D -m 644 "$$1" "$(DESTDIR)$$2"; }; \
-	for unit in packaging/*.service; do \
+	for unit in packaging/*.service packaging/*.socket; do \
 	    test -f "$$unit" || continue; \
 	    to="$(UNIT_DIR)/$${unit##*/}"; \
 	    put "$$unit" "$$to"; \

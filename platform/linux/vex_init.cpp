@@ -38,6 +38,8 @@
 #include "confinement/confinement.h"
 #include "confinement/daemon_user.h"
 #include "confinement/trusted_file.h"
+#include "gate/gate.h"
+#include "gate/gate_objects.h"
 #include "interfaces/nsm_feed.h"
 #include "inventory/inventory.h"
 #include "inventory/switch_description.h"
@@ -177,6 +179,16 @@ int check_files(const platform::frame_options &options) {
     return faults.empty() && bad_lines == 0 ? 0 : 1;
 }
 
+// ---- --lend-gate ----
+
+// What was asked is answered, also when that is a refusal, which the asker tells.
+int lend_gate() {
+    unsetenv("NOTIFY_SOCKET");
+    const std::string fault = platform::gate_lend(STDIN_FILENO);
+    if (!fault.empty()) tell("ravod: " + fault);
+    return fault.empty() ? 0 : 1;
+}
+
 // ---- Start ----
 
 void check_capabilities() {
@@ -190,6 +202,7 @@ void answer_and_leave(const platform::frame_options &options) {
     if (options.version && !options.help) std::puts("ravod " RAVO_VERSION);
     if (options.help || options.version) std::exit(0);
     if (options.check) std::exit(check_files(options));
+    if (options.lend_gate) std::exit(lend_gate());
 }
 
 // Before a file is opened, so that none has to be given to the user afterwards. Returns what there is to say of it.
@@ -267,6 +280,7 @@ void open_inventory(const platform::frame_options &options) {
     platform::trap_remove_stale();
     give_up_rights(options, description);
     platform::nsm_follow_inventory();
+    platform::gate_set_lender(options.gate_socket);
     platform::channel_know_relay(platform::relay_data());
     describe(description);
     remember_ports();

@@ -1,12 +1,18 @@
 # SPDX-License-Identifier: Apache-2.0
 """What a port may send, kept by the kernel or, where that refuses, by the relay: same counts, same words."""
 
+import contextlib
 import json
 import re
+import shutil
 import signal
+import socket
+import subprocess
+import threading
 
 import pytest
 from conftest import open_lab
+from ravolab.relay import BUILD, USER
 from scripted import Stage
 
 WITHOUT_PROGRAMS = ["setpriv", "--bounding-set=-bpf,-sys_admin,-perfmon"]
@@ -18,9 +24,37 @@ def lab():
     yield from open_lab(name="limits", servers=1)
 
 
-@pytest.fixture(params=["kernel", "daemon"])
-def stage(lab, request):
-    relay = lab.start_relay(switch_toml=LIMITED, wrapper=[] if request.param == "kernel" else WITHOUT_PROGRAMS)
+@contextlib.contextmanager
+def lender(path):
+    """Who lends the kernel's part at this socket, as an init system starts it: for each asker one, at standard input."""
+    listener = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+    listener.bind(str(path))
+    shutil.chown(path, USER)
+    listener.listen()
+
+    def serve():
+        while True:
+            try:
+                asker, _ = listener.accept()
+            except OSError:
+                return
+            with asker:
+                subprocess.run([BUILD / "ravod", "--lend-gate"], stdin=asker, check=True, timeout=30)
+
+    thread = threading.Thread(target=serve)
+    thread.start()
+    try:
+        yield
+    finally:
+        listener.shutdown(socket.SHUT_RDWR)
+        thread.join()
+        listener.close()
+
+
+@contextlib.contextmanager
+def staged(lab, *, wrapper, gate, refused):
+    """A relay with limits; refused: what it says of the kernel's part."""
+    relay = lab.start_relay(switch_toml=LIMITED, wrapper=wrapper, options=["--gate", gate])
     stage = Stage(lab, relay)
     stage.configure()
     yield stage
@@ -28,8 +62,22 @@ def stage(lab, request):
     status = relay.stop()
     lab.relays.remove(relay)
     assert status == 0, relay.log[-3000:]
-    told = re.findall("^the kernel refuses the program.*$", relay.log, re.M)
-    assert len(told) == (request.param == "daemon")
+    told = re.findall("^.*the kernel refuses the program that limits what ports may send: (.*); the relay holds them to the "
+                      "limits itself$", relay.log, re.M)
+    assert told == refused
+    assert "forbidden system call" not in relay.log
+
+
+@pytest.fixture(params=["kernel", "lent", "daemon"])
+def stage(lab, request):
+    """Loaded by the daemon itself, lent to it, or not in the kernel at all."""
+    folder = lab.fresh_folder("gate")
+    folder.chmod(0o755)
+    wrapper = [] if request.param == "kernel" else WITHOUT_PROGRAMS
+    with lender(folder / "gate") if request.param == "lent" else contextlib.nullcontext():
+        refused = ["Operation not permitted"] if request.param == "daemon" else []
+        with staged(lab, wrapper=wrapper, gate=folder / "gate", refused=refused) as stage:
+            yield stage
 
 
 def counts(relay, what=""):
@@ -64,3 +112,31 @@ def test_other_limits_hold_at_once(stage):
     for _ in range(10):
         stage.fence(host)
     assert counts(stage.relay)["total"]["outcomes"]["port-limit"] == 0
+
+
+def test_lent_anew_each_time_relaying_is_switched_on(lab):
+    """Nothing is left of the program that was lent before: neither its counts nor its devices."""
+    folder = lab.fresh_folder("gate")
+    folder.chmod(0o755)
+    with lender(folder / "gate"), staged(lab, wrapper=WITHOUT_PROGRAMS, gate=folder / "gate", refused=[]) as stage:
+        host = lab.client(1)
+        for _ in range(2):
+            for _ in range(3):
+                stage.relayed(stage.ask(host))
+            stage.relay.configure("no ip dhcp relay")
+            stage.relay.configure("ip dhcp relay")
+        assert counts(stage.relay)["total"]["outcomes"]["port-limit"] == 0
+
+
+def test_lender_that_is_not_roots_is_not_asked(lab):
+    folder = lab.fresh_folder("gate")
+    folder.chmod(0o755)
+    program = ("import socket, sys; s = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET); s.bind(sys.argv[1]); s.listen(); "
+               "print(flush=True); sys.stdin.read()")
+    shutil.chown(folder, USER)
+    with subprocess.Popen(["setpriv", "--reuid", USER, "/usr/bin/python3", "-c", program, folder / "gate"],
+                          stdin=subprocess.PIPE, stdout=subprocess.PIPE) as hostile:
+        assert hostile.stdout.readline() == b"\n"
+        with staged(lab, wrapper=WITHOUT_PROGRAMS, gate=folder / "gate", refused=[f"{folder}/gate is not root's"]) as stage:
+            stage.fence(lab.client(1))
+        hostile.stdin.close()

@@ -26,18 +26,18 @@
 #define LENT_PER_FREE_TO_REPLIES 16
 #define UDP_HEADER 8
 #define BOOTREPLY 2 /* RFC 2131 section 2: op */
-#define ATTEMPTS 8 /* to charge a message while other processors charge the same port */
+#define ATTEMPTS 8  /* to charge a message while other processors charge the same port */
 #define VLAN_BITS 0x0FFF
 #define FRAGMENT_OFFSET 0x1FFF /* RFC 791 section 3.1 */
 
 char gate_license[] SEC("license") = "Apache-2.0";
 
 struct {
-    __uint(type, BPF_MAP_TYPE_HASH);
-    __uint(max_entries, GATE_PORTS);
-    __uint(map_flags, BPF_F_NO_PREALLOC);
-    __type(key, __u32);   /* the kernel's device number */
-    __type(value, __u32); /* place among the ports */
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(max_entries, GATE_DEVICE_BUCKETS);
+    __uint(map_flags, BPF_F_MMAPABLE);
+    __type(key, __u32);
+    __type(value, struct gate_devices);
 } devices SEC(".maps");
 
 struct {
@@ -57,11 +57,11 @@ struct {
 } queue SEC(".maps");
 
 struct {
-    __uint(type, BPF_MAP_TYPE_HASH);
-    __uint(max_entries, GATE_TAGGED_COUNTS);
-    __uint(map_flags, BPF_F_NO_PREALLOC);
-    __type(key, struct gate_tag);
-    __type(value, __u64);
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(max_entries, GATE_TAG_COUNTS);
+    __uint(map_flags, BPF_F_MMAPABLE);
+    __type(key, __u32);
+    __type(value, struct gate_tag_count);
 } limited_by_tag SEC(".maps");
 
 static __always_inline void count(__u64 *counter) {
@@ -81,8 +81,8 @@ struct headers {
     __u8 rest[10];
 } __attribute__((packed));
 
-/* Returns where the UDP header of a frame stands that the relay can want, 0 for others. *inner: the VLAN tag that stands
- * inside the frame, -1 for none. */
+/* Returns where the UDP header of a frame stands that the relay can want, 0 for others. *inner: the VLAN tag that
+ * stands inside the frame, -1 for none. */
 static __always_inline __u32 find_dhcp(struct __sk_buff *skb, int *inner) {
     struct headers h;
     __u32 at = ETH_ALEN * 2;
@@ -126,20 +126,57 @@ static __always_inline int is_within_limit(struct gate_port *port) {
     return 1;
 }
 
+/* Loops are unrolled: kernels before 6.4 lose count of them. */
+
+/* The counter of a tag, a free one when it has none yet. NULL when all are taken. */
+static __always_inline __u64 *counter_of(__u64 tag, __u32 first) {
+#pragma unroll
+    for (__u32 i = 0; i < GATE_TAG_SLOTS; ++i) {
+        __u32 at = first + i;
+        struct gate_tag_count *slot = bpf_map_lookup_elem(&limited_by_tag, &at);
+        if (slot && slot->tag == tag) return &slot->count;
+    }
+#pragma unroll
+    for (__u32 i = 0; i < GATE_TAG_SLOTS; ++i) {
+        __u32 at = first + i;
+        struct gate_tag_count *slot = bpf_map_lookup_elem(&limited_by_tag, &at);
+        if (!slot) continue;
+        __u64 seen = __sync_val_compare_and_swap(&slot->tag, 0, tag);
+        if (seen == 0 || seen == tag) return &slot->count;
+    }
+    return 0;
+}
+
+/* Counts that may count nothing: which of them does is no branch, as pointers that a branch chose may not be moved. */
+static __always_inline void count_if(__u64 *counter, __u64 one) {
+    __sync_fetch_and_add(counter, one);
+}
+
 static __always_inline void count_limited(struct gate_port *port, __u32 place, __u32 vlan) {
-    if (vlan == 0) {
-        count(&port->limited);
-        return;
+    __u64 tagged = vlan != 0;
+    __u64 *counter = tagged ? counter_of((__u64)place << 32 | vlan, gate_tag_row(place, vlan)) : 0;
+    if (counter) count(counter);
+    count_if(&port->limited, !tagged);
+    count_if(&port->limited_tagged, tagged);
+    count_if(&port->limited_uncounted, tagged && !counter);
+}
+
+/* The place of a device among the ports. Returns 0 when it is not listened on. */
+static __always_inline int find_place(__u32 device, __u32 *place) {
+#pragma unroll
+    for (__u32 probe = 0; probe < GATE_DEVICE_PROBES; ++probe) {
+        __u32 at = (device + probe) % GATE_DEVICE_BUCKETS;
+        struct gate_devices *bucket = bpf_map_lookup_elem(&devices, &at);
+        if (!bucket) return 0;
+#pragma unroll
+        for (int i = 0; i < GATE_DEVICE_SLOTS; ++i) {
+            __u64 slot = *(volatile __u64 *)&bucket->slots[i];
+            if (slot >> 32 != device) continue;
+            *place = (__u32)slot;
+            return 1;
+        }
     }
-    struct gate_tag tag = {.port = place, .vlan = vlan};
-    __u64 *counter = bpf_map_lookup_elem(&limited_by_tag, &tag);
-    if (!counter) {
-        __u64 none = 0;
-        bpf_map_update_elem(&limited_by_tag, &tag, &none, BPF_NOEXIST);
-        counter = bpf_map_lookup_elem(&limited_by_tag, &tag);
-    }
-    count(counter ? counter : &port->limited_uncounted);
-    count(&port->limited_tagged);
+    return 0;
 }
 
 static __always_inline int is_reply(struct __sk_buff *skb, __u32 udp) {
@@ -167,15 +204,14 @@ int gate(struct __sk_buff *skb) {
     int inner;
     __u32 udp = find_dhcp(skb, &inner);
     if (udp == 0) return 0;
-    __u32 device = skb->ifindex;
-    __u32 *place = bpf_map_lookup_elem(&devices, &device);
-    if (!place) return 0;
+    __u32 place;
+    if (!find_place(skb->ifindex, &place)) return 0;
     __u32 zero = 0;
-    struct gate_port *port = bpf_map_lookup_elem(&ports, place);
+    struct gate_port *port = bpf_map_lookup_elem(&ports, &place);
     struct gate_queue *q = bpf_map_lookup_elem(&queue, &zero);
     if (!port || !q) return 0;
     if (!is_within_limit(port)) {
-        count_limited(port, *place, vlan_of(skb, inner));
+        count_limited(port, place, vlan_of(skb, inner));
         return 0;
     }
     return has_room(skb, udp, port, q) ? GATE_WHOLE_FRAME : 0;

@@ -1,22 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // The program's counts stand in memory that it shares with the daemon, mapped page by page as devices come, so that
-// taking a message out of the queue costs two stores and no system call. Outside the kernel the same records are the
+// taking a message out of the queue costs two stores and no system call; no look at the program's maps takes a system
+// call, and so none takes a right. Outside the kernel the same records are the
 // daemon's own, and the same rule is applied to them (admit).
 
 #include "gate/gate.h"
 
-#include <bpf/bpf.h>
-#include <bpf/libbpf.h>
-#include <fcntl.h>
-#include <gate.skel.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 
+#include "gate/gate_objects.h"
 #include "gate/socket_filter.h"
 
 namespace ravo::platform {
@@ -24,14 +21,8 @@ namespace {
 
 constexpr std::uint64_t second = 1'000'000'000;  // in nanoseconds
 
-struct object_close {
-    void operator()(bpf_object *o) const { bpf_object__close(o); }
-};
-using object_ptr = std::unique_ptr<bpf_object, object_close>;
-
-int say_nothing(enum libbpf_print_level /*level*/, const char * /*format*/, va_list /*arguments*/) {
-    return 0;
-}
+std::string lender;
+descriptor asked;  // the lender, for the gate to come
 
 std::size_t page_size() {
     static const auto size = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
@@ -51,48 +42,55 @@ std::uint64_t load_word(const __u64 &word) {
     return __atomic_load_n(&word, __ATOMIC_RELAXED);
 }
 
-// The program and its maps, in the kernel. NULL and errno when it refuses them.
-object_ptr load_object() {
-    std::size_t size = 0;
-    const void *elf = gate_program::elf_bytes(&size);
-    ::libbpf_set_print(say_nothing);
-    object_ptr object(bpf_object__open_mem(elf, size, nullptr));
-    if (object != nullptr && bpf_object__load(object.get()) != 0) object.reset();
-    return object;
+std::uint64_t word_of(std::uint32_t high, std::uint32_t low) {
+    return std::uint64_t{high} << 32 | low;
 }
-
-int map_fd(const bpf_object *object, const char *name) {
-    return bpf_object__find_map_fd_by_name(object, name);
-}
-
-descriptor keep_map(const bpf_object *object, const char *name) {
-    return descriptor(::fcntl(map_fd(object, name), F_DUPFD_CLOEXEC, 0));
+std::uint32_t high_half(std::uint64_t word) {
+    return static_cast<std::uint32_t>(word >> 32);
 }
 
 }  // namespace
 
 // ---- Setting up ----
 
-// The socket keeps the program, and the program its maps; what is held here are the maps.
-bool gate::load(int fd) {
-    const object_ptr object = load_object();
-    if (object == nullptr) return false;
-    const int program = bpf_program__fd(bpf_object__find_program_by_name(object.get(), "gate"));
-    if (::setsockopt(fd, SOL_SOCKET, SO_ATTACH_BPF, &program, sizeof program) != 0) return false;
-    descriptor devices = keep_map(object.get(), "devices");
-    ports_ = keep_map(object.get(), "ports");
-    limited_by_tag_ = keep_map(object.get(), "limited_by_tag");
-    queue_ = mapping(map_fd(object.get(), "queue"), page_size());
-    if (!devices || !ports_ || !limited_by_tag_ || !queue_) return false;
+void gate_set_lender(const std::string &path) {
+    lender = path;
+    std::string refusal;  // is told when a gate is wanted and asks again
+    asked = gate_may_load() ? descriptor() : gate_ask(lender, &refusal);
+}
+
+// What it may load itself, else what it is lent.
+gate_objects gate::find_objects() {
+    gate_objects own = gate_load();
+    if (own) return own;
+    const int refused = errno;
+    if (!asked) asked = gate_ask(lender, &refusal_);
+    gate_objects lent = gate_take(std::exchange(asked, {}), &refusal_);
+    if (!lent && refusal_.empty()) refusal_ = std::strerror(refused);
+    return lent;
+}
+
+// The socket keeps the program, and the program its maps.
+bool gate::enter_kernel(int fd) {
+    gate_objects objects = find_objects();
+    if (!objects) return false;
+    const int program = objects.program.get();
+    mapping devices(objects.devices.get(), sizeof(gate_devices) * GATE_DEVICE_BUCKETS);
+    mapping tags(objects.limited_by_tag.get(), sizeof(gate_tag_count) * GATE_TAG_COUNTS);
+    mapping queue(objects.queue.get(), page_size());
+    if (!devices || !tags || !queue || ::setsockopt(fd, SOL_SOCKET, SO_ATTACH_BPF, &program, sizeof program) != 0) {
+        refusal_ = std::strerror(errno);
+        return false;
+    }
+    ports_ = std::move(objects.ports);
+    limited_by_tag_ = std::move(tags);
+    queue_ = std::move(queue);
     devices_ = std::move(devices);
     return true;
 }
 
 int gate::attach(int fd) {
-    if (load(fd)) return 0;
-    refusal_ = std::strerror(errno);
-    ports_.reset();
-    limited_by_tag_.reset();
+    if (enter_kernel(fd)) return 0;
     queue_ = mapping(-1, page_size());
     if (!queue_ || socket_take_dhcp(fd) != 0) return errno;
     return 0;
@@ -114,33 +112,50 @@ bool gate::map_place(std::size_t place) {
 }
 
 std::size_t gate::give_place() {
-    const auto free = std::find(used_.begin(), used_.end(), false);
-    const auto place = static_cast<std::size_t>(free - used_.begin());
+    const std::size_t place = freed_.empty() ? used_.size() : freed_.back();
     if (place == GATE_PORTS) errno = ENOSPC;
     if (place == GATE_PORTS || !map_place(place)) return no_place;
     *record(place) = {};
-    if (free == used_.end())
-        used_.push_back(true);
+    if (freed_.empty())
+        used_.push_back(false);
     else
-        *free = true;
+        freed_.pop_back();
+    used_[place] = true;
     return place;
+}
+
+// The word in which a device stands, or a free one for it; NULL when there is none.
+__u64 *gate::device_slot(std::uint32_t device) const {
+    auto *table = static_cast<gate_devices *>(devices_.get());
+    __u64 *free = nullptr;
+    for (std::uint32_t probe = 0; probe < GATE_DEVICE_PROBES; ++probe) {
+        for (__u64 &slot : table[(device + probe) % GATE_DEVICE_BUCKETS].slots) {
+            if (high_half(slot) == device) return &slot;
+            if (slot == 0 && free == nullptr) free = &slot;
+        }
+    }
+    return free;
 }
 
 int gate::let_in(int kernel_ifindex, std::size_t place) {
     if (!in_kernel()) return 0;
     const auto device = static_cast<std::uint32_t>(kernel_ifindex);
-    const auto value = static_cast<std::uint32_t>(place);
-    return bpf_map_update_elem(devices_.get(), &device, &value, BPF_ANY) == 0 ? 0 : errno;
+    __u64 *slot = device_slot(device);
+    if (slot == nullptr) return ENOSPC;
+    store(*slot, word_of(device, static_cast<std::uint32_t>(place)));
+    return 0;
 }
 
 void gate::shut_out(int kernel_ifindex) {
-    const auto device = static_cast<std::uint32_t>(kernel_ifindex);
-    if (in_kernel()) (void)bpf_map_delete_elem(devices_.get(), &device);  // it may not have been let in
+    if (!in_kernel()) return;
+    __u64 *slot = device_slot(static_cast<std::uint32_t>(kernel_ifindex));
+    if (slot != nullptr) store(*slot, 0);  // a free one, when it was not let in
 }
 
 void gate::free_place(std::size_t place) {
     forget_tags(place);
     used_[place] = false;
+    freed_.push_back(place);
 }
 
 void gate::set_rate(std::size_t place, const port_rate &rate) {
@@ -188,25 +203,27 @@ bool gate::admit(std::size_t place, std::uint32_t vlan, std::uint64_t now) {
     return false;
 }
 
+// Processors that count a tag's first messages at once may each have taken a count for it.
 void gate::each_limited_tag(const tag_visitor &visit) const {
-    for (const auto &[tag, count] : own_limited_tags_) visit({.port = tag.first, .vlan = tag.second}, count);
-    if (!in_kernel()) return;
-    gate_tag tag;
-    for (const gate_tag *before = nullptr; bpf_map_get_next_key(limited_by_tag_.get(), before, &tag) == 0;
-         before = &tag) {
-        std::uint64_t count = 0;
-        if (bpf_map_lookup_elem(limited_by_tag_.get(), &tag, &count) == 0) visit(tag, count);
+    std::map<std::uint64_t, std::uint64_t> sums;
+    for (const auto &[tag, count] : own_limited_tags_) sums[word_of(tag.first, tag.second)] += count;
+    for (std::size_t i = 0; in_kernel() && i < GATE_TAG_COUNTS; ++i) {
+        const std::uint64_t tag = load_word(kernel_tags()[i].tag);
+        if (tag != 0) sums[tag] += load_word(kernel_tags()[i].count);
     }
+    for (const auto &[tag, count] : sums)
+        visit({.port = high_half(tag), .vlan = static_cast<std::uint32_t>(tag)}, count);
 }
 
 void gate::forget_tags(std::size_t place) {
-    std::vector<gate_tag> of_place;
-    each_limited_tag([&](const gate_tag &tag, std::uint64_t) {
-        if (tag.port == place) of_place.push_back(tag);
-    });
-    for (const gate_tag &tag : of_place) {
-        own_limited_tags_.erase({tag.port, tag.vlan});
-        if (in_kernel()) (void)bpf_map_delete_elem(limited_by_tag_.get(), &tag);  // it was there
+    const auto port = static_cast<std::uint32_t>(place);
+    own_limited_tags_.erase(own_limited_tags_.lower_bound({port, 0}), own_limited_tags_.lower_bound({port + 1, 0}));
+    for (std::size_t i = 0; in_kernel() && i < GATE_TAG_COUNTS; ++i) {
+        gate_tag_count &slot = kernel_tags()[i];
+        const std::uint64_t tag = load_word(slot.tag);
+        if (tag == 0 || high_half(tag) != port) continue;
+        store(slot.count, 0);
+        __atomic_store_n(&slot.tag, 0, __ATOMIC_RELEASE);
     }
 }
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The gate in front of the relay's queue: which frames are let in, from which devices, and how many.
 //
-// In the kernel it is a program (gate.bpf.c) that every frame of every device passes. Where the kernel refuses such a
-// program a plain filter lets in what the relay can want from any device, and the daemon holds what it reads against
-// the same limits.
+// In the kernel it is a program (gate.bpf.c) that every frame of every device passes; a daemon that may not load such a
+// program is lent one (gate_objects.h). Where the kernel refuses it a plain filter lets in what the relay can want from
+// any device, and the daemon holds what it reads against the same limits.
 #ifndef PLATFORM_LINUX_GATE_GATE_H
 #define PLATFORM_LINUX_GATE_GATE_H
 
@@ -20,6 +20,12 @@
 #include "gate/gate_records.h"
 
 namespace ravo::platform {
+
+struct gate_objects;
+
+// Says where a gate asks for its program when it may not load it itself: the path of a socket (gate_objects.h). Empty,
+// as at first: nowhere. For the first gate it is asked at once, as the lender may have to be started.
+void gate_set_lender(const std::string &path);
 
 // What a port may send.
 struct port_rate {
@@ -72,19 +78,23 @@ class gate {
   private:
     gate_port *record(std::size_t place) const;
     gate_queue *queue() const { return static_cast<gate_queue *>(queue_.get()); }
-    bool load(int fd);
+    gate_tag_count *kernel_tags() const { return static_cast<gate_tag_count *>(limited_by_tag_.get()); }
+    __u64 *device_slot(std::uint32_t device) const;
+    gate_objects find_objects();
+    bool enter_kernel(int fd);
     bool map_place(std::size_t place);
     void forget_tags(std::size_t place);
 
-    // Of the program; closed outside the kernel.
-    descriptor devices_;
+    // Of the program; none outside the kernel.
+    mapping devices_;
     descriptor ports_;
-    descriptor limited_by_tag_;
+    mapping limited_by_tag_;
     std::string refusal_;
 
     mapping queue_;
     std::vector<mapping> pages_;                                                         // of records, in their order
     std::vector<bool> used_;                                                             // which places are
+    std::vector<std::size_t> freed_;                                                     // places that were
     std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint64_t> own_limited_tags_;  // outside the kernel
 };
 

@@ -55,6 +55,10 @@ std::string set_management(frame_options &out, std::string_view value) {
     return set_file(value, out.management_socket);
 }
 
+std::string set_gate(frame_options &out, std::string_view value) {
+    return set_file(value, out.gate_socket);
+}
+
 std::string set_state(frame_options &out, std::string_view value) {
     return set_file(value, out.state_folder);
 }
@@ -89,6 +93,11 @@ std::string set_check(frame_options &out, std::string_view /*value*/) {
     return {};
 }
 
+std::string set_lend_gate(frame_options &out, std::string_view /*value*/) {
+    out.lend_gate = true;
+    return {};
+}
+
 std::string set_version(frame_options &out, std::string_view /*value*/) {
     out.version = true;
     return {};
@@ -110,12 +119,14 @@ constexpr option_row option_rows[] = {
     {"--switch", "FILE", set_switch, "switch description (/etc/ravo/switch.toml, which may be missing)"},
     {"--startup-config", "FILE", set_startup_config, "commands to start with (/etc/ravo/startup-config)"},
     {"--management", "SOCKET", set_management, "where ravosh finds the daemon (/run/ravo/ravod.sock)"},
+    {"--gate", "SOCKET", set_gate, "who lends the kernel's part of the limits to it (/run/ravo-gate.sock)"},
     {"--state", "DIR", set_state, "where ports' numbers and saved versions are remembered ($STATE_DIRECTORY)"},
     {"--user", "USER", set_user, "user to run as when root starts it (ravo; root: stay root)"},
     {"--log-level", "LEVEL", set_log_level, "error, warning (the default) or trace"},
     {"--log-to", "TARGET", set_log_to, "stderr (the default), syslog or a file"},
     {"--memory-budget", "BYTES", set_memory_budget, "most memory for the relay's records (134217728; 0: no limit)"},
     {"--check", "", set_check, "check switch description and startup configuration, then exit 0 or 1"},
+    {"--lend-gate", "", set_lend_gate, "lend that part to who is at the socket of standard input, and exit"},
     {"--version", "", set_version, "print the version and exit"},
     {"--help", "", set_help, "print this help and exit; -h too"},
 };

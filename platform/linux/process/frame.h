@@ -19,11 +19,13 @@ struct frame_options {
     std::string management_socket = "/run/ravo/ravod.sock";
     std::string user = "ravo";  // as whom it runs when root starts it
     bool user_given = false;
+    std::string gate_socket = "/run/ravo-gate.sock";
     std::string state_folder;  // empty: as the init system says
     int log_threshold = 103;
     std::string log_target = "stderr";
     std::size_t memory_budget = 128u << 20;  // bytes for the relay's records, 0: no limit
     bool check = false;
+    bool lend_gate = false;
     bool version = false;
     bool help = false;
 };

@@ -50,7 +50,15 @@ TEST(FrameOptions, WithoutAnyAreTheDefaults) {
     EXPECT_EQ(options.log_threshold, ravo::platform::log_level_warning);
     EXPECT_EQ(options.log_target, "stderr");
     EXPECT_EQ(options.memory_budget, 128U << 20);
-    EXPECT_FALSE(options.check || options.version || options.help);
+    EXPECT_EQ(options.gate_socket, "/run/ravo-gate.sock");
+    EXPECT_FALSE(options.check || options.lend_gate || options.version || options.help);
+}
+
+TEST(FrameOptions, TheGateIsLentAndAskedFor) {
+    EXPECT_TRUE(parsed({"--lend-gate"}).lend_gate);
+    EXPECT_EQ(parsed({"--gate", "/tmp/gate"}).gate_socket, "/tmp/gate");
+    EXPECT_EQ(refused({"--gate="}), "option --gate: must not be empty; see ravod --help");
+    EXPECT_EQ(refused({"--lend-gate=yes"}), "option --lend-gate takes no value; see ravod --help");
 }
 
 void expect_all_read(const frame_options &options) {
@@ -110,8 +118,9 @@ TEST(FrameOptions, WrongValuesAreNamed) {
 
 TEST(FrameOptions, HelpNamesEachOption) {
     const std::string help = ravo::platform::frame_help();
-    for (const char *option : {"--switch FILE", "--startup-config FILE", "--management SOCKET", "--log-level LEVEL",
-                               "--log-to TARGET", "--memory-budget BYTES", "--check", "--version", "--help"})
+    for (const char *option :
+         {"--switch FILE", "--startup-config FILE", "--management SOCKET", "--log-level LEVEL", "--log-to TARGET",
+          "--memory-budget BYTES", "--gate SOCKET", "--lend-gate", "--check", "--version", "--help"})
         EXPECT_THAT(help, HasSubstr(std::string("\n  ") + option + " "));
 }
 

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// The gate's program and its maps in the kernel, and how a daemon without the right to load them comes by them.
+//
+//   whoever may load programs                         the daemon
+//                                              <----    gate_ask
+//     gate_lend: loads, sends the descriptors  ---->    gate_take
+//
+// Each asker gets a program and maps of its own, fresh; they go when its last descriptor and its socket do, so nothing
+// is left lying about for the next.
+#ifndef PLATFORM_LINUX_GATE_GATE_OBJECTS_H
+#define PLATFORM_LINUX_GATE_GATE_OBJECTS_H
+
+#include <string>
+
+#include "base/owners.h"
+
+namespace ravo::platform {
+
+// Whole or empty.
+struct gate_objects {
+    descriptor program;
+    descriptor devices;
+    descriptor ports;
+    descriptor limited_by_tag;
+    descriptor queue;
+
+    explicit operator bool() const { return static_cast<bool>(program); }
+};
+
+// Tells whether the process has the right to load programs.
+bool gate_may_load();
+
+// Loads them. Empty and errno when the kernel refuses that.
+gate_objects gate_load();
+
+// Asks the lender that listens at this path and waits for nothing. None when nobody can be asked or it is not root's;
+// *refusal then says why, and stays empty when there is no lender at all.
+descriptor gate_ask(const std::string &path, std::string *refusal);
+
+// Takes what was asked for, as long as that takes but at most a few seconds. Empty when it is refused; *refusal then
+// says why.
+gate_objects gate_take(const descriptor &lender, std::string *refusal);
+
+// Answers who is at the other end of a socket: loads a program with its maps and sends them, or why the kernel refuses
+// them. Returns an empty string when it has answered, else why it could not.
+std::string gate_lend(int fd);
+
+}  // namespace ravo::platform
+
+#endif
