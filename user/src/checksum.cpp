@@ -25,17 +25,21 @@ std::uint16_t folded(std::uint64_t sum) {
 std::uint16_t checksumAdd(const void *data, std::size_t length, std::uint32_t initial) {
     const auto *bytes = static_cast<const std::uint8_t *>(data);
     std::uint64_t sum = 0;
-    std::uint64_t carries = 0;
-    for (; length >= sizeof sum; bytes += sizeof sum, length -= sizeof sum) {
-        std::uint64_t word;
-        std::memcpy(&word, bytes, sizeof word);
+    const auto add = [&sum](const std::uint8_t *from, std::size_t size) {
+        std::uint64_t word = 0;  // an odd last byte is followed by a zero
+        std::memcpy(&word, from, size);
         sum += word;
-        carries += sum < word ? 1 : 0;
+        sum += sum < word ? 1 : 0;
+    };
+    for (; length >= 32; bytes += 32, length -= 32) {
+        add(bytes, 8);
+        add(bytes + 8, 8);
+        add(bytes + 16, 8);
+        add(bytes + 24, 8);
     }
-    std::uint64_t rest = 0;  // an odd last byte is followed by a zero
-    if (length > 0) std::memcpy(&rest, bytes, length);
-    const std::uint16_t native = folded(std::uint64_t{folded(sum)} + folded(rest) + carries);
-    return folded(std::uint64_t{htons(native)} + initial);
+    for (; length >= 8; bytes += 8, length -= 8) add(bytes, 8);
+    if (length > 0) add(bytes, length);
+    return folded(std::uint64_t{htons(folded(sum))} + initial);
 }
 
 void ipChecksum(std::uint8_t *ip_header) {

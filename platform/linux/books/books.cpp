@@ -86,35 +86,36 @@ void keep_option82(std::span<const std::uint8_t> data, book_entry &entry) {
 
 // Takes message type and option 82 out of the options: of several the first, as the relay does. A chain that breaks off
 // tells what it told until there.
-void read_options(std::span<const std::uint8_t> message, book_entry &entry) {
+void read_options(const std::uint8_t *at, const std::uint8_t *end, book_entry &entry) {
     bool has_type = false;
-    identifier = 0;
-    for (std::size_t at = dhcp_fixed; at < message.size() && message[at] != option_end;) {
-        if (message[at] == option_pad) {
+    while (at < end && *at != option_end) {
+        if (*at == option_pad) {
             ++at;
             continue;
         }
-        if (at + 2 > message.size()) return;
-        const std::size_t size = message[at + 1];
-        if (at + 2 + size > message.size()) return;
-        if (message[at] == option_type && size >= 1 && !std::exchange(has_type, true)) entry.type = message[at + 2];
-        if (message[at] == option_server && size == sizeof identifier)
-            std::memcpy(&identifier, &message[at + 2], sizeof identifier);
-        if (message[at] == option_agent && !entry.has_option82) keep_option82(message.subspan(at + 2, size), entry);
-        at += 2 + size;
+        if (end - at < 2 || end - at < 2 + at[1]) return;
+        const std::uint8_t *const data = at + 2;
+        const std::size_t size = at[1];
+        if (*at == option_type && size >= 1 && !std::exchange(has_type, true)) entry.type = *data;
+        if (*at == option_server && size == sizeof identifier) std::memcpy(&identifier, data, sizeof identifier);
+        if (*at == option_agent && !entry.has_option82) keep_option82({data, size}, entry);
+        at = data + size;
     }
 }
 
 void read_message(std::span<const std::uint8_t> message, book_entry &entry) {
+    identifier = 0;
     if (message.size() < dhcp_fixed - 4) return;
     entry.has_message = true;
-    const std::uint8_t op = message[0];
+    const std::uint8_t *const bytes = message.data();
+    const std::uint8_t op = bytes[0];
     entry.op = op == op_request || op == op_reply ? op : 0;
-    entry.xid = static_cast<std::uint32_t>(message[4]) << 24 | static_cast<std::uint32_t>(message[5]) << 16 |
-                static_cast<std::uint32_t>(message[6]) << 8 | message[7];
-    std::memcpy(entry.client.data(), message.data() + 28, entry.client.size());
-    std::memcpy(&entry.address, message.data() + dhcp_yiaddr, sizeof entry.address);
-    read_options(message, entry);
+    entry.xid = static_cast<std::uint32_t>(bytes[4]) << 24 | static_cast<std::uint32_t>(bytes[5]) << 16 |
+                static_cast<std::uint32_t>(bytes[6]) << 8 | bytes[7];
+    std::memcpy(entry.client.data(), bytes + 28, entry.client.size());
+    clients_expect(entry.client);
+    std::memcpy(&entry.address, bytes + dhcp_yiaddr, sizeof entry.address);
+    if (message.size() > dhcp_fixed) read_options(bytes + dhcp_fixed, bytes + message.size(), entry);
 }
 
 // The address that a frame's packet comes from, network byte order; 0 when it has none.

@@ -8,6 +8,7 @@
 #include "books/client_book.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace ravo::platform {
 
@@ -59,7 +60,7 @@ std::int64_t time_of(std::uint32_t ticks) {
 
 client_line *row_of(const client_address &client) {
     std::uint64_t hash = 0;
-    for (const std::uint8_t byte : client) hash = hash << 8 | byte;
+    std::memcpy(&hash, client.data(), client.size());
     hash *= 0x9E3779B97F4A7C15U;
     return &table[(hash >> 40 & (rows - 1)) * places];
 }
@@ -67,7 +68,7 @@ client_line *row_of(const client_address &client) {
 client_line *find(const client_address &client) {
     client_line *const row = row_of(client);
     for (client_line *line = row; line != row + places; ++line)
-        if (line->asked_us != 0 && line->client == client) return line;
+        if (std::memcmp(line->client.data(), client.data(), sizeof client) == 0 && line->asked_us != 0) return line;
     return nullptr;
 }
 
@@ -117,6 +118,11 @@ client_view view_of(const client_line &line, std::int64_t now_us) {
 }
 
 }  // namespace
+
+void clients_expect(const client_address &client) {
+    const client_line *const row = row_of(client);
+    for (const client_line *line = row; line != row + places; ++line) __builtin_prefetch(line, /*rw=*/1);
+}
 
 void clients_note_request(const client_request &request) {
     client_line &line = enter(request.client);

@@ -47,6 +47,9 @@ struct client_request {
 };
 void clients_note_request(const client_request &request);
 
+// Says that the client will be noted or asked for soon, so that the processor can fetch its line meanwhile.
+void clients_expect(const client_address &client);
+
 // What is known of the request that a reply answers.
 struct answered_request {
     std::uint16_t vlan;      // where it came in

@@ -44,10 +44,6 @@ class byte_reader {
         rest_ = rest_.subspan(count);
         return taken;
     }
-    std::uint8_t u8() {
-        const bytes b = take(1);
-        return b.empty() ? std::uint8_t{0} : b[0];
-    }
     std::uint16_t u16() {
         const bytes b = take(2);
         return b.empty() ? std::uint16_t{0} : static_cast<std::uint16_t>(b[0] << 8 | b[1]);
@@ -60,18 +56,26 @@ class byte_reader {
     bool failed_ = false;
 };
 
-// RFC 1071: a ones' complement sum may be built in any word size and byte order and folded at the end. The bytes must
-// start at an even place of what is summed.
+// RFC 1071: a ones' complement sum may be built in any word size and byte order and folded at the end; a carry out of
+// 64 bits counts as 1. The bytes must start at an even place of what is summed.
 std::uint64_t add_words(std::uint64_t sum, bytes of) {
-    std::uint32_t word;
-    while (of.size() >= sizeof word) {
-        std::memcpy(&word, of.data(), sizeof word);
+    const std::uint8_t *at = of.data();
+    std::size_t left = of.size();
+    const auto add = [&sum](const std::uint8_t *from, std::size_t size) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, from, size);
         sum += word;
-        of = of.subspan(sizeof word);
+        sum += sum < word ? 1 : 0;
+    };
+    for (; left >= 32; at += 32, left -= 32) {
+        add(at, 8);
+        add(at + 8, 8);
+        add(at + 16, 8);
+        add(at + 24, 8);
     }
-    word = 0;
-    if (!of.empty()) std::memcpy(&word, of.data(), of.size());
-    return sum + word;
+    for (; left >= 8; at += 8, left -= 8) add(at, 8);
+    if (left != 0) add(at, left);
+    return sum;
 }
 
 bool sums_to_ones(std::uint64_t sum) {
@@ -86,44 +90,39 @@ bool udp_checksum_holds(bytes addresses, bytes datagram) {
     return sums_to_ones(add_words(add_words(sum, addresses), datagram));
 }
 
+std::uint16_t u16_at(bytes of, std::size_t at) {
+    return static_cast<std::uint16_t>(of.data()[at] << 8 | of.data()[at + 1]);
+}
+
 frame_result decode_udp(bytes addresses, bytes payload, const frame_aux &aux, dhcp_frame *out) {
-    byte_reader reader(payload);
-    reader.take(2);  // source port
-    const std::uint16_t destination_port = reader.u16();
-    const std::size_t length = reader.u16();
-    const std::uint16_t checksum = reader.u16();
-    if (reader.failed()) return frame_result::truncated;
-    if (destination_port != dhcp_server_port) return frame_result::not_ours;
+    constexpr std::size_t destination_at = 2, length_at = 4, checksum_at = 6;  // RFC 768
+    if (payload.size() < channel_udp_header_size) return frame_result::truncated;
+    if (u16_at(payload, destination_at) != dhcp_server_port) return frame_result::not_ours;
+    const std::size_t length = u16_at(payload, length_at);
     if (length < channel_udp_header_size || length > payload.size()) return frame_result::truncated;
 
     out->udp = payload.first(length);
     // RFC 768: a checksum of zero means that the sender made none.
-    if (checksum == 0 || aux.checksum_not_ready || aux.checksum_valid) return frame_result::ok;
-    return udp_checksum_holds(addresses, out->udp) ? frame_result::ok : frame_result::bad_udp_checksum;
+    const bool unchecked = u16_at(payload, checksum_at) == 0 || aux.checksum_not_ready || aux.checksum_valid;
+    return unchecked || udp_checksum_holds(addresses, out->udp) ? frame_result::ok : frame_result::bad_udp_checksum;
 }
 
 frame_result decode_ipv4(bytes packet, const frame_aux &aux, dhcp_frame *out) {
-    byte_reader reader(packet);
-    const std::uint8_t version_ihl = reader.u8();
-    reader.take(1);  // type of service
-    const std::size_t total_length = reader.u16();
-    reader.take(2);  // identification
-    const std::uint16_t fragment = reader.u16();
-    reader.take(1);  // time to live
-    const std::uint8_t protocol = reader.u8();
-    reader.take(2);  // checksum
-    const bytes addresses = reader.take(8);
-    if (reader.failed()) return frame_result::truncated;
-
+    constexpr std::size_t length_at = 2, fragment_at = 6, protocol_at = 9;  // RFC 791 section 3.1
+    constexpr std::size_t addresses_at = 12, addresses_size = 8;
+    if (packet.size() < ip_header_min) return frame_result::truncated;
+    const std::uint8_t version_ihl = packet.front();
+    const std::size_t total_length = u16_at(packet, length_at);
     const std::size_t header_length = std::size_t{4} * (version_ihl & 0x0F);
     if (version_ihl >> 4 != 4 || header_length < ip_header_min) return frame_result::truncated;
     if (total_length > packet.size() || header_length > total_length) return frame_result::truncated;
     if (!sums_to_ones(add_words(0, packet.first(header_length)))) return frame_result::bad_ip_checksum;
-    if (protocol != protocol_udp) return frame_result::not_ours;
-    if ((fragment & fragment_mask) != 0) return frame_result::fragment;
+    if (packet.data()[protocol_at] != protocol_udp) return frame_result::not_ours;
+    if ((u16_at(packet, fragment_at) & fragment_mask) != 0) return frame_result::fragment;
 
     out->ip_part = packet.subspan(ip_header_min - channel_ip_part_size, channel_ip_part_size);
-    return decode_udp(addresses, packet.first(total_length).subspan(header_length), aux, out);
+    const bytes payload = packet.first(total_length).subspan(header_length);
+    return decode_udp(packet.subspan(addresses_at, addresses_size), payload, aux, out);
 }
 
 }  // namespace

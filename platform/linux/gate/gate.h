@@ -76,7 +76,13 @@ class gate {
     void each_limited_tag(const tag_visitor &visit) const;
 
   private:
-    gate_port *record(std::size_t place) const;
+    // A place among the ports, and what its record is not told with every message.
+    struct place_at_gate {
+        gate_port *record;
+        std::uint64_t taken;
+    };
+
+    gate_port *record(std::size_t place) const { return places_[place].record; }
     gate_queue *queue() const { return static_cast<gate_queue *>(queue_.get()); }
     gate_tag_count *kernel_tags() const { return static_cast<gate_tag_count *>(limited_by_tag_.get()); }
     __u64 *device_slot(std::uint32_t device) const;
@@ -92,7 +98,9 @@ class gate {
     std::string refusal_;
 
     mapping queue_;
-    std::vector<mapping> pages_;                                                         // of records, in their order
+    std::uint64_t taken_ = 0;     // out of the queue
+    std::vector<mapping> pages_;  // of records, in their order
+    std::vector<place_at_gate> places_;
     std::vector<bool> used_;                                                             // which places are
     std::vector<std::size_t> freed_;                                                     // places that were
     std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint64_t> own_limited_tags_;  // outside the kernel

@@ -10,6 +10,7 @@
 #include "inventory/inventory_model.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "base/clock.h"
@@ -322,12 +323,17 @@ std::uint16_t model_vlan_of_address(inventory_model *model, std::uint32_t addres
 }
 
 bool model_owns_mac(inventory_model *model, const mac_address &mac) {
+    const auto number_of = [](const mac_address &of) {
+        std::uint64_t number = 0;
+        std::memcpy(&number, of.data(), of.size());
+        return number;
+    };
     if (!std::exchange(model->own_macs_known, true)) {
         model->own_macs.clear();
         for (const auto &[ifindex, device] : model->devices)
-            if (device.record.ethernet) model->own_macs.insert(device.record.mac);
+            if (device.record.ethernet) model->own_macs.insert(number_of(device.record.mac));
     }
-    return model->own_macs.contains(mac);
+    return model->own_macs.contains(number_of(mac));
 }
 
 void model_describe(inventory_model *model, const switch_description &description) {

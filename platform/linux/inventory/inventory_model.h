@@ -52,7 +52,7 @@ struct inventory_model {
     bool taps_changed = false;
     std::unordered_map<std::uint32_t, std::uint16_t> interface_addresses;  // VLAN by address, once asked for
     bool interface_addresses_known = false;
-    std::set<mac_address> own_macs;  // of all devices, once asked for
+    std::unordered_set<std::uint64_t> own_macs;  // of all devices, once asked for
     bool own_macs_known = false;
 
     inventory_model() : claimants(last_vlan + 1) {}

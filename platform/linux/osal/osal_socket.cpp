@@ -12,8 +12,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <span>
 
 #include "channel/channel.h"
 #include "gate/socket_filter.h"
@@ -118,6 +120,41 @@ bool carries_only_origin(const msghdr &msg) {
            first->cmsg_len >= sizeof(cmsghdr) && CMSG_ALIGN(first->cmsg_len) >= msg.msg_controllen;
 }
 
+// A frame in one piece, which costs the kernel less than several pieces with control data.
+std::span<const std::uint8_t> in_one_piece(const msghdr &msg) {
+    static std::array<std::uint8_t, 2048> frame;  // longer than any that a device takes
+    std::size_t length = 0;
+    for (const iovec &part : std::span(msg.msg_iov, msg.msg_iovlen)) {
+        if (part.iov_len > frame.size() - length) return {};
+        std::memcpy(frame.data() + length, part.iov_base, part.iov_len);
+        length += part.iov_len;
+    }
+    return std::span(frame).first(length);
+}
+
+// Sends a frame over its interface's lane, when the socket has lanes. to: with the kernel's number.
+ssize_t send_frame(int fd, const msghdr &msg, int flags, std::uint32_t interface, const sockaddr_ll &to) {
+    const auto over_lane = [&](const auto &send) {
+        return fd == frames.common ? lanes_send(frames, interface, send) : send(fd);
+    };
+    const std::span<const std::uint8_t> frame =
+        carries_only_origin(msg) ? in_one_piece(msg) : std::span<const std::uint8_t>();
+    if (!frame.empty())
+        return over_lane([&](int socket) {
+            return ::sendto(socket, frame.data(), frame.size(), flags, reinterpret_cast<const sockaddr *>(&to),
+                            sizeof to);
+        });
+    msghdr translated = msg;
+    sockaddr_ll name = to;
+    translated.msg_name = &name;
+    translated.msg_namelen = sizeof name;
+    if (carries_only_origin(msg)) {
+        translated.msg_control = nullptr;
+        translated.msg_controllen = 0;
+    }
+    return over_lane([&](int socket) { return ::sendmsg(socket, &translated, flags); });
+}
+
 }  // namespace
 
 int osal_socket(int domain, int type, int protocol) {
@@ -169,19 +206,9 @@ ssize_t osal_sendmsg(int fd, const struct msghdr *msg, int flags) {
     if (!link_destination(*msg, &to)) return ::sendmsg(fd, msg, now);
     const auto interface = static_cast<std::uint32_t>(to.sll_ifindex);
     to.sll_ifindex = ravo::platform::inventory_kernel_ifindex(interface);
-    msghdr translated = *msg;
-    translated.msg_name = &to;
-    translated.msg_namelen = sizeof to;
-    if (carries_only_origin(*msg)) {
-        translated.msg_control = nullptr;
-        translated.msg_controllen = 0;
-    }
     errno = ENODEV;
     ssize_t sent = -1;
-    if (to.sll_ifindex != 0)
-        sent = fd == frames.common
-                   ? lanes_send(frames, interface, [&](int socket) { return ::sendmsg(socket, &translated, now); })
-                   : ::sendmsg(fd, &translated, now);
+    if (to.sll_ifindex != 0) sent = send_frame(fd, *msg, now, interface, to);
     if (sent < 0) ravo::platform::send_count_interface(interface, errno);
     return sent;
 }
