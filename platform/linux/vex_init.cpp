@@ -27,8 +27,8 @@
 #include "base/loop.h"
 #include "base/owners.h"
 #include "books/black_box.h"
-#include "books/crash_book.h"
 #include "books/books.h"
+#include "books/crash_book.h"
 #include "books/pcapng.h"
 #include "boundary.h"
 #include "channel/channel.h"
@@ -55,6 +55,7 @@
 #include "process/relay_data.h"
 #include "process/service_status.h"
 #include "process/state_folder.h"
+#include "process/supervisor.h"
 #include "settings/kept_settings.h"
 #include "trap/trap.h"
 
@@ -205,6 +206,19 @@ void answer_and_leave(const platform::frame_options &options) {
     if (options.lend_gate) std::exit(lend_gate());
 }
 
+// From here on this process does nothing but wait for the one that it starts.
+[[noreturn]] void supervise_daemon(const platform::frame_options &options, std::vector<std::string> words) {
+    std::erase(words, "--supervise");
+    const int status = platform::supervise("/proc/self/exe", words, [&](const std::string &line) {
+        // Opened each time: the child makes the file, as its own user, and may be told to open a new one.
+        const std::string fault = platform::log_open(options.log_target, options.log_threshold);
+        if (!fault.empty()) tell(line);
+        platform::log_line(platform::log_level_start, "%s", line.c_str());
+        platform::log_close();
+    });
+    std::exit(status);
+}
+
 // Before a file is opened, so that none has to be given to the user afterwards. Returns what there is to say of it.
 std::string become_user(const platform::frame_options &options) {
     platform::user_change change = platform::user_become(options, platform::confinement_first_capabilities(),
@@ -216,9 +230,12 @@ std::string become_user(const platform::frame_options &options) {
 // Returns a remark for the log, or nothing.
 std::string read_options() {
     platform::frame_options options;
-    const std::string reason = platform::frame_parse_options(command_line_words(), &options);
+    const std::vector<std::string> words = command_line_words();
+    const std::string reason = platform::frame_parse_options(words, &options);
     if (!reason.empty()) refuse("ravod: " + reason);
     answer_and_leave(options);
+    if (options.supervise) supervise_daemon(options, words);
+    platform::supervised_begins();
     check_capabilities();
     std::string remark = become_user(options);
     const std::string log_fault = platform::log_open(options.log_target, options.log_threshold);
@@ -288,12 +305,17 @@ void open_inventory(const platform::frame_options &options) {
     if (!reason.empty()) refuse("ravod: " + reason);
 }
 
+void note_end(int signal) {
+    platform::black_box_died(signal);
+    if (signal != 0) platform::supervised_crashes();
+}
+
 // Where the message in hand is noted: beside the socket, in a folder that a boot empties.
 void open_black_box(const platform::frame_options &options) {
     platform::black_box_crash crash;
     const std::string why_not = platform::black_box_open(options.management_socket + ".box", &crash);
     if (!why_not.empty()) platform::log_line(platform::log_level_warning, "%s", why_not.c_str());
-    platform::crash_signals_catch(platform::black_box_died);
+    platform::crash_signals_catch(note_end);
     platform::crash_book_open(platform::state_folder());
     if (!crash.happened) return;
     const std::string kept = platform::crash_book_enter(crash);
@@ -409,6 +431,7 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     ravo::cli::advice_begin();
     platform::service_watchdog_start();
     platform::service_ready();
+    platform::supervised_is_ready();
     const int status = platform::frame_run();
     end_in_order(std::move(signals));
     // main does not look at the result, so a status other than 0 ends the process here.

@@ -224,7 +224,7 @@ void log_crash_begins() {
 }
 
 void log_crash_ends() {
-    (void)log_writer_settle(std::chrono::seconds(1));
+    (void)log_writer_settle(std::chrono::seconds(1), /*patient=*/true);
 }
 
 void log_close() {

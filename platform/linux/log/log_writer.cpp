@@ -227,12 +227,12 @@ bool log_writer_has_room() {
     return log_queue_used(running->queue) < log_queue::room / 4 * 3;
 }
 
-bool log_writer_settle(std::chrono::microseconds limit) {
+bool log_writer_settle(std::chrono::microseconds limit, bool patient) {
     if (!running || is_settled(*running)) {
         stuck = false;
         return true;
     }
-    if (stuck) return false;
+    if (stuck && !patient) return false;
     stuck = !wait_until_settled(*running, limit);
     return !stuck;
 }

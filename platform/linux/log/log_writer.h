@@ -34,8 +34,8 @@ struct writer_target {
 [[nodiscard]] bool log_writer_has_room();
 
 // Waits until all that was handed over is written, but no longer than this. Returns whether it is. While the thread is
-// known to be stuck there is no waiting.
-bool log_writer_settle(std::chrono::microseconds limit);
+// known to be stuck there is no waiting, unless for who is patient: for the last words of the process.
+bool log_writer_settle(std::chrono::microseconds limit, bool patient = false);
 
 // Ends the thread when it has written everything. One that is still stuck after a second is left behind: it ends with
 // the process.

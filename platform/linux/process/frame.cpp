@@ -88,6 +88,11 @@ std::string set_memory_budget(frame_options &out, std::string_view value) {
     return {};
 }
 
+std::string set_supervise(frame_options &out, std::string_view /*value*/) {
+    out.supervise = true;
+    return {};
+}
+
 std::string set_check(frame_options &out, std::string_view /*value*/) {
     out.check = true;
     return {};
@@ -125,6 +130,7 @@ constexpr option_row option_rows[] = {
     {"--log-level", "LEVEL", set_log_level, "error, warning (the default) or trace"},
     {"--log-to", "TARGET", set_log_to, "stderr (the default), syslog or a file"},
     {"--memory-budget", "BYTES", set_memory_budget, "most memory for the relay's records (134217728; 0: no limit)"},
+    {"--supervise", "", set_supervise, "start the relay again when it crashes, where no init system does"},
     {"--check", "", set_check, "check switch description and startup configuration, then exit 0 or 1"},
     {"--lend-gate", "", set_lend_gate, "lend that part to who is at the socket of standard input, and exit"},
     {"--version", "", set_version, "print the version and exit"},

@@ -24,6 +24,7 @@ struct frame_options {
     int log_threshold = 103;
     std::string log_target = "stderr";
     std::size_t memory_budget = 128u << 20;  // bytes for the relay's records, 0: no limit
+    bool supervise = false;                  // start the daemon as a child, and again when it crashes
     bool check = false;
     bool lend_gate = false;
     bool version = false;

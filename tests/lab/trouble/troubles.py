@@ -95,11 +95,11 @@ ROWS = []
 class GoodClient:
     """The good client of the host on a port, served by a server host's address. Stopped by `stop`, which tells all."""
 
-    def __init__(self, lab, port=3, server=2, every=None):
+    def __init__(self, lab, port=3, server=2, every=None, patience=None):
         host, there = lab.client(port), lab.server_host(server)
         self._process = Process(host.namespace, [
             BUILD / "tests/good_client", host.namespace.path, host.device, host.mac, there.namespace.path,
-            there.address, int(every or EVERY_MS), int(PATIENCE_MS)], lab.fresh_folder("good-client") / "log")
+            there.address, int(every or EVERY_MS), int(patience or PATIENCE_MS)], lab.fresh_folder("good-client") / "log")
         lab.keep(self._process)
         wait_for(lambda: "asking" in self._process.log or not self._process.alive, 30, "start of the good client")
         if not self._process.alive:

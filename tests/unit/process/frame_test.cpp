@@ -92,6 +92,8 @@ TEST(FrameOptions, QuestionsAreRead) {
     EXPECT_TRUE(parsed({"--help"}).help);
     EXPECT_TRUE(parsed({"-h"}).help);
     EXPECT_TRUE(parsed({"--version"}).version);
+    EXPECT_TRUE(parsed({"--supervise"}).supervise);
+    EXPECT_FALSE(parsed({}).supervise);
 }
 
 TEST(FrameOptions, WrongOnesAreNamed) {
@@ -120,7 +122,7 @@ TEST(FrameOptions, HelpNamesEachOption) {
     const std::string help = ravo::platform::frame_help();
     for (const char *option :
          {"--switch FILE", "--startup-config FILE", "--management SOCKET", "--log-level LEVEL", "--log-to TARGET",
-          "--memory-budget BYTES", "--gate SOCKET", "--lend-gate", "--check", "--version", "--help"})
+          "--memory-budget BYTES", "--gate SOCKET", "--lend-gate", "--supervise", "--check", "--version", "--help"})
         EXPECT_THAT(help, HasSubstr(std::string("\n  ") + option + " "));
 }
 

@@ -1,0 +1,219 @@
+// SPDX-License-Identifier: Apache-2.0
+// The child says a letter through a pipe whose number it finds in its environment: its exit status alone would not tell
+// a report of a fault, which ends with 1, from a start that failed.
+#include "process/supervisor.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "base/owners.h"
+
+namespace ravo::platform {
+
+namespace {
+
+using std::chrono::milliseconds;
+using clock = std::chrono::steady_clock;
+
+constexpr const char *pipe_name = "RAVO_SUPERVISOR";
+constexpr char is_ready = 'r', crashes = 'c';
+constexpr milliseconds short_life{1000};
+constexpr int failed_status = 1, signal_status = 128, no_exec_status = 127;
+
+// ---- The child's side ----
+
+int ear = -1;  // of the supervisor; -1: there is none
+
+// What else the variable may name is none of ours to write to.
+bool is_pipe(int fd) {
+    struct stat status {};
+    return fd > STDERR_FILENO && fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
+void say(char letter) {
+    if (ear >= 0) (void)!write(ear, &letter, 1);
+}
+
+// ---- The supervisor's side ----
+
+struct child {
+    pid_t pid = -1;
+    descriptor said;  // what it said can be read here
+    clock::time_point since;
+    bool ready = false;
+    bool crashed = false;
+};
+
+struct state {
+    child now;
+    sigset_t awaited{}, before{};
+    bool stopping = false;
+    unsigned deaths = 0;  // at once, in a row
+};
+
+[[noreturn]] void become(const std::string &program, const std::vector<std::string> &words, int pipe, pid_t parent,
+                         const sigset_t &mask) {
+    (void)prctl(PR_SET_PDEATHSIG, SIGTERM, 0, 0, 0);
+    if (getppid() != parent) _exit(failed_status);
+    (void)fcntl(pipe, F_SETFD, 0);
+    (void)setenv(pipe_name, std::to_string(pipe).c_str(), 1);
+    std::vector<char *> arguments = {const_cast<char *>("ravod")};
+    for (const std::string &word : words) arguments.push_back(const_cast<char *>(word.c_str()));
+    arguments.push_back(nullptr);
+    sigprocmask(SIG_SETMASK, &mask, nullptr);
+    execv(program.c_str(), arguments.data());
+    (void)dprintf(STDERR_FILENO, "ravod: %s cannot be started: %s\n", program.c_str(), std::strerror(errno));
+    _exit(no_exec_status);
+}
+
+// Returns 0 or the reason.
+int start(state &s, const std::string &program, const std::vector<std::string> &words) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return errno;
+    s.now = {.pid = -1, .said = descriptor(ends[0]), .since = clock::now()};
+    const descriptor theirs(ends[1]);
+    const pid_t parent = getpid();
+    s.now.pid = fork();
+    if (s.now.pid == 0) become(program, words, theirs.get(), parent, s.before);
+    return s.now.pid > 0 ? 0 : errno;
+}
+
+void listen(child &c) {
+    char letters[64];
+    for (ssize_t got; (got = read(c.said.get(), letters, sizeof letters)) > 0;)
+        for (ssize_t i = 0; i < got; ++i) {
+            c.ready = c.ready || letters[i] == is_ready;
+            c.crashed = c.crashed || letters[i] == crashes;
+        }
+}
+
+// A child that has no handler yet would be ended by a hangup; what it is to read again it reads then anyway.
+void pass_on(state &s, int signal) {
+    listen(s.now);
+    if (signal == SIGHUP && !s.now.ready) return;
+    s.stopping = s.stopping || signal != SIGHUP;
+    if (s.now.pid > 0) (void)kill(s.now.pid, signal);
+}
+
+// Takes whoever ended, also what others left to us; returns whether the daemon did, and its wait status.
+bool collect(state &s, int *status) {
+    bool ended = false;
+    for (int one = 0;;) {
+        const pid_t pid = waitpid(-1, &one, WNOHANG);
+        if (pid <= 0) return ended;
+        if (pid != s.now.pid) continue;
+        *status = one;
+        ended = true;
+    }
+}
+
+int wait_for_end(state &s) {
+    for (int status = 0;;) {
+        siginfo_t info{};
+        const int signal = sigwaitinfo(&s.awaited, &info);
+        if (signal > 0 && signal != SIGCHLD) pass_on(s, signal);
+        if (collect(s, &status)) return status;
+    }
+}
+
+// Returns false when a signal to stop came meanwhile.
+bool wait_before_start(state &s, milliseconds time) {
+    const clock::time_point end = clock::now() + time;
+    while (!s.stopping) {
+        const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(end - clock::now()).count();
+        if (left <= 0) return true;
+        const timespec wait{static_cast<time_t>(left / 1000000000), static_cast<long>(left % 1000000000)};
+        const int signal = sigtimedwait(&s.awaited, nullptr, &wait);
+        s.stopping = signal == SIGTERM || signal == SIGINT;
+    }
+    return false;
+}
+
+int exit_status(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : signal_status + WTERMSIG(status);
+}
+
+bool is_crash(const child &c, int status) {
+    if (!WIFEXITED(status)) return true;
+    return WEXITSTATUS(status) != 0 && (c.ready || c.crashed);
+}
+
+std::string ending(int status) {
+    if (WIFEXITED(status)) return "status " + std::to_string(WEXITSTATUS(status));
+    const char *name = sigabbrev_np(WTERMSIG(status));
+    return name == nullptr ? "signal " + std::to_string(WTERMSIG(status)) : std::string("SIG") + name;
+}
+
+std::string line_of(int status, milliseconds life, milliseconds wait) {
+    std::string text = "ravod: ended with " + ending(status) + " after " + std::to_string(life.count()) + " ms";
+    return text +
+           (wait.count() == 0 ? ", started again" : ", started again in " + std::to_string(wait.count()) + " ms");
+}
+
+void await_signals(state &s) {
+    (void)std::signal(SIGCHLD, SIG_DFL);  // who started us may not have wanted to hear of his
+    sigemptyset(&s.awaited);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) sigaddset(&s.awaited, signal);
+    sigprocmask(SIG_BLOCK, &s.awaited, &s.before);
+}
+
+}  // namespace
+
+milliseconds supervisor_wait(unsigned deaths) {
+    if (deaths <= supervisor_free_starts) return milliseconds(0);
+    const unsigned doublings = std::min(deaths - supervisor_free_starts - 1, 16U);
+    return std::min(supervisor_first_wait * (1U << doublings), supervisor_longest_wait);
+}
+
+int supervise(const std::string &program, const std::vector<std::string> &words,
+              const std::function<void(const std::string &line)> &tell) {
+    state s;
+    await_signals(s);
+    for (;;) {
+        if (const int failed = start(s, program, words); failed != 0) {
+            tell(std::string("ravod: cannot be started by its supervisor: ") + std::strerror(failed));
+            return failed_status;
+        }
+        const int status = wait_for_end(s);
+        listen(s.now);
+        if (s.stopping || !is_crash(s.now, status)) return exit_status(status);
+        const auto life = std::chrono::duration_cast<milliseconds>(clock::now() - s.now.since);
+        s.now.pid = -1;
+        s.deaths = life < short_life ? s.deaths + 1 : 0;
+        const milliseconds wait = supervisor_wait(s.deaths);
+        tell(line_of(status, life, wait));
+        if (!wait_before_start(s, wait)) return exit_status(status);
+    }
+}
+
+void supervised_begins() {
+    const char *text = std::getenv(pipe_name);
+    int fd = -1;
+    if (text != nullptr) (void)std::from_chars(text, text + std::strlen(text), fd);
+    if (!is_pipe(fd)) return;
+    ear = fd;
+    (void)fcntl(fd, F_SETFD, FD_CLOEXEC);
+    (void)unsetenv(pipe_name);
+}
+
+void supervised_is_ready() {
+    say(is_ready);
+}
+
+void supervised_crashes() {
+    say(crashes);
+}
+
+}  // namespace ravo::platform
