@@ -15,7 +15,8 @@
 #   make cross    the relay's unit tests for a 32-bit and for a big-endian processor (CROSS_ARGS=i686: one of them)
 #   make fuzz     the fuzzers, FUZZ_SECONDS each (60)
 #   make vm-test  tests on a kernel with 802.1Q devices, in a virtual machine
-#   make deb      the Debian package
+#   make deb      the Debian packages
+#   make deb-test the packages' life in booted Debians 12 and 13: installed, used, upgraded, rebooted, removed (RELEASES=12: one)
 #   make install  programs, unit, groups, manual pages and the kit for other platforms, below PREFIX (/usr/local) and DESTDIR
 #   make uninstall  removes what that put (same PREFIX, same DESTDIR); configuration, users and groups stay
 #   make clean    remove what was built
@@ -25,12 +26,12 @@ DESTDIR ?=
 BUILD ?= build
 FUZZ_SECONDS ?= 60
 PYTHON = /usr/bin/python3
-UNIT_DIR ?= $(if $(filter /usr,$(PREFIX)),/lib/systemd/system,/etc/systemd/system)
+UNIT_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/systemd/system,/etc/systemd/system)
 SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.d)
 TMPFILES_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/tmpfiles.d,/etc/tmpfiles.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
-.PHONY: help run test check analyze coverage build bench cross mutate trouble fuzz vm-test deb install install-built install-users uninstall clean
+.PHONY: help run test check analyze coverage build bench cross mutate trouble fuzz vm-test deb deb-test install install-built install-users uninstall clean
 .NOTPARALLEL:
 
 help:
@@ -45,7 +46,7 @@ run:
 
 test:
 	@lab/check-host test
-	@packaging/dependencies build lab unit check page deb
+	@packaging/dependencies build lab unit check page deb booted
 	@$(PYTHON) -B tests/run
 
 check:
@@ -108,6 +109,10 @@ deb:
 	@test -x packaging/build-deb || { echo "make deb: not available in this version" >&2; exit 1; }
 	@packaging/dependencies build deb
 	@packaging/build-deb
+
+deb-test:
+	@packaging/dependencies build deb booted roots
+	@tests/booted/run $(RELEASES)
 
 install: build install-built install-users
 

@@ -9,6 +9,7 @@
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 #include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <net-snmp/agent/agent_callbacks.h>
 #include <net-snmp/library/large_fd_set.h>
 // clang-format on
 
@@ -20,6 +21,7 @@
 #include <map>
 #include <string>
 
+#include "master.h"
 #include "notices.h"
 #include "notify.h"
 #include "objects.h"
@@ -43,6 +45,8 @@ struct done_write {
 // The library hands its callbacks no context that lives as long as the program: there is one agent.
 struct agent {
     oid_text base;
+    std::string base_text;
+    bool connected = false;  // with the master agent
     relay_source_ptr relay;
     notices told;
     std::map<netsnmp_request_info *, done_write> done;
@@ -319,14 +323,50 @@ void settle_library(const snmp_options &options) {
     setenv("SNMPCONFPATH", "/nonexistent", 1);
     setenv("SNMP_PERSISTENT_DIR", "/nonexistent", 1);
     snmp_disable_log();
-    snmp_enable_stderrlog();
+    netsnmp_register_loghandler(NETSNMP_LOGHANDLER_STDERR, LOG_ERR);  // who is there and who is not is told below
     const auto flag = [](int store, int name) { netsnmp_ds_set_boolean(store, name, 1); };
     flag(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE);
     flag(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS);
     flag(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE);
-    netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, reconnect_seconds);
     if (!options.agentx.empty())
         netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, options.agentx.c_str());
+}
+
+int on_connected(int /*major*/, int /*minor*/, void * /*told*/, void * /*ours*/) {
+    the_agent().connected = true;
+    std::fprintf(stderr, "ravo-snmp: snmpd asks for %s here\n", the_agent().base_text.c_str());
+    client::notify_manager("STATUS=snmpd is there");
+    return SNMPERR_SUCCESS;
+}
+
+int on_disconnected(int /*major*/, int /*minor*/, void * /*told*/, void * /*ours*/) {
+    if (!the_agent().connected || ending != 0) return SNMPERR_SUCCESS;
+    the_agent().connected = false;
+    std::fputs("ravo-snmp: snmpd is gone; it is looked for every few seconds\n", stderr);
+    client::notify_manager("STATUS=snmpd is gone");
+    return SNMPERR_SUCCESS;
+}
+
+// The library has an interval of its own, and sets it when it likes: some versions in init_agent, some in init_snmp.
+int set_interval(int /*major*/, int /*minor*/, void * /*told*/, void * /*ours*/) {
+    netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, reconnect_seconds);
+    return SNMPERR_SUCCESS;
+}
+
+// After init_agent.
+void follow_master() {
+    (void)set_interval(0, 0, nullptr, nullptr);
+    netsnmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, set_interval, nullptr,
+                              NETSNMP_CALLBACK_HIGHEST_PRIORITY);
+    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, on_connected, nullptr);
+    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, on_disconnected, nullptr);
+}
+
+// The library says nothing of use when it finds no master agent at its start.
+void tell_no_master(const snmp_options &options) {
+    const std::string line = no_master_text(options.agentx);
+    std::fprintf(stderr, "ravo-snmp: %s\n", line.c_str());
+    client::notify_manager(("STATUS=" + line).c_str());
 }
 
 bool register_objects(const oid_text &base) {
@@ -345,15 +385,17 @@ int serve(const snmp_options &options) {
     (void)std::signal(SIGPIPE, SIG_IGN);
     settle_library(options);
     the_agent().base = options.base;
+    the_agent().base_text = options.base_oid;
     the_agent().relay = relay_source_make(options.management);
     init_agent("ravo-snmp");
+    follow_master();
     if (!register_objects(options.base)) {
         std::fprintf(stderr, "ravo-snmp: --base-oid %s: cannot be registered\n", options.base_oid.c_str());
         return 1;
     }
     init_snmp("ravo-snmp");
-    std::fprintf(stderr, "ravo-snmp: answering for %s\n", options.base_oid.c_str());
     client::notify_manager("READY=1");
+    if (!the_agent().connected) tell_no_master(options);
     loop();
     client::notify_manager("STOPPING=1");
     snmp_shutdown("ravo-snmp");

@@ -140,6 +140,7 @@ constexpr const char *allowed[] = {
     "madvise",
     "msync",
     "brk",
+    "memfd_create",  // libbpf, before it asks the kernel for a map
     // threads and signals of our own, and the end
     "futex",
     "set_robust_list",
