@@ -170,17 +170,27 @@ struct server_samples {
     std::string seconds;
 };
 
-// Buckets as the daemon counts them: [{"le_us", "count"}], not cumulated; the last one has no limit.
+// The limits that the daemon has: a histogram names all of them each time, also those that nothing counted for.
+constexpr std::uint64_t limits_us[] = {500,    1000,   2500,   5000,    10000,   25000,  50000,
+                                       100000, 250000, 500000, 1000000, 2500000, 5000000};
+
+// Buckets as the daemon tells them: [{"le_us", "count"}], not cumulated, without those of 0; what was slower than all
+// limits has none.
 void add_histogram(std::string &out, const std::string &labels, const json &times) {
-    std::uint64_t sum = 0;
     const auto buckets = times.find("buckets");
     if (buckets == times.end()) return;
-    for (const json &bucket : *buckets) {
-        sum += count_member(bucket, "count");
-        if (!bucket.contains("le_us")) continue;
+    std::map<std::uint64_t, std::uint64_t> counts;
+    for (const std::uint64_t limit : limits_us) counts[limit] = 0;
+    std::uint64_t slower = 0;
+    for (const json &bucket : *buckets)
+        (bucket.contains("le_us") ? counts[count_member(bucket, "le_us")] : slower) += count_member(bucket, "count");
+    std::uint64_t sum = 0;
+    for (const auto &[limit, count] : counts) {
+        sum += count;
         add_count(out, "ravo_server_response_seconds_bucket",
-                  labels + "," + label("le", number_text(number_member(bucket, "le_us") / 1e6)), sum);
+                  labels + "," + label("le", number_text(static_cast<double>(limit) / 1e6)), sum);
     }
+    sum += slower;
     add_count(out, "ravo_server_response_seconds_bucket", labels + ",le=\"+Inf\"", sum);
     add_sample(out, "ravo_server_response_seconds_sum", labels, number_text(number_member(times, "sum_us") / 1e6));
     add_count(out, "ravo_server_response_seconds_count", labels, sum);

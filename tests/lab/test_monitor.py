@@ -211,7 +211,7 @@ def test_what_is_refused(lab, relay, captures):
             (f"monitor ip dhcp relay pcap {other}", f"% {other} exists and is no capture; name another file"),
             (f"monitor ip dhcp relay pcap {captures}/no/x.pcapng", f"% cannot write {captures}/no/x.pcapng: No such"),
             ("monitor ip dhcp relay pcap /etc/x.pcapng", "% /etc/x.pcapng stands in no folder for captures (/"),
-            ("monitor ip dhcp relay | json", "% No JSON for this command")):
+            (f"monitor ip dhcp relay pcap {captures}/x.pcapng | json", "% No JSON for this command")):
         result = relay.run(command)
         assert (result.returncode, result.stdout[:len(said)]) == (1, said)
     assert other.read_text() == "precious"

@@ -50,6 +50,7 @@ def test_contents(package):
         **{f"/usr/share/doc/ravo/{name}": FILE for name in ("README.md", "CHANGELOG.md", "changelog.gz", "copyright", "kernel.conf", "ravo.spdx.json", *documents)},
         **{f"/usr/share/bash-completion/completions/{name}": FILE for name in ("ravod", "ravosh")},
         **{f"/usr/share/man/man1/{name}.1.gz": FILE for name in ("ravo-import", "ravosh")},
+        **{f"/usr/share/doc/ravo/schema/{path.name}": FILE for path in (REPOSITORY / "docs/schema").iterdir()},
         "/usr/share/man/man5/switch.toml.5.gz": FILE,
         "/usr/share/man/man8/ravod.8.gz": FILE,
     }

@@ -92,8 +92,10 @@ std::string cell(std::string_view text) {
 }
 
 void print_command(const installed_command &command, const char *where) {
-    std::printf("\n### `%s`\n\n%sPrivilege %d.\n\n| word | |\n| --- | --- |\n", trimmed(command.text).c_str(), where,
-                command.privilege);
+    std::printf("\n### `%s`\n\n%sPrivilege %d.", trimmed(command.text).c_str(), where, command.privilege);
+    if (command.traits.schema != nullptr)
+        std::printf(" Has JSON, `docs/schema/%s.schema.json`.", command.traits.schema);
+    std::printf("\n\n| word | |\n| --- | --- |\n");
     std::vector<const char *> help;
     for (const std::string &text : command.help) help.push_back(text.c_str());
     help.push_back(nullptr);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "all_commands.h"
+#include "books/outcome_words.h"
 #include "cli/command_line.h"
 #include "cli/grammar.h"
 #include "cli/tree.h"
@@ -136,12 +138,45 @@ TEST(CommandRows, EachDocumentIsDescribed) {
         if (each.traits.json == nullptr) continue;
         ++documents;
         std::string row = "| `" + std::string(ravo::cli::trim(each.text)) + "` |";
-        for (const auto &[form, written] : {std::pair("60|61", "60\\|61"), {"<1-4094>", "N"}, {"PORT", "M/P"}})
+        for (const auto &[form, written] :
+             {std::pair("60|61", "60\\|61"), {"<1-4094>", "N"}, {"port PORT", "port M/P"}})
             if (const std::size_t at = row.find(form); at != std::string::npos)
                 row.replace(at, std::strlen(form), written);
         EXPECT_THAT(text, testing::HasSubstr(row));
     }
-    EXPECT_GE(documents, 11u);
+    EXPECT_GE(documents, 22u);
+}
+
+std::string text_of_schema(const std::string &name) {
+    std::ifstream file(RAVO_SOURCE_FOLDER "/docs/schema/" + name + ".schema.json");
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+// tests/lab/test_schemas.py holds the documents against them.
+TEST(CommandRows, EachDocumentHasASchemaOfItsOwn) {
+    std::set<std::string> named = {"parts.schema.json"};
+    for (const installed_command &each : commands()) {
+        if (each.traits.json == nullptr) continue;
+        ASSERT_NE(each.traits.schema, nullptr) << each.text;
+        EXPECT_TRUE(named.insert(std::string(each.traits.schema) + ".schema.json").second) << each.text;
+        // Options that a schema has no words about are left out of its title.
+        const std::string title = "\"title\": \"" + each.text.substr(0, each.text.find(" [mac"));
+        EXPECT_THAT(text_of_schema(each.traits.schema), testing::HasSubstr(std::string(ravo::cli::trim(title))));
+    }
+    std::set<std::string> there;
+    for (const auto &file : std::filesystem::directory_iterator(RAVO_SOURCE_FOLDER "/docs/schema"))
+        there.insert(file.path().filename());
+    EXPECT_EQ(there, named);
+}
+
+TEST(CommandRows, SchemasKnowEveryOutcomeAndEveryAdvice) {
+    const std::string parts = text_of_schema("parts");
+    for (const ravo::platform::outcome_name &each : ravo::platform::outcome_words) {
+        const std::string word = '"' + std::string(each.word) + '"';
+        EXPECT_THAT(parts, testing::HasSubstr("\n        " + word)) << "as an outcome";
+        EXPECT_THAT(parts, testing::HasSubstr(word + ": {\"$ref\": \"#/$defs/count\"}")) << "as a counter";
+        EXPECT_THAT(text_of_schema("statistics"), testing::HasSubstr(word)) << "as a counter of the total";
+    }
 }
 
 // The settings that the relay refuses to make twice: each can be told from what it has.

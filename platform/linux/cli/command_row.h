@@ -7,7 +7,10 @@
 //          .text = "show version",
 //          .help = {"Show running system information", "Version and time since start"},
 //          .handler = show_version,
-//          .traits = {.effect = command_effect::looks, .who = audience::viewers, .json = version_json}},
+//          .traits = {.effect = command_effect::looks,
+//                     .who = audience::viewers,
+//                     .json = version_json,
+//                     .schema = "version"}},
 //     };
 //     install_rows(tree, rows);
 #ifndef PLATFORM_LINUX_CLI_COMMAND_ROW_H
@@ -64,12 +67,13 @@ using held_check = bool (*)(const asked_setting &asked);
 struct command_traits {
     command_effect effect = command_effect::setting;
     audience who = audience::operators;
-    json_handler json = nullptr;  // null: no document
-    held_check held = nullptr;    // null: what it says is said when a file is replayed too
-    bool judged = true;           // false: a check of a file passes it over, as it cannot be tried without effect
-    bool has_line = false;        // its argument is a line of its own, which output filters are for
-    bool stands_for = false;      // another word for a command, which it runs: that one is guarded and recorded
-    bool in_turns = false;        // it changes things bit by bit: others may have their turn in between
+    json_handler json = nullptr;   // null: no document
+    const char *schema = nullptr;  // name of the document's schema: docs/schema/NAME.schema.json
+    held_check held = nullptr;     // null: what it says is said when a file is replayed too
+    bool judged = true;            // false: a check of a file passes it over, as it cannot be tried without effect
+    bool has_line = false;         // its argument is a line of its own, which output filters are for
+    bool stands_for = false;       // another word for a command, which it runs: that one is guarded and recorded
+    bool in_turns = false;         // it changes things bit by bit: others may have their turn in between
 };
 
 // A command of the platform's own.

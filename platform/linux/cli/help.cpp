@@ -143,7 +143,8 @@ void add_values(const token &what, std::string_view prefix, std::vector<std::str
 }
 
 bool takes_a_filter(const half_line &half) {
-    return !half.words.empty() && begins_with("show", half.words.front().text);
+    return !half.words.empty() &&
+           (begins_with("show", half.words.front().text) || begins_with("monitor", half.words.front().text));
 }
 
 }  // namespace

@@ -38,11 +38,17 @@ void hand_over(json_writer &out) {
     out.text.clear();
 }
 
+bool is_in_row(const json_writer &out) {
+    return out.row_depth > 0 && out.depth >= out.row_depth;
+}
+
 void begin(json_writer &out, std::string_view name) {
     if (out.text.size() >= piece_size) hand_over(out);
-    if (out.depth > 0) out.text += out.fresh ? "\n" : ",\n";
+    const bool in_row = is_in_row(out);
+    if (out.depth > 0 && !out.fresh) out.text += in_row ? ", " : ",";
+    if (out.depth > 0 && !in_row) out.text += "\n";
     out.fresh = false;
-    indent(out);
+    if (!in_row) indent(out);
     if (!name.empty()) out.text += quoted(name) + ": ";
 }
 
@@ -55,9 +61,16 @@ void json_open(json_writer &out, std::string_view name, char bracket) {
     out.fresh = true;
 }
 
+void json_open_row(json_writer &out, std::string_view name, char bracket) {
+    json_open(out, name, bracket);
+    if (out.row_depth == 0) out.row_depth = out.depth;
+}
+
 void json_close(json_writer &out, char bracket) {
+    const bool in_row = is_in_row(out);
     --out.depth;
-    if (!out.fresh) {
+    if (out.depth < out.row_depth) out.row_depth = 0;
+    if (!out.fresh && !in_row) {
         out.text += "\n";
         indent(out);
     }

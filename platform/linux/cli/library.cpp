@@ -45,6 +45,7 @@ std::string fault_of_traits(const command &made) {
     if (traits.who == audience::viewers && (changes || made.privilege > viewer_privilege))
         return "it is for viewers, but changes something or asks for more privilege than they have";
     if (traits.json != nullptr && traits.effect != command_effect::looks) return "it has JSON, but shows nothing";
+    if ((traits.json == nullptr) != (traits.schema == nullptr)) return "JSON and its schema come together";
     if (traits.held != nullptr && traits.effect != command_effect::setting)
         return "it is compared with the settings in force, but makes none";
     return {};

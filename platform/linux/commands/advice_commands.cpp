@@ -8,6 +8,7 @@
 #include "base/loop.h"
 #include "base/owners.h"
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "commands/advice.h"
 #include "commands/commands.h"
 #include "log/log.h"
@@ -58,10 +59,9 @@ void on_look(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) {
 constexpr command_row rows[] = {
     {.privilege = viewer_privilege,
      .text = "show ip dhcp relay advice",
-     .help = {"Show running system information", "Internet Protocol version 4 (IPv4)", "DHCP", "The DHCP relay",
-              "What is wrong, and what to do"},
+     .help = {help::show, help::ip, help::dhcp, help::relay, "What is wrong, and what to do"},
      .handler = show_advice,
-     .traits = {.effect = command_effect::looks, .who = audience::viewers, .json = advice_json}},
+     .traits = {.effect = command_effect::looks, .who = audience::viewers, .json = advice_json, .schema = "advice"}},
 };
 
 }  // namespace

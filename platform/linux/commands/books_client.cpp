@@ -11,6 +11,7 @@
 #include "base/clock.h"
 #include "books/books.h"
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "commands/books_clients.h"
 #include "commands/books_json.h"
 #include "commands/books_text.h"
@@ -71,27 +72,24 @@ int show_client(struct cli *cli, int /*argc*/, char **argv) {
     return 0;
 }
 
-constexpr char show_word[] = "Show running system information";
-constexpr char ip_word[] = "Internet Protocol version 4 (IPv4)";
-constexpr char relay_word[] = "The DHCP relay";
 constexpr char clients_word[] = "The clients: where each is, and how it stands";
 
-constexpr command_traits shows(json_handler json) {
-    return {.effect = command_effect::looks, .who = audience::viewers, .json = json};
+constexpr command_traits shows(json_handler json, const char *schema) {
+    return {.effect = command_effect::looks, .who = audience::viewers, .json = json, .schema = schema};
 }
 
 constexpr command_row rows[] = {
     {.privilege = viewer_privilege,
      .text = "show ip dhcp relay client",
-     .help = {show_word, ip_word, "DHCP", relay_word, clients_word},
+     .help = {help::show, help::ip, help::dhcp, help::relay, clients_word},
      .handler = show_clients,
-     .traits = shows(clients_json)},
+     .traits = shows(clients_json, "clients")},
     {.privilege = viewer_privilege,
      .text = "show ip dhcp relay client MAC",
-     .help = {show_word, ip_word, "DHCP", relay_word, clients_word,
+     .help = {help::show, help::ip, help::dhcp, help::relay, clients_word,
               "A client's hardware address: its state and its last messages"},
      .handler = show_client,
-     .traits = shows(client_json)},
+     .traits = shows(client_json, "client")},
 };
 
 }  // namespace

@@ -169,8 +169,8 @@ void add_state(json_writer &out, const platform::client_view &client) {
     if (client.unanswered_us >= 0) json_number(out, "unanswered_us", client.unanswered_us);
 }
 
-void add_message(json_writer &out, const platform::book_entry &entry) {
-    json_open(out, "", '{');
+void add_message(json_writer &out, const platform::book_entry &entry, bool row = false) {
+    row ? json_open_row(out, "", '{') : json_open(out, "", '{');
     json_number(out, "number", static_cast<std::int64_t>(entry.number));
     add_event(out, entry);
     if (entry.has_message) add_xid(out, entry.xid);
@@ -188,6 +188,12 @@ void add_message(json_writer &out, const platform::book_entry &entry) {
 }
 
 }  // namespace
+
+std::string message_json_line(const platform::book_entry &entry) {
+    json_writer out;
+    add_message(out, entry, /*row=*/true);
+    return out.text;
+}
 
 int statistics_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
     const book_snapshot now = take_snapshot();

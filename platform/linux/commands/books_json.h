@@ -5,10 +5,16 @@
 #ifndef PLATFORM_LINUX_COMMANDS_BOOKS_JSON_H
 #define PLATFORM_LINUX_COMMANDS_BOOKS_JSON_H
 
+#include <string>
+
+#include "books/books.h"
 #include "cli.h"
 #include "cli/json.h"
 
 namespace ravo::cli {
+
+// One message, as a document in one line.
+std::string message_json_line(const platform::book_entry &entry);
 
 // Documents, each for the commands whose arguments it takes.
 int statistics_json(struct cli *cli, int argc, char **argv, json_writer &out);

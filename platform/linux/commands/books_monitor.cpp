@@ -15,7 +15,9 @@
 #include "books/books.h"
 #include "books/pcapng.h"
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "cli/session.h"
+#include "commands/books_json.h"
 #include "commands/books_text.h"
 #include "commands/commands.h"
 #include "log/log.h"
@@ -33,6 +35,7 @@ struct monitor_request {
     std::uint32_t port_ifindex = 0;
     std::string file;  // empty: to the session
     std::uint64_t limit = default_limit;
+    bool as_json = false;
 };
 
 struct message_monitor {
@@ -79,7 +82,8 @@ void capture(message_monitor &monitor, const platform::book_entry &entry, std::s
 void take(message_monitor &monitor, const platform::book_entry &entry, std::span<const std::uint8_t> frame) {
     if (!is_wanted(monitor.wanted, entry)) return;
     if (!monitor.wanted.file.empty()) return capture(monitor, entry, frame);
-    (void)stream_emit(*monitor.owner, entry_line(entry) + "\n");  // a session that is gone is deleted soon
+    const std::string text = monitor.wanted.as_json ? message_json_line(entry) : entry_line(entry) + "\n";
+    (void)stream_emit(*monitor.owner, text);  // a session that is gone is deleted soon
 }
 
 int stop(message_monitor &monitor) {
@@ -133,10 +137,20 @@ int begin(struct cli *cli, monitor_request wanted) {
     return 0;
 }
 
-int monitor_messages(struct cli *cli, int argc, char **argv) {
+int monitor_to_session(struct cli *cli, int argc, char **argv, bool as_json) {
     monitor_request wanted;
+    wanted.as_json = as_json;
     const std::string fault = read_request(argc, argv, &wanted);
     return fault.empty() ? begin(cli, std::move(wanted)) : books_refuse(cli, fault);
+}
+
+int monitor_messages(struct cli *cli, int argc, char **argv) {
+    return monitor_to_session(cli, argc, argv, /*as_json=*/false);
+}
+
+// Each message is a document, so nothing is written through what the caller offers for one.
+int monitor_as_json(struct cli *cli, int argc, char **argv, json_writer & /*out*/) {
+    return monitor_to_session(cli, argc, argv, /*as_json=*/true);
 }
 
 // "pcap FILE" is no option of this command, so that FILE comes without its keyword.
@@ -153,26 +167,23 @@ int monitor_to_file(struct cli *cli, int argc, char **argv) {
 }
 
 constexpr char monitor_word[] = "Show what happens as it happens";
-constexpr char ip_word[] = "Internet Protocol version 4 (IPv4)";
 constexpr char relay_word[] = "Messages of the DHCP relay, until Ctrl-C";
 constexpr char mac_word[] = "Of one client";
 constexpr char address_word[] = "Its hardware address";
 constexpr char vlan_word[] = "That came in on one VLAN";
-constexpr char id_word[] = "VLAN id";
 constexpr char port_word[] = "That came in on one port";
-constexpr char number_word[] = "Module and port, such as 1/2, or its device";
 
 constexpr command_row rows[] = {
     {.privilege = viewer_privilege,
      .text = "monitor ip dhcp relay [mac MAC] [vlan <1-4094>] [port PORT]",
-     .help = {monitor_word, ip_word, "DHCP", relay_word, mac_word, address_word, vlan_word, id_word, port_word,
-              number_word},
+     .help = {monitor_word, help::ip, help::dhcp, relay_word, mac_word, address_word, vlan_word, help::vlan_id,
+              port_word, help::port},
      .handler = monitor_messages,
-     .traits = {.effect = command_effect::looks}},
+     .traits = {.effect = command_effect::looks, .json = monitor_as_json, .schema = "monitor"}},
     {.text = "monitor ip dhcp relay [mac MAC] [vlan <1-4094>] [port PORT] pcap FILE [size <1-10000>]",
-     .help = {monitor_word, ip_word, "DHCP", relay_word, mac_word, address_word, vlan_word, id_word, port_word,
-              number_word, "Write a capture file on the daemon's host", "Its whole path, ending in .pcapng or .pcap",
-              "End at a size; without it, at 100 megabytes", "Megabytes"},
+     .help = {monitor_word, help::ip, help::dhcp, relay_word, mac_word, address_word, vlan_word, help::vlan_id,
+              port_word, help::port, "Write a capture file on the daemon's host",
+              "Its whole path, ending in .pcapng or .pcap", "End at a size; without it, at 100 megabytes", "Megabytes"},
      .handler = monitor_to_file,
      .traits = {.effect = command_effect::daemon}},
 };

@@ -8,6 +8,7 @@
 #include "books/books.h"
 #include "channel/channel.h"
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "commands/books_json.h"
 #include "commands/books_snapshot.h"
 #include "commands/books_text.h"
@@ -135,34 +136,30 @@ int clear(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/) {
     return 0;
 }
 
-constexpr char show_word[] = "Show running system information";
-constexpr char ip_word[] = "Internet Protocol version 4 (IPv4)";
-constexpr char relay_word[] = "The DHCP relay";
 constexpr char statistics_word[] = "What became of all messages";
 
-constexpr command_traits shows(json_handler json) {
-    return {.effect = command_effect::looks, .who = audience::viewers, .json = json};
+constexpr command_traits shows(json_handler json, const char *schema) {
+    return {.effect = command_effect::looks, .who = audience::viewers, .json = json, .schema = schema};
 }
 
 constexpr command_row rows[] = {
     {.privilege = viewer_privilege,
      .text = "show ip dhcp relay statistics",
-     .help = {show_word, ip_word, "DHCP", relay_word, statistics_word},
+     .help = {help::show, help::ip, help::dhcp, help::relay, statistics_word},
      .handler = show_all,
-     .traits = shows(statistics_json)},
+     .traits = shows(statistics_json, "statistics")},
     {.privilege = viewer_privilege,
      .text = "show ip dhcp relay statistics vlan <1-4094>",
-     .help = {show_word, ip_word, "DHCP", relay_word, statistics_word, "Of one VLAN", "VLAN id"},
+     .help = {help::show, help::ip, help::dhcp, help::relay, statistics_word, "Of one VLAN", help::vlan_id},
      .handler = show_vlan,
-     .traits = shows(statistics_of_vlan_json)},
+     .traits = shows(statistics_of_vlan_json, "statistics-vlan")},
     {.privilege = viewer_privilege,
      .text = "show ip dhcp relay statistics port PORT",
-     .help = {show_word, ip_word, "DHCP", relay_word, statistics_word, "Of one port",
-              "Module and port, such as 1/2, or its device"},
+     .help = {help::show, help::ip, help::dhcp, help::relay, statistics_word, "Of one port", help::port},
      .handler = show_port,
-     .traits = shows(statistics_of_port_json)},
+     .traits = shows(statistics_of_port_json, "statistics-port")},
     {.text = "clear ip dhcp relay statistics",
-     .help = {"Reset counters", ip_word, "DHCP", relay_word, statistics_word},
+     .help = {help::clear, help::ip, help::dhcp, help::relay, statistics_word},
      .handler = clear,
      .traits = {.effect = command_effect::daemon}},
 };

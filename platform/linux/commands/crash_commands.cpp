@@ -5,6 +5,7 @@
 #include "books/black_box.h"
 #include "books/crash_book.h"
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "commands/books_text.h"
 #include "commands/commands.h"
 
@@ -81,18 +82,15 @@ int clear_crashes(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     return fault.empty() ? 0 : books_refuse(cli, "% " + fault + "\n");
 }
 
-constexpr char ip_word[] = "Internet Protocol version 4 (IPv4)";
-constexpr char relay_word[] = "The DHCP relay";
-
 constexpr command_row rows[] = {
     {.privilege = viewer_privilege,
      .text = "show ip dhcp relay crashes",
-     .help = {"Show running system information", ip_word, "DHCP", relay_word,
+     .help = {help::show, help::ip, help::dhcp, help::relay,
               "Messages that were in hand when the daemon died, and their ports"},
      .handler = show_crashes,
-     .traits = {.effect = command_effect::looks, .who = audience::viewers, .json = crashes_json}},
+     .traits = {.effect = command_effect::looks, .who = audience::viewers, .json = crashes_json, .schema = "crashes"}},
     {.text = "clear ip dhcp relay crashes",
-     .help = {"Reset counters", ip_word, "DHCP", relay_word,
+     .help = {help::clear, help::ip, help::dhcp, help::relay,
               "Forget messages that ended the daemon, remove their captures, release their ports"},
      .handler = clear_crashes,
      .traits = {.effect = command_effect::daemon}},

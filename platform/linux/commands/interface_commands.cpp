@@ -10,6 +10,7 @@
 #include "base/files.h"
 #include "books/books.h"
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "cli/session.h"
 #include "cli/vlan_list.h"
 #include "commands/commands.h"
@@ -111,14 +112,23 @@ void add_row(json_writer &out, const inventory_row &row) {
     json_close(out, '}');
 }
 
-int interfaces_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
-    platform::books_look();
+int rows_json(json_writer &out, bool with_ports) {
     json_open(out, "", '{');
     json_open(out, "interfaces", '[');
-    for (const inventory_row &row : platform::inventory_rows()) add_row(out, row);
+    for (const inventory_row &row : platform::inventory_rows())
+        if (with_ports || row.kind != inventory_row::what::port) add_row(out, row);
     json_close(out, ']');
     json_close(out, '}');
     return 0;
+}
+
+int interfaces_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    platform::books_look();
+    return rows_json(out, /*with_ports=*/true);
+}
+
+int ip_interfaces_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    return rows_json(out, /*with_ports=*/false);
 }
 
 // ---- The switch description ----
@@ -183,28 +193,29 @@ int clear_ports(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     return 0;
 }
 
-constexpr char relay_word[] = "The DHCP relay";
-
 constexpr command_row rows[] = {
     {.privilege = viewer_privilege,
      .text = "show interfaces brief",
-     .help = {"Show running system information", "VLAN interfaces, uplinks and ports", "A line for each that is there"},
+     .help = {help::show, "VLAN interfaces, uplinks and ports", "A line for each that is there"},
      .handler = show_interfaces,
-     .traits = {.effect = command_effect::looks, .who = audience::viewers, .json = interfaces_json}},
+     .traits =
+         {.effect = command_effect::looks, .who = audience::viewers, .json = interfaces_json, .schema = "interfaces"}},
     {.privilege = viewer_privilege,
      .text = "show ip interface brief",
-     .help = {"Show running system information", "Internet Protocol version 4 (IPv4)",
-              "VLAN interfaces and uplinks with their addresses", "A line for each that is there"},
+     .help = {help::show, help::ip, "VLAN interfaces and uplinks with their addresses",
+              "A line for each that is there"},
      .handler = show_ip_interfaces,
-     .traits = {.effect = command_effect::looks, .who = audience::viewers}},
+     .traits = {.effect = command_effect::looks,
+                .who = audience::viewers,
+                .json = ip_interfaces_json,
+                .schema = "ip-interfaces"}},
     {.text = "copy ports switch-description",
      .help = {"Copy one configuration to another", "The numbers that ports have now",
               "To the switch description, beside what it says already"},
      .handler = copy_ports,
      .traits = {.effect = command_effect::files}},
     {.text = "clear ip dhcp relay ports",
-     .help = {"Reset counters", "Internet Protocol version 4 (IPv4)", "DHCP", relay_word,
-              "Forget the numbers of ports whose devices are away"},
+     .help = {help::clear, help::ip, help::dhcp, help::relay, "Forget the numbers of ports whose devices are away"},
      .handler = clear_ports,
      .traits = {.effect = command_effect::daemon}},
 };

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "cli/vlan_list.h"
 #include "commands/commands.h"
 #include "nsm.h"
@@ -79,7 +80,6 @@ int disable_on_interface(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     return set_on_interface(cli, 0);
 }
 
-constexpr char ip_word[] = "Internet Protocol version 4 (IPv4)";
 constexpr char no_word[] = "Turn off or remove";
 constexpr char local_word[] = "Option 82 added to broadcasts within their VLAN";
 constexpr char vlan_word[] = "VLANs it applies to";
@@ -90,7 +90,7 @@ constexpr command_row on_row(int mode, cli_handler handler) {
     return {.mode = mode,
             .privilege = viewer_privilege,
             .text = "ip dhcp local-relay",
-            .help = {ip_word, "DHCP", local_word},
+            .help = {help::ip, help::dhcp, local_word},
             .handler = handler,
             .traits = setting};
 }
@@ -99,7 +99,7 @@ constexpr command_row off_row(int mode, cli_handler handler) {
     return {.mode = mode,
             .privilege = viewer_privilege,
             .text = "no ip dhcp local-relay",
-            .help = {no_word, ip_word, "DHCP", local_word},
+            .help = {no_word, help::ip, help::dhcp, local_word},
             .handler = handler,
             .traits = setting};
 }
@@ -110,13 +110,13 @@ constexpr command_row rows[] = {
     {.mode = CLI_MODE_CONFIGURATION,
      .privilege = viewer_privilege,
      .text = "ip dhcp local-relay vlan LIST",
-     .help = {ip_word, "DHCP", local_word, vlan_word, list_word},
+     .help = {help::ip, help::dhcp, local_word, vlan_word, list_word},
      .handler = add_vlans,
      .traits = setting},
     {.mode = CLI_MODE_CONFIGURATION,
      .privilege = viewer_privilege,
      .text = "no ip dhcp local-relay vlan LIST",
-     .help = {no_word, ip_word, "DHCP", local_word, vlan_word, list_word},
+     .help = {no_word, help::ip, help::dhcp, local_word, vlan_word, list_word},
      .handler = remove_vlans,
      .traits = setting},
     on_row(CLI_MODE_INTERFACE, enable_on_interface),

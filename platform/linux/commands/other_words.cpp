@@ -4,6 +4,7 @@
 #include <string>
 
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "cli/session.h"
 #include "commands/commands.h"
 
@@ -31,7 +32,7 @@ int no_helper_address(struct cli *cli, int argc, char **argv) {
     return run_instead(cli, std::string("no ip dhcp relay address") + (argc > 0 ? std::string(" ") + argv[0] : ""));
 }
 
-int help(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+int show_help(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     (void)emit(session_of(cli),
                "?                 what can stand here; behind a part of a word: the words that begin so\n"
                "Tab               completes the word\n"
@@ -44,8 +45,6 @@ int help(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 }
 
 constexpr char no_word[] = "Take back a setting";
-constexpr char ip_word[] = "Internet Protocol version 4 (IPv4)";
-constexpr char dhcp_word[] = "DHCP";
 constexpr char relay_word[] = "Relay agent";
 constexpr char helper_word[] = "A DHCP server that requests are relayed to, as \"ip dhcp relay address\"";
 constexpr char server_word[] = "Its address";
@@ -55,30 +54,30 @@ constexpr command_row rows[] = {
     {.privilege = lowest_privilege,
      .text = "help",
      .help = {"How the command line is used"},
-     .handler = help,
+     .handler = show_help,
      .traits = {.effect = command_effect::looks, .who = audience::viewers}},
     {.mode = CLI_MODE_CONFIGURATION,
      .privilege = viewer_privilege,
      .text = "no ip dhcp relay hops",
-     .help = {no_word, ip_word, dhcp_word, relay_word, "4 hops, as at the beginning"},
+     .help = {no_word, help::ip, help::dhcp, relay_word, "4 hops, as at the beginning"},
      .handler = no_hops,
      .traits = stands_for},
     {.mode = CLI_MODE_CONFIGURATION,
      .privilege = viewer_privilege,
      .text = "no ip dhcp relay information policy",
-     .help = {no_word, ip_word, dhcp_word, relay_word, "Option 82", "Replace, as at the beginning"},
+     .help = {no_word, help::ip, help::dhcp, relay_word, "Option 82", "Replace, as at the beginning"},
      .handler = no_policy,
      .traits = stands_for},
     {.mode = CLI_MODE_INTERFACE,
      .privilege = viewer_privilege,
      .text = "ip helper-address A.B.C.D",
-     .help = {ip_word, helper_word, server_word},
+     .help = {help::ip, helper_word, server_word},
      .handler = helper_address,
      .traits = stands_for},
     {.mode = CLI_MODE_INTERFACE,
      .privilege = viewer_privilege,
      .text = "no ip helper-address [A.B.C.D]",
-     .help = {no_word, ip_word, helper_word, server_word},
+     .help = {no_word, help::ip, helper_word, server_word},
      .handler = no_helper_address,
      .traits = stands_for},
 };

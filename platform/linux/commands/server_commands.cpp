@@ -12,6 +12,7 @@
 #include "base/text.h"
 #include "books/server_book.h"
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "commands/books_text.h"
 #include "commands/commands.h"
 #include "inventory/inventory_names.h"
@@ -104,8 +105,9 @@ int show_servers(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 
 // ---- The document ----
 
-// Limits of the histogram in the document: few enough for a thousand servers. A time of the books counts for the first
-// limit that its bucket's middle does not pass.
+// Limits of the histogram in the document; those that no time counted for are left out, so that what programs read
+// stays small with as many servers as there can be. A time of the books counts for the first limit that its bucket's
+// middle does not pass.
 constexpr std::array<std::int64_t, 13> limits_us = {500,    1000,   2500,   5000,    10000,   25000,  50000,
                                                     100000, 250000, 500000, 1000000, 2500000, 5000000};
 
@@ -120,6 +122,7 @@ void add_times(json_writer &out, const server_figures &figures) {
     json_open(out, "response_times", '{');
     json_open(out, "buckets", '[');
     for (std::size_t i = 0; i < counts.size(); ++i) {
+        if (counts[i] == 0) continue;
         json_open(out, "", '{');
         if (i < limits_us.size()) json_number(out, "le_us", limits_us[i]);
         json_number(out, "count", static_cast<std::int64_t>(counts[i]));
@@ -132,7 +135,7 @@ void add_times(json_writer &out, const server_figures &figures) {
 
 void add_server(json_writer &out, const server_row &row, std::int64_t now) {
     const server_figures &figures = row.figures;
-    json_open(out, "", '{');
+    json_open_row(out, "", '{');
     json_string(out, "interface", "vlan" + std::to_string(figures.vlan));
     json_string(out, "server", platform::ipv4_text(figures.server));
     json_bool(out, "configured", row.configured);
@@ -163,18 +166,16 @@ int clear_servers(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/) {
     return 0;
 }
 
-constexpr char ip_word[] = "Internet Protocol version 4 (IPv4)";
-constexpr char relay_word[] = "The DHCP relay";
 constexpr char server_word[] = "How often each server was asked and answered, and how fast";
 
 constexpr command_row rows[] = {
     {.privilege = viewer_privilege,
      .text = "show ip dhcp relay server",
-     .help = {"Show running system information", ip_word, "DHCP", relay_word, server_word},
+     .help = {help::show, help::ip, help::dhcp, help::relay, server_word},
      .handler = show_servers,
-     .traits = {.effect = command_effect::looks, .who = audience::viewers, .json = servers_json}},
+     .traits = {.effect = command_effect::looks, .who = audience::viewers, .json = servers_json, .schema = "servers"}},
     {.text = "clear ip dhcp relay server",
-     .help = {"Reset counters", ip_word, "DHCP", relay_word, server_word},
+     .help = {help::clear, help::ip, help::dhcp, help::relay, server_word},
      .handler = clear_servers,
      .traits = {.effect = command_effect::daemon}},
 };

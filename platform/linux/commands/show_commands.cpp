@@ -4,6 +4,7 @@
 #include <string>
 
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "cli/session.h"
 #include "commands/commands.h"
 #include "log/log.h"
@@ -91,42 +92,56 @@ int show_service_status(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     return 0;
 }
 
-constexpr char show_word[] = "Show running system information";
+int services_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    constexpr std::uint32_t on = 1;
+    json_open(out, "", '{');
+    json_open(out, "services", '[');
+    for (const platform::service_state &each : platform::service_states()) {
+        json_open(out, "", '{');
+        json_string(out, "name", each.name);
+        json_bool(out, "on", each.state == on);
+        if (!each.text.empty()) json_string(out, "text", each.text);
+        json_close(out, '}');
+    }
+    json_close(out, ']');
+    json_close(out, '}');
+    return 0;
+}
 
 // Shows something to everybody who may look.
-constexpr command_traits shows(json_handler json = nullptr) {
-    return {.effect = command_effect::looks, .who = audience::viewers, .json = json};
+constexpr command_traits shows(json_handler json = nullptr, const char *schema = nullptr) {
+    return {.effect = command_effect::looks, .who = audience::viewers, .json = json, .schema = schema};
 }
 
 constexpr command_row rows[] = {
     {.privilege = viewer_privilege,
      .text = "show version",
-     .help = {show_word, "Version and time since start"},
+     .help = {help::show, "Version and time since start"},
      .handler = show_version,
-     .traits = shows(version_json)},
+     .traits = shows(version_json, "version")},
     {.privilege = viewer_privilege,
      .text = "show history",
-     .help = {show_word, "The lines typed in this session"},
+     .help = {help::show, "The lines typed in this session"},
      .handler = show_history,
      .traits = shows()},
     {.privilege = lowest_privilege,
      .text = "show privilege",
-     .help = {show_word, "What this session may do"},
+     .help = {help::show, "What this session may do"},
      .handler = show_privilege,
      .traits = shows()},
     {.privilege = viewer_privilege,
      .text = "show logging",
-     .help = {show_word, "The last lines of the log"},
+     .help = {help::show, "The last lines of the log"},
      .handler = show_logging,
-     .traits = shows(logging_json)},
+     .traits = shows(logging_json, "logging")},
     {.privilege = viewer_privilege,
      .text = "show service status",
-     .help = {show_word, "The daemon's services", "Whether they are on"},
+     .help = {help::show, "The daemon's services", "Whether they are on"},
      .handler = show_service_status,
-     .traits = shows()},
+     .traits = shows(services_json, "service")},
     {.privilege = 20,
      .text = "show tech-support",
-     .help = {show_word, "All that is to be known of the relay, for those who look for a fault"},
+     .help = {help::show, "All that is to be known of the relay, for those who look for a fault"},
      .handler = show_tech_support,
      .traits = {.effect = command_effect::looks}},
 };

@@ -8,6 +8,7 @@
 
 #include "base/files.h"
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "cli/session.h"
 #include "cli/tree.h"
 #include "configuration/configuration.h"
@@ -135,9 +136,7 @@ int load(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     return replay_file(startup_path(), /*optional=*/false, /*check_only=*/false, report) == 0 ? 0 : 1;
 }
 
-constexpr char show_word[] = "Show running system information";
 constexpr char copy_word[] = "Copy one configuration to another";
-constexpr char running_word[] = "The settings in force";
 constexpr char interface_word[] = "Those of one interface";
 constexpr char startup_word[] = "The settings the daemon starts with";
 constexpr char write_word[] = "Save the running configuration";
@@ -146,24 +145,24 @@ constexpr command_traits of_files = {.effect = command_effect::files};
 
 constexpr command_row rows[] = {
     {.text = "show running-config",
-     .help = {show_word, running_word},
+     .help = {help::show, help::running},
      .handler = show_running,
-     .traits = {.effect = command_effect::looks, .json = running_json}},
+     .traits = {.effect = command_effect::looks, .json = running_json, .schema = "running-config"}},
     {.text = "show running-config interface IFNAME",
-     .help = {show_word, running_word, interface_word, "Its name"},
+     .help = {help::show, help::running, interface_word, "Its name"},
      .handler = show_interface,
      .traits = shows},
     {.text = "show running-config interface vlan <1-4094>",
-     .help = {show_word, running_word, interface_word, "A VLAN interface", "Its VLAN id"},
+     .help = {help::show, help::running, interface_word, "A VLAN interface", "Its VLAN id"},
      .handler = show_vlan,
      .traits = shows},
-    {.text = "show startup-config", .help = {show_word, startup_word}, .handler = show_startup, .traits = shows},
+    {.text = "show startup-config", .help = {help::show, startup_word}, .handler = show_startup, .traits = shows},
     {.text = "copy running-config startup-config",
-     .help = {copy_word, running_word, startup_word},
+     .help = {copy_word, help::running, startup_word},
      .handler = save,
      .traits = of_files},
     {.text = "copy startup-config running-config",
-     .help = {copy_word, startup_word, running_word},
+     .help = {copy_word, startup_word, help::running},
      .handler = load,
      .traits = of_files},
     {.text = "write", .help = {write_word}, .handler = save, .traits = of_files},

@@ -14,6 +14,7 @@
 #include "base/files.h"
 #include "base/time_text.h"
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "cli/session.h"
 #include "configuration/configuration.h"
 #include "configuration/configuration_model.h"
@@ -141,19 +142,23 @@ int confirm(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 
 // ---- Showing ----
 
+// What differs between what is saved and what runs. Returns why that cannot be told; empty when it can.
+std::string unsaved(std::vector<difference_line> *lines) {
+    const turns_undivided whole;
+    std::string text;
+    const int failed = platform::read_file(startup_path(), configuration_limit, &text);
+    if (failed != 0 && failed != ENOENT) return startup_path() + " cannot be read: " + std::strerror(failed);
+    configuration saved;
+    (void)read_model(text, &saved, [](std::size_t, const std::string &) {});
+    *lines = difference(saved, running_model());
+    return {};
+}
+
 int show_differences(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     session &s = session_of(cli);
     std::vector<difference_line> lines;
-    {
-        const turns_undivided whole;
-        std::string text;
-        const int failed = platform::read_file(startup_path(), configuration_limit, &text);
-        if (failed != 0 && failed != ENOENT)
-            return fail(s, startup_path() + " cannot be read: " + std::strerror(failed));
-        configuration saved;
-        (void)read_model(text, &saved, [](std::size_t, const std::string &) {});
-        lines = difference(saved, running_model());
-    }
+    const std::string fault = unsaved(&lines);
+    if (!fault.empty()) return fail(s, fault);
     print_difference(s, lines);
     const std::size_t changes = count_changes(lines);
     (void)emit(s, changes == 0
@@ -161,6 +166,20 @@ int show_differences(struct cli *cli, int /*argc*/, char ** /*argv*/) {
                       : count_text(changes) + (changes == 1 ? " differs" : " differ") + " from what is saved\n");
     if (const auto left = unconfirmed_left())
         (void)emit(s, "It goes back in " + std::to_string(*left) + " s unless \"configure confirm\" comes before\n");
+    return 0;
+}
+
+int differences_json(struct cli *cli, int /*argc*/, char ** /*argv*/, json_writer &out) {
+    std::vector<difference_line> lines;
+    const std::string fault = unsaved(&lines);
+    if (!fault.empty()) return fail(session_of(cli), fault);
+    json_open(out, "", '{');
+    json_open(out, "lines", '[');
+    for (const difference_line &line : lines) json_string(out, "", line.sign + line.text);
+    json_close(out, ']');
+    json_number(out, "differing", static_cast<std::int64_t>(count_changes(lines)));
+    if (const auto left = unconfirmed_left()) json_number(out, "unconfirmed_seconds", *left);
+    json_close(out, '}');
     return 0;
 }
 
@@ -213,7 +232,6 @@ constexpr char replace_word[] = "Make the running configuration what a text says
 constexpr char dry_word[] = "Only show what would change";
 constexpr char confirm_word[] = "Go back unless \"configure confirm\" comes in time";
 constexpr char minutes_word[] = "Minutes";
-constexpr char show_word[] = "Show running system information";
 constexpr char configuration_word[] = "Configurations";
 constexpr command_traits of_files = {.effect = command_effect::files};
 
@@ -237,13 +255,13 @@ constexpr command_row rows[] = {
      .handler = confirm,
      .traits = of_files},
     {.text = "show configuration differences",
-     .help = {show_word, configuration_word, "What is running (+) and not saved (-)"},
+     .help = {help::show, configuration_word, "What is running (+) and not saved (-)"},
      .handler = show_differences,
-     .traits = {.effect = command_effect::looks}},
+     .traits = {.effect = command_effect::looks, .json = differences_json, .schema = "differences"}},
     {.text = "show configuration history",
-     .help = {show_word, configuration_word, "The versions that are saved"},
+     .help = {help::show, configuration_word, "The versions that are saved"},
      .handler = show_history,
-     .traits = {.effect = command_effect::looks, .json = history_json}},
+     .traits = {.effect = command_effect::looks, .json = history_json, .schema = "history"}},
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "base/time_text.h"
 #include "cli/command_row.h"
+#include "cli/help_texts.h"
 #include "cli/session.h"
 #include "log/log.h"
 #include "management/management.h"
@@ -64,9 +65,9 @@ int clear_session(struct cli *cli, int /*argc*/, char **argv) {
 constexpr command_row rows[] = {
     {.privilege = cli::viewer_privilege,
      .text = "show users",
-     .help = {"Show running system information", "Sessions, and whose they are"},
+     .help = {cli::help::show, "Sessions, and whose they are"},
      .handler = show_users,
-     .traits = {.effect = command_effect::looks, .who = audience::viewers, .json = users_json}},
+     .traits = {.effect = command_effect::looks, .who = audience::viewers, .json = users_json, .schema = "users"}},
     {.text = "clear session <1-4294967295>",
      .help = {"Reset counters, or end a session", "End somebody's session", "Its number, as \"show users\" has it"},
      .handler = clear_session,

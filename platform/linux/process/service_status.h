@@ -12,7 +12,8 @@ namespace ravo::platform {
 struct service_state {
     std::uint32_t protocol;
     std::uint32_t state;  // 1 on, 2 off
-    std::string text;
+    std::string name;     // "DHCP relay"
+    std::string text;     // what the daemon says of it, may be empty
 };
 // In order of protocol number.
 std::vector<service_state> service_states();

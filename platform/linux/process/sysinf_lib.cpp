@@ -60,7 +60,8 @@ void tell_state() {
 
 std::vector<service_state> service_states() {
     std::vector<service_state> out;
-    for (const auto &[protocol, service] : services) out.push_back({protocol, service.state, service.text});
+    for (const auto &[protocol, service] : services)
+        out.push_back({protocol, service.state, name_of(protocol), service.text});
     return out;
 }
 

@@ -253,6 +253,43 @@ TEST_F(Json, Transactions) {
 )");
 }
 
+TEST(JsonRows, StandInOneLineWithAllTheyHold) {
+    ravo::cli::json_writer out;
+    ravo::cli::json_open(out, "", '{');
+    ravo::cli::json_open(out, "rows", '[');
+    for (int i = 0; i < 2; ++i) {
+        ravo::cli::json_open_row(out, "", '{');
+        ravo::cli::json_number(out, "n", i);
+        ravo::cli::json_open(out, "of", '[');
+        ravo::cli::json_string(out, "", "a");
+        ravo::cli::json_open_row(out, "", '{');
+        ravo::cli::json_close(out, '}');
+        ravo::cli::json_close(out, ']');
+        ravo::cli::json_bool(out, "last", i == 1);
+        ravo::cli::json_close(out, '}');
+    }
+    ravo::cli::json_close(out, ']');
+    ravo::cli::json_number(out, "total", 2);
+    ravo::cli::json_close(out, '}');
+    EXPECT_EQ(out.text, R"({
+  "rows": [
+    {"n": 0, "of": ["a", {}], "last": false},
+    {"n": 1, "of": ["a", {}], "last": true}
+  ],
+  "total": 2
+}
+)");
+}
+
+TEST(JsonRows, AWholeDocumentCanBeOne) {
+    ravo::cli::json_writer out;
+    ravo::cli::json_open_row(out, "", '{');
+    ravo::cli::json_number(out, "n", 1);
+    ravo::cli::json_number(out, "m", 2);
+    ravo::cli::json_close(out, '}');
+    EXPECT_EQ(out.text, "{\"n\": 1, \"m\": 2}\n");
+}
+
 TEST_F(Json, WorksBehindDo) {
     shell_.configure("vlan10");
     EXPECT_EQ(shell_.print("do show ip dhcp relay option 61 | json"), "{\n  \"interfaces\": []\n}\n");

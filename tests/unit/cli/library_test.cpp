@@ -60,7 +60,7 @@ class Rows : public testing::Test {
 
 TEST_F(Rows, AGoodOneIsInstalled) {
     EXPECT_EQ(fault_of(good), "");
-    EXPECT_EQ(fault_of({.effect = command_effect::looks, .json = write_json}), "");
+    EXPECT_EQ(fault_of({.effect = command_effect::looks, .json = write_json, .schema = "look"}), "");
     EXPECT_EQ(fault_of({.effect = command_effect::setting, .held = always_held}, 31), "");
 }
 
@@ -103,6 +103,8 @@ TEST_F(Rows, HaveTraitsThatFitTogether) {
     EXPECT_THAT(fault_of({.effect = command_effect::looks, .who = audience::viewers}, 3), HasSubstr("for viewers"));
     EXPECT_EQ(fault_of({.effect = command_effect::session, .who = audience::viewers}), "");
     EXPECT_THAT(fault_of({.effect = command_effect::setting, .json = write_json}), HasSubstr("it has JSON"));
+    EXPECT_THAT(fault_of({.effect = command_effect::looks, .json = write_json}), HasSubstr("its schema"));
+    EXPECT_THAT(fault_of({.effect = command_effect::looks, .schema = "look"}), HasSubstr("its schema"));
     EXPECT_THAT(fault_of({.effect = command_effect::looks, .held = always_held}), HasSubstr("it is compared"));
 }
 
@@ -130,7 +132,9 @@ TEST_F(Rows, OneThatIsBadDoesNotKeepOutTheOthers) {
 
 TEST_F(Rows, OfTheDaemonGetWhatThePlatformKnowsOfThem) {
     static constexpr ravo::cli::known_command known[] = {
-        {CLI_MODE_EXEC, "look", {.effect = command_effect::looks, .who = audience::viewers, .json = write_json}},
+        {CLI_MODE_EXEC,
+         "look",
+         {.effect = command_effect::looks, .who = audience::viewers, .json = write_json, .schema = "look"}},
         {CLI_MODE_CONFIGURATION, "look", {.effect = command_effect::daemon}},
         {CLI_MODE_EXEC, "never comes", {}},
     };

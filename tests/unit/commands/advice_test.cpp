@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -43,11 +45,21 @@ advice_facts healthy() {
     return out;
 }
 
+// What programs are told that there is.
+const std::string &schema() {
+    static const std::string text = [] {
+        std::ifstream file(RAVO_SOURCE_FOLDER "/docs/schema/advice.schema.json");
+        return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    }();
+    return text;
+}
+
 std::vector<std::string> kinds(const advice_facts &facts) {
     std::vector<std::string> out;
     for (const advice &each : advice_on(facts)) {
         EXPECT_FALSE(each.what.empty());
         EXPECT_FALSE(each.remedy.empty());
+        EXPECT_THAT(schema(), HasSubstr('"' + each.kind + '"'));
         out.push_back(each.kind);
     }
     return out;

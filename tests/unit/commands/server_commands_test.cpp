@@ -82,12 +82,42 @@ TEST_F(ServerCommands, TellsItAsJson) {
     servers_note_asked(10, plain, 0, wall_clock_us() - 30 * second);
     shell s(2);
     const std::string text = s.print("show ip dhcp relay server | json");
-    EXPECT_THAT(text, testing::StartsWith("{\n  \"servers\": [\n    {\n      \"interface\": \"vlan10\",\n"
-                                          "      \"server\": \"192.0.2.11\",\n      \"configured\": true,\n"
-                                          "      \"asked\": 2,\n      \"answered\": 1,\n      \"median_us\": 1"));
-    EXPECT_THAT(text, HasSubstr("\"silent_seconds\": 30,\n      \"silent_since\": \"20"));
-    EXPECT_THAT(text, HasSubstr("{\n            \"le_us\": 2500,\n            \"count\": 1\n          }"));
-    EXPECT_THAT(text, HasSubstr("\"sum_us\": 1500"));
+    EXPECT_THAT(text, testing::StartsWith("{\n  \"servers\": [\n"
+                                          "    {\"interface\": \"vlan10\", \"server\": \"192.0.2.11\", "
+                                          "\"configured\": true, \"asked\": 2, \"answered\": 1, \"median_us\": 1"));
+    EXPECT_THAT(text, HasSubstr("\"silent_seconds\": 30, \"silent_since\": \"20"));
+    EXPECT_THAT(text,
+                HasSubstr("\"response_times\": {\"buckets\": [{\"le_us\": 2500, \"count\": 1}], \"sum_us\": 1500}},\n"))
+        << "buckets of nothing are left out";
+}
+
+// What the programs in front keep of an answer.
+constexpr std::size_t longest_answer = std::size_t{8} << 20;
+
+void note_answers(std::uint16_t vlan, std::uint32_t server, std::initializer_list<std::int64_t> times) {
+    servers_note_asked(vlan, server, 0, wall_clock_us() - 60 * second);
+    for (const std::int64_t time : times) servers_note_answered(vlan, server, server, time);
+    servers_note_asked(vlan, server, 0, wall_clock_us() - 30 * second);
+}
+
+TEST_F(ServerCommands, TheDocumentFitsWhatProgramsReadHoweverManyThereAre) {
+    // Two servers on each VLAN, answers in every bucket, and silent now: rows as long as they get.
+    const auto everywhere = {std::int64_t{400},     std::int64_t{900},    std::int64_t{2000},   std::int64_t{4000},
+                             std::int64_t{9000},    std::int64_t{20000},  std::int64_t{40000},  std::int64_t{90000},
+                             std::int64_t{200000},  std::int64_t{400000}, std::int64_t{900000}, std::int64_t{2000000},
+                             std::int64_t{4000000}, std::int64_t{9000000}};
+    for (std::uint16_t vlan = 1; vlan <= 4094; ++vlan)
+        for (const std::uint32_t server : {inet_addr("198.51.100.201"), inet_addr("198.51.100.202")})
+            note_answers(vlan, server, everywhere);
+    shell s(2);
+    const std::string text = s.print("show ip dhcp relay server | json");
+    std::size_t rows = 0, buckets = 0;
+    for (std::size_t at = text.find("\"asked\""); at != std::string::npos; at = text.find("\"asked\"", at + 1)) ++rows;
+    for (std::size_t at = text.find("\"count\""); at != std::string::npos; at = text.find("\"count\"", at + 1))
+        ++buckets;
+    EXPECT_EQ(rows, 2U * 4094 + 3);
+    EXPECT_EQ(buckets, 2U * 4094 * 14);
+    EXPECT_LT(text.size(), longest_answer);
 }
 
 TEST_F(ServerCommands, AreClearedAndConfiguredOnesStay) {

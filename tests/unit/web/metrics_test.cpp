@@ -16,8 +16,8 @@ constexpr std::string_view statistics = R"({
 })";
 
 constexpr std::string_view servers = R"({"servers": [{"interface": "vlan10", "server": "192.0.2.11", "asked": 5,
-  "answered": 3, "response_times": {"buckets": [{"le_us": 1000, "count": 2}, {"le_us": 10000, "count": 1},
-  {"count": 0}], "sum_us": 4500}}]})";
+  "answered": 7, "response_times": {"buckets": [{"le_us": 1000, "count": 2}, {"le_us": 10000, "count": 1},
+  {"count": 4}], "sum_us": 4500}}]})";
 
 TEST(Metrics, AreWrittenAsOpenMetrics) {
     metrics_source from;
@@ -52,14 +52,25 @@ ravo_messages_lost_total 2
 ravo_server_requests_total{interface="vlan10",server="192.0.2.11"} 5
 # HELP ravo_server_replies Replies that came from a server.
 # TYPE ravo_server_replies counter
-ravo_server_replies_total{interface="vlan10",server="192.0.2.11"} 3
+ravo_server_replies_total{interface="vlan10",server="192.0.2.11"} 7
 # HELP ravo_server_response_seconds Time between a request and its server's reply.
 # TYPE ravo_server_response_seconds histogram
+ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="5e-04"} 0
 ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="0.001"} 2
+ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="0.0025"} 2
+ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="0.005"} 2
 ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="0.01"} 3
-ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="+Inf"} 3
+ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="0.025"} 3
+ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="0.05"} 3
+ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="0.1"} 3
+ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="0.25"} 3
+ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="0.5"} 3
+ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="1"} 3
+ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="2.5"} 3
+ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="5"} 3
+ravo_server_response_seconds_bucket{interface="vlan10",server="192.0.2.11",le="+Inf"} 7
 ravo_server_response_seconds_sum{interface="vlan10",server="192.0.2.11"} 0.0045
-ravo_server_response_seconds_count{interface="vlan10",server="192.0.2.11"} 3
+ravo_server_response_seconds_count{interface="vlan10",server="192.0.2.11"} 7
 # HELP ravo_relay_enabled 1 while the relay is on.
 # TYPE ravo_relay_enabled gauge
 ravo_relay_enabled 1
