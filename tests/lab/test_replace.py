@@ -93,6 +93,48 @@ def test_all_or_nothing(daemon):
     assert running(daemon) == before
 
 
+def test_the_audit_says_what_became_of_it(daemon):
+    replace(daemon, "ip dhcp relay hops 7\n")
+    replace(daemon, "ip dhcp relay hops 99\n", status=1)
+    end = ": configure replace terminal: "
+    wait_for(lambda: f"{end}refused (1)\n" in daemon.log, 30, "the refusal in the audit")
+    told = [line.split(": ", 2)[2] for line in daemon.log.splitlines() if end in line]
+    assert told == ["configure replace terminal: done", "configure replace terminal: refused (1)"]
+
+
+def test_by_the_path_of_a_file(daemon):
+    """A file beside the saved configuration; of what else the daemon could read nothing is told."""
+    folder = daemon.startup.parent
+    wanted = folder / "wanted"
+    wanted.write_text("ip dhcp relay hops 7\n")
+    command = f"configure replace {wanted}"
+    assert daemon.sh("-c", f"{command} dry-run") == "+ip dhcp relay hops 7\n1 line would be changed\n"
+    assert daemon.sh("-c", command) == "+ip dhcp relay hops 7\n1 line changed\n"
+    assert daemon.sh("-c", f"{command} confirm 1") == "unchanged\n"
+    secret = "root:of-nobody-else"
+    wanted.write_text(f"ip dhcp relay hops 8\n{secret}\n")
+    wanted.chmod(0o644)
+    refused = ran(daemon, "-c", command, status=1)[0]
+    assert refused.startswith(f"% {wanted}:2: invalid input") and secret in refused
+    assert refused.endswith("\n% Nothing was changed\n")
+    wanted.chmod(0o640)
+    assert ran(daemon, "-c", command, status=1)[0] == (
+        f"% {wanted}:2: no line of a configuration\n% Nothing was changed\n")
+    outside = daemon.folder / "outside"
+    outside.write_text(f"{secret}\n")
+    (folder / "link").symlink_to(outside)
+    (folder / "pipe").symlink_to("/dev/zero")
+    place = f"does not stand in {folder}, from where configurations are read\n"
+    for path in (outside, folder / "link", folder / "pipe", folder / ".." / "outside", daemon.folder / "no" / "file",
+                 "/etc/shadow", "/nowhere"):
+        assert ran(daemon, "-c", f"configure replace {path}", status=1)[0] == f"% {path} {place}"
+    for path, said in ((folder / "none", f"% {folder}/none cannot be read: No such file or directory\n"),
+                       (folder, f"% {folder} {place}"),
+                       ("wanted", '% "wanted" is no whole path, such as /etc/ravo/FILE\n')):
+        assert ran(daemon, "-c", f"configure replace {path}", status=1)[0] == said
+    assert "hops 7\n" in running(daemon)
+
+
 def random_configuration(dice):
     lines = [line for line in ("ip dhcp relay", "ip dhcp relay information option",
                                "no ip dhcp relay information check", "ip dhcp relay information trust-all",

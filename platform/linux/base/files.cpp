@@ -13,6 +13,8 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <utility>
 
 #include "base/owners.h"
@@ -90,6 +92,16 @@ int replace_file(const std::string &path, std::string_view text, mode_t mode) {
         return failed;
     }
     return sync_folder_of(path);
+}
+
+std::string real_path(const std::string &path) {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr), &std::free);
+    return real == nullptr ? std::string() : real.get();
+}
+
+bool is_below(const std::string &path, const std::string &folder) {
+    if (folder == "/") return path.starts_with('/');
+    return path == folder || (path.starts_with(folder) && path[folder.size()] == '/');
 }
 
 std::string behind_links(std::string path) {

@@ -29,6 +29,12 @@ namespace ravo::platform {
 // The folder that a path names something in: "." for a bare name, "/" for what stands in the root.
 [[nodiscard]] std::string folder_of(const std::string &path);
 
+// The whole path of what a path names, all links followed; empty when there is none, with the reason in errno.
+[[nodiscard]] std::string real_path(const std::string &path);
+
+// Tells whether a whole path names a folder or something in it, however deep.
+[[nodiscard]] bool is_below(const std::string &path, const std::string &folder);
+
 // The file that a path leads to over symbolic links, which need not exist.
 [[nodiscard]] std::string behind_links(std::string path);
 

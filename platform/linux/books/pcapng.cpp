@@ -16,9 +16,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <utility>
 
 #include "base/files.h"
@@ -83,22 +81,12 @@ bool is_capture_name(std::string_view path) {
     return path.starts_with('/') && std::any_of(name_ends.begin(), name_ends.end(), fits);
 }
 
-// The folder that a path names, all links followed; empty when there is none.
-std::string real_folder(const std::string &path) {
-    const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr), &std::free);
-    return real == nullptr ? std::string() : real.get();
-}
-
-bool is_below(const std::string &folder, const std::string &top) {
-    return folder == top || (folder.starts_with(top) && folder[top.size()] == '/');
-}
-
 // Tells why nothing may be written into a folder, by its real path; empty when it may.
 std::string refuse_folder(const std::string &path, const std::string &real) {
     if (real.empty()) return failure(path, errno);
     std::string known;
     for (const std::string &folder : folders) {
-        const std::string top = real_folder(folder);
+        const std::string top = real_path(folder);
         if (!top.empty() && is_below(real, top)) return {};
         known += (known.empty() ? "" : ", ") + folder;
     }
@@ -174,7 +162,7 @@ pcapng_file::~pcapng_file() {
 std::string pcapng_file::open(const std::string &path) {
     if (!is_capture_name(path))
         return "\"" + path + "\" is no file for a capture; give a whole path that ends in .pcapng or .pcap";
-    const std::string place = real_folder(folder_of(path));
+    const std::string place = real_path(folder_of(path));
     const std::string misplaced = refuse_folder(path, place);
     if (!misplaced.empty()) return misplaced;
     const std::string file = place + path.substr(path.rfind('/'));

@@ -171,7 +171,11 @@ int run_for_interfaces(session &s, const match &chosen, std::string_view line) {
     if (of_range && s.range.size() > 1) place += " and " + std::to_string(s.range.size() - 1) + " more";
     const int result =
         of_range ? run_for_each_of_range(s, what, chosen.arguments) : run_handler(s, what, chosen.arguments);
-    if (is_for_the_record(s, what.traits)) s.output.changed(place, trim(line), result);
+    if (!is_for_the_record(s, what.traits)) return result;
+    if (s.collector)
+        s.collected_for = trim(line);  // what becomes of it is known when its lines are there
+    else
+        s.output.changed(place, trim(line), result);
     return result;
 }
 
@@ -260,7 +264,9 @@ int run_line(session &s, std::string_view line, std::size_t limit, line_fault *f
     line = without_line_end(line);
     if (s.collector) {
         const line_taker take = s.collector;  // it may end itself
-        return take(s, line);
+        const int result = take(s, line);
+        if (!s.collector && s.output.changed) s.output.changed({}, s.collected_for, result);
+        return result;
     }
     if (line.size() > limit) {
         fault->kind = fault_kind::too_long;

@@ -62,6 +62,7 @@ struct session {
     bool check_only = false;                     // only to find the faults: nothing outside the relay's data changes
     relay_guard taker;                           // takes the settings it makes; empty: the relay does
     line_taker collector;                        // takes its lines as they are; empty: they are commands
+    std::string collected_for;                   // the command whose lines they are, for the record
     std::unique_ptr<line_filter> filter;         // of the command that runs, null without one
     std::unique_ptr<line_filter> stream_filter;  // of the command that goes on
     std::function<int()> stream_stop;            // ends it and returns its result; empty when there is none

@@ -74,11 +74,18 @@ int carry_out(session &s, const configuration &before, const configuration &want
     return 0;
 }
 
-int replace_by(session &s, std::string_view text, const replace_wish &wish) {
+// Where a text stands, for what is said of its lines.
+struct text_source {
+    std::string place = "line ";  // what stands before the number of a line
+    bool is_open = true;          // what stands in a line may be said
+};
+
+int replace_by(session &s, std::string_view text, const replace_wish &wish, const text_source &from = {}) {
     const turns_undivided whole;
     configuration wanted;
     const int faults = read_model(text, &wanted, [&](std::size_t number, const std::string &reason) {
-        (void)emit(s, "% line " + std::to_string(number) + ": " + reason + "\n");
+        (void)emit(s, "% " + from.place + std::to_string(number) + ": " +
+                          (from.is_open ? reason : "no line of a configuration") + "\n");
     });
     if (faults != 0) return fail(s, "Nothing was changed");
     const configuration before = running_model();
@@ -104,6 +111,35 @@ int replace_by_file(struct cli *cli, const std::string &path, const replace_wish
 
 const std::string &startup_path() {
     return platform::frame_get_options().startup_config;
+}
+
+// Why a file may not be read for somebody: what stands elsewhere than the saved configuration is not theirs because it
+// is the daemon's. What is there and what is not is not told of those places either. Empty when it may.
+std::string refuse_place(const std::string &path) {
+    if (!path.starts_with('/')) return "\"" + path + "\" is no whole path, such as /etc/ravo/FILE";
+    const std::string folder = platform::real_path(platform::folder_of(startup_path()));
+    const std::string at = platform::real_path(platform::folder_of(path));
+    const std::string real = platform::real_path(path);
+    const bool inside = !folder.empty() && !at.empty() && platform::is_below(at, folder);
+    if (inside && (real.empty() || platform::is_below(real, folder))) return {};
+    return path + " does not stand in " + platform::folder_of(startup_path()) + ", from where configurations are read";
+}
+
+// Tells whether everybody may read a file.
+bool is_for_all(const std::string &path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0;
+}
+
+int replace_by_path(struct cli *cli, int argc, char **argv) {
+    session &s = session_of(cli);
+    const std::string path = argv[0];
+    const std::string fault = refuse_place(path);
+    if (!fault.empty()) return fail(s, fault);
+    std::string text;
+    const int failed = platform::read_file(path, configuration_limit, &text);
+    if (failed != 0) return fail(s, path + " cannot be read: " + std::strerror(failed));
+    return replace_by(s, text, wish_of(argc, argv, 1), {path + ":", is_for_all(path)});
 }
 
 int replace_by_startup(struct cli *cli, int argc, char **argv) {
@@ -249,6 +285,11 @@ constexpr command_row rows[] = {
      .help = {configure_word, replace_word, "What was saved before", "Version; 1 is the one before what is saved now",
               dry_word, confirm_word, minutes_word},
      .handler = replace_by_saved,
+     .traits = of_files},
+    {.text = "configure replace FILE [dry-run] [confirm <1-1440>]",
+     .help = {configure_word, replace_word, "The whole path of a file beside the saved configuration", dry_word,
+              confirm_word, minutes_word},
+     .handler = replace_by_path,
      .traits = of_files},
     {.text = "configure confirm",
      .help = {configure_word, "The configuration stays, which would go back by itself"},

@@ -17,7 +17,9 @@ namespace {
 
 using ravo::platform::descriptor;
 using ravo::platform::folder_of;
+using ravo::platform::is_below;
 using ravo::platform::read_file;
+using ravo::platform::real_path;
 using ravo::platform::replace_file;
 using ravo::platform::write_all;
 
@@ -129,6 +131,26 @@ TEST(FolderOf, PathsOfEveryShape) {
     EXPECT_EQ(folder_of("switch.toml"), ".");
     EXPECT_EQ(folder_of("a/b/"), "a/b");
     EXPECT_EQ(folder_of(""), ".");
+}
+
+TEST_F(Files, WhatAPathNamesIsToldWithoutLinks) {
+    write("");
+    const std::string link = folder + "/link";
+    ASSERT_EQ(symlink("file", link.c_str()), 0);
+    EXPECT_EQ(real_path(link), real_path(path));
+    EXPECT_EQ(real_path(folder + "/../" + folder.substr(folder.rfind('/') + 1)), real_path(folder));
+    unlink(link.c_str());
+    EXPECT_EQ(real_path(link), "");
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(Folders, HoldWhatIsBelowThem) {
+    EXPECT_TRUE(is_below("/etc/ravo", "/etc/ravo"));
+    EXPECT_TRUE(is_below("/etc/ravo/a/b", "/etc/ravo"));
+    EXPECT_FALSE(is_below("/etc/ravo-web", "/etc/ravo"));
+    EXPECT_FALSE(is_below("/etc", "/etc/ravo"));
+    EXPECT_FALSE(is_below("", "/etc/ravo"));
+    EXPECT_TRUE(is_below("/etc", "/"));
 }
 
 }  // namespace
