@@ -9,6 +9,7 @@ import subprocess
 import time
 from pathlib import Path
 
+from documents import judge
 from managed import Session
 from ravolab.craft import broadcast, message
 from ravolab.process import wait_for
@@ -57,6 +58,7 @@ def test_port_of_a_crash_is_held_and_others_are_served(bare_lab):
     wait_for(lambda: outcome(relay, "1/3", "relayed") == 1, 30, "request of another port")
     wait_for(lambda: outcome(relay, "1/1", "port-held") == 3, 30, "messages of the held port")
     [crash] = crashes(relay)
+    judge("crashes", {"crashes": [crash]})
     assert (crash["client"], crash["vlan"], crash["port"], crash["cause"], crash["held_seconds"], crash["capture"]) == (
         attacker.mac, 10, "1/1", "SIGABRT", 10, told[1])
     relay.sh("clear ip dhcp relay crashes")

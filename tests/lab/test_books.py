@@ -379,6 +379,28 @@ def test_a_port_by_its_device(relay):
     assert "swp1" in words[0] and "1/1" in words[1] and not set(words[0]) & set(words[1])
 
 
+def test_ports_and_interfaces_by_any_of_their_names(lab, relay):
+    relay.configure("interface vlan10", "ip dhcp relay address 192.0.2.11")
+    section = "interface vlan10\n ip dhcp relay address 192.0.2.11\n!\n"
+    for name in ("vlan10", "vlan 10", "Vlan10", "10"):
+        assert relay.sh(f"show running-config interface {name}").removesuffix("!\n") == section.removesuffix("!\n")
+    for name in ("swp1", "1/1"):
+        told = relay.sh(f"show running-config interface {name}")
+        assert told.removesuffix("!\n") == ("! port 1/1, device swp1: the settings of its VLANs\n"
+                                            + section.removesuffix("!\n"))
+    assert relay.sh("show running-config interface swp3") == "! port 1/3, device swp3: the settings of its VLANs\ninterface vlan20\n"
+    result = relay.run("show running-config interface nosuch")
+    assert (result.returncode, result.stdout) == (1, '% "nosuch" is no interface and no port\n')
+    with managed.Session(relay.socket) as session:
+        for command in ("show running-config interface ", "terminal monitor interface "):
+            assert {"swp1", "1/1", "vlan10"} <= set(session.complete(command))
+        for command in ("show ip dhcp relay statistics vlan ", "monitor ip dhcp relay vlan ",
+                        "show running-config interface vlan "):
+            assert {"10", "20"} <= set(session.complete(command))
+        for command in ("show ip dhcp relay statistics port ", "monitor ip dhcp relay port "):
+            assert {"swp1", "1/1"} <= set(session.complete(command))
+
+
 def test_what_is_no_port_and_no_address(relay):
     for command, line in (
             ("show ip dhcp relay statistics port swp99", '% "swp99" is no port; give module and port, such as 1/2\n'),

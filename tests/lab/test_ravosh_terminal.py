@@ -165,6 +165,19 @@ def test_log_lines_do_not_disturb_the_line_being_typed(person, sh):
     one.sees("DHCPv4 relay agent")
 
 
+def test_the_log_at_the_terminal_by_level_and_interface(person, daemon):
+    one = person()
+    one.enters("terminal monitor warning interface vlan77")
+    one.sees_prompt()
+    for vlan in (78, 77):
+        daemon.sh("-c", "configure terminal", "-c", f"interface vlan {vlan}", "-c", "ip dhcp relay address 192.0.2.1")
+    shown = one.sees("vlan77: ip dhcp relay address 192.0.2.1: done")
+    assert re.search(r"\d\d:\d\d:\d\d\.\d{3} notice: audit: user root, session \d+: $", shown)
+    assert "vlan78" not in shown
+    one.enters("terminal no monitor")
+    one.sees_prompt()
+
+
 def test_a_restart_of_the_daemon_is_told_and_the_line_stays(person, daemon):
     one = person()
     one.enters("configure terminal")

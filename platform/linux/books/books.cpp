@@ -210,6 +210,14 @@ bool books_set_recorder(std::size_t size) {
     return recorder_set_size(std::clamp<std::size_t>(size, 1, largest_recorder));
 }
 
+void books_forget_messages() {
+    recorder_clear();
+}
+
+std::size_t books_forget_messages_of(const std::array<std::uint8_t, 6> &client, std::size_t first) {
+    return recorder_forget(client, first);
+}
+
 std::size_t books_recorder_size() {
     return recorder_size();
 }

@@ -110,6 +110,11 @@ std::vector<std::uint16_t> books_vlans();
 std::vector<std::uint32_t> books_ports();
 void books_clear_counters();
 
+// Forgets the recorder's messages: all, or those of a client, a part of the recorder at a time. first: where to begin,
+// 0 at first. Returns where to go on, 0 when all was looked at.
+void books_forget_messages();
+std::size_t books_forget_messages_of(const std::array<std::uint8_t, 6> &client, std::size_t first);
+
 // The recorder's messages, newest first.
 void books_each_recorded(const std::function<void(const book_entry &entry)> &visit);
 

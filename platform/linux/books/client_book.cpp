@@ -194,4 +194,8 @@ void clients_forget() {
     table.fill({});
 }
 
+void clients_forget(const client_address &client) {
+    if (client_line *line = find(client)) *line = {};
+}
+
 }  // namespace ravo::platform

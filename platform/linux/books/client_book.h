@@ -76,6 +76,7 @@ std::optional<client_view> clients_look(const client_address &client, std::int64
 std::vector<client_view> clients_all(std::int64_t now_us);
 
 void clients_forget();
+void clients_forget(const client_address &client);
 
 }  // namespace ravo::platform
 

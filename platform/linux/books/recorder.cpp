@@ -4,6 +4,7 @@
 // most still has about most; a look at one other port with each message finds out when that is not so any more.
 #include "books/recorder.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <new>
@@ -38,6 +39,8 @@ port_rows rows;
 std::array<share, most_ports> shares;
 std::uint16_t most = 0;       // the row that has most, or nearly
 std::uint16_t looked_at = 0;  // the row that was last compared with it
+
+constexpr std::size_t forgotten_at_once = 4096;
 
 void look_for_most(std::uint16_t changed) {
     looked_at = static_cast<std::uint16_t>(looked_at + 1U < rows.rows ? looked_at + 1U : 0U);
@@ -86,10 +89,21 @@ bool recorder_set_size(std::size_t messages) {
     } catch (const std::bad_alloc &) {
         return false;
     }
+    recorder_clear();
+    return true;
+}
+
+void recorder_clear() {
     filled = 0;
     newest = nobody;
     shares.fill({});
-    return true;
+}
+
+std::size_t recorder_forget(const std::array<std::uint8_t, 6> &client, std::size_t first) {
+    const std::size_t end = std::min<std::size_t>(filled, first + forgotten_at_once);
+    for (std::size_t i = first; i < end; ++i)  // the slot stays where it is, until it is the oldest
+        if (slots[i].entry.client == client) slots[i].entry = {};
+    return end < filled ? end : 0;
 }
 
 std::size_t recorder_size() {
@@ -105,7 +119,8 @@ void recorder_keep(const book_entry &entry) {
 }
 
 void recorder_each(const std::function<void(const book_entry &entry)> &visit) {
-    for (std::uint32_t number = newest; number != nobody; number = slots[number].older) visit(slots[number].entry);
+    for (std::uint32_t number = newest; number != nobody; number = slots[number].older)
+        if (slots[number].entry.number != 0) visit(slots[number].entry);
 }
 
 }  // namespace ravo::platform

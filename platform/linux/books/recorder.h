@@ -7,7 +7,9 @@
 #ifndef PLATFORM_LINUX_BOOKS_RECORDER_H
 #define PLATFORM_LINUX_BOOKS_RECORDER_H
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 
 #include "books/books.h"
@@ -21,6 +23,13 @@ std::size_t recorder_size();
 
 // Takes in a message, the newest. Nothing is allocated.
 void recorder_keep(const book_entry &entry);
+
+// Forgets all messages.
+void recorder_clear();
+
+// Forgets a client's messages, of a part of the recorder at a time. first: where to begin, 0 at first. Returns where to
+// go on, 0 when all was looked at.
+std::size_t recorder_forget(const std::array<std::uint8_t, 6> &client, std::size_t first);
 
 // The messages, newest first.
 void recorder_each(const std::function<void(const book_entry &entry)> &visit);

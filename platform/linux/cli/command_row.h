@@ -17,8 +17,10 @@
 #define PLATFORM_LINUX_CLI_COMMAND_ROW_H
 
 #include <array>
+#include <functional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli.h"
@@ -101,6 +103,10 @@ struct known_command {
 // To be called before the daemon installs its commands. rows: static. Commands that are not known are settings of the
 // relay for operators.
 void expect_commands(struct cli_tree *tree, std::span<const known_command> rows);
+
+// Offers values to completion, for the words of commands that stand for them: "MAC". typed: what there is of the word.
+using value_offer = std::function<void(std::string_view typed, std::vector<std::string> *out)>;
+void offer_values(const std::string &token, value_offer offer);
 
 // The known commands that have not been installed; a daemon that was taken for another has some.
 std::vector<std::string> missing_commands();

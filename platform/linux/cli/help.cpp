@@ -2,8 +2,10 @@
 // Help and completion: what may come next in a half-typed line. Both ask the matcher for the tokens that may follow the
 // whole words, and keep those that the half-typed one could become.
 #include <algorithm>
+#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "cli/session.h"
@@ -135,11 +137,18 @@ void add_ports(std::string_view prefix, std::vector<std::string> *out) {
     }
 }
 
+std::map<std::string, value_offer> &offers() {
+    static std::map<std::string, value_offer> known;
+    return known;
+}
+
 // Values that a word which stands for one may be completed to.
 void add_values(const token &what, std::string_view prefix, std::vector<std::string> *out) {
-    if (what.kind == token_kind::ifname) add_interface_names(prefix, out);
+    const bool is_any = what.text == "NAME";  // of interfaces and ports
+    if (is_any || what.kind == token_kind::ifname) add_interface_names(prefix, out);
     if (what.text == "<1-4094>") add_vlan_ids(prefix, out);
-    if (what.text == "PORT") add_ports(prefix, out);
+    if (is_any || what.text == "PORT") add_ports(prefix, out);
+    if (const auto known = offers().find(what.text); known != offers().end()) known->second(prefix, out);
 }
 
 bool takes_a_filter(const half_line &half) {
@@ -148,6 +157,10 @@ bool takes_a_filter(const half_line &half) {
 }
 
 }  // namespace
+
+void offer_values(const std::string &token, value_offer offer) {
+    offers()[token] = std::move(offer);
+}
 
 std::vector<help_row> session_help(session &s, std::string_view line) {
     const half_line half = read_half(s, line);

@@ -12,6 +12,8 @@
 #include "books/books.h"
 #include "cli/command_row.h"
 #include "cli/help_texts.h"
+#include "cli/session.h"
+#include "cli/words.h"
 #include "commands/books_clients.h"
 #include "commands/books_json.h"
 #include "commands/books_text.h"
@@ -72,6 +74,34 @@ int show_client(struct cli *cli, int /*argc*/, char **argv) {
     return 0;
 }
 
+// Forgets a client, or all: how they stand, and their messages.
+int clear_clients(struct cli *cli, int argc, char **argv) {
+    if (argc == 0) {
+        platform::clients_forget();
+        platform::books_forget_messages();
+        return 0;
+    }
+    const auto client = read_mac(argv[0]);
+    if (!client) return books_refuse(cli, bad_mac_line(argv[0]));
+    platform::clients_forget(*client);
+    for (std::size_t at = platform::books_forget_messages_of(*client, 0); at != 0;
+         at = platform::books_forget_messages_of(*client, at))
+        turns_pause_if_due();
+    return 0;
+}
+
+// Clients for completion: as many as can be looked through.
+void offer_clients(std::string_view typed, std::vector<std::string> *out) {
+    constexpr std::size_t most = 100;
+    std::size_t offered = 0;
+    for (const platform::client_view &each : platform::clients_all(platform::wall_clock_us())) {
+        const std::string mac = mac_text(each.client);
+        if (!begins_with(mac, typed)) continue;
+        out->push_back(mac);
+        if (++offered == most) return;
+    }
+}
+
 constexpr char clients_word[] = "The clients: where each is, and how it stands";
 
 constexpr command_traits shows(json_handler json, const char *schema) {
@@ -90,12 +120,18 @@ constexpr command_row rows[] = {
               "A client's hardware address: its state and its last messages"},
      .handler = show_client,
      .traits = shows(client_json, "client")},
+    {.text = "clear ip dhcp relay client [MAC]",
+     .help = {help::clear, help::ip, help::dhcp, help::relay, "Forget the clients and their messages",
+              "The hardware address of one that is to be forgotten alone"},
+     .handler = clear_clients,
+     .traits = {.effect = command_effect::daemon, .in_turns = true}},
 };
 
 }  // namespace
 
 void install_client_commands(cli_tree *tree) {
     install_rows(tree, rows);
+    offer_values("MAC", offer_clients);
 }
 
 }  // namespace ravo::cli

@@ -6,6 +6,7 @@ namespace ravo::cli {
 
 void install_platform_commands(cli_tree *tree) {
     install_exec_commands(tree);
+    install_log_monitor_commands(tree);
     install_show_commands(tree);
     install_other_words(tree);
     install_interface_commands(tree);

@@ -17,6 +17,7 @@ void install_platform_commands(cli_tree *tree);
 
 void expect_relay_commands(cli_tree *tree);         // relay_commands.cpp
 void install_exec_commands(cli_tree *tree);         // session, log level, reset
+void install_log_monitor_commands(cli_tree *tree);  // the log at a terminal
 void install_show_commands(cli_tree *tree);         // version, history, log
 void install_interface_commands(cli_tree *tree);    // interfaces, ports and their numbers
 void install_other_words(cli_tree *tree);           // other words for commands, help

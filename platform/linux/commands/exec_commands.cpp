@@ -29,25 +29,6 @@ int terminal_length(struct cli *cli, int /*argc*/, char **argv) {
     return 0;
 }
 
-int terminal_monitor(struct cli *cli, int /*argc*/, char ** /*argv*/) {
-    session &s = session_of(cli);
-    if (!s.output.monitor) {
-        cli->print(cli->print_handle, "%% This session cannot show log lines\n");
-        return 1;
-    }
-    if (s.monitor == 0)
-        s.monitor = platform::log_add_listener(
-            platform::log_level_trace, [&s](const platform::log_event &event) { s.output.monitor(event.line); });
-    return 0;
-}
-
-int terminal_no_monitor(struct cli *cli, int /*argc*/, char ** /*argv*/) {
-    session &s = session_of(cli);
-    if (s.monitor != 0) platform::log_remove_listener(s.monitor);
-    s.monitor = 0;
-    return 0;
-}
-
 int logging_level(struct cli * /*cli*/, int /*argc*/, char **argv) {
     platform::log_set_threshold(platform::log_level_of(argv[0]));
     return 0;
@@ -91,14 +72,6 @@ constexpr command_row rows[] = {
      .help = {"This session's terminal", "Lines of a page", "Number of lines, 0: no pages"},
      .handler = terminal_length,
      .traits = {.effect = command_effect::session, .who = audience::viewers}},
-    {.text = "terminal monitor",
-     .help = {"This session's terminal", "Show log lines as they are written"},
-     .handler = terminal_monitor,
-     .traits = own},
-    {.text = "terminal no monitor",
-     .help = {"This session's terminal", "Turn off", "Showing log lines"},
-     .handler = terminal_no_monitor,
-     .traits = own},
     logging_level_row(CLI_MODE_EXEC),
     logging_level_row(CLI_MODE_CONFIGURATION),
     {.text = "reset relay",

@@ -14,6 +14,7 @@
 #include "configuration/configuration.h"
 #include "configuration/configuration_model.h"
 #include "configuration/replace.h"
+#include "inventory/inventory.h"
 #include "log/log.h"
 #include "process/frame.h"
 
@@ -99,6 +100,25 @@ int show_vlan(struct cli *cli, int /*argc*/, char **argv) {
     return show_section(cli, std::string("vlan") + argv[0]);
 }
 
+// A port has no settings of its own: what counts for its messages is told, that of its VLANs.
+int show_port(struct cli *cli, int /*argc*/, char **argv) {
+    const std::string_view typed = argv[0];
+    const std::string number = "port " + std::string(typed);
+    for (const platform::inventory_row &row : platform::inventory_rows()) {
+        if (row.device != typed && row.name != number) continue;
+        if (row.kind != platform::inventory_row::what::port)
+            return fail(cli, "nothing is configured for " + row.device + ", which is no VLAN interface");
+        std::string text;
+        const bool whole = write_configuration(&text);
+        cli->print(cli->print_handle, "! %s, device %s: the settings of its VLANs\n", row.name.c_str(),
+                   row.device.c_str());
+        for (const std::uint16_t vlan : row.vlans)
+            (void)emit(session_of(cli), section_of(text, "vlan" + std::to_string(vlan)));
+        return whole ? 0 : fail(cli, "memory is short: the configuration is not whole");
+    }
+    return fail(cli, "\"" + std::string(typed) + "\" is no interface and no port");
+}
+
 int show_startup(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     std::string text;
     const int failed = platform::read_file(startup_path(), configuration_limit, &text);
@@ -155,6 +175,10 @@ constexpr command_row rows[] = {
     {.text = "show running-config interface vlan <1-4094>",
      .help = {help::show, help::running, interface_word, "A VLAN interface", "Its VLAN id"},
      .handler = show_vlan,
+     .traits = shows},
+    {.text = "show running-config interface PORT",
+     .help = {help::show, help::running, interface_word, help::port},
+     .handler = show_port,
      .traits = shows},
     {.text = "show startup-config", .help = {help::show, startup_word}, .handler = show_startup, .traits = shows},
     {.text = "copy running-config startup-config",

@@ -114,4 +114,44 @@ TEST_F(Recorder, SetAnewIsEmpty) {
     EXPECT_EQ(numbers_of(5122).size(), 50U);
 }
 
+book_entry message_of(std::uint8_t client, std::uint32_t port) {
+    book_entry entry;
+    entry.number = ++number;
+    entry.client = {2, 0, 0, 0, 0, client};
+    entry.port_ifindex = port;
+    return entry;
+}
+
+TEST(RecorderForgets, OneClientAPartAtATimeAndTheOthersStay) {
+    ASSERT_TRUE(recorder_set_size(10000));
+    number = 0;
+    for (int i = 0; i < 10000; ++i) recorder_keep(message_of(i % 10 == 0 ? 1 : 2, 5121 + i % 3));
+    std::size_t turns = 0, at = 0;
+    do {
+        at = recorder_forget({2, 0, 0, 0, 0, 1}, at);
+        ++turns;
+    } while (at != 0);
+    EXPECT_EQ(turns, 3U);
+    std::size_t left = 0;
+    recorder_each([&](const book_entry &entry) { left += entry.client[5] == 2 ? 1 : 100000; });
+    EXPECT_EQ(left, 9000U);
+    for (int i = 0; i < 10000; ++i) recorder_keep(message_of(3, 5121));
+    EXPECT_EQ(recorder_size(), 10000U);
+    left = 0;
+    recorder_each([&](const book_entry &entry) { left += entry.client[5] == 1 ? 1 : 0; });
+    EXPECT_EQ(left, 0U);
+}
+
+TEST(RecorderForgets, AllAndGoesOn) {
+    ASSERT_TRUE(recorder_set_size(100));
+    for (int i = 0; i < 150; ++i) recorder_keep(message_of(1, 5121));
+    recorder_clear();
+    EXPECT_THAT(numbers_of(5121), ElementsAre());
+    number = 7;
+    recorder_keep(message_of(1, 5121));
+    EXPECT_THAT(numbers_of(5121), ElementsAre(8));
+    EXPECT_EQ(recorder_forget({9, 9, 9, 9, 9, 9}, 0), 0U);
+    EXPECT_THAT(numbers_of(5121), ElementsAre(8));
+}
+
 }  // namespace

@@ -131,4 +131,36 @@ TEST_F(ClientsShown, ItsStateIsToldWhenItsMessagesAreOutOfTheRecorder) {
               "02:00:00:00:00:01    10  1/1     asking                                    0s\n");
 }
 
+TEST_F(ClientsShown, AreForgottenOneByOneOrAll) {
+    note(1, OUTCOME_RELAYED);
+    note(2, OUTCOME_RELAYED);
+    note(3, OUTCOME_RELAYED);
+    shell s(15);
+    EXPECT_EQ(s.run("clear ip dhcp relay client 0200.0000.0001"), 0);
+    EXPECT_EQ(s.print("show ip dhcp relay client 02:00:00:00:00:01"),
+              "No message of client 02:00:00:00:00:01 is in the recorder\n");
+    EXPECT_EQ(s.print("show ip dhcp relay client | include : | count"), "2\n");
+    EXPECT_EQ(s.print("clear ip dhcp relay client 1"),
+              "% \"1\" is no hardware address; give it as 02:00:00:00:00:01, 02-00-00-00-00-01 or 0200.0000.0001\n");
+    EXPECT_EQ(s.run("clear ip dhcp relay client"), 0);
+    EXPECT_EQ(s.print("show ip dhcp relay client"),
+              "Client             VLAN  Port    State                                     Heard\n");
+}
+
+TEST_F(ClientsShown, AreOfferedWhereAnAddressIsTyped) {
+    note(1, OUTCOME_RELAYED);
+    note(0xAB, OUTCOME_RELAYED);
+    shell s(15);
+    for (const char *command :
+         {"show ip dhcp relay client ", "clear ip dhcp relay client ", "monitor ip dhcp relay mac "}) {
+        EXPECT_THAT(ravo::cli::session_complete(*s.session, command),
+                    testing::IsSupersetOf({"02:00:00:00:00:01", "02:00:00:00:00:ab"}));
+        EXPECT_THAT(ravo::cli::session_complete(*s.session, std::string(command) + "02:00:00:00:00:A"),
+                    testing::ElementsAre("02:00:00:00:00:ab"));
+    }
+    for (int i = 0; i < 150; ++i) note(static_cast<std::uint8_t>(i), OUTCOME_RELAYED);
+    EXPECT_THAT(ravo::cli::session_complete(*s.session, "show ip dhcp relay client "), testing::SizeIs(100))
+        << "no more than can be looked through";
+}
+
 }  // namespace

@@ -116,37 +116,6 @@ TEST_F(Log, LastLinesAreShown) {
     EXPECT_THAT(s.print("show logging"), testing::EndsWith("something 17\n"));
 }
 
-TEST_F(Log, MonitorShowsLinesUntilItIsTurnedOff) {
-    asking_shell s;
-    EXPECT_EQ(s.run("terminal monitor"), 0);
-    EXPECT_EQ(s.run("terminal monitor"), 0);
-    ravo::platform::log_text(ravo::platform::log_level_trace, "a trace\n");
-    EXPECT_THAT(s.log_lines, ElementsAre(testing::HasSubstr("a trace")));
-    EXPECT_EQ(s.run("terminal no monitor"), 0);
-    EXPECT_EQ(s.run("terminal no monitor"), 0);
-    ravo::platform::log_text(ravo::platform::log_level_trace, "another\n");
-    EXPECT_EQ(s.log_lines.size(), 1u);
-}
-
-TEST_F(Log, MonitorEndsWithItsSession) {
-    std::vector<std::string> lines;
-    {
-        ravo::cli::session_output output;
-        output.monitor = [&](std::string_view line) { lines.emplace_back(line); };
-        EXPECT_TRUE(cli_box::have_commands());
-        const ravo::cli::session_ptr s = ravo::cli::session_open(std::move(output), 31, "short");
-        EXPECT_EQ(ravo::cli::session_run(*s, "terminal monitor"), 0);
-    }
-    ravo::platform::log_text(ravo::platform::log_level_trace, "late\n");
-    EXPECT_TRUE(lines.empty());
-}
-
-TEST_F(Log, MonitorNeedsASessionThatCanShowIt) {
-    shell s;
-    EXPECT_EQ(s.print("terminal monitor"), "% This session cannot show log lines\n");
-    EXPECT_EQ(s.run("terminal monitor"), 1);
-}
-
 int resets = 0;
 int reset_result = 0;
 int reset() {
@@ -191,7 +160,7 @@ TEST(Table, HasEveryCommandOfThePlatform) {
                              "enable",
                              "disable",
                              "terminal length <0-512>",
-                             "terminal monitor",
+                             "terminal monitor [error|warning|trace] [interface NAME]",
                              "terminal no monitor",
                              "logging level {error|warning|trace}",
                              "reset relay",

@@ -231,7 +231,7 @@ TEST_F(Management, ShowsTheLogToASessionThatAsked) {
     platform::log_line(platform::log_level_trace, "something happened");
     const frame got = c.next();
     EXPECT_EQ(got.type, frame_type::monitor);
-    EXPECT_EQ(got.payload, "something happened");
+    EXPECT_THAT(got.payload, testing::MatchesRegex("[0-9:]{8}\\.[0-9]{3} trace: something happened"));
 }
 
 TEST_F(Management, AsksThePersonBeforeAReset) {
