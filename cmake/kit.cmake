@@ -12,7 +12,8 @@ target_include_directories(ravo INTERFACE $<INSTALL_INTERFACE:${KIT_HEADERS}>)
 target_compile_features(ravo INTERFACE cxx_std_20)
 
 # What tries a platform's services, as a library of its own: the relay does not need it.
-add_library(ravo_conformance STATIC conformance/conformance.cpp)
+file(GLOB CONFORMANCE_SOURCES CONFIGURE_DEPENDS conformance/*.cpp)
+add_library(ravo_conformance STATIC ${CONFORMANCE_SOURCES})
 target_include_directories(ravo_conformance PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/conformance>
                                                    $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/platform/h>
                                             INTERFACE $<INSTALL_INTERFACE:${KIT_HEADERS}>)

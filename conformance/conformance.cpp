@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The promises of the boundary's headers, one function a service.
+// The promises of the boundary's headers that need neither an event loop nor a network, one function a service.
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -12,17 +12,11 @@
 #include "memmgr.h"
 #include "osal.h"
 #include "ravo_conformance.h"
+#include "report.h"
 
 namespace {
 
-ravo_conformance_fault tell = nullptr;
-int faults = 0;
-
-void expect(bool kept, const char *service, const char *what) {
-    if (kept) return;
-    ++faults;
-    tell(service, what);
-}
+using conformance::expect;
 
 // ---- Memory ----
 
@@ -183,12 +177,11 @@ void try_timers() {
 }  // namespace
 
 int ravo_conformance(ravo_conformance_fault fault) {
-    tell = fault;
-    faults = 0;
+    conformance::begin(fault);
     try_memory();
     try_trees();
     try_names();
     try_numbers();
     try_timers();
-    return faults;
+    return conformance::faults();
 }

@@ -90,8 +90,8 @@ TEST_F(HistoryFile, OnlyTheLastLinesCountAndALongFileIsCut) {
 }
 
 TEST_F(HistoryFile, IsInTheHomeFolder) {
-    setenv("HOME", "/home/somebody", 1);
-    EXPECT_EQ(history_path(), "/home/somebody/.ravo_history");
+    setenv("HOME", "/srv/somebody", 1);
+    EXPECT_EQ(history_path(), "/srv/somebody/.ravo_history");
     setenv("HOME", "relative", 1);
     EXPECT_NE(history_path(), "relative/.ravo_history");
     unsetenv("HOME");

@@ -367,4 +367,10 @@ TEST_F(RavoDbIf, FillKeepsTheAddressWithoutAnAddressList) {
     EXPECT_STREQ(ravo_addr_text(record.if_ip).text, "198.51.100.1");
 }
 
+TEST_F(RavoDbIf, NameFitsWithItsEnd) {
+    EXPECT_TRUE(ravo_db_if_name_fits(""));
+    EXPECT_TRUE(ravo_db_if_name_fits(std::string(sizeof iface::name - 1, 'x').c_str()));
+    EXPECT_FALSE(ravo_db_if_name_fits(std::string(sizeof iface::name, 'x').c_str()));
+}
+
 }  // namespace

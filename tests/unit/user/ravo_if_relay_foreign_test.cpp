@@ -5,9 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "ravo_if_option.h"
+#include "ravo_if_server.h"
 #include "relay_decisions.h"
 
 namespace {
@@ -148,6 +151,37 @@ TEST_F(Relay, ReplaceAddsBesideAnOption82ThatBeginsOtherwise) {
     const message msg = foreign({type(1), other, packet::end()});
     decide(msg);
     expect_only_datagram(server, encode(relayed(msg, {type(1), other, option82(), packet::end()}, other_relay)));
+}
+
+TEST_F(Relay, AnyAddressButNoneIsAnotherRelays) {
+    packet::set({.option_state = 1, .policy = 2});
+    message msg = foreign({type(1), option82({.vlan = 7}), packet::end()});
+    for (const char *address : {"1.0.0.0", "0.0.0.1"}) {
+        msg.giaddr = address;
+        decide(msg);
+        expect_silence();
+        expect_outcomes({OUTCOME_POLICY_DROP});
+    }
+}
+
+// Each of the two fills its place to the last byte, and leaves the other alone.
+TEST_F(Relay, LongestIdentifiersChooseTheirServer) {
+    packet::set({.option_state = 1, .policy = RAVO_POLICY_KEEP});
+    iface relay = packet::record();
+    relay.opt60_count = 1;
+    relay.opt60_hosts[0].used = 1;
+    relay.opt60_hosts[0].match_rule = RAVO_RULE_EXACT;
+    std::memset(relay.opt60_hosts[0].vendor, 'v', RAVO_VENDOR_CLASS_SIZE);
+    relay.opt60_hosts[0].server = fake::address("198.51.100.60");
+    const bytes vendor = opt(60, bytes(RAVO_VENDOR_CLASS_SIZE, 'v'));
+    const bytes client = opt(61, bytes(RAVO_CLIENT_ID_SIZE + 9, 0xEE));
+    for (const std::vector<bytes> &both : {std::vector<bytes>{vendor, client}, std::vector<bytes>{client, vendor}}) {
+        const message msg = foreign({type(1), both[0], both[1], option82({.vlan = 7}), packet::end()});
+        packet::held_message held(encode(msg));
+        fake::forget();
+        ravo_if_handle_pkt(&relay, held.data(), held.length, origin);
+        expect_only_datagram("198.51.100.60:67", encode(relayed(msg, msg.options, other_relay)));
+    }
 }
 
 // What stood behind the old option 82 is no chain any more once the new one is written over it: it becomes padding.
