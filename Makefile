@@ -10,7 +10,7 @@
 #   make coverage which lines and branches the unit tests run, by room (ROOM=platform/linux/log: by file)
 #   make build    the programs, into build/
 #   make bench    what the relay costs, measured in the lab
-#   make trouble  what one client notes of the trouble others make, and a table of it
+#   make trouble  what one client notes of the trouble others make, and a table of it (build/trouble.json)
 #   make mutate   small changes of the relay, each of which its unit tests have to notice; hours (MUTATE_ARGS=dhcp: one source)
 #   make cross    the relay's unit tests for a 32-bit and for a big-endian processor (CROSS_ARGS=i686: one of them)
 #   make fuzz     the fuzzers, FUZZ_SECONDS each (60)
@@ -81,7 +81,7 @@ trouble:
 	@packaging/dependencies build lab unit check
 	@$(QUIET_CONFIGURE) --preset release -DRAVO_TESTS=ON >/dev/null
 	@cmake --build build --target ravod ravosh flood good_client
-	@RAVO_TROUBLE=full $(PYTHON) -B -m pytest -p no:cacheprovider -q tests/lab/trouble
+	@RAVO_TROUBLE=full RAVO_TROUBLE_RESULTS=build/trouble.json $(PYTHON) -B -m pytest -p no:cacheprovider -q tests/lab/trouble
 
 cross:
 	@packaging/dependencies build cross

@@ -49,6 +49,9 @@ constexpr std::size_t in_ip_part_destination = 12;
 constexpr std::size_t frames_per_turn = 32;  // frames dropped in one call before others get a turn
 constexpr std::size_t spare_slots = 64;      // of the ring, for what passes the gate on other processors meanwhile
 constexpr std::int64_t second_ns = 1'000'000'000;
+constexpr std::int64_t flood_interval_ns = 1'000'000;
+constexpr unsigned flood_messages = 4;  // over the limit within the interval
+constexpr timespec rest{.tv_sec = 0, .tv_nsec = 200'000};
 constexpr timeval tally_interval{.tv_sec = 1, .tv_usec = 0};
 
 struct open_channel {
@@ -59,6 +62,9 @@ struct open_channel {
     descriptor udp_holder;  // keeps UDP port 67, receives nothing
     event_ptr tally_timer;
     bool recount = false;  // the gate's counts of what is queued are wrong
+    // Messages over their port's limit that were refused outside the kernel, since a time.
+    std::int64_t refused_since_ns = 0;
+    unsigned refused = 0;
     bool in_hand = false;  // a message is to be delivered, whose parts these are
     dhcp_frame frame;
     ingress in;
@@ -253,6 +259,21 @@ void on_tally_timer(evutil_socket_t, short, void *) {
     channel->at.set_room(channel->bound.room());
 }
 
+// Under a flood that the kernel does not hold back every other message of it would wake the relay, which costs many
+// times what refusing it does. So it lets some gather, for less time than it may spend on messages in a row.
+void rest_from_flood(open_channel &c) {
+    if (c.refused < flood_messages || clock_ns() > c.refused_since_ns + flood_interval_ns) return;
+    (void)clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, nullptr);
+}
+
+void note_refused(open_channel &c, std::int64_t now_ns) {
+    if (now_ns > c.refused_since_ns + flood_interval_ns) {
+        c.refused_since_ns = now_ns;
+        c.refused = 0;
+    }
+    ++c.refused;
+}
+
 // Nothing waits. What was noted for this moment is done.
 void settle(open_channel &c) {
     c.bound.ran_empty();
@@ -272,7 +293,10 @@ bool admit(open_channel &c, const tap &from, const ring_frame &received) {
     }
     if (received.cut) ++lost;
     if (received.cut || c.at.in_kernel()) return !received.cut;
-    return c.at.admit(from.place, channel_frame_vlan(received.bytes, received.aux), clock_ns());
+    const std::int64_t now = clock_ns();
+    if (c.at.admit(from.place, channel_frame_vlan(received.bytes, received.aux), now)) return true;
+    note_refused(c, now);
+    return false;
 }
 
 // Takes frames until one is to be delivered, and keeps its parts. Returns whether there is one.
@@ -283,6 +307,7 @@ bool fetch(open_channel &c) {
         ring_frame received;
         if (!c.ring.take(&received)) {
             settle(c);
+            rest_from_flood(c);
             return false;
         }
         const tap *from = c.taps.find(received.kernel_ifindex);

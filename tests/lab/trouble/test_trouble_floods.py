@@ -7,7 +7,7 @@ import pytest
 from conftest import open_lab
 from ravolab import craft
 from ravolab.decode import mac_bytes
-from troubles import XID_AT, Flood, Trouble, unsummed
+from troubles import FULL, XID_AT, Flood, Trouble, unsummed
 
 CONFIGURATION = """ip dhcp relay information option
 ip dhcp relay
@@ -55,6 +55,33 @@ def test_random_transaction_ids(lab, relay):
     assert flood.sent <= told["received"] + told["lost"] <= flood.sent + 10000
     assert told["port-limit"] >= flood.sent - 10000 - 5000 * (flood.sent / flood.rate + 1)
     assert f"limit reached: {told['port-limit']} dropped" in relay.sh("show interfaces brief | include swp1")
+
+
+# The flood as an attacker on the switch has it at most, and a part of it that a busy machine can be asked for.
+FAST = 300_000 if FULL else 30_000
+WITHOUT_PROGRAMS = ["setpriv", "--bounding-set=-bpf,-sys_admin,-perfmon"]
+
+
+@pytest.mark.parametrize("place", ["kernel", "daemon"] if FULL else ["daemon"])
+def test_as_fast_as_one_core_sends(lab, place):
+    """With the trap, as a switch has it that does not carry every broadcast of a client to all others: what the sender
+    pays for is then the port alone. Limits are kept in the kernel, or where that is refused by the daemon."""
+    relay = lab.start_relay(log_level="warning", startup_config=CONFIGURATION, switch_toml="[channel]\ntrap = true\n",
+                            wrapper=WITHOUT_PROGRAMS if place == "daemon" else [], options=["--gate", lab.folder / "none"])
+    host = lab.client(1)
+    trouble = Trouble(f"as fast as one core sends, limits kept by the {place}", lab, relay)
+    trouble.before()
+    with Flood(host, unsummed(discover(host)), random=[(XID_AT, 4)]) as flood:
+        trouble.during()
+    told = statistics(relay)
+    row = trouble.check(cpu=25, note=f"{flood.rate:,.0f}/s; {flood.per_core:,.0f} in a second of the core")
+    assert flood.per_core >= FAST
+    # A busy machine lets the sender have less of the core; what it would cost with all of it is no more than this.
+    if FULL:
+        assert row.cpu * max(1, FAST / flood.rate) <= 25, row.note
+    assert flood.sent <= told["received"] + told["lost"] <= flood.sent + 10000
+    assert relay.stop() == 0, relay.log[-3000:]
+    lab.relays.remove(relay)
 
 
 def test_unicast_to_somebody_else(lab, relay):

@@ -116,14 +116,15 @@ class Flood:
     """Sends one frame from a host, as fast as one core sends or `rate` times a second, while a block runs.
 
     random: (offset, length) of bytes that differ in every frame. The frame's UDP checksum must be 0 then (see
-    `unsummed`). `sent` and `rate` tell afterwards how many went out.
+    `unsummed`). `sent` and `rate` tell afterwards how many went out, `per_core` how many in a second of a processor: what
+    one core sends when it has nothing else to do.
     """
 
     def __init__(self, host, frame, *, rate=0, random=(), device=None):
         self.host, self.frame, self.device = host, frame, device or host.device
         self._words = [f"{offset}:{length}" for offset, length in random]
         self._wanted = rate
-        self.sent = self.rate = None
+        self.sent = self.rate = self.per_core = None
 
     def __enter__(self):
         words = [BUILD / "tests/flood", self.host.namespace.path, self.device, self._wanted, 0, *self._words]
@@ -143,6 +144,7 @@ class Flood:
         with contextlib.suppress(ValueError):
             found = json.loads(told)
             self.sent, self.rate = found["sent"], found["sent"] / found["seconds"]
+            self.per_core = found["sent"] / found["processor"]
 
 
 def unsummed(frame):
@@ -223,7 +225,8 @@ def line_of(row):
 
 
 def report(write):
-    """Print the table of all rows noted in this run; with RAVO_TROUBLE_RESULTS, store them there too, as JSON."""
+    """Print the table of all rows noted in this run; with RAVO_TROUBLE_RESULTS, store them there too, as JSON: a list
+    of rows, each with the members of Row; the tries of a span are [seconds of a clock, milliseconds or null]."""
     if not ROWS:
         return
     table = [HEAD, *map(cells, ROWS)]
