@@ -69,12 +69,14 @@ build:
 bench:
 	@test -x bench/run || { echo "make bench: not available in this version" >&2; exit 1; }
 	@lab/check-host bench
-	@packaging/dependencies build lab bench
-	@$(QUIET_CONFIGURE) --preset release -DRAVO_BENCH=ON >/dev/null
-	@cmake --build build --target all ravo_micro
+	@packaging/dependencies build lab unit check bench
+	@$(QUIET_CONFIGURE) --preset release -DRAVO_BENCH=ON -DRAVO_TESTS=ON >/dev/null
+	@cmake --build build --target ravod ravosh relay_load minimal_relay ravo_micro flood good_client
 	@bench/run $(BENCH_ARGS)
 	@bench/configuration
+	@bench/instructions
 	@bench/micro $(MICRO_ARGS)
+	@bench/trouble $(TROUBLE_ARGS)
 
 trouble:
 	@lab/check-host trouble

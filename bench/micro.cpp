@@ -6,7 +6,9 @@
 // files beside. `bench/micro` runs the program and prints medians.
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "checksum.h"
 #include "dhcp.h"
@@ -154,6 +156,8 @@ void register_options() {
 
 int main(int argc, char **argv) {
     ravo::platform::log_open("/dev/null", ravo::platform::log_level_warning);
+    if (argc == 3 && std::string_view(argv[1]) == "--carry")
+        return bench::carry(static_cast<std::uint32_t>(std::atoi(argv[2]))) ? 0 : 1;
     register_options();
     bench::register_tables();
     bench::register_platform();

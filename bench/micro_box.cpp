@@ -149,6 +149,16 @@ void start_box(const settings &wanted) {
     sent = 0;
 }
 
+void add_interfaces(unsigned count) {
+    for (unsigned vlan = 100; vlan < 100 + count && vlan <= 4094; ++vlan) {
+        const std::string own = "10." + std::to_string(100 + vlan / 256) + "." + std::to_string(vlan % 256) + ".1";
+        iface made = interface_of(vlan, own.c_str());
+        made.server_db[0] = address("192.0.2.11");
+        made.server_count = 1;
+        (void)ravo_db_if_add(&made);
+    }
+}
+
 const iface &client_interface() {
     return clients;
 }

@@ -45,6 +45,9 @@ struct settings {
 // Starts afresh: empty tables, relaying on, vlan10 (10.10.0.1, one server 192.0.2.11) and vlan99 (192.0.2.1).
 void start_box(const settings &wanted = {});
 
+// Adds interfaces with a server each, from vlan100 on.
+void add_interfaces(unsigned count);
+
 // The record of the interface that clients are on.
 const iface &client_interface();
 

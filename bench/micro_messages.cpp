@@ -28,7 +28,29 @@ void same_message(benchmark::State &state, const settings &wanted, const arrival
     ravo_db_exit();
 }
 
-// A request of a new transaction and the reply that ends it, with others pending.
+// A request and the reply that ends its transaction, each time of a new one.
+class transactions {
+  public:
+    explicit transactions(std::uint32_t first) : number_(first) {
+        // The xid stands in frames whose checksum was computed without it: the kernel has verified it, as it says.
+        request_.aux.checksum_valid = true;
+        reply_.aux.checksum_valid = true;
+    }
+    void next() {
+        const std::uint32_t xid = number_++ * 2654435761U;
+        set_xid(request_.frame, message_in_frame, xid);
+        set_xid(reply_.frame, message_in_frame, xid);
+        receive(request_);
+        receive(reply_);
+    }
+
+  private:
+    std::uint32_t number_;
+    arrival request_ = from_client(discover);
+    arrival reply_ = from_server(offer);
+};
+
+// With others pending.
 void exchange(benchmark::State &state, std::uint32_t pending) {
     start_box();
     for (std::uint32_t i = 0; i < pending; ++i) {
@@ -36,24 +58,40 @@ void exchange(benchmark::State &state, std::uint32_t pending) {
         entry.xid = i * 2654435761U;
         (void)ravo_db_xid_update(&entry);
     }
-    arrival request = from_client(discover);
-    arrival reply = from_server(offer);
-    // The xid stands in frames whose checksum was computed without it: the kernel has verified it, as it says.
-    request.aux.checksum_valid = true;
-    reply.aux.checksum_valid = true;
-    std::uint32_t number = pending;
-    for (auto _ : state) {
-        const std::uint32_t xid = number++ * 2654435761U;
-        set_xid(request.frame, message_in_frame, xid);
-        set_xid(reply.frame, message_in_frame, xid);
-        receive(request);
-        receive(reply);
-    }
+    transactions all(pending);
+    for (auto _ : state) all.next();
     expect_sent(state, 2);
     ravo_db_exit();
 }
 
+// Requests on 256 VLANs by turns, with so many interfaces configured.
+void many_interfaces(benchmark::State &state, unsigned interfaces) {
+    constexpr unsigned busy = 256;
+    start_box();
+    add_interfaces(interfaces);
+    std::vector<arrival> requests;
+    for (unsigned i = 0; i < busy; ++i) {
+        requests.push_back(from_client(discover));
+        requests.back().aux.checksum_valid = true;
+        requests.back().vlan = static_cast<std::uint16_t>(100 + i * (interfaces / busy));
+        set_xid(requests.back().frame, message_in_frame, i);
+    }
+    unsigned turn = 0;
+    for (auto _ : state) receive(requests[turn++ % busy]);
+    expect_sent(state, 1);
+    ravo_db_exit();
+}
+
 }  // namespace
+
+bool bench::carry(std::uint32_t count) {
+    start_box();
+    transactions all(0);
+    for (std::uint32_t i = 0; i < count; ++i) all.next();
+    const bool whole = sent_count() == 2 * std::uint64_t{count};
+    ravo_db_exit();
+    return whole;
+}
 
 void bench::register_messages() {
     const arrival request = from_client(discover);
@@ -67,7 +105,10 @@ void bench::register_messages() {
     benchmark::RegisterBenchmark("message: request, untrusted option 82, dropped", same_message, settings{}, untrusted,
                                  0);
     benchmark::RegisterBenchmark("message: reply, not checked", same_message, unchecked, reply, 1);
-    for (const std::uint32_t pending : {0U, 1000U, 100000U})
+    for (const unsigned interfaces : {256U, 3995U})
+        benchmark::RegisterBenchmark(("message: request on 256 VLANs, of " + std::to_string(interfaces)).c_str(),
+                                     many_interfaces, interfaces);
+    for (const std::uint32_t pending : {0U, 1000U, 100000U, 1000000U})
         benchmark::RegisterBenchmark(("message: request and reply beside, " + std::to_string(pending)).c_str(),
                                      exchange, pending);
 }

@@ -3,11 +3,16 @@
 #ifndef BENCH_MICRO_SUITES_H
 #define BENCH_MICRO_SUITES_H
 
+#include <cstdint>
+
 namespace bench {
 
 void register_tables();    // transactions, interfaces, timers
 void register_platform();  // traces, books, flight recorder, frames
 void register_messages();  // whole messages through the receive handler
+
+// Carries so many transactions and nothing else, for a count of instructions. Returns whether all were sent on.
+bool carry(std::uint32_t count);
 
 }  // namespace bench
 

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // The least a relay can do, as a yardstick: one packet-socket receive, a new relay address and hop count, one sendto;
-// for the reply one receive and one frame. No checks, no option 82, no configuration.
+// for the reply one receive and one frame. No checks, no option 82, no configuration, one system call for each.
 //
-//   minimal_relay CLIENT_PORT VLAN_DEVICE UPLINK_PORT GIADDR SERVER
+//   minimal_relay SERVER CLIENT_DEVICE...
 #include <arpa/inet.h>
 #include <linux/filter.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -16,6 +15,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <unordered_map>
 
 #include "dhcp_bytes.h"
 
@@ -26,8 +26,8 @@ namespace {
     std::exit(1);
 }
 
-// IPv4 without options, UDP, destination port 67.
-int open_tap(const char *device) {
+// IPv4 without options, UDP, destination port 67, on any device.
+int open_tap() {
     static sock_filter code[] = {
         BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 12), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETH_P_IP, 0, 5),
         BPF_STMT(BPF_LD | BPF_B | BPF_ABS, 23), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, IPPROTO_UDP, 0, 3),
@@ -37,16 +37,13 @@ int open_tap(const char *device) {
     const sock_fprog filter{sizeof code / sizeof *code, code};
     const int fd = socket(AF_PACKET, SOCK_RAW, 0);
     const int on = 1;
-    const int room = 4 << 20;
     sockaddr_ll address{};
     address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ETH_P_ALL);
-    address.sll_ifindex = static_cast<int>(if_nametoindex(device));
+    address.sll_protocol = htons(ETH_P_IP);
     if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter) != 0 ||
         setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on) != 0 ||
-        setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room) != 0 ||
         bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-        fail(device);
+        fail("packet socket");
     return fd;
 }
 
@@ -63,64 +60,95 @@ int open_udp(std::uint16_t port) {
     return fd;
 }
 
+struct device {
+    int ifindex;
+    std::uint32_t address;  // network byte order
+    std::uint8_t mac[6];
+};
+
+device look_up(int fd, const char *name) {
+    device found{.ifindex = static_cast<int>(if_nametoindex(name)), .address = 0, .mac = {}};
+    ifreq request{};
+    std::strncpy(request.ifr_name, name, IFNAMSIZ - 1);
+    if (ioctl(fd, SIOCGIFHWADDR, &request) != 0) fail(name);
+    std::memcpy(found.mac, request.ifr_hwaddr.sa_data, sizeof found.mac);
+    if (ioctl(fd, SIOCGIFADDR, &request) != 0) fail(name);
+    sockaddr_in address;
+    std::memcpy(&address, &request.ifr_addr, sizeof address);
+    found.address = address.sin_addr.s_addr;
+    return found;
+}
+
+struct relay {
+    int tap = -1;
+    int udp = -1;
+    sockaddr_in server{};
+    std::unordered_map<int, device> by_ifindex;
+    std::unordered_map<std::uint32_t, device> by_address;
+    std::uint8_t frame[2048] = {};
+};
+
+void forward(relay &r, std::size_t length, int ifindex) {
+    const auto from = r.by_ifindex.find(ifindex);
+    if (from == r.by_ifindex.end()) return;
+    std::uint8_t *message = r.frame + bench::frame_header;
+    ++message[3];
+    std::memcpy(message + 24, &from->second.address, sizeof from->second.address);
+    sendto(r.udp, message, length, 0, reinterpret_cast<const sockaddr *>(&r.server), sizeof r.server);
+}
+
+void deliver(relay &r, std::size_t length) {
+    const std::uint8_t *message = r.frame + bench::frame_header;
+    std::uint32_t address, giaddr;
+    std::uint8_t client[6];
+    std::memcpy(&address, message + 16, sizeof address);
+    std::memcpy(&giaddr, message + 24, sizeof giaddr);
+    std::memcpy(client, message + 28, sizeof client);
+    const auto to = r.by_address.find(giaddr);
+    if (to == r.by_address.end()) return;
+    bench::write_frame_header(r.frame,
+                              {.destination_mac = client,
+                               .source_mac = to->second.mac,
+                               .source = giaddr,
+                               .destination = address,
+                               .source_port = 67,
+                               .destination_port = 68},
+                              length);
+    sockaddr_ll out{};
+    out.sll_family = AF_PACKET;
+    out.sll_ifindex = to->second.ifindex;
+    sendto(r.tap, r.frame, bench::frame_header + length, 0, reinterpret_cast<const sockaddr *>(&out), sizeof out);
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 6) {
-        std::fprintf(stderr, "usage: %s CLIENT_PORT VLAN_DEVICE UPLINK_PORT GIADDR SERVER\n", argv[0]);
+    static relay r;
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: %s SERVER CLIENT_DEVICE...\n", argv[0]);
         return 2;
     }
-    const int clients = open_tap(argv[1]);
-    const int uplink = open_tap(argv[3]);
-    const int udp = open_udp(68);
+    r.tap = open_tap();
+    r.udp = open_udp(68);
     open_udp(67);  // so that the kernel answers nobody with "port unreachable"
-    ifreq request{};
-    std::strncpy(request.ifr_name, argv[2], IFNAMSIZ - 1);
-    if (ioctl(udp, SIOCGIFHWADDR, &request) != 0) fail(argv[2]);
-    std::uint8_t mac[6];
-    std::memcpy(mac, request.ifr_hwaddr.sa_data, 6);
-    const std::uint32_t giaddr = inet_addr(argv[4]);
-    sockaddr_in server{};
-    server.sin_family = AF_INET;
-    server.sin_port = htons(67);
-    server.sin_addr.s_addr = inet_addr(argv[5]);
-    sockaddr_ll vlan{};
-    vlan.sll_family = AF_PACKET;
-    vlan.sll_ifindex = static_cast<int>(if_nametoindex(argv[2]));
-
-    static std::uint8_t frame[2048];
-    pollfd ready[2] = {{clients, POLLIN, 0}, {uplink, POLLIN, 0}};
-    std::uint8_t *message = frame + bench::frame_header;
-    while (poll(ready, 2, -1) >= 0 || errno == EINTR) {
-        if ((ready[0].revents & POLLIN) != 0) {
-            const ssize_t n = recv(clients, frame, sizeof frame, 0);
-            if (n > static_cast<ssize_t>(bench::frame_header + bench::options_at)) {
-                ++message[3];
-                std::memcpy(message + 24, &giaddr, 4);
-                sendto(udp, message, static_cast<std::size_t>(n) - bench::frame_header, 0,
-                       reinterpret_cast<const sockaddr *>(&server), sizeof server);
-            }
-        }
-        if ((ready[1].revents & POLLIN) != 0) {
-            const ssize_t n = recv(uplink, frame, sizeof frame, 0);
-            if (n > static_cast<ssize_t>(bench::frame_header + bench::options_at)) {
-                std::uint8_t client[6];
-                std::uint32_t address;
-                std::memcpy(client, message + 28, 6);
-                std::memcpy(&address, message + 16, 4);
-                const std::size_t length = static_cast<std::size_t>(n) - bench::frame_header;
-                bench::write_frame_header(frame,
-                                          {.destination_mac = client,
-                                           .source_mac = mac,
-                                           .source = giaddr,
-                                           .destination = address,
-                                           .source_port = 67,
-                                           .destination_port = 68},
-                                          length);
-                sendto(clients, frame, static_cast<std::size_t>(n), 0, reinterpret_cast<const sockaddr *>(&vlan),
-                       sizeof vlan);
-            }
-        }
+    r.server.sin_family = AF_INET;
+    r.server.sin_port = htons(67);
+    r.server.sin_addr.s_addr = inet_addr(argv[1]);
+    for (int i = 2; i < argc; ++i) {
+        const device found = look_up(r.udp, argv[i]);
+        r.by_ifindex[found.ifindex] = found;
+        r.by_address[found.address] = found;
     }
-    fail("poll");
+    for (;;) {
+        sockaddr_ll from{};
+        socklen_t size = sizeof from;
+        const ssize_t n = recvfrom(r.tap, r.frame, sizeof r.frame, 0, reinterpret_cast<sockaddr *>(&from), &size);
+        if (n < 0 && errno != EINTR && errno != ENETDOWN) fail("receive");
+        if (n < static_cast<ssize_t>(bench::frame_header + bench::options_at)) continue;
+        const std::size_t length = static_cast<std::size_t>(n) - bench::frame_header;
+        if (r.frame[bench::frame_header] == 1)
+            forward(r, length, from.sll_ifindex);
+        else
+            deliver(r, length);
+    }
 }
