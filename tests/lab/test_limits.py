@@ -96,7 +96,7 @@ def test_beyond_the_burst_messages_are_dropped_and_counted(stage):
         assert sum(part["outcomes"].values()) == part["received"]
     assert counts(stage.relay, "port 1/3 ")["outcomes"]["port-limit"] == 0
     shown = stage.relay.sh("show interfaces brief")
-    assert re.search(r"^port 1/1 .* swp1 +(name|kernel index)  limit reached: 2 dropped$", shown, re.M)
+    assert re.search(r"^port 1/1 .* swp1 +(name|kernel index)\n  limit reached: 2 dropped$", shown, re.M)
     assert shown.count("limit reached") == 1
     stage.relay.wait_log(r"port 1/1 \(swp1\) sends more than its limit of messages: 2 dropped")
 

@@ -14,6 +14,7 @@
 #include "cli/command_line.h"
 #include "cli/grammar.h"
 #include "cli/tree.h"
+#include "commands/relay_messages.h"
 #include "ravo_main.h"
 
 namespace {
@@ -45,6 +46,15 @@ A line that begins with `!` is a comment. The output of a command can be filtere
 
 A command can be used by a session of at least its privilege. Root and members of group `ravo-admin` have every
 privilege; members of group `ravo` may use the show commands of privilege 2 and below.
+)";
+
+constexpr const char *messages = R"(
+## The relay's messages
+
+Their words are kept as they are; `show ip dhcp relay help` says the same.
+
+| message | what it means |
+| --- | --- |
 )";
 
 constexpr const char *appendix = R"(
@@ -135,6 +145,9 @@ int main() {
         for (const installed_command &command : commands)
             if (command.mode == section.mode && !for_programs(command)) print_command(command, "");
     }
+    std::fputs(messages, stdout);
+    for (const ravo::cli::relay_message &each : ravo::cli::relay_messages)
+        std::printf("| `%s` | %s |\n", each.text, each.meaning);
     std::fputs(appendix, stdout);
     for (const installed_command &command : commands)
         if (for_programs(command)) print_command(command, (std::string(mode_title(command.mode)) + ". ").c_str());

@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -19,8 +21,10 @@
 #include "cli/grammar.h"
 #include "cli/tree.h"
 #include "cli/words.h"
+#include "commands/relay_messages.h"
 #include "log/log.h"
 #include "ravo_cli.h"
+#include "ravo_cli_result.h"
 #include "ravo_main.h"
 
 namespace {
@@ -202,6 +206,37 @@ TEST(CommandRows, TheRelayExplainsItsWords) {
     for (const ravo::cli::help_row &row : ravo::cli::session_help(*s, "clear ip dhcp ")) help[row.word] = row.text;
     EXPECT_EQ(help, (std::map<std::string, std::string>{{"clear", "Show running system information"},
                                                         {"relay", "Relay agent"}}));
+}
+
+std::string printed;
+
+int note(void * /*handle*/, const char *format, ...) {
+    char text[256];
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    printed.append(text, static_cast<std::size_t>(length));
+    return length;
+}
+
+// The first line of what the relay says of a result code, without what differs.
+std::string words_of(std::uint32_t code) {
+    printed.clear();
+    struct cli context {};
+    context.print = note;
+    EXPECT_EQ(ravo_show_result(&context, code), 1);
+    std::string line = printed.substr(0, printed.find('\n'));
+    if (line.starts_with("% ")) line.erase(0, 2);
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line.starts_with("RAVO Err Unhandle errno ") ? "RAVO Err Unhandle errno N" : line;
+}
+
+TEST(RelayMessages, EachIsExplained) {
+    std::set<std::string> explained, shown;
+    for (const ravo::cli::relay_message &each : ravo::cli::relay_messages) explained.insert(each.text);
+    for (std::uint32_t code = 1; code <= 32; ++code) shown.insert(words_of(code));
+    EXPECT_EQ(shown, explained);
 }
 
 }  // namespace

@@ -101,7 +101,7 @@ inline std::vector<std::string> messages_in(const std::string &page) {
 // How a block of counters begins of which nothing has counted.
 inline constexpr char empty_block[] =
     "  received                          0  messages that came in\n"
-    "  sent                              0  copies sent on: to servers, to clients, local broadcasts\n"
+    "  sent                              0  copies sent to servers and clients\n"
     "  What became of them:\n";
 
 }  // namespace books_box

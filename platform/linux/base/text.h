@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -25,6 +26,10 @@ inline std::string printable_text(std::string_view text, std::size_t most = 200)
         if (c < ' ' || c > '~') c = '?';
     return text.size() > most ? out + "..." : out;
 }
+
+// A text in lines of at most 80 columns, each with its line end, broken at blanks: behind head, and from a column on in
+// the lines after the first. A word that is longer stands in a line of its own.
+std::string wrapped_text(std::string_view head, std::string_view text, std::size_t column);
 
 }  // namespace ravo::platform
 

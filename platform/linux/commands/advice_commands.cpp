@@ -7,6 +7,7 @@
 
 #include "base/loop.h"
 #include "base/owners.h"
+#include "base/text.h"
 #include "cli/command_row.h"
 #include "cli/help_texts.h"
 #include "commands/advice.h"
@@ -25,8 +26,10 @@ platform::event_ptr look;
 int show_advice(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     const std::vector<advice> all = advice_on(advice_gather());
     if (all.empty()) cli->print(cli->print_handle, "Nothing to advise: all is as it should be\n");
+    constexpr std::size_t indent = 4;
     for (const advice &each : all)
-        cli->print(cli->print_handle, "%s\n    %s\n", each.what.c_str(), each.remedy.c_str());
+        cli->print(cli->print_handle, "%s%s", platform::wrapped_text("", each.what, 2).c_str(),
+                   platform::wrapped_text("    ", each.remedy, indent).c_str());
     return 0;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Commands that show and clear what became of all messages: in total, for each VLAN interface, for each port.
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -20,6 +21,11 @@ namespace ravo::cli {
 
 namespace {
 
+void print_wrapped(struct cli *cli, const std::string &text) {
+    constexpr std::size_t indent = 2;
+    cli->print(cli->print_handle, "%s", platform::wrapped_text("", text, indent).c_str());
+}
+
 void print_types(struct cli *cli, const platform::book_counters &counters) {
     if (std::all_of(counters.by_type.begin() + 1, counters.by_type.end(),
                     [](std::uint64_t count) { return count == 0; }))
@@ -37,8 +43,7 @@ void print_block(struct cli *cli, const std::string &title, const platform::book
     const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
     cli->print(cli->print_handle, "%s\n", title.c_str());
     cli->print(cli->print_handle, row, "received", number(counters.received), "messages that came in");
-    cli->print(cli->print_handle, row, "sent", number(counters.sent),
-               "copies sent on: to servers, to clients, local broadcasts");
+    cli->print(cli->print_handle, row, "sent", number(counters.sent), "copies sent to servers and clients");
     if (counters.rebroadcast != 0)
         cli->print(cli->print_handle, row, "local broadcasts", number(counters.rebroadcast),
                    "copies broadcast again in their VLAN");
@@ -47,8 +52,13 @@ void print_block(struct cli *cli, const std::string &title, const platform::book
     for (int i = 0; i < OUTCOMES; ++i) {
         const auto outcome = static_cast<relay_outcome>(i);
         if (counters.by_outcome[outcome] == 0) continue;
-        cli->print(cli->print_handle, row, std::string(platform::outcome_word(outcome)).c_str(),
-                   number(counters.by_outcome[outcome]), std::string(platform::outcome_text(outcome)).c_str());
+        char head[64];
+        const int column =
+            std::snprintf(head, sizeof head, "  %-22s %12llu  ", std::string(platform::outcome_word(outcome)).c_str(),
+                          number(counters.by_outcome[outcome]));
+        cli->print(
+            cli->print_handle, "%s",
+            platform::wrapped_text(head, platform::outcome_text(outcome), static_cast<std::size_t>(column)).c_str());
     }
 }
 
@@ -64,9 +74,8 @@ std::string port_title(std::uint32_t port) {
 // another server.
 void print_unsent(struct cli *cli) {
     const auto print_row = [cli](const std::string &where, const platform::send_figures &figures) {
-        cli->print(cli->print_handle, "%s: %llu copies not sent for lack of room, %llu for other reasons\n",
-                   where.c_str(), static_cast<unsigned long long>(figures.no_room),
-                   static_cast<unsigned long long>(figures.failed));
+        print_wrapped(cli, where + ": " + std::to_string(figures.no_room) + " copies not sent for lack of room, " +
+                               std::to_string(figures.failed) + " for other reasons");
     };
     for (const platform::send_row &row : platform::send_figures_servers())
         print_row("Server " + platform::ipv4_text(row.destination), row.figures);
@@ -79,12 +88,10 @@ void print_crowded(struct cli *cli) {
     const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
     const platform::transaction_figures figures = platform::transaction_room_figures();
     if (figures.ended_early == 0 && figures.refused == 0) return;
-    cli->print(
-        cli->print_handle,
-        "%llu transactions open, %llu of %llu bytes used; %llu were ended early to make room, %llu records found "
-        "none\n",
-        number(figures.open), number(figures.used), number(figures.budget), number(figures.ended_early),
-        number(figures.refused));
+    const auto text = [](std::uint64_t value) { return std::to_string(value); };
+    print_wrapped(cli, text(figures.open) + " transactions open, " + text(figures.used) + " of " +
+                           text(figures.budget) + " bytes used; " + text(figures.ended_early) +
+                           " were ended early to make room, " + text(figures.refused) + " records found none");
     for (const platform::port_transactions &port : platform::transaction_room_ports())
         if (port.ended_early != 0)
             cli->print(cli->print_handle, "Port %s: %llu transactions open, %llu ended early\n",
@@ -95,8 +102,8 @@ int show_all(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     const book_snapshot now = take_snapshot();
     print_block(cli, "Total:", now.total);
     if (now.lost != 0)
-        cli->print(cli->print_handle, "%llu messages more came faster than they could be read and were lost\n",
-                   static_cast<unsigned long long>(now.lost));
+        print_wrapped(cli,
+                      std::to_string(now.lost) + " messages more came faster than they could be read and were lost");
     print_unsent(cli);
     print_crowded(cli);
     for (const counted_place &vlan : now.vlans) {

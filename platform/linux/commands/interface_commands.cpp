@@ -58,7 +58,7 @@ std::uint64_t over_limit(const inventory_row &port) {
 // What a person is to know of a port beside its columns.
 std::string remark_on(const inventory_row &port) {
     const std::uint64_t dropped = over_limit(port);
-    return dropped == 0 ? std::string() : "  limit reached: " + std::to_string(dropped) + " dropped";
+    return dropped == 0 ? std::string() : "\n  limit reached: " + std::to_string(dropped) + " dropped";
 }
 
 void print_ports(struct cli *cli, const std::vector<inventory_row> &rows) {

@@ -3,10 +3,13 @@
 // shown as that. And "help".
 #include <string>
 
+#include "base/text.h"
+
 #include "cli/command_row.h"
 #include "cli/help_texts.h"
 #include "cli/session.h"
 #include "commands/commands.h"
+#include "commands/relay_messages.h"
 
 namespace ravo::cli {
 
@@ -34,13 +37,26 @@ int no_helper_address(struct cli *cli, int argc, char **argv) {
 
 int show_help(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     (void)emit(session_of(cli),
-               "?                 what can stand here; behind a part of a word: the words that begin so\n"
-               "Tab               completes the word\n"
-               "Words may be shortened as far as no other word fits: \"sh run\" is \"show running-config\".\n"
-               "show ... | include RE   lines that match; also exclude, begin, section, count, json\n"
-               "show commands can be given in every mode; \"exit\" or \"quit\" leaves a mode, \"end\" all of them.\n"
+               "?     what can stand here; behind a part of a word: the words that begin so\n"
+               "Tab   completes the word\n"
+               "Words may be shortened as far as no other word fits: \"sh run\" is\n"
+               "\"show running-config\".\n"
+               "show ... | include RE   lines that match; also exclude, begin, section, count,\n"
+               "                        json\n"
+               "Show commands can be given in every mode; \"exit\" or \"quit\" leaves a mode,\n"
+               "\"end\" all of them.\n"
                "\"configure terminal\" is where settings are made, \"write\" saves them.\n"
+               "\"show ip dhcp relay help\" says what the relay's own messages mean.\n"
                "Ctrl-C ends a command that prints.\n");
+    return 0;
+}
+
+// What the relay's own messages mean.
+int show_messages(struct cli *cli, int /*argc*/, char ** /*argv*/) {
+    constexpr std::size_t indent = 4;
+    for (const relay_message &each : relay_messages)
+        (void)emit(session_of(cli),
+                   std::string(each.text) + "\n" + platform::wrapped_text("    ", each.meaning, indent));
     return 0;
 }
 
@@ -55,6 +71,11 @@ constexpr command_row rows[] = {
      .text = "help",
      .help = {"How the command line is used"},
      .handler = show_help,
+     .traits = {.effect = command_effect::looks, .who = audience::viewers}},
+    {.privilege = viewer_privilege,
+     .text = "show ip dhcp relay help",
+     .help = {help::show, help::ip, help::dhcp, help::relay, "What the relay's messages mean"},
+     .handler = show_messages,
      .traits = {.effect = command_effect::looks, .who = audience::viewers}},
     {.mode = CLI_MODE_CONFIGURATION,
      .privilege = viewer_privilege,

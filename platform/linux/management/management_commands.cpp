@@ -24,12 +24,14 @@ std::int64_t whole_seconds(std::chrono::steady_clock::duration span) {
 }
 
 int show_users(struct cli *cli, int /*argc*/, char ** /*argv*/) {
-    constexpr const char *row = "%7s  %-16s  %8s  %-8s  %9s  %-23s  %s\n";
+    constexpr std::size_t whole_seconds_of_time = 19;
+    constexpr const char *row = "%7s  %-14s  %7s  %-8s  %9s  %-19s  %s\n";
     cli->print(cli->print_handle, row, "Session", "User", "Process", "Terminal", "Privilege", "Since", "Idle");
     for (const session_about &each : management_session_list())
         cli->print(cli->print_handle, row, std::to_string(each.number).c_str(), each.user.c_str(),
                    std::to_string(each.pid).c_str(), each.terminal.c_str(), std::to_string(each.privilege).c_str(),
-                   time_text(each.opened_us).c_str(), each.busy ? "busy" : span_text(whole_seconds(each.idle)).c_str());
+                   time_text(each.opened_us).substr(0, whole_seconds_of_time).c_str(),
+                   each.busy ? "busy" : span_text(whole_seconds(each.idle)).c_str());
     return 0;
 }
 

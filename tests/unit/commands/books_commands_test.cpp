@@ -30,7 +30,7 @@ TEST_F(BooksCommands, StatisticsInTotalPerVlanAndPerPort) {
     books_drop(OUTCOME_UNKNOWN_VLAN, 0, port_2_0, {});
     const std::string vlan_block =
         "  received                          2  messages that came in\n"
-        "  sent                              2  copies sent on: to servers, to clients, local broadcasts\n"
+        "  sent                              2  copies sent to servers and clients\n"
         "  What they were:\n"
         "  DISCOVER                          2\n"
         "  What became of them:\n"
@@ -38,14 +38,14 @@ TEST_F(BooksCommands, StatisticsInTotalPerVlanAndPerPort) {
         "  hop-limit                         1  passed too many relays\n";
     const std::string port_block =
         "  received                          1  messages that came in\n"
-        "  sent                              0  copies sent on: to servers, to clients, local broadcasts\n"
+        "  sent                              0  copies sent to servers and clients\n"
         "  What became of them:\n"
         "  unknown-vlan                      1  no VLAN interface for its VLAN\n";
     shell s;
     EXPECT_EQ(s.print("show ip dhcp relay statistics"),
               "Total:\n"
               "  received                          3  messages that came in\n"
-              "  sent                              2  copies sent on: to servers, to clients, local broadcasts\n"
+              "  sent                              2  copies sent to servers and clients\n"
               "  What they were:\n"
               "  DISCOVER                          2\n"
               "  What became of them:\n"
@@ -67,7 +67,7 @@ TEST_F(BooksCommands, LocalBroadcastsStandBesideTheOutcomes) {
     EXPECT_EQ(s.print("show ip dhcp relay statistics vlan 10"),
               "VLAN interface vlan10:\n"
               "  received                          1  messages that came in\n"
-              "  sent                              1  copies sent on: to servers, to clients, local broadcasts\n"
+              "  sent                              1  copies sent to servers and clients\n"
               "  local broadcasts                  1  copies broadcast again in their VLAN\n"
               "  What became of them:\n"
               "  no-server                         1  the interface has no server for it\n");

@@ -121,4 +121,16 @@ TEST(OtherWords, WhatIsChangedIsRecordedAsTheCommand) {
                                     "|clear ip dhcp relay statistics|0", "|clear ip dhcp relay detail counter|5"));
 }
 
+TEST(OtherWords, TheRelaysMessagesAreExplained) {
+    shell s(2);
+    const std::string text = s.print("show ip dhcp relay help");
+    EXPECT_THAT(text, testing::StartsWith(
+                          "RAVO Err Unhandle errno N\n    After servers were removed: that worked, and N servers"));
+    EXPECT_THAT(text, HasSubstr("\nSet the same configuration current configuration\n"
+                                "    What was asked for is in force already; nothing was changed.\n"));
+    for (const std::string &page : {text, s.print("help")})
+        for (std::size_t at = 0; at < page.size(); at = page.find('\n', at) + 1)
+            EXPECT_LE(page.find('\n', at) - at, 80U) << page.substr(at, 100);
+}
+
 }  // namespace

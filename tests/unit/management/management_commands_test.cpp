@@ -25,7 +25,7 @@ TEST_F(Management, ShowsWhoseItsSessionsAre) {
     (void)second.answer();
     const std::string pid = std::to_string(getpid());
     const std::string text = text_of(first, "show users");
-    EXPECT_THAT(text, StartsWith("Session  User               Process  Terminal  Privilege  Since"));
+    EXPECT_THAT(text, StartsWith("Session  User            Process  Terminal  Privilege  Since                Idle\n"));
     const std::string second_row = text.substr(text.find('\n', text.find('\n') + 1) + 1);
     EXPECT_THAT(second_row, AllOf(StartsWith("      2  root"), HasSubstr(" " + pid + "  "), EndsWith("  0 s\n")));
 }
