@@ -90,6 +90,16 @@ def test_each_message_of_the_monitor_is_a_document_in_one_line(lab, stage):
     judge("monitor", next(each for each in documents if each["op"] == "request" and each["servers"]))
 
 
+def test_tables_and_pages_fit_80_columns(stage):
+    """All but lines of messages and of the log, and paths that are as long as they are."""
+    pages = [*COMMANDS.values(), "show ip dhcp relay help", "help", "show ip dhcp relay crashes", "write terminal",
+             "show startup-config", "show history", "show privilege", "show running-config interface swp1"]
+    whole = {COMMANDS[name] for name in ("client", "logging", "history")}
+    long = [(command, line) for command in pages if command not in whole
+            for line in stage.sh(command).splitlines() if len(line) > 80]
+    assert long == []
+
+
 def test_what_guards_and_unsent_copies_add_fits_too(stage):
     """Members that this lab does not see, put in by hand: the schema knows them."""
     document = tell(stage, "statistics")

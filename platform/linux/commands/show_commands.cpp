@@ -74,7 +74,13 @@ constexpr const char *support_commands[] = {
     "show ip dhcp relay information trusted-sources",
     "show ip dhcp relay option",
     "show ip dhcp relay statistics",
+    "show ip dhcp relay server",
     "show ip dhcp relay client",
+    "show ip dhcp relay xid-port-mapping",
+    "show ip dhcp relay crashes",
+    "show ip dhcp relay advice",
+    "show configuration differences",
+    "show configuration history",
     "show logging",
 };
 

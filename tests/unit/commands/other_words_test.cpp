@@ -92,7 +92,10 @@ TEST(OtherWords, SupportIsToldEverything) {
     shell s;
     cli_box::handler_prints = "of the relay\n";
     const std::string text = s.print("show tech-support");
-    for (const char *line : {"show version", "show running-config", "show ip dhcp relay detail", "show logging"})
+    for (const char *line :
+         {"show version", "show running-config", "show ip dhcp relay detail", "show ip dhcp relay server",
+          "show ip dhcp relay client", "show ip dhcp relay xid-port-mapping", "show ip dhcp relay crashes",
+          "show ip dhcp relay advice", "show configuration differences", "show configuration history", "show logging"})
         EXPECT_THAT(text, HasSubstr("\n------ " + std::string(line) + " ------\n\n"));
     EXPECT_THAT(text, HasSubstr("\n------ show ip dhcp relay detail ------\n\nof the relay\n"));
     EXPECT_THAT(text, testing::Not(HasSubstr("Invalid input")));
