@@ -112,6 +112,20 @@ def test_vlan_leaves_a_trunk(stage, host):
     stage.check_passes(host, 20, tag=20, back=20)
 
 
+@on_port(3)
+def test_vlan_that_is_blocking_on_a_port(stage, host):
+    """A spanning tree of its own: the bridge drops what comes in there on that VLAN, and takes the others."""
+    stage.lab.bridge("vlan set vid 20 dev swp3 state blocking")
+    try:
+        stage.wait_dropped(host, 20)
+        stage.check_ends(host, (20, 20, "bridge-refused"))
+        stage.check_passes(host, 10, tag=10, back=10)
+    finally:
+        stage.lab.bridge("vlan set vid 20 dev swp3 state forwarding")
+        stage.wait_relayed(host, 20)
+    stage.check_passes(host, 20, tag=20, back=20)
+
+
 @on_port(2)
 def test_port_leaves_the_bridge_and_comes_back_elsewhere(stage, host):
     """A port that left the bridge has lost its VLANs; it comes back into another one."""

@@ -42,6 +42,7 @@ struct device_record {
     int master = 0;               // the bridge, bond or VRF it is a member of; 0 none
     std::uint16_t vlan_id = 0;    // of a VLAN device
     bool vlan_filtering = false;  // of a bridge: it is VLAN-aware
+    bool trees = false;           // of a bridge: members have states by VLAN (MSTP), and none for all
     std::string physical_name{};  // what its driver calls the port ("p7"), mostly empty
     bridge_port on_bridge{};      // of a bridge's member
     bool operator==(const device_record &) const = default;
@@ -52,6 +53,7 @@ struct vlan_range {
     std::uint16_t first;  // 1 to 4094
     std::uint16_t last;   // first to 4094
     bool pvid;            // untagged frames belong to it; then first == last
+    bool closed = false;  // it is not forwarding for them; told by VLAN messages alone
     bool operator==(const vlan_range &) const = default;
 };
 

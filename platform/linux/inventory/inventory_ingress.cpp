@@ -39,9 +39,10 @@ const model_device *bridge_of(const inventory_model &model, const model_device &
 }
 
 // Notes what a bridge has to say against a frame from a member. The first locked port on the road is asked.
-void pass_bridge(const model_device &member, std::uint16_t vlan, ingress *out) {
+void pass_bridge(const model_device &member, const model_device &bridge, std::uint16_t vlan, ingress *out) {
     if (out == nullptr) return;
-    if (!member.record.on_bridge.forwarding) out->closed = true;
+    if (!member.record.on_bridge.forwarding && !bridge.record.trees) out->closed = true;
+    if (member.closed && member.closed->test(vlan)) out->closed = true;
     if (!member.record.on_bridge.locked || out->locked_member != 0) return;
     out->locked_member = member.record.ifindex;
     out->locked_vlan = vlan;
@@ -55,7 +56,7 @@ const model_device *resolve_aware(const inventory_model &model, const model_devi
                                   std::uint16_t tag, int depth, ingress *out) {
     const std::uint16_t vlan = tag != 0 ? tag : member.pvid;
     if (vlan == 0 || !member.vlans || !member.vlans->test(vlan)) return nullptr;
-    pass_bridge(member, vlan, out);
+    pass_bridge(member, bridge, vlan, out);
     if (const model_device *upper = vlan_device_on(model, bridge.record.ifindex, vlan))
         return resolve(model, *upper, 0, depth + 1, out);
     return vlan == bridge.pvid ? resolve(model, bridge, 0, depth + 1, out) : nullptr;
@@ -72,7 +73,7 @@ const model_device *resolve(const inventory_model &model, const model_device &de
             return resolve(model, *upper, 0, depth + 1, out);
     if (const model_device *bridge = bridge_of(model, device)) {
         if (bridge->record.vlan_filtering) return resolve_aware(model, device, *bridge, tag, depth, out);
-        pass_bridge(device, 0, out);
+        pass_bridge(device, *bridge, 0, out);
         return resolve(model, *bridge, tag, depth + 1, out);
     }
     return tag == 0 ? &device : nullptr;

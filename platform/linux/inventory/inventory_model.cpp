@@ -215,6 +215,13 @@ void apply(inventory_model *model, const device_gone &change) {
 
 // ---- VLANs on bridges ----
 
+void note_closed(model_device *device, const vlan_range &range) {
+    if (!device->closed && !range.closed) return;
+    if (!device->closed) device->closed = std::make_unique<std::bitset<4096>>();
+    const unsigned last = std::min(range.last, last_vlan);
+    for (unsigned vlan = range.first; vlan <= last; ++vlan) device->closed->set(vlan, range.closed);
+}
+
 void add_vlans(model_device *device, const std::vector<vlan_range> &ranges) {
     if (!device->vlans) device->vlans = std::make_unique<std::bitset<4096>>();
     for (const vlan_range &range : ranges) {
@@ -231,7 +238,10 @@ void apply(inventory_model *model, const vlans_seen &change) {
     if (device == nullptr) return;
     device->vlans.reset();
     device->pvid = 0;
+    // It says nothing of states: those of the VLANs that it has still stay.
     if (!change.vlans.empty()) add_vlans(device, change.vlans);
+    if (!device->vlans) device->closed.reset();
+    if (device->closed) *device->closed &= *device->vlans;
     if (change.on_bridge) device->record.on_bridge = *change.on_bridge;
 }
 
@@ -242,7 +252,9 @@ void apply(inventory_model *model, const bridge_port_seen &change) {
 
 void apply(inventory_model *model, const vlans_added &change) {
     model_device *device = find(model, change.ifindex);
-    if (device != nullptr) add_vlans(device, change.vlans);
+    if (device == nullptr) return;
+    add_vlans(device, change.vlans);
+    for (const vlan_range &range : change.vlans) note_closed(device, range);
 }
 
 void apply(inventory_model *model, const vlans_removed &change) {
@@ -251,6 +263,7 @@ void apply(inventory_model *model, const vlans_removed &change) {
     for (const vlan_range &range : change.vlans) {
         const unsigned last = std::min(range.last, last_vlan);
         for (unsigned vlan = range.first; vlan <= last; ++vlan) device->vlans->reset(vlan);
+        note_closed(device, {range.first, range.last, false});
         if (device->pvid >= range.first && device->pvid <= range.last) device->pvid = 0;
     }
 }
@@ -388,6 +401,8 @@ void model_reconcile(inventory_model *model, const std::vector<inventory_change>
         if (!with_vlans.contains(ifindex)) apply(model, vlans_seen{ifindex, {}});
     for (const inventory_change &change : snapshot)
         if (std::holds_alternative<vlans_seen>(change)) model_apply(model, change);
+    for (const inventory_change &change : snapshot)
+        if (std::holds_alternative<vlans_added>(change)) model_apply(model, change);
 }
 
 }  // namespace ravo::platform

@@ -24,14 +24,15 @@ namespace ravo::platform {
 
 struct model_device {
     device_record record;
-    std::unique_ptr<std::bitset<4096>> vlans;  // VLANs it has on its bridge; null: none known
-    std::uint16_t pvid = 0;                    // its PVID there, 0 none
-    std::vector<address_record> addresses;     // the relay's own would be the first
-    std::uint16_t claim = 0;                   // VLAN whose interface it could be, 0 none
-    bool described = false;                    // the claim comes from the description
-    bool tap = false;                          // frames of VLANs are read here
-    bool uplink = false;                       // replies are read here that come in on no VLAN
-    std::uint32_t port = 0;                    // of a tap: its port number, 0 none
+    std::unique_ptr<std::bitset<4096>> vlans;   // VLANs it has on its bridge; null: none known
+    std::unique_ptr<std::bitset<4096>> closed;  // of these, those it does not forward for; null: none
+    std::uint16_t pvid = 0;                     // its PVID there, 0 none
+    std::vector<address_record> addresses;      // the relay's own would be the first
+    std::uint16_t claim = 0;                    // VLAN whose interface it could be, 0 none
+    bool described = false;                     // the claim comes from the description
+    bool tap = false;                           // frames of VLANs are read here
+    bool uplink = false;                        // replies are read here that come in on no VLAN
+    std::uint32_t port = 0;                     // of a tap: its port number, 0 none
 };
 
 struct inventory_model {

@@ -9,6 +9,7 @@
 
 #include <event2/event.h>
 #include <libmnl/libmnl.h>
+#include <linux/if_bridge.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
@@ -109,6 +110,9 @@ bool send_dump_request(const mnl_socket *socket, std::uint16_t type, std::uint8_
     if (type == RTM_GETADDR) {
         auto *header = static_cast<ifaddrmsg *>(mnl_nlmsg_put_extra_header(request, sizeof(ifaddrmsg)));
         header->ifa_family = family;
+    } else if (type == RTM_GETVLAN) {
+        auto *header = static_cast<br_vlan_msg *>(mnl_nlmsg_put_extra_header(request, sizeof(br_vlan_msg)));
+        header->family = family;
     } else {
         auto *header = static_cast<ifinfomsg *>(mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg)));
         header->ifi_family = family;
@@ -251,6 +255,8 @@ std::string netlink_read_all(std::vector<inventory_change> *out, bool *complete)
     (void)setsockopt(mnl_socket_get_fd(socket.get()), SOL_SOCKET, SO_RCVTIMEO, &dump_patience, sizeof dump_patience);
     std::string reason = dump(socket.get(), RTM_GETLINK, AF_UNSPEC, out, complete);
     if (reason.empty()) reason = dump(socket.get(), RTM_GETLINK, AF_BRIDGE, out, complete);
+    // The states of members by VLAN.
+    if (reason.empty()) reason = dump(socket.get(), RTM_GETVLAN, AF_BRIDGE, out, complete);
     if (reason.empty()) reason = dump(socket.get(), RTM_GETADDR, AF_INET, out, complete);
     return reason;
 }

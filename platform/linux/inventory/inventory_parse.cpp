@@ -22,6 +22,7 @@ namespace ravo::platform {
 namespace {
 
 constexpr std::uint16_t ethertype_vlan = 0x8100;
+constexpr std::uint32_t mst_enabled = 1U << 2;  // BR_BOOLOPT_MST_ENABLE, which older headers do not name
 
 template <std::size_t size>
 using attributes = std::array<const nlattr *, size>;
@@ -107,8 +108,11 @@ void read_vlan_device(const nlattr *data, device_record *device) {
 }
 
 void read_bridge(const nlattr *data, device_record *device) {
-    const auto info = attributes_in<IFLA_BR_VLAN_FILTERING + 1>(data);
+    const auto info = attributes_in<IFLA_BR_MULTI_BOOLOPT + 1>(data);
     std::uint8_t filtering = 0;
+    br_boolopt_multi switches{};
+    get(info[IFLA_BR_MULTI_BOOLOPT], &switches);
+    device->trees = (switches.optval & mst_enabled) != 0;
     get(info[IFLA_BR_VLAN_FILTERING], &filtering);
     device->kind = device_kind::bridge;
     device->vlan_filtering = filtering != 0;
@@ -194,13 +198,16 @@ std::optional<inventory_change> read_bridge_link(const nlmsghdr *message, const 
 }
 
 std::optional<vlan_range> read_vlan_entry(const nlattr *nest) {
-    const auto entry = attributes_in<BRIDGE_VLANDB_ENTRY_RANGE + 1>(nest);
+    const auto entry = attributes_in<BRIDGE_VLANDB_ENTRY_STATE + 1>(nest);
     bridge_vlan_info info{};
     if (!get(entry[BRIDGE_VLANDB_ENTRY_INFO], &info) || !is_vlan(info.vid)) return std::nullopt;
     std::uint16_t last = info.vid;
     get(entry[BRIDGE_VLANDB_ENTRY_RANGE], &last);
     if (!is_vlan(last) || last < info.vid) return std::nullopt;
-    return vlan_range{info.vid, last, last == info.vid && (info.flags & BRIDGE_VLAN_INFO_PVID) != 0};
+    std::uint8_t state = BR_STATE_FORWARDING;
+    get(entry[BRIDGE_VLANDB_ENTRY_STATE], &state);
+    const bool pvid = last == info.vid && (info.flags & BRIDGE_VLAN_INFO_PVID) != 0;
+    return vlan_range{.first = info.vid, .last = last, .pvid = pvid, .closed = state != BR_STATE_FORWARDING};
 }
 
 std::optional<inventory_change> read_vlans(const nlmsghdr *message) {

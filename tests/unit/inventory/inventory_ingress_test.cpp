@@ -268,6 +268,56 @@ TEST_F(InventoryModel, APortThatIsNotForwardingIsClosedInAllVlansOfItsBridge) {
     EXPECT_EQ(bridges_say(model, 11, 20), "locked 11 vlan 20");
 }
 
+TEST_F(InventoryModel, AMemberMayBeClosedInOneVlanAlone) {
+    aware_bridge(2, "br0");
+    member(11, "swp1", 2);
+    vlan_device(20, "br0.10", 2, 10);
+    vlan_device(21, "br0.20", 2, 20);
+    const vlans_seen listed{11, {{10, 10, true}, {20, 20, false}}};
+    model_apply(&model, listed);
+    EXPECT_THAT(taps(), ElementsAre("swp1"));
+    model_apply(&model, vlans_added{11, {{.first = 15, .last = 30, .pvid = false, .closed = true}}});
+    EXPECT_EQ(bridges_say(model, 11, untagged), "");
+    EXPECT_EQ(bridges_say(model, 11, 20), "closed ");
+    model_apply(&model, listed);  // a link message, which knows nothing of this
+    EXPECT_EQ(bridges_say(model, 11, 20), "closed ");
+    model_apply(&model, vlans_added{11, {{20, 20, false}}});
+    EXPECT_EQ(bridges_say(model, 11, 20), "");
+    model_apply(&model, vlans_added{11, {{.first = 10, .last = 10, .pvid = true, .closed = true}}});
+    EXPECT_EQ(bridges_say(model, 11, untagged), "closed ");
+    model_apply(&model, vlans_removed{11, {{10, 10, false}}});
+    model_apply(&model, listed);
+    EXPECT_EQ(bridges_say(model, 11, untagged), "");
+}
+
+TEST_F(InventoryModel, WithTreesTheStateForAllVlansDoesNotCount) {
+    aware_bridge(2, "br0");
+    member(11, "swp1", 2);
+    vlan_device(20, "br0.10", 2, 10);
+    model_apply(&model, vlans_seen{11, {{10, 10, true}}, not_forwarding});
+    EXPECT_THAT(taps(), ElementsAre("swp1"));
+    EXPECT_EQ(bridges_say(model, 11, untagged), "closed ");
+    device_record changed = model_find(model, 2)->record;
+    changed.trees = true;
+    model_apply(&model, device_seen{changed});
+    EXPECT_EQ(bridges_say(model, 11, untagged), "");
+    model_apply(&model, vlans_added{11, {{.first = 10, .last = 10, .pvid = true, .closed = true}}});
+    EXPECT_EQ(bridges_say(model, 11, untagged), "closed ");
+}
+
+TEST_F(InventoryModel, ACompleteReadingHasTheStatesOfVlans) {
+    aware_bridge(2, "br0");
+    member(11, "swp1", 2);
+    vlan_device(20, "br0.10", 2, 10);
+    std::vector<inventory_change> all;
+    for (const int ifindex : {2, 11, 20}) all.emplace_back(device_seen{model_find(model, ifindex)->record});
+    all.emplace_back(vlans_added{11, {{.first = 10, .last = 10, .pvid = true, .closed = true}}});
+    all.emplace_back(vlans_seen{11, {{10, 10, true}}});
+    model_reconcile(&model, all);
+    EXPECT_THAT(taps(), ElementsAre("swp1"));
+    EXPECT_EQ(bridges_say(model, 11, untagged), "closed ");
+}
+
 TEST_F(InventoryModel, AVlanDeviceThatIsAMemberHasAStateOfItsOwn) {
     add(2, "eth0");
     bridge(1034, "vlan10");

@@ -246,6 +246,28 @@ TEST(NetlinkParse, StateOfAMemberBesideItsVlans) {
     EXPECT_EQ(seen.on_bridge, (bridge_port{.forwarding = false, .locked = false}));
 }
 
+TEST(NetlinkParse, StatesOfAMemberByVlan) {
+    message made(RTM_NEWVLAN);
+    made.vlan_header(AF_BRIDGE, 5);
+    for (std::uint16_t state = 0; state <= 4; ++state) {
+        made.begin(BRIDGE_VLANDB_ENTRY);
+        made.put(BRIDGE_VLANDB_ENTRY_INFO, bridge_vlan_info{0, static_cast<std::uint16_t>(10 + state)});
+        made.put(BRIDGE_VLANDB_ENTRY_STATE, static_cast<std::uint8_t>(state)).end();
+    }
+    const std::vector<vlan_range> vlans = parse_as<vlans_added>(made).vlans;
+    ASSERT_EQ(vlans.size(), 5U);
+    for (int state = 0; state <= 4; ++state) EXPECT_EQ(vlans[state].closed, state != 3) << state;
+}
+
+TEST(NetlinkParse, BridgeWithTrees) {
+    EXPECT_FALSE(parse_as<device_seen>(bridge_link()).device.trees);
+    message made(RTM_NEWLINK);
+    made.link(AF_UNSPEC, 3).text(IFLA_IFNAME, "br0").put(IFLA_ADDRESS, mac);
+    made.begin(IFLA_LINKINFO).text(IFLA_INFO_KIND, "bridge").begin(IFLA_INFO_DATA);
+    made.put(IFLA_BR_MULTI_BOOLOPT, br_boolopt_multi{.optval = 1U << 2, .optmask = 7}).end().end();
+    EXPECT_TRUE(parse_as<device_seen>(made).device.trees);
+}
+
 TEST(NetlinkParse, VlansThatChange) {
     const vlans_added added = parse_as<vlans_added>(vlan_change(RTM_NEWVLAN));
     EXPECT_EQ(added.ifindex, 5);
