@@ -54,6 +54,7 @@
 #include "process/limits.h"
 #include "process/relay_data.h"
 #include "process/service_status.h"
+#include "process/start_text.h"
 #include "process/state_folder.h"
 #include "process/supervisor.h"
 #include "settings/kept_settings.h"
@@ -79,12 +80,15 @@ void tell(const std::string &line) {
     std::fflush(stderr);
 }
 
+// Of a start that ends at a file which only its owner can mend: whoever starts us again need not try before that.
+constexpr int status_of_configuration = 78;
+
 // Ends the process. The line goes to standard error wherever the log goes: that is where whoever started us looks.
-[[noreturn]] void refuse(const std::string &line) {
+[[noreturn]] void refuse(const std::string &line, int status = 1) {
     if (platform::frame_get_options().log_target != "stderr")
         platform::log_line(platform::log_level_error, "%s", line.c_str());
     tell(line);
-    std::exit(1);
+    std::exit(status);
 }
 
 // ---- What the process was given ----
@@ -250,7 +254,7 @@ void check_that_we_may_run(const platform::frame_options &options) {
     const uid_t daemon = platform::user_of_daemon(options);
     for (const std::string &file : {options.switch_file, options.startup_config}) {
         const std::string fault = platform::trusted_file_fault(file, daemon);
-        if (!fault.empty()) refuse(fault);
+        if (!fault.empty()) refuse(fault, status_of_configuration);
     }
     const std::string taken = platform::management_check(options.management_socket);
     if (!taken.empty()) refuse("ravod: " + taken);
@@ -291,7 +295,7 @@ void open_inventory(const platform::frame_options &options) {
     platform::switch_description description;
     std::string fault;
     if (!platform::switch_description_read(options.switch_file, !options.switch_file_given, &description, &fault))
-        refuse(fault);
+        refuse(fault, status_of_configuration);
     const std::string why_not = platform::state_open(options.state_folder);
     if (!why_not.empty()) platform::log_line(platform::log_level_start, "%s", why_not.c_str());
     platform::trap_remove_stale();
@@ -323,6 +327,16 @@ void open_black_box(const platform::frame_options &options) {
                        platform::black_box_text(crash).c_str(), kept.c_str());
 }
 
+void tell_start(const std::string &path, std::size_t commands, int failed) {
+    using what = platform::inventory_row::what;
+    platform::start_figures figures{.commands = commands, .failed = failed > 0 ? static_cast<std::size_t>(failed) : 0};
+    for (const platform::inventory_row &row : platform::inventory_rows()) {
+        figures.interfaces += row.kind == what::interface ? 1 : 0;
+        figures.ports += row.kind == what::port ? 1 : 0;
+    }
+    platform::log_line(platform::log_level_start, "%s", platform::start_text(path, figures).c_str());
+}
+
 void replay_startup_configuration(const platform::frame_options &options) {
     const std::string &path = options.startup_config;
     // The first save creates the file, so its absence keeps nothing from starting; but a path that was typed may be
@@ -331,10 +345,13 @@ void replay_startup_configuration(const platform::frame_options &options) {
         platform::log_line(platform::log_level_warning,
                            "%s: no such startup configuration; starting without one, \"write memory\" creates it",
                            path.c_str());
-    (void)ravo::cli::replay_file(path, /*optional=*/true, /*check_only=*/false, [](const std::string &line) {
-        // Reported line by line; the lines that are good are in force.
+    std::size_t commands = 0;
+    // Reported line by line; the lines that are good are in force.
+    const auto report = [](const std::string &line) {
         platform::log_line(platform::log_level_error, "%s", line.c_str());
-    });
+    };
+    const int failed = ravo::cli::replay_file(path, /*optional=*/true, /*check_only=*/false, report, &commands);
+    tell_start(path, commands, failed);
 }
 
 // ---- Signals ----

@@ -16,7 +16,7 @@ from ravolab.process import wait_for
 from ravolab.relay import BUILD
 
 DEVICES = ("vlan2", "vlan7", "vlan30", "vlan100", "vlan4094")
-QUIET_START = r"RAVO: installSignalHandlers \d+ sig=11\n"
+QUIET_START = r"RAVO: installSignalHandlers \d+ sig=11\nravod \S+: \d+ VLAN interfaces?, \d+ ports?; \d+ lines? of \S+ applied\n"
 
 
 @pytest.fixture
@@ -313,7 +313,8 @@ def test_names_of_devices_are_known_to_a_check(daemon):
     expected = [f'{daemon.startup}:3: invalid input at "downlink", column 11: interface downlink']
     assert faults_found(daemon, "--switch", switch) == expected
     daemon.start("--switch", switch)
-    assert [line for line in daemon.log.splitlines() if str(daemon.startup) in line] == expected
+    assert [line for line in daemon.log.splitlines() if line.startswith(str(daemon.startup))] == expected
+    assert re.search(rf"^ravod \S+: 6 VLAN interfaces, 0 ports; 2 lines of {daemon.startup} applied, 1 not$", daemon.log, re.M)
 
 
 def test_settings_in_force_are_no_faults(daemon):

@@ -27,9 +27,10 @@ bool configuration_is_saved();
 // that fails is reported as "FILE:LINE: reason" through report, the rest is applied; one that asks for what is in force
 // already has not failed. check_only: finds the same lines, but changes nothing but the relay's data: no sockets are
 // opened and commands of the platform's own are not run. Returns the number of failing lines; -1 when the file cannot
-// be read (reported too); 0 when it does not exist and optional.
+// be read (reported too); 0 when it does not exist and optional. commands: if given, set to the number of lines that
+// hold a command.
 int replay_file(const std::string &path, bool optional, bool check_only,
-                const std::function<void(const std::string &line)> &report);
+                const std::function<void(const std::string &line)> &report, std::size_t *commands = nullptr);
 
 // The part of the running configuration that the daemon's sections leave out, as commands; empty when there is nothing.
 // daemon_text: those sections, behind which it is replayed.

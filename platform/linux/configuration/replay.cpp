@@ -104,6 +104,17 @@ std::string replay_line(replayer &r, std::string_view line) {
     return result == 0 ? std::string() : reason_printed(r.printed, result);
 }
 
+std::size_t count_commands(std::string_view text) {
+    std::size_t count = 0;
+    while (!text.empty()) {
+        const std::size_t end = text.find('\n');
+        const std::string_view line = trim(text.substr(0, end));
+        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+        if (!line.empty() && line.front() != '!') ++count;
+    }
+    return count;
+}
+
 }  // namespace
 
 int replay_lines(std::string_view text, const line_report &report, const std::function<void(session &s)> &prepare,
@@ -131,7 +142,7 @@ int replay_lines(std::string_view text, const line_report &report, const std::fu
 }
 
 int replay_file(const std::string &path, bool optional, bool check_only,
-                const std::function<void(const std::string &line)> &report) {
+                const std::function<void(const std::string &line)> &report, std::size_t *commands) {
     std::string text;
     const int failed = platform::read_file(path, configuration_limit, &text);
     if (failed == ENOENT && optional) return 0;
@@ -139,6 +150,7 @@ int replay_file(const std::string &path, bool optional, bool check_only,
         report(path + ": cannot be read: " + std::strerror(failed));
         return -1;
     }
+    if (commands != nullptr) *commands = count_commands(text);
     const kept_opening opening;  // sections of interfaces that are not there are judged like the others, and then wait
     const struct interface *entered = nullptr;
     return replay_lines(

@@ -159,6 +159,15 @@ TEST_F(Configuration, AFileNeitherReplaysNorReplacesItself) {
     }
 }
 
+TEST_F(Configuration, LinesWithACommandAreCounted) {
+    std::ofstream(path_) << "! a remark\n\nip dhcp relay hops 3\n  \n ip dhcp relay nonsense\n!\nip dhcp relay hops 4";
+    std::size_t commands = 0;
+    EXPECT_EQ(replay_file(
+                  path_, /*optional=*/false, false, [](const std::string & /*line*/) {}, &commands),
+              1);
+    EXPECT_EQ(commands, 3u);
+}
+
 TEST_F(Configuration, FilesThatCannotBeRead) {
     std::vector<std::string> reports;
     const auto report = [&](const std::string &line) { reports.push_back(line); };
