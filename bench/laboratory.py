@@ -4,8 +4,8 @@
     clients  c10, c11, ...  <-->  vlan10, vlan11, ...  switch  vlan4000  <-->  eth0  server
                                   10.0.10.1/24 ...             192.0.2.1       192.0.2.11
 
-No bridge stands in the way: what the kernel does for each frame is the least there is. It offers what ravolab.Relay asks
-of a lab.
+No bridge stands in the way: what the kernel does for each frame is the least there is. It offers what
+ravolab.Relay asks of a lab.
 """
 
 import subprocess
@@ -54,14 +54,17 @@ class Laboratory:
         ours, theirs = mac(3, 1), mac(3, 2)
         lines = []
         for vlan in self.vlans:
-            lines += [f"link add vlan{vlan} address {mac(1, vlan)} type veth peer name c{vlan} netns {self.clients.path}",
+            peer = f"peer name c{vlan} netns {self.clients.path}"
+            lines += [f"link add vlan{vlan} address {mac(1, vlan)} type veth {peer}",
                       f"addr add 10.{vlan >> 8}.{vlan & 255}.1/24 brd + dev vlan{vlan}", f"link set vlan{vlan} up"]
-        self.switch.ip(*lines, f"link add {UPLINK} address {ours} type veth peer name eth0 address {theirs} netns {self.server.path}",
+        peer = f"peer name eth0 address {theirs} netns {self.server.path}"
+        self.switch.ip(*lines, f"link add {UPLINK} address {ours} type veth {peer}",
                        f"addr add 192.0.2.1/24 dev {UPLINK}", f"link set {UPLINK} up",
                        f"neigh replace {SERVER} lladdr {theirs} dev {UPLINK} nud permanent")
         self.clients.ip(*(f"link set {device} up" for device in self.client_devices))
         self.server.ip(f"addr add {SERVER}/24 dev eth0", "link set eth0 up",
-                       f"neigh replace 192.0.2.1 lladdr {ours} dev eth0 nud permanent", "route add 10.0.0.0/8 via 192.0.2.1")
+                       f"neigh replace 192.0.2.1 lladdr {ours} dev eth0 nud permanent",
+                       "route add 10.0.0.0/8 via 192.0.2.1")
         without_offload(self.switch, UPLINK)
         without_offload(self.server, "eth0")
         self.switch.wait_up(UPLINK, *self.interfaces)

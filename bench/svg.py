@@ -21,19 +21,23 @@ LONGEST = 42  # letters of a row's name
 class Drawing:
     def __init__(self, title, height):
         self.height = height
-        self.parts = [f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {WIDTH} {height}" width="{WIDTH}" height="{height}" '
-                      f'font-family="sans-serif" font-size="13" role="img" aria-label="{escape(title)}">',
+        size = f'viewBox="0 0 {WIDTH} {height}" width="{WIDTH}" height="{height}"'
+        self.parts = [f'<svg xmlns="http://www.w3.org/2000/svg" {size} font-family="sans-serif" font-size="13" '
+                      f'role="img" aria-label="{escape(title)}">',
                       f'<rect width="{WIDTH}" height="{height}" fill="white"/>']
         self.text(12, 22, title, weight="bold")
 
     def text(self, x, y, words, anchor="start", weight="normal"):
-        self.parts.append(f'<text x="{x:.1f}" y="{y:.1f}" text-anchor="{anchor}" font-weight="{weight}" fill="#222">{escape(words)}</text>')
+        self.parts.append(f'<text x="{x:.1f}" y="{y:.1f}" text-anchor="{anchor}" font-weight="{weight}" fill="#222">'
+                          f'{escape(words)}</text>')
 
     def line(self, x1, y1, x2, y2, colour="#222", width=1.0):
-        self.parts.append(f'<line x1="{x1:.1f}" y1="{y1:.1f}" x2="{x2:.1f}" y2="{y2:.1f}" stroke="{colour}" stroke-width="{width}"/>')
+        self.parts.append(f'<line x1="{x1:.1f}" y1="{y1:.1f}" x2="{x2:.1f}" y2="{y2:.1f}" stroke="{colour}" '
+                          f'stroke-width="{width}"/>')
 
     def bar(self, x, y, width, height, colour):
-        self.parts.append(f'<rect x="{x:.1f}" y="{y:.1f}" width="{max(width, 0.5):.1f}" height="{height}" fill="{colour}"/>')
+        self.parts.append(f'<rect x="{x:.1f}" y="{y:.1f}" width="{max(width, 0.5):.1f}" height="{height}" '
+                          f'fill="{colour}"/>')
 
     def point(self, x, y, colour):
         self.parts.append(f'<circle cx="{x:.1f}" cy="{y:.1f}" r="5" fill="{colour}"/>')
