@@ -24,7 +24,7 @@ struct shell_options {
 
 // Reads the words of the command line, without the program's name. Returns an empty string, or one line with what is
 // wrong.
-std::string parse_options(const std::vector<std::string> &words, shell_options *out);
+[[nodiscard]] std::string parse_options(const std::vector<std::string> &words, shell_options *out);
 
 // The text of --help.
 const char *help_text();

@@ -50,7 +50,7 @@ struct body_member {
 };
 
 // Reads a body that is a JSON object with exactly these members. Returns an empty string, or what is wrong.
-std::string read_body(std::string_view body, std::vector<body_member> *members);
+[[nodiscard]] std::string read_body(std::string_view body, std::vector<body_member> *members);
 
 // True for text that may stand in a command line as one word: letters, digits and a few marks.
 bool is_plain_word(std::string_view word, std::size_t longest);

@@ -32,14 +32,14 @@ void crash_book_open(const std::string &folder);
 
 // Keeps the message of a crash as a capture, removes the oldest captures beyond those that are kept, and enters it.
 // Returns the capture's path, or why there is none.
-std::string crash_book_enter(const black_box_crash &crash);
+[[nodiscard]] std::string crash_book_enter(const black_box_crash &crash);
 
 // The crashes in the book, newest first, and the folder of their captures.
 const std::vector<kept_crash> &crash_book_all();
 const std::string &crash_book_folder();
 
 // Forgets all crashes and removes their captures. Returns an empty string, or why some are still there.
-std::string crash_book_clear();
+[[nodiscard]] std::string crash_book_clear();
 
 }  // namespace ravo::platform
 

@@ -35,12 +35,12 @@ class pcapng_file {
     // captures, whatever links its folders are. A new file gets mode 0600;
     // one that is there is replaced when it is a capture or empty, and refused when it is anything else. Returns an
     // empty string, or the reason in one line.
-    std::string open(const std::string &path);
+    [[nodiscard]] std::string open(const std::string &path);
 
     // Writes one frame, as pcapng_frame makes it. Returns an empty string, or the reason in one line; the file then
     // ends behind its last whole frame.
-    std::string write(std::int64_t time_us, std::span<const std::uint8_t> frame, std::string_view comment,
-                      std::span<const std::uint8_t> tag = {});
+    [[nodiscard]] std::string write(std::int64_t time_us, std::span<const std::uint8_t> frame, std::string_view comment,
+                                    std::span<const std::uint8_t> tag = {});
 
     // Bytes written.
     std::uint64_t size() const { return size_; }

@@ -44,7 +44,7 @@ struct grammar {
 
 // Takes a definition's text apart. help: a text for each word in order, NULL at the end, or NULL. Returns an empty
 // string, or what is wrong with the text.
-std::string compile(const char *text, const char *const *help, grammar *out);
+[[nodiscard]] std::string compile(const char *text, const char *const *help, grammar *out);
 
 // A place in a command: before a token of an item.
 struct position {

@@ -40,7 +40,8 @@ std::string extra_section(std::string_view daemon_text);
 // on the disk before the function returns. What the file held before is kept as PATH.1. A symbolic link is
 // followed. Returns an empty string, or one line with the reason; the file is then untouched.
 // versions: how many of the files before are kept, as PATH.1, the last one, to PATH.5.
-std::string save_file(const std::string &path, std::string_view text, mode_t mode = 0600, int versions = 1);
+[[nodiscard]] std::string save_file(const std::string &path, std::string_view text, mode_t mode = 0600,
+                                    int versions = 1);
 
 // Versions of the saved configuration that are kept beside the one in use.
 inline constexpr int saved_versions = 5;
@@ -52,7 +53,7 @@ void unconfirmed_end();
 
 // Removes a file, or what a symbolic link leads to; PATH.1 stays. Returns an empty string, also when there is no such
 // file, or one line with the reason.
-std::string erase_file(const std::string &path);
+[[nodiscard]] std::string erase_file(const std::string &path);
 
 // Why a path may be neither replaced nor erased: something else than an ordinary file is there, such as /dev/null.
 // Empty when it may; a path where nothing is may.

@@ -16,7 +16,7 @@ void install_replace_commands(cli_tree *tree);
 
 // Makes a configuration the running one, all of it or nothing: changes only what differs, between two messages. Returns
 // an empty string, or one line that says why everything is as it was.
-std::string make_running(const configuration &wanted);
+[[nodiscard]] std::string make_running(const configuration &wanted);
 
 // A configuration as text that read_model reads.
 std::string text_of(const configuration &of);

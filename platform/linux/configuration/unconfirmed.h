@@ -14,7 +14,7 @@ namespace ravo::cli {
 
 // Begins the time. before: the configuration to go back to, as text; while an earlier one waits it is that. Returns an
 // empty string; or one line that says what a restart would do, as nothing is remembered.
-std::string unconfirmed_begin(const std::string &before, int minutes);
+[[nodiscard]] std::string unconfirmed_begin(const std::string &before, int minutes);
 
 // The configuration stays. Returns false when none waits to be confirmed.
 bool unconfirmed_confirm();

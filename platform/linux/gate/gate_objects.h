@@ -43,7 +43,7 @@ gate_objects gate_take(const descriptor &lender, std::string *refusal);
 
 // Answers who is at the other end of a socket: loads a program with its maps and sends them, or why the kernel refuses
 // them. Returns an empty string when it has answered, else why it could not.
-std::string gate_lend(int fd);
+[[nodiscard]] std::string gate_lend(int fd);
 
 }  // namespace ravo::platform
 

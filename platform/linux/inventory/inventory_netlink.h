@@ -21,7 +21,7 @@ std::optional<inventory_change> netlink_parse(const struct nlmsghdr *message);
 
 // Asks the kernel for all devices, VLANs on bridges and IPv4 addresses. *complete: false when devices came and went all
 // the while, so that others may be missing. Returns an empty string, or the reason of failure.
-std::string netlink_read_all(std::vector<inventory_change> *out, bool *complete);
+[[nodiscard]] std::string netlink_read_all(std::vector<inventory_change> *out, bool *complete);
 
 // Whom to tell. Called on the event loop.
 struct netlink_listener {
@@ -33,7 +33,7 @@ struct netlink_listener {
 // Follows changes on the event loop. Changes from the moment of this call on are told; what existed before is read with
 // netlink_read_all, after this call, so that nothing falls between. receive_buffer: bytes the kernel may hold for us.
 // Returns an empty string, or the reason of failure.
-std::string netlink_follow(netlink_listener listener, int receive_buffer);
+[[nodiscard]] std::string netlink_follow(netlink_listener listener, int receive_buffer);
 void netlink_unfollow();
 
 // Has everything read again, at most a second from now.

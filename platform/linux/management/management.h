@@ -22,10 +22,10 @@ void management_limit(const management_limits &limits);
 
 // Listens on a Unix socket. A stale socket file is taken over, one with a living daemon behind it is refused. Returns
 // an empty string, or one line with the reason.
-std::string management_open(const std::string &path);
+[[nodiscard]] std::string management_open(const std::string &path);
 
 // Checks that no living daemon listens on the path. Returns an empty string, or one line with the reason.
-std::string management_check(const std::string &path);
+[[nodiscard]] std::string management_check(const std::string &path);
 
 // The commands on sessions.
 void install_management_commands(cli_tree *tree);

@@ -26,11 +26,12 @@ struct management_socket {
 };
 
 // Checks that no living daemon listens on the path. Returns an empty string, or one line with the reason.
-std::string management_socket_check(const std::string &path);
+[[nodiscard]] std::string management_socket_check(const std::string &path);
 
 // Listens on the path with mode 0660, owned by the viewers' group and open to the administrators' group too. Makes the
 // folder when it is missing. Returns an empty string and fills *out, or returns one line with the reason.
-std::string management_socket_listen(const std::string &path, const management_groups &groups, management_socket *out);
+[[nodiscard]] std::string management_socket_listen(const std::string &path, const management_groups &groups,
+                                                   management_socket *out);
 
 }  // namespace ravo::platform
 

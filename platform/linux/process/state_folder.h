@@ -10,7 +10,7 @@ namespace ravo::platform {
 
 // Chooses the folder: the one given, else the first of those in STATE_DIRECTORY, which systemd sets. It is made when it
 // does not exist. Returns an empty string; or one line that says why nothing is remembered.
-std::string state_open(const std::string &given);
+[[nodiscard]] std::string state_open(const std::string &given);
 
 // The folder, without a slash at its end; empty when nothing is remembered.
 const std::string &state_folder();

@@ -224,6 +224,15 @@ TEST_F(RavoServerOption, MoreDigitsThanFitAreLeftOut) {
     EXPECT_EQ(record.opt61_hosts[1].used, 0u);
 }
 
+TEST_F(RavoServerOption, NothingIsWrittenBehindThePlaceForTheBytes) {
+    for (const char *digits : {"01020304", "0102030405", "102030405", "010203040506"}) {
+        std::uint8_t place[5] = {0, 0, 0, 0, 0xA5};
+        (void)ravo_client_id_bytes(digits, place, 4);
+        EXPECT_EQ(place[3], 4) << digits;
+        EXPECT_EQ(place[4], 0xA5) << digits;
+    }
+}
+
 TEST_F(RavoServerOption, IdentifiersThatDifferAfterTheFourthByteAreTheSameHost) {
     iface record = vlan_record(10);
     EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "01020304AA", "10.0.0.1"), RAVO_OK);
