@@ -362,6 +362,7 @@ TEST_F(Dhcp, NotesTellWhereEverythingStands) {
     EXPECT_EQ(notes_of(hex("00 35 01 03 ff")), (row{3, 3, -1, -1, 4}));
     EXPECT_EQ(notes_of(hex("35 01 03 35 01 05 ff")), (row{3, 5, -1, -1, 6}))
         << "the first, and the last before option 82";
+    EXPECT_EQ(notes_of(hex("35 01 00 35 01 05 ff")), (row{0, 5, -1, -1, 6})) << "also when the first is 0";
     EXPECT_EQ(notes_of(hex("52 03 01 01 07 35 01 05 ff")), (row{5, -1, 0, 0, 8}));
     EXPECT_EQ(notes_of(hex("35 01 03 52 03 02 01 07 ff")), (row{3, 3, 3, -1, 8})) << "no circuit id";
     EXPECT_EQ(notes_of(hex("52 03 02 01 07 52 03 01 01 07 52 03 01 01 08 ff")), (row{-1, -1, 0, 10, 15}));
