@@ -5,7 +5,9 @@ The machine has /packages (the packages) and /packages/before (the same as an ea
 """
 
 import re
+import textwrap
 import time
+from pathlib import Path
 
 import net
 from machine import expect, wait_for
@@ -153,6 +155,24 @@ def broken(machine):
     serves(machine)
 
 
+def networkd(machine):
+    """the VLAN is systemd-networkd's, as docs/recipes.md says: deleted and made again, with the relay's settings for it"""
+    text = (Path(__file__).resolve().parents[2] / "docs/recipes.md").read_text()
+    text = text[text.index("\n## systemd-networkd\n"):text.index("\n## ifupdown2\n")]
+    files = dict(re.findall(r"`([a-z0-9]+\.(?:netdev|network))`[^`]*?:\n\n((?:    .*\n|\n)+)",
+                            text.replace("`ConfigureWithoutCarrier=`", "it")))
+    expect(sorted(files) == ["swp1.network", "up0.network", "vlan10.netdev", "vlan10.network"], f"the recipe's files: {sorted(files)}")
+    machine.run("mkdir -p /run/systemd/network && ip link del vlan10")
+    wait_for(lambda: "these settings wait for it" in running_configuration(machine), 10, "settings that wait")
+    for name, lines in files.items():
+        machine.write(f"/run/systemd/network/{name}", textwrap.dedent(lines))
+    machine.run("systemctl restart systemd-networkd")
+    wait_for(lambda: CONFIGURED in running_configuration(machine), 20, "settings in force")
+    wait_for(lambda: "master vlan10" in machine.run("bridge link show dev swp1"), 20, "the port in the bridge")
+    serves(machine)
+    machine.run("rm -r /run/systemd/network && systemctl stop systemd-networkd systemd-networkd.socket")
+
+
 def killed(machine):
     """kill -9: it is back at once by itself, and serves"""
     before = shown(machine, "MainPID")
@@ -258,5 +278,5 @@ def purge(machine):
     machine.run("getent passwd ravo && getent group ravo-admin")
 
 
-ALL = [install_before, users_and_groups, start, folders, groups_may, sandbox, lease, restart, reload, broken, killed, watchdog, web, snmp,
+ALL = [install_before, users_and_groups, start, folders, groups_may, sandbox, lease, restart, reload, broken, networkd, killed, watchdog, web, snmp,
        upgrade, reboot, journal, remove, purge]
