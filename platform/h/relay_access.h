@@ -91,6 +91,9 @@ struct relay_access {
     // Local relay of one interface on (1) or off (0); to turn it on the record is made when there is none. Returns 1,
     // 0 on failure.
     int (*interface_local_relay_set)(const char *name, int on);
+    // Remembers a transaction as a request does, one of the same id being replaced. Returns 1, 0 when memory is used
+    // up.
+    int (*transaction_add)(const struct relay_transaction *transaction);
 };
 
 // Hands the table to the platform. access: static, never copied. Called once, before VEX_INIT_Sys_Init.

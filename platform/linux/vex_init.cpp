@@ -27,6 +27,7 @@
 #include "base/loop.h"
 #include "base/owners.h"
 #include "books/black_box.h"
+#include "books/book_counts.h"
 #include "books/books.h"
 #include "books/crash_book.h"
 #include "books/pcapng.h"
@@ -47,8 +48,10 @@
 #include "log/log_subject.h"
 #include "management/management.h"
 #include "memory/memmgr_budget.h"
+#include "osal/kept_transactions.h"
 #include "osal/osal_events.h"
 #include "osal/transaction_room.h"
+#include "port_number.h"
 #include "process/crash_signals.h"
 #include "process/frame.h"
 #include "process/limits.h"
@@ -320,6 +323,8 @@ void open_black_box(const platform::frame_options &options) {
     const std::string why_not = platform::black_box_open(options.management_socket + ".box", &crash);
     if (!why_not.empty()) platform::log_line(platform::log_level_warning, "%s", why_not.c_str());
     platform::crash_signals_catch(note_end);
+    const std::string why_anew = platform::counts_open(options.management_socket + ".counts");
+    if (!why_anew.empty()) platform::log_line(platform::log_level_warning, "%s", why_anew.c_str());
     platform::crash_book_open(platform::state_folder());
     if (!crash.happened) return;
     const std::string kept = platform::crash_book_enter(crash);
@@ -335,6 +340,21 @@ void tell_start(const std::string &path, std::size_t commands, int failed) {
         figures.ports += row.kind == what::port ? 1 : 0;
     }
     platform::log_line(platform::log_level_start, "%s", platform::start_text(path, figures).c_str());
+}
+
+// What the daemon before remembered of clients that wait for their answers.
+void take_over_transactions(const platform::frame_options &options) {
+    std::vector<platform::kept_transaction> found;
+    const std::string fault = platform::kept_transactions_open(options.management_socket + ".transactions", &found);
+    if (!fault.empty()) platform::log_line(platform::log_level_warning, "%s", fault.c_str());
+    const relay_access *relay = platform::relay_data();
+    if (found.empty() || relay == nullptr) return;
+    const std::size_t taken = platform::kept_transactions_restore(found, [&](const platform::kept_transaction &each) {
+        const port_place from = port_number_place(each.port);
+        const relay_transaction transaction{.xid = each.xid, .module = from.module, .port = from.port};
+        return relay->transaction_add(&transaction) == 1;
+    });
+    platform::log_line(platform::log_level_start, "ravod: %zu open transactions of the daemon before go on", taken);
 }
 
 void replay_startup_configuration(const platform::frame_options &options) {
@@ -400,6 +420,7 @@ std::vector<event_ptr> catch_signals() {
 
 void end_in_order(std::vector<event_ptr> signals) {
     platform::service_stopping();
+    platform::kept_transactions_close();  // they are the next daemon's
     platform::management_close();
     ravo::cli::advice_end();
     ravo::cli::unconfirmed_end();
@@ -408,6 +429,7 @@ void end_in_order(std::vector<event_ptr> signals) {
     platform::timers_free();
     platform::channel_close();
     platform::black_box_close();
+    platform::counts_close();
     platform::inventory_close();
     platform::service_watchdog_stop();
     signals.clear();
@@ -441,6 +463,7 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     ravo::cli::kept_begin();
     platform::nsm_deliver_existing();
     replay_startup_configuration(options);
+    take_over_transactions(options);
     platform::log_settle();  // who has waited for an answer finds in the log how the start went
     const std::string reason = platform::management_open(options.management_socket);
     if (!reason.empty()) refuse("ravod: " + reason);

@@ -121,6 +121,14 @@ int transaction_next(relay_transaction *inout) {
     return 1;
 }
 
+int transaction_add(const relay_transaction *transaction) {
+    xid_entry entry{};
+    entry.xid = transaction->xid;
+    entry.module = transaction->module;
+    entry.port = transaction->port;
+    return ravo_db_xid_update(&entry);
+}
+
 int local_relay_set(int on) {
     ravo_agent agent;
     ravo_db_agent_get(&agent);
@@ -167,4 +175,5 @@ const relay_access ravo_access = {
     .local_relay_set = local_relay_set,
     .local_relay_vlans = RAVO_Set_VLANID_Req,
     .interface_local_relay_set = interface_local_relay_set,
+    .transaction_add = transaction_add,
 };

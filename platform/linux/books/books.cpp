@@ -16,8 +16,8 @@
 #include <utility>
 
 #include "base/clock.h"
-#include "base/port_rows.h"
 #include "books/black_box.h"
+#include "books/book_counts.h"
 #include "books/client_book.h"
 #include "books/outcome_words.h"
 #include "books/recorder.h"
@@ -27,7 +27,6 @@
 namespace ravo::platform {
 namespace {
 
-constexpr std::size_t vlans = 4096;
 constexpr std::size_t largest_recorder = 1000000;
 
 constexpr std::size_t ethernet_addresses = 12;  // destination, source
@@ -51,16 +50,6 @@ struct watcher_slot {
     books_watcher watcher;
 };
 
-// What a port counts.
-struct port_counters {
-    std::uint32_t port = 0;
-    book_counters counters;
-};
-
-book_counters total;
-std::array<book_counters, vlans> of_vlan;
-port_rows rows;
-std::vector<port_counters> of_port(1);  // by row; row 0 is no port's
 const book_counters nothing;
 
 std::uint64_t messages = 0;
@@ -154,27 +143,12 @@ void settle_reply() {
             {current.client, current.xid, current.type, current.address, current.server, current.time_us});
 }
 
-// The counters of a port, made when it is first heard of; NULL without a port, and when there is no memory for them.
-book_counters *counters_of_port(std::uint32_t port_ifindex) {
-    const std::uint16_t row = port_row(rows, port_ifindex, UINT16_MAX);
-    if (row == 0) return nullptr;
-    if (row >= of_port.size()) {
-        try {
-            of_port.resize(row + 1U);
-        } catch (const std::bad_alloc &) {
-            return nullptr;
-        }
-    }
-    of_port[row].port = port_ifindex;
-    return &of_port[row].counters;
-}
-
 // Calls a function with the counters of all messages, of a VLAN and of a port.
 template <typename function>
 void each_counters(std::uint16_t vlan, std::uint32_t port_ifindex, function add) {
-    add(total);
-    if (vlan < vlans && vlan != 0) add(of_vlan[vlan]);
-    if (book_counters *port = counters_of_port(port_ifindex)) add(*port);
+    add(counts_total());
+    if (book_counters *of_vlan = counts_of_vlan(vlan)) add(*of_vlan);
+    if (book_counters *port = counts_of_port(port_ifindex)) add(*port);
 }
 
 void count_current(book_counters &counters) {
@@ -275,6 +249,10 @@ std::uint32_t books_port_in_hand() {
     return in_hand ? current.port_ifindex : 0;
 }
 
+std::optional<std::uint32_t> books_xid_in_hand() {
+    return in_hand && current.has_message ? std::optional(current.xid) : std::nullopt;
+}
+
 relay_outcome books_outcome_in_hand() {
     return in_hand ? static_cast<relay_outcome>(current.outcome) : OUTCOME_NONE;
 }
@@ -295,37 +273,35 @@ void books_on_look(std::function<void()> listener) {
 }
 
 const book_counters &books_total() {
-    return total;
+    return counts_total();
 }
 
 const book_counters &books_of_vlan(std::uint16_t vlan) {
-    return vlan < vlans ? of_vlan[vlan] : nothing;
+    const book_counters *counters = counts_of_vlan(vlan);
+    return counters == nullptr ? nothing : *counters;
 }
 
 const book_counters &books_of_port(std::uint32_t port_ifindex) {
-    const std::uint16_t row = port_row_known(rows, port_ifindex);
-    return row == 0 || row >= of_port.size() ? nothing : of_port[row].counters;
+    const book_counters *counters = counts_known_of_port(port_ifindex);
+    return counters == nullptr ? nothing : *counters;
 }
 
 std::vector<std::uint16_t> books_vlans() {
     std::vector<std::uint16_t> seen;
-    for (std::uint16_t vlan = 1; vlan < vlans; ++vlan)
-        if (of_vlan[vlan].received != 0) seen.push_back(vlan);
+    for (std::uint16_t vlan = 1; vlan < counted_vlans; ++vlan)
+        if (counts_of_vlan(vlan)->received != 0) seen.push_back(vlan);
     return seen;
 }
 
 std::vector<std::uint32_t> books_ports() {
-    std::vector<std::uint32_t> ports;
-    for (const port_counters &each : of_port)
-        if (each.counters.received != 0) ports.push_back(each.port);
+    std::vector<std::uint32_t> ports = counts_ports();
+    std::erase_if(ports, [](std::uint32_t port) { return books_of_port(port).received == 0; });
     std::sort(ports.begin(), ports.end());
     return ports;
 }
 
 void books_clear_counters() {
-    total = {};
-    of_vlan.fill({});
-    for (port_counters &each : of_port) each.counters = {};
+    counts_clear();
 }
 
 void books_each_recorded(const std::function<void(const book_entry &entry)> &visit) {

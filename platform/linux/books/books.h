@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -90,6 +91,8 @@ void books_close();
 
 // The number of the port that the message in hand came in on; 0 without one.
 std::uint32_t books_port_in_hand();
+// The transaction id of the DHCP message in hand, host byte order; none without one.
+std::optional<std::uint32_t> books_xid_in_hand();
 // What was said of it so far; OUTCOME_NONE without one.
 relay_outcome books_outcome_in_hand();
 

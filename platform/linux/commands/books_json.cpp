@@ -53,6 +53,7 @@ void add_total(json_writer &out, const book_snapshot &now) {
     json_open(out, "total", '{');
     add_counters(out, now.total, /*part=*/false);
     json_number(out, "lost", static_cast<std::int64_t>(now.lost));
+    json_number(out, "restarts", now.restarts);
     json_close(out, '}');
 }
 

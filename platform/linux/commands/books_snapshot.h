@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "books/book_counts.h"
 #include "books/books.h"
 #include "channel/channel.h"
 
@@ -18,14 +19,15 @@ struct counted_place {
 
 struct book_snapshot {
     platform::book_counters total;
-    std::uint64_t lost = 0;  // messages that nobody could read in time
+    std::uint64_t lost = 0;      // messages that nobody could read in time
+    std::uint32_t restarts = 0;  // of the daemon since the counts began
     std::vector<counted_place> vlans;
     std::vector<counted_place> ports;
 };
 
 inline book_snapshot take_snapshot() {
     platform::books_look();
-    book_snapshot out{platform::books_total(), platform::channel_lost(), {}, {}};
+    book_snapshot out{platform::books_total(), platform::channel_lost(), platform::counts_restarts(), {}, {}};
     for (const std::uint16_t vlan : platform::books_vlans()) out.vlans.push_back({vlan, platform::books_of_vlan(vlan)});
     for (const std::uint32_t port : platform::books_ports()) out.ports.push_back({port, platform::books_of_port(port)});
     return out;

@@ -104,6 +104,7 @@ int show_all(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     if (now.lost != 0)
         print_wrapped(cli,
                       std::to_string(now.lost) + " messages more came faster than they could be read and were lost");
+    if (now.restarts != 0) cli->print(cli->print_handle, "Counted over %u restarts of the daemon\n", now.restarts);
     print_unsent(cli);
     print_crowded(cli);
     for (const counted_place &vlan : now.vlans) {

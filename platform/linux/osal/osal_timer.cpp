@@ -2,15 +2,19 @@
 // Timers, keyed by the address of the daemon's timer object. Those that count, a million of equal duration, stand in
 // records of the daemon's memory and are served by queues (timer_queue.h). Any other object gets an event of the loop's
 // own, in an ordered table by address.
+#include <arpa/inet.h>
 #include <event2/event.h>
 
 #include <map>
 #include <new>
+#include <optional>
 
+#include "base/clock.h"
 #include "base/loop.h"
 #include "base/owners.h"
 #include "books/books.h"
 #include "osal.h"
+#include "osal/kept_transactions.h"
 #include "osal/osal_events.h"
 #include "osal/timer_queue.h"
 #include "osal/transaction_room.h"
@@ -51,12 +55,44 @@ bool arm_lone(struct osal_timer *timer, osal_timer_callback callback, std::uint3
     return true;
 }
 
+// An open transaction: of the message in hand, or handed over from the daemon before.
+struct origin {
+    std::uint32_t xid = 0;  // as it stands in the message
+    std::uint32_t port = 0;
+    bool is_transaction = false;
+    std::uint64_t since = 0;
+};
+
+origin origin_in_hand() {
+    if (const ravo::platform::kept_transaction *kept = ravo::platform::kept_transaction_in_hand())
+        return {.xid = kept->xid, .port = kept->port, .is_transaction = true, .since = kept->since};
+    const std::optional<std::uint32_t> xid = ravo::platform::books_xid_in_hand();
+    return {.xid = htonl(xid.value_or(0)),
+            .port = ravo::platform::books_port_in_hand(),
+            .is_transaction = xid.has_value(),
+            .since = ravo::platform::clock_coarse_ms()};
+}
+
+// Remembers a timer just armed beyond the end of the daemon.
+void keep(struct osal_timer *timer, const origin &from, std::uint32_t seconds) {
+    if (!from.is_transaction) return;
+    const std::uint64_t age = ravo::platform::clock_coarse_ms() - from.since;
+    if (age != 0) ravo::platform::timer_queue_make_older(timer, static_cast<std::uint32_t>(age));
+    ravo::platform::kept_transactions_put(
+        ravo::platform::timer_queue_number(timer),
+        {.xid = from.xid, .port = from.port, .seconds = seconds, .since = from.since});
+}
+
 }  // namespace
 
 int OSAL_ZEBOS_Create_Sec_Once_Timer(struct osal_timer *timer, const char * /*name*/, osal_timer_callback callback,
                                      std::uint32_t seconds, int /*repeat*/, void *arg) {
     disarm_lone(timer);
-    if (ravo::platform::timer_queue_arm(timer, callback, seconds, arg, ravo::platform::books_port_in_hand())) return 0;
+    const origin from = origin_in_hand();
+    if (ravo::platform::timer_queue_arm(timer, callback, seconds, arg, from.port)) {
+        keep(timer, from, seconds);
+        return 0;
+    }
     ravo::platform::timer_queue_disarm(timer);
     timer->armed = arm_lone(timer, callback, seconds, arg) ? 1 : 0;
     return timer->armed != 0 ? 0 : -1;

@@ -15,6 +15,7 @@
 #include "base/owners.h"
 #include "base/port_rows.h"
 #include "memory/memmgr_block.h"
+#include "osal/kept_transactions.h"
 
 namespace ravo::platform {
 
@@ -101,6 +102,7 @@ void enter(timer_node *node) {
 }
 
 void leave(timer_node *node) {
+    kept_transactions_drop(memmgr_side_number(node));
     unlink(queues[node->queue - 1U].nodes, node, &timer_node::next, &timer_node::previous);
     unlink(of_port[node->row], node, &timer_node::port_next, &timer_node::port_previous);
     --ports[node->row].armed;
@@ -228,6 +230,17 @@ bool timer_queue_arm(struct osal_timer *timer, osal_timer_callback callback, std
     timer->armed = set_due_for(node) ? 1 : 0;
     if (timer->armed == 0) leave(node);
     return timer->armed != 0;
+}
+
+void timer_queue_make_older(struct osal_timer *timer, std::uint32_t milliseconds) {
+    timer_node *node = node_for(timer);
+    if (!is_of(node, timer)) return;
+    node->since -= milliseconds;
+    set_due_for_first(/*portion_ended=*/false);
+}
+
+std::uint32_t timer_queue_number(const struct osal_timer *timer) {
+    return memmgr_side_number(node_for(timer));
 }
 
 bool timer_queue_disarm(struct osal_timer *timer) {

@@ -56,7 +56,9 @@ TEST_F(BooksCommands, StatisticsAsJson) {
         return head + indent + text + words + one_discover(indent);
     };
     // Lost messages are known in total alone.
-    const auto with_lost = [](std::string text) { return text.insert(text.size() - 1, ",\n    \"lost\": 0"); };
+    const auto with_lost = [](std::string text) {
+        return text.insert(text.size() - 1, ",\n    \"lost\": 0,\n    \"restarts\": 0");
+    };
     shell s(2);
     EXPECT_EQ(s.print("show ip dhcp relay statistics vlan 10 | json"), block("  ", "{\n  \"vlan\": 10,\n") + "}\n");
     EXPECT_EQ(s.print("show ip dhcp relay statistics port 1/1 | json"),

@@ -113,6 +113,18 @@ TEST_F(RavoAccess, TransactionsAreWalkedInTheOrderOfTheirIds) {
     EXPECT_EQ(ravo_access.transaction_next(&out), 0);
 }
 
+TEST_F(RavoAccess, ATransactionIsRememberedAsARequestDoes) {
+    const relay_transaction first{.xid = 9, .module = 2, .port = 7}, second{.xid = 9, .module = 1, .port = 3};
+    EXPECT_EQ(ravo_access.transaction_add(&first), 1);
+    EXPECT_EQ(ravo_access.transaction_add(&second), 1);
+    relay_transaction out{};
+    ASSERT_EQ(ravo_access.transaction_first(&out), 1);
+    EXPECT_EQ(out.xid, 9u);
+    EXPECT_EQ(out.module, 1u);
+    EXPECT_EQ(out.port, 3u);
+    EXPECT_EQ(ravo_access.transaction_next(&out), 0);
+}
+
 TEST_F(RavoAccess, ARecordIsMadeWithItsNumberAndKeptWhenThereIsOne) {
     ASSERT_EQ(ravo_access.interface_make("vlan30"), 1);
     iface record = record_named("vlan30");

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "base/mapped_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "base/owners.h"
+
+namespace ravo::platform {
+
+namespace {
+
+// Returns why a file cannot be used, NULL when it can.
+const char *fault_of(int file) {
+    struct stat status {};
+    if (fstat(file, &status) != 0) return std::strerror(errno);
+    if (!S_ISREG(status.st_mode)) return "it is no file";
+    if (status.st_uid != geteuid()) return "it belongs to another user; remove it";
+    if ((status.st_mode & 07077U) != 0) return "others may use it; remove it";
+    return nullptr;
+}
+
+}  // namespace
+
+mapping map_own_file(const std::string &path, std::size_t size, std::string *fault) {
+    fault->clear();
+    const descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+    if (!file) return *fault = std::strerror(errno), mapping();
+    if (const char *reason = fault_of(file.get())) return *fault = reason, mapping();
+    // A write into a page for which there is no room would end the daemon.
+    if (const int failed = posix_fallocate(file.get(), 0, static_cast<off_t>(size)); failed != 0)
+        return *fault = std::strerror(failed), mapping();
+    mapping mapped(file.get(), size);
+    if (!mapped) *fault = std::strerror(errno);
+    return mapped;
+}
+
+}  // namespace ravo::platform
