@@ -163,4 +163,15 @@ TEST_F(RavoCliTable, ARecordWithoutANumberDoesNotTrapAWalk) {
     expect_rows(ravo_cmd_show_trust_tbl, {"0"}, {trust_row(1034)});
 }
 
+TEST_F(RavoCliTable, ARecordThatHasNoNumberAtAllHasNoRow) {
+    ravo_if_del_all_if();
+    iface record = vlan_record(10, {"10.0.0.1"});
+    std::strcpy(record.name, "strange");
+    record.ifindex = 0;
+    record.trusted = 1;
+    store(record);
+    expect_rows(ravo_cmd_show_addr_tbl, {"0", "0.0.0.0"}, {});
+    expect_rows(ravo_cmd_show_trust_tbl, {"0"}, {});
+}
+
 }  // namespace

@@ -367,6 +367,12 @@ TEST_F(RavoDbIf, FillKeepsTheAddressWithoutAnAddressList) {
     EXPECT_STREQ(ravo_addr_text(record.if_ip).text, "198.51.100.1");
 }
 
+TEST_F(RavoDbIf, RecordTakesAsMuchOfItsNameAsFits) {
+    const std::string longest(sizeof iface::name - 1, 'x');
+    EXPECT_STREQ(ravo_db_if_named(longest.c_str()).name, longest.c_str());
+    EXPECT_STREQ(ravo_db_if_named((longest + "y").c_str()).name, longest.c_str());
+}
+
 TEST_F(RavoDbIf, NameFitsWithItsEnd) {
     EXPECT_TRUE(ravo_db_if_name_fits(""));
     EXPECT_TRUE(ravo_db_if_name_fits(std::string(sizeof iface::name - 1, 'x').c_str()));
