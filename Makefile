@@ -11,6 +11,7 @@
 #   make build    the programs, into build/
 #   make bench    what the relay costs, measured in the lab
 #   make trouble  what one client notes of the trouble others make, and a table of it (build/trouble.json)
+#   make soak     the daemon killed SOAK_KILLS times (200) and stopped for SOAK_SECONDS (10) while a client asks for leases
 #   make mutate   small changes of the relay, each of which its unit tests have to notice; hours (MUTATE_ARGS=dhcp: one source)
 #   make cross    the relay's unit tests for a 32-bit and for a big-endian processor (CROSS_ARGS=i686: one of them)
 #   make fuzz     the fuzzers, FUZZ_SECONDS each (60)
@@ -25,13 +26,15 @@ PREFIX ?= /usr/local
 DESTDIR ?=
 BUILD ?= build
 FUZZ_SECONDS ?= 60
+SOAK_KILLS ?= 200
+SOAK_SECONDS ?= 10
 PYTHON = /usr/bin/python3
 UNIT_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/systemd/system,/etc/systemd/system)
 SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.d)
 TMPFILES_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/tmpfiles.d,/etc/tmpfiles.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
-.PHONY: help run test check analyze coverage build bench cross mutate trouble fuzz vm-test deb deb-test install install-built install-users uninstall clean
+.PHONY: help run test check analyze coverage build bench cross mutate trouble soak fuzz vm-test deb deb-test install install-built install-users uninstall clean
 .NOTPARALLEL:
 
 help:
@@ -77,6 +80,13 @@ bench:
 	@bench/instructions
 	@bench/micro $(MICRO_ARGS)
 	@bench/trouble $(TROUBLE_ARGS)
+
+soak:
+	@lab/check-host soak
+	@packaging/dependencies build lab unit check
+	@$(QUIET_CONFIGURE) --preset release -DRAVO_TESTS=ON >/dev/null
+	@cmake --build build --target ravod ravosh good_client
+	@SOAK_KILLS=$(SOAK_KILLS) SOAK_SECONDS=$(SOAK_SECONDS) $(PYTHON) -B -m pytest -p no:cacheprovider -q tests/lab/test_soak.py
 
 trouble:
 	@lab/check-host trouble
