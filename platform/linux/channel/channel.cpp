@@ -155,12 +155,18 @@ bool passes_guards(const tap &from, const ring_frame &received, const dhcp_frame
     return false;
 }
 
+// Whether the relay itself refuses many messages over their ports' limits just now.
+bool is_flooded(const open_channel &c) {
+    return c.refused >= flood_messages && clock_ns() <= c.refused_since_ns + flood_interval_ns;
+}
+
 // Where no gate in the kernel holds the queue to its bound, requests that have waited too long in overload go, unread;
-// replies are read all the same, for the work on their requests is done.
+// replies are read all the same, for the work on their requests is done. When it is a flood that fills the queue, those
+// who keep to their limits are not to pay for it.
 bool comes_too_late(const open_channel &c, const ring_frame &received, std::span<const std::uint8_t> message) {
     if (c.at.in_kernel() || c.bound.patience_us() == queue_bound::endless) return false;
     if (!message.empty() && message.front() == bootreply) return false;
-    return wall_clock_us() - received.time_us > c.bound.patience_us();
+    return wall_clock_us() - received.time_us > c.bound.patience_us() && !is_flooded(c);
 }
 
 // Checks and classifies one frame; what is dropped is counted. Returns whether it is to be delivered.
@@ -262,7 +268,7 @@ void on_tally_timer(evutil_socket_t, short, void *) {
 // Under a flood that the kernel does not hold back every other message of it would wake the relay, which costs many
 // times what refusing it does. So it lets some gather, for less time than it may spend on messages in a row.
 void rest_from_flood(open_channel &c) {
-    if (c.refused < flood_messages || clock_ns() > c.refused_since_ns + flood_interval_ns) return;
+    if (!is_flooded(c)) return;
     (void)clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, nullptr);
 }
 

@@ -7,6 +7,7 @@
 #include <netinet/in.h>
 
 #include <algorithm>
+#include <chrono>
 #include <string>
 
 #include "channel_fixture.h"
@@ -363,6 +364,36 @@ TEST_P(Channel, RequestsLeaveRoomToReplies) {
     const bool gate = GetParam() == channel_box::way_in::kernel;
     EXPECT_EQ(requests, gate ? 4045U : 5120U);
     EXPECT_EQ(replies, gate ? 10U : 0U);
+}
+
+// A queue that never runs empty while each message waits for long is cut short: by the gate, or by throwing old
+// requests away.
+TEST_P(Channel, InOverloadOldRequestsGoAndRepliesStay) {
+    using std::chrono::steady_clock;
+    const far_end c1("c1");
+    octets reply = message_of(300);
+    reply[0] = 2;
+    ravo::platform::channel_forget_lost();
+    for (unsigned i = 0; i < 1500; ++i) c1.send(frame_fields{});
+    const auto deadline = steady_clock::now() + std::chrono::seconds(20);
+    while (ravo::platform::channel_lost() == 0 && steady_clock::now() < deadline) {
+        c1.send(frame_fields{});
+        (void)receive_now();
+    }
+    EXPECT_GT(ravo::platform::channel_lost(), 0U);
+    while (readable(fd(), 0)) (void)receive_now();
+    for (unsigned i = 0; i < 1500; ++i) c1.send(frame_fields{});
+    c1.send(frame_fields{.message = reply});
+    const auto old = steady_clock::now() + std::chrono::milliseconds(50);
+    while (steady_clock::now() < old) continue;
+    unsigned requests = 0, replies = 0;
+    while (readable(fd(), 0)) {
+        const auto got = receive_now();
+        if (got.result < 0) continue;
+        ++(got.message[24] == 2 ? replies : requests);
+    }
+    EXPECT_LT(requests, 1500U);
+    EXPECT_EQ(replies, 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(WaysIn, Channel, testing::Values(channel_box::way_in::kernel, channel_box::way_in::daemon),
