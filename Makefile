@@ -149,10 +149,10 @@ uninstall:
 	        echo "-- Removing: $(DESTDIR)$$file"; rm -f "$(DESTDIR)$$file"; \
 	    fi; \
 	done; \
-	find "$$put" -depth -type d -name ravo -printf '/%P\n' | while read -r folder; do \
+	find "$$put" -depth -type d \( -name ravo -o -path '*/ravo/*' \) -printf '/%P\n' | while read -r folder; do \
 	    if [ -d "$(DESTDIR)$$folder" ]; then rmdir --ignore-fail-on-non-empty "$(DESTDIR)$$folder"; fi; \
 	done
-	@echo "-- Left: /etc/ravo, /var/lib/ravo, the users and groups. Next: systemctl disable --now ravod; systemctl daemon-reload"
+	@echo "-- Left: /etc/ravo, /var/lib/ravo, the users and groups. Next: systemctl disable --now ravod; systemctl stop ravo-gate.socket; systemctl daemon-reload"
 
 install-built:
 	@DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)" --strip $(if $(COMPONENT),--component $(COMPONENT))
