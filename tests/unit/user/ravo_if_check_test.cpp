@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "packet_relay.h"
+#include "ravo_if_option.h"
 
 namespace {
 
@@ -116,6 +117,15 @@ TEST_F(Check, BothBytesOfTheVlanAreCompared) {
         const bytes content = join({circuit_id({.vlan = vlan}), remote_id({})});
         EXPECT_EQ(check(content, {.vlan = 3841}).result, vlan == 3841 ? 1 : 0) << vlan;
     }
+}
+
+TEST_F(Check, VlanIsThatOfAVlansNameOrWhatThePlatformSays) {
+    iface relay = packet::record();
+    std::strcpy(relay.name, "vlan12");
+    EXPECT_EQ(ravo_vlan_id_of(&relay), 12);
+    std::strcpy(relay.name, "port12");
+    EXPECT_EQ(ravo_vlan_id_of(&relay), static_cast<std::uint16_t>(0 - 1024))
+        << "a name that the platform does not know";
 }
 
 TEST_F(Check, ClientWithoutATransactionIsNamedByItsWholeAddress) {

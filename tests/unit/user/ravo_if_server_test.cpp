@@ -139,6 +139,17 @@ TEST_F(RavoServer, DeletingTracesItsSearch) {
 }
 
 // deliberate: an empty slot is nobody's server, and taking it away would count a configured one off.
+TEST_F(RavoServer, DeletingAServerLeavesWhatFollowsTheTable) {
+    iface record = vlan_record(10, {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"});
+    record.opt60_count = record.opt61_count = 2;
+    auto *behind = reinterpret_cast<std::uint8_t *>(&record) + offsetof(iface, server_db) + sizeof record.server_db;
+    const std::size_t size = sizeof record - offsetof(iface, server_db) - sizeof record.server_db;
+    const std::vector<std::uint8_t> before(behind, behind + size);
+    EXPECT_EQ(ravo_if_del_server_host(&record, "10.0.0.1"), RAVO_OK);
+    EXPECT_EQ(record.server_db[3], 0U);
+    EXPECT_EQ(std::vector<std::uint8_t>(behind, behind + size), before);
+}
+
 TEST_F(RavoServer, DeletingAddressZeroTakesNoEmptySlotForAServer) {
     for (const std::vector<std::string> &servers :
          {std::vector<std::string>{}, {"10.0.0.1"}, {"10.0.0.1", "10.0.0.2"}}) {

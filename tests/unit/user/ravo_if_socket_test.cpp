@@ -120,6 +120,7 @@ TEST_F(Sockets, ListenSocketIsBoundToPort67WithItsOptions) {
     EXPECT_EQ(fake::socket_calls, expected);
     ASSERT_EQ(fake::readers.size(), 1U);
     EXPECT_EQ(fake::readers[0].name, "ravo");
+    EXPECT_EQ(fake::readers[0].repeat, 1);
     EXPECT_EQ(fake::readers[0].handler, ravo_if_listen_hdlr);
     EXPECT_EQ(fake::traces(), (trace_lines{{101, "ravo_if_create_listen_fd (#) listen_fd=100"}}));
     fake::drop_reader("ravo");
