@@ -4,6 +4,7 @@
 // fault is never used in part.
 #include "inventory/switch_description.h"
 #include "base/files.h"
+#include "base/text.h"
 
 #include <fcntl.h>
 #include <net/if.h>
@@ -403,6 +404,12 @@ std::string toml_text(std::string_view text) {
     return out + "\"";
 }
 
+toml::source_position position_behind(std::string_view text) {
+    const std::size_t line_begin = text.rfind('\n') + 1;  // npos + 1 is 0
+    return {.line = static_cast<toml::source_index>(std::count(text.begin(), text.end(), '\n') + 1),
+            .column = static_cast<toml::source_index>(text.size() - line_begin + 1)};
+}
+
 }  // namespace
 
 bool describes_trap(const switch_description &description) {
@@ -427,6 +434,9 @@ std::string switch_description_ports(const std::vector<described_port> &ports) {
 
 std::vector<std::string> switch_description_parse(std::string_view text, const std::string &path,
                                                   switch_description *out) {
+    // The parser is only made for text.
+    if (const std::size_t good = utf8_length(text); good != text.size())
+        return {fault_line(path, {position_behind(text.substr(0, good)), "what stands here is not UTF-8"})};
     toml::parse_result parsed = toml::parse(text, std::string_view(path));
     if (!parsed) return {fault_line(path, {parsed.error().source().begin, std::string(parsed.error().description())})};
     reading r;

@@ -33,4 +33,14 @@ TEST(PrintableText, ShowsNothingThatATerminalWouldObey) {
     EXPECT_EQ(ravo::platform::printable_text("abcdef", 3), "abc...");
 }
 
+TEST(Text, Utf8IsKnownFromWhatLooksLikeIt) {
+    using ravo::platform::utf8_length;
+    for (const std::string good : {"", "plain", "\xC3\xBC", "\xE2\x82\xAC", "\xED\x9F\xBF", "\xEE\x80\x80",
+                                   "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"})
+        EXPECT_EQ(utf8_length("a" + good + "b"), good.size() + 2);
+    for (const std::string bad : {"\x80", "\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xF0\x8F\xBF\xBF",
+                                  "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF", "\xE2\x82", "\xE2\x82 ", "\xC3"})
+        EXPECT_EQ(utf8_length("a" + bad), 1U);
+}
+
 }  // namespace

@@ -225,4 +225,9 @@ TEST_F(SwitchDescription, AllFaultsAreToldInOrderOfTheirPlace) {
             "8:2: unknown table \"x\"; there are [[port]], [[interface]], [channel], [limit], [guard], [settings], "
             "[management] and [capture]"));
 }
+TEST_F(SwitchDescription, WhatIsNoText) {
+    EXPECT_THAT(faults("[limit]\nport = 5 # \xFC\n"), ElementsAre("2:12: what stands here is not UTF-8"));
+    EXPECT_THAT(faults("\xE0\xCD"), ElementsAre("1:1: what stands here is not UTF-8"));
+}
+
 }  // namespace
