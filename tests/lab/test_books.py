@@ -106,9 +106,17 @@ def test_the_second_servers_answer_is_no_surprise(lab, relay):
     host, first, second = lab.client(1), of_kind(lab, Kea), of_kind(lab, Dnsmasq)
     configure(relay, first, "interface vlan 10", f"ip dhcp relay address {second.address}", "exit")
     host.run(Udhcpc)
-    seen = wait_for(lambda: (now := statistics(relay)["total"])["types"]["offer"] == 2 and now, 30, "both offers")
+
+    def both_answered():
+        now = statistics(relay)["total"]
+        return now["outcomes"]["already-answered"] and now
+
+    # A client that asks twice because the machine is slow gets more offers; each is the first or a later one.
+    seen = wait_for(both_answered, 30, "both offers")
     assert set(nonzero(seen)) == {"relayed", "delivered", "already-answered"}
-    assert seen["outcomes"]["delivered"] == 2
+    outcomes, types = seen["outcomes"], seen["types"]
+    assert outcomes["delivered"] >= 2
+    assert outcomes["delivered"] + outcomes["already-answered"] == types["offer"] + types["ack"]
     told = document(relay, f"show ip dhcp relay client {host.mac}")["messages"]
     late = [each for each in told if each["outcome"] == "already-answered"]
     early = [each for each in told if each["outcome"] == "delivered" and each["type"] == "OFFER"]
