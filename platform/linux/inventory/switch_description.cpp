@@ -4,7 +4,7 @@
 // fault is never used in part.
 #include "inventory/switch_description.h"
 #include "base/files.h"
-#include "base/text.h"
+#include "inventory/description_text.h"
 
 #include <fcntl.h>
 #include <net/if.h>
@@ -434,9 +434,8 @@ std::string switch_description_ports(const std::vector<described_port> &ports) {
 
 std::vector<std::string> switch_description_parse(std::string_view text, const std::string &path,
                                                   switch_description *out) {
-    // The parser is only made for text.
-    if (const std::size_t good = utf8_length(text); good != text.size())
-        return {fault_line(path, {position_behind(text.substr(0, good)), "what stands here is not UTF-8"})};
+    if (const std::optional<text_fault> bad = find_text_fault(text))
+        return {fault_line(path, {position_behind(text.substr(0, bad->at)), bad->what})};
     toml::parse_result parsed = toml::parse(text, std::string_view(path));
     if (!parsed) return {fault_line(path, {parsed.error().source().begin, std::string(parsed.error().description())})};
     reading r;
