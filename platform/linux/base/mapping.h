@@ -31,6 +31,10 @@ class mapping {
     }
 
     explicit operator bool() const { return at_ != nullptr; }
+    // Takes the pages of a file out of the process's memory; what is in them stays, and comes back as it is used.
+    void rest() const {
+        if (at_ != nullptr) (void)::madvise(at_, size_, MADV_DONTNEED);  // a matter of memory alone
+    }
     [[nodiscard]] void *get() const { return at_; }
     [[nodiscard]] std::size_t size() const { return size_; }
 

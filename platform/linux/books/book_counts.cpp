@@ -36,7 +36,7 @@ struct all_counts {
 };
 static_assert(std::is_trivially_copyable_v<all_counts>);
 
-all_counts own;  // where there is no file
+constinit all_counts own{};  // where there is no file
 all_counts *counts = &own;
 mapping room;
 port_rows rows;
@@ -51,7 +51,7 @@ port_counters &row_at(std::size_t row) {
 }
 
 void forget_rows() {
-    rows = {};
+    if (rows.rows > 1) rows = {};
     more_ports.clear();
 }
 
@@ -74,26 +74,35 @@ void take_over_ports() {
     }
 }
 
+void take_over() {
+    mend(counts->total);
+    for (book_counters &each : counts->of_vlan) mend(each);
+    take_over_ports();
+    ++counts->restarts;
+}
+
+void begin_anew() {
+    std::memset(room.get(), 0, sizeof(all_counts));
+    counts->magic = magic;
+    counts->size = sizeof(all_counts);
+}
+
 }  // namespace
 
 std::string counts_open(const std::string &path) {
-    counts_close();
+    if (room || rows.rows > 1) counts_close();  // what was never used is not touched
     std::string fault;
     room = map_own_file(path, sizeof(all_counts), &fault);
     if (!room) return path + ": counts of messages begin anew with each start: " + fault;
     counts = static_cast<all_counts *>(room.get());
     const bool is_new = counts->magic == 0;
-    if (counts->magic == magic && counts->size == sizeof(all_counts)) {
-        mend(counts->total);
-        for (book_counters &each : counts->of_vlan) mend(each);
-        take_over_ports();
-        ++counts->restarts;
-        return {};
-    }
-    std::memset(room.get(), 0, sizeof(all_counts));
-    counts->magic = magic;
-    counts->size = sizeof(all_counts);
-    return is_new ? std::string() : path + ": is no file of counts of this version; they begin anew";
+    const bool is_ours = counts->magic == magic && counts->size == sizeof(all_counts);
+    if (is_ours)
+        take_over();
+    else
+        begin_anew();
+    room.rest();
+    return is_ours || is_new ? std::string() : path + ": is no file of counts of this version; they begin anew";
 }
 
 void counts_close() {

@@ -199,7 +199,7 @@ bool launch(const std::shared_ptr<writer> &w) {
 }  // namespace
 
 bool log_writer_start(const writer_target &target) {
-    auto made = std::make_shared<writer>();
+    auto made = std::make_shared_for_overwrite<writer>();  // a queue that nobody uses takes no memory
     made->target = target;
     made->wake = eventfd(0, EFD_CLOEXEC);
     if (made->wake < 0 || !launch(made)) {

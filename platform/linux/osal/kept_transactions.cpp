@@ -104,7 +104,9 @@ std::string kept_transactions_open(const std::string &path, std::vector<kept_tra
     std::string fault;
     room = map_own_file(path, sizeof(table), &fault);
     if (!room) return path + ": open transactions do not outlast the daemon: " + fault;
-    return read_table(path, found);
+    const std::string told = read_table(path, found);
+    room.rest();
+    return told;
 }
 
 void kept_transactions_close() {
