@@ -41,17 +41,26 @@ std::size_t behind_quotes(std::string_view text, std::size_t at) {
     return at;
 }
 
-// Where the first byte stands that is not ASCII, outside quotes and comments; the text's size when there is none.
+// Whether quotes can begin a text behind this character, blanks aside.
+bool leads_to_quotes(char before) {
+    return std::string_view("\n=,.[{").find(before) != std::string_view::npos;
+}
+
+// Where the first byte stands that is not ASCII, outside quotes and comments; the text's size when there is none. At
+// quotes where none can be the parser ends, but not without having looked at the rest of the line.
 std::size_t find_bare(std::string_view text, std::size_t at) {
+    char before = '\n';
+    bool odd_line = false;
     while (at < text.size()) {
         const char c = text[at];
+        const bool quotes = c == '"' || c == '\'';
         if (static_cast<unsigned char>(c) > 0x7F) return at;
-        if (c == '#')
+        odd_line = c != '\n' && (odd_line || (quotes && !leads_to_quotes(before)));
+        if (c == '#' && !odd_line)
             at = std::min(text.find('\n', at), text.size());
-        else if (c == '"' || c == '\'')
-            at = behind_quotes(text, at);
         else
-            ++at;
+            at = quotes && !odd_line ? behind_quotes(text, at) : at + 1;
+        if (c != ' ' && c != '\t') before = c;
     }
     return text.size();
 }

@@ -37,6 +37,15 @@ TEST(DescriptionText, NowhereElse) {
     EXPECT_STREQ(find_text_fault("\u00FC")->what, "a character like this one can only stand in quotes or in a comment");
 }
 
+TEST(DescriptionText, NorInQuotesWhereNoneCanBe) {
+    EXPECT_EQ(fault_at("a = 1'\u00FC'"), 6);
+    EXPECT_EQ(fault_at("a = 1'='\u00FC'"), 8);
+    EXPECT_EQ(fault_at("a = \"x\" '\u00FC'"), 9);
+    EXPECT_EQ(fault_at("a = 1' # \u00FC"), 9);
+    EXPECT_EQ(fault_at("a = 1'\nb = '\u00FC'"), -1);
+    EXPECT_EQ(fault_at("[ '\u00FC' . \"\u00FC\" ]\n'\u00FC' = { \"\u00FC\" = [ '\u00FC' , '\u00FC' ] }"), -1);
+}
+
 TEST(DescriptionText, TheFirstFaultIsTold) {
     EXPECT_EQ(fault_at("a = \"\xFF\" \u00FC"), 5);
     EXPECT_STREQ(find_text_fault("a = \"\xFF\" \u00FC")->what, "what stands here is not UTF-8");
