@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Quotes are followed as TOML has them. Where they are wrong the parser ends before it comes to what stands behind.
+// Quotes are followed as TOML has them, to find the comments. Where they are wrong the parser says so.
 #include "inventory/description_text.h"
 
 #include <algorithm>
-#include <string>
+#include <array>
+#include <cstdint>
+#include <cstdio>
 
 #include "base/text.h"
 
@@ -13,9 +15,13 @@ namespace {
 
 constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
 
-// Behind the backslash and what it stands before; a line end is not passed over.
-std::size_t behind_escape(std::string_view text, std::size_t at) {
-    return at + 1 < text.size() && text[at + 1] == '\n' ? at + 1 : at + 2;
+bool is_ascii(char c) {
+    return static_cast<unsigned char>(c) < 0x80;
+}
+
+// Whether a byte goes on with a character of UTF-8 (RFC 3629 section 3).
+bool goes_on(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0U) == 0x80;
 }
 
 // Behind the text in three quotes that begins here; it may end in quotes of its own, two at most.
@@ -36,41 +42,53 @@ std::size_t behind_quotes(std::string_view text, std::size_t at) {
     ++at;
     while (at < text.size() && text[at] != '\n') {
         if (text[at] == quote) return at + 1;
-        at = quote == '"' && text[at] == '\\' ? behind_escape(text, at) : at + 1;
+        const bool escaped = quote == '"' && text[at] == '\\' && at + 1 < text.size() && text[at + 1] != '\n';
+        at += escaped ? 2 : 1;
     }
     return at;
 }
 
-// Whether quotes can begin a text behind this character, blanks aside.
-bool leads_to_quotes(char before) {
-    return std::string_view("\n=,.[{").find(before) != std::string_view::npos;
+// The character that begins here, as "\u00FC".
+std::string escape_of(std::string_view text) {
+    const auto first = static_cast<unsigned char>(text[0]);
+    std::uint32_t code = first < 0xE0 ? first & 0x1FU : first < 0xF0 ? first & 0x0FU : first & 0x07U;
+    for (std::size_t i = 1; i < text.size() && goes_on(text[i]); ++i)
+        code = code << 6 | (static_cast<unsigned char>(text[i]) & 0x3FU);
+    std::array<char, 16> out{};
+    std::snprintf(out.data(), out.size(), code > 0xFFFF ? "\\U%08X" : "\\u%04X", code);
+    return out.data();
 }
 
-// Where the first byte stands that is not ASCII, outside quotes and comments; the text's size when there is none. At
-// quotes where none can be the parser ends, but not without having looked at the rest of the line.
-std::size_t find_bare(std::string_view text, std::size_t at) {
-    char before = '\n';
-    bool odd_line = false;
-    while (at < text.size()) {
-        const char c = text[at];
-        const bool quotes = c == '"' || c == '\'';
-        if (static_cast<unsigned char>(c) > 0x7F) return at;
-        odd_line = c != '\n' && (odd_line || (quotes && !leads_to_quotes(before)));
-        if (c == '#' && !odd_line)
-            at = std::min(text.find('\n', at), text.size());
-        else
-            at = quotes && !odd_line ? behind_quotes(text, at) : at + 1;
-        if (c != ' ' && c != '\t') before = c;
-    }
-    return text.size();
+// Behind what begins here and is no comment: a text in quotes, or one byte of anything else.
+std::size_t behind_next(std::string_view text, std::size_t at) {
+    return text[at] == '"' || text[at] == '\'' ? std::min(behind_quotes(text, at), text.size()) : at + 1;
+}
+
+std::string without_other_characters(std::string_view comment) {
+    std::string out;
+    for (const char c : comment)
+        if (!goes_on(c)) out += is_ascii(c) ? c : '?';
+    return out;
 }
 
 }  // namespace
 
-std::optional<text_fault> find_text_fault(std::string_view text) {
+std::optional<text_fault> ascii_of_description(std::string_view text, std::string *ascii) {
     const std::size_t good = utf8_length(text);
-    const std::size_t bare = find_bare(text, text.starts_with(byte_order_mark) ? byte_order_mark.size() : 0);
-    if (bare < good) return text_fault{bare, "a character like this one can only stand in quotes or in a comment"};
+    ascii->clear();
+    std::size_t at = text.starts_with(byte_order_mark) ? byte_order_mark.size() : 0;
+    while (at < good) {
+        const bool comment = text[at] == '#';
+        const std::size_t end = std::min(comment ? text.find('\n', at) : behind_next(text, at), good);
+        const std::string_view part = text.substr(at, end - at);
+        const auto other =
+            static_cast<std::size_t>(std::find_if_not(part.begin(), part.end(), is_ascii) - part.begin());
+        if (!comment && other < part.size())
+            return text_fault{at + other, "outside comments only ASCII can be written; this character is " +
+                                              escape_of(text.substr(at + other)) + " in double quotes"};
+        *ascii += without_other_characters(part);
+        at = end;
+    }
     if (good < text.size()) return text_fault{good, "what stands here is not UTF-8"};
     return std::nullopt;
 }

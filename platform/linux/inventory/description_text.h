@@ -1,23 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
-// The text of a switch description, before it is read as TOML: the parser takes some characters for impossible where
-// they cannot stand anyway, and must not be shown them.
+// The text of a switch description, before it is read as TOML: the parser takes some characters beyond ASCII for
+// impossible where they cannot stand anyway, so it is shown none.
 #ifndef PLATFORM_LINUX_INVENTORY_DESCRIPTION_TEXT_H
 #define PLATFORM_LINUX_INVENTORY_DESCRIPTION_TEXT_H
 
 #include <cstddef>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace ravo::platform {
 
 struct text_fault {
-    std::size_t at;    // in bytes, from the beginning of the text
-    const char *what;  // for a person
+    std::size_t at = 0;  // in bytes, from the beginning of the text
+    std::string what;    // for a person
 };
 
-// Looks for the first thing that no description has: what is not UTF-8, and, outside quotes and comments, what is not
-// ASCII. A byte order mark may begin the text.
-[[nodiscard]] std::optional<text_fault> find_text_fault(std::string_view text);
+// Fills in *ascii: the text with each character of its comments that is not ASCII as "?", and without a byte order mark,
+// so that lines and columns stay. Returns the first fault: what is not UTF-8, and, outside comments, what is not ASCII;
+// TOML has another way to write that.
+[[nodiscard]] std::optional<text_fault> ascii_of_description(std::string_view text, std::string *ascii);
 
 }  // namespace ravo::platform
 

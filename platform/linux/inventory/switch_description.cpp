@@ -434,9 +434,10 @@ std::string switch_description_ports(const std::vector<described_port> &ports) {
 
 std::vector<std::string> switch_description_parse(std::string_view text, const std::string &path,
                                                   switch_description *out) {
-    if (const std::optional<text_fault> bad = find_text_fault(text))
+    std::string ascii;
+    if (const std::optional<text_fault> bad = ascii_of_description(text, &ascii))
         return {fault_line(path, {position_behind(text.substr(0, bad->at)), bad->what})};
-    toml::parse_result parsed = toml::parse(text, std::string_view(path));
+    toml::parse_result parsed = toml::parse(ascii, std::string_view(path));
     if (!parsed) return {fault_line(path, {parsed.error().source().begin, std::string(parsed.error().description())})};
     reading r;
     read_tables(r, parsed.table());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the parser of a switch description is not shown.
+// What the parser of a switch description is shown of its text.
 #include "inventory/description_text.h"
 
 #include <gmock/gmock.h>
@@ -9,53 +9,62 @@
 
 namespace {
 
-using ravo::platform::find_text_fault;
+using ravo::platform::ascii_of_description;
 
-// Where the fault stands, -1 for none.
+// What the parser is shown; "BYTE: FAULT" where there is one.
+std::string shown(const std::string &text) {
+    std::string ascii = "left from before";
+    const auto fault = ascii_of_description(text, &ascii);
+    return fault ? std::to_string(fault->at) + ": " + fault->what : ascii;
+}
+
+// Where the fault is, -1 for none.
 long fault_at(const std::string &text) {
-    const auto fault = find_text_fault(text);
+    std::string ascii;
+    const auto fault = ascii_of_description(text, &ascii);
     return fault ? static_cast<long>(fault->at) : -1;
 }
 
-TEST(DescriptionText, OtherCharactersStandInQuotesAndComments) {
-    for (const std::string text : {"", "a = 1 # \u00FC", "\"\u00FC\" = 'a\u00FC'", "a = \"\"\"\n\u00FC\n\"\"\"",
-                                   "a = '''\n\u00FC'\n'''", "a = \"\\\"\u00FC\"", "a = '\\' # \u00FC", "\uFEFFa = 1",
-                                   "a = \"\"\"x\"\"\"\"\" # \u00FC", "a = \"#\u00FC\""})
-        EXPECT_EQ(fault_at(text), -1) << text;
+TEST(DescriptionText, AsciiIsShownAsItIs) {
+    for (const std::string text : {"", "a = 1\n# b\n", "a = \"#\" # b", "a = '\\'", "\"", "'", "\"\"\"", "'''", "\"\\",
+                                   "\"\"\"\\", "\"\"\"\"", "#", "\"\"\"x\"\"", "a = 1'#'\n"})
+        EXPECT_EQ(shown(text), text);
 }
 
-TEST(DescriptionText, NowhereElse) {
-    EXPECT_EQ(fault_at("\u00A0"), 0);
-    EXPECT_EQ(fault_at("a = 1\n \u00FC = 2"), 7);
-    EXPECT_EQ(fault_at("a = \"x\" \u0499"), 8);
-    EXPECT_EQ(fault_at("a = '\\'\u00FC"), 7);
-    EXPECT_EQ(fault_at("# \u00FC\n\u00FC"), 5);
-    EXPECT_EQ(fault_at("a = \"open\n\u00FC"), 10);
-    EXPECT_EQ(fault_at("a = \"open\\\n\u00FC"), 11);
-    EXPECT_EQ(fault_at("a = \"\"\"x\"\"\"\u00FC"), 11);
+TEST(DescriptionText, CommentsKeepTheirColumns) {
+    EXPECT_EQ(shown("a = 1 # f\u00FCr \u20AC \U0001F600.\nb"), "a = 1 # f?r ? ?.\nb");
+    EXPECT_EQ(shown("# \u00FC"), "# ?");
+    EXPECT_EQ(shown("a = '\\' # \u00FC"), "a = '\\' # ?");
+    EXPECT_EQ(shown("a = \"\\\"\" # \u00FC"), "a = \"\\\"\" # ?");
+    EXPECT_EQ(shown("a = \"\"\"\nx\"\"\"\"\" # \u00FC"), "a = \"\"\"\nx\"\"\"\"\" # ?");
+    EXPECT_EQ(shown("a = '''\n#'\n''' # \u00FC"), "a = '''\n#'\n''' # ?");
+}
+
+TEST(DescriptionText, AMarkOfTheByteOrderIsLeftOutAtTheBeginning) {
+    EXPECT_EQ(shown("\uFEFFa = 1"), "a = 1");
     EXPECT_EQ(fault_at("a\uFEFF"), 1);
-    EXPECT_STREQ(find_text_fault("\u00FC")->what, "a character like this one can only stand in quotes or in a comment");
 }
 
-TEST(DescriptionText, NorInQuotesWhereNoneCanBe) {
-    EXPECT_EQ(fault_at("a = 1'\u00FC'"), 6);
-    EXPECT_EQ(fault_at("a = 1'='\u00FC'"), 8);
-    EXPECT_EQ(fault_at("a = \"x\" '\u00FC'"), 9);
-    EXPECT_EQ(fault_at("a = 1' # \u00FC"), 9);
-    EXPECT_EQ(fault_at("a = 1'\nb = '\u00FC'"), -1);
-    EXPECT_EQ(fault_at("[ '\u00FC' . \"\u00FC\" ]\n'\u00FC' = { \"\u00FC\" = [ '\u00FC' , '\u00FC' ] }"), -1);
+TEST(DescriptionText, OutsideCommentsTomlHasAnotherWayToWriteIt) {
+    EXPECT_EQ(shown("a = \"\u00FC\""),
+              "5: outside comments only ASCII can be written; this character is \\u00FC in double quotes");
+    EXPECT_EQ(shown("\U0001F600"),
+              "0: outside comments only ASCII can be written; this character is \\U0001F600 in double quotes");
+    EXPECT_EQ(shown("a = '\u20ACx'"),
+              "5: outside comments only ASCII can be written; this character is \\u20AC in double quotes");
+    EXPECT_EQ(fault_at("a = \"#\u00FC\""), 6);
+    EXPECT_EQ(fault_at("a = \"\"\"\n#\u00FC\"\"\""), 9);
+    EXPECT_EQ(fault_at("a = '#\u00FC"), 6);
+    EXPECT_EQ(fault_at("a = 1\n\u00A0b = 2 # x"), 6);
+    EXPECT_EQ(fault_at("# \u00FC\n\u00FC"), 5);
 }
 
-TEST(DescriptionText, TheFirstFaultIsTold) {
-    EXPECT_EQ(fault_at("a = \"\xFF\" \u00FC"), 5);
-    EXPECT_STREQ(find_text_fault("a = \"\xFF\" \u00FC")->what, "what stands here is not UTF-8");
+TEST(DescriptionText, WhatIsNotUtf8IsAFaultAnywhere) {
+    EXPECT_EQ(shown("# \xFC"), "2: what stands here is not UTF-8");
+    EXPECT_EQ(shown("a = \"\xFF"), "5: what stands here is not UTF-8");
+    EXPECT_EQ(shown("\xE0\xCD"), "0: what stands here is not UTF-8");
     EXPECT_EQ(fault_at("\u00FC \xFF"), 0);
-    EXPECT_EQ(fault_at("# \xC3"), 2);
-}
-
-TEST(DescriptionText, QuotesThatNeverEndAreNoWayOut) {
-    for (const std::string text : {"\"", "'", "\"\"\"", "'''", "\"\\", "\"\"\"\\", "\"\"\"\"", "#", "\"\"\"x\"\""})
-        EXPECT_EQ(fault_at(text), -1) << text;
+    EXPECT_EQ(fault_at("# \u00FC\xFF"), 4);
 }
 
 }  // namespace
