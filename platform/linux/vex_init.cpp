@@ -83,8 +83,11 @@ void tell(const std::string &line) {
     std::fflush(stderr);
 }
 
-// Of a start that ends at a file which only its owner can mend: whoever starts us again need not try before that.
-constexpr int status_of_configuration = 78;
+// Of a start that ends at a file which only its owner can mend. An init system need not try again before that, and its
+// unit knows the one number; for everybody else it is a start that failed.
+int status_of_configuration() {
+    return std::getenv("NOTIFY_SOCKET") != nullptr ? 78 : 1;
+}
 
 // Ends the process. The line goes to standard error wherever the log goes: that is where whoever started us looks.
 [[noreturn]] void refuse(const std::string &line, int status = 1) {
@@ -257,7 +260,7 @@ void check_that_we_may_run(const platform::frame_options &options) {
     const uid_t daemon = platform::user_of_daemon(options);
     for (const std::string &file : {options.switch_file, options.startup_config}) {
         const std::string fault = platform::trusted_file_fault(file, daemon);
-        if (!fault.empty()) refuse(fault, status_of_configuration);
+        if (!fault.empty()) refuse(fault, status_of_configuration());
     }
     const std::string taken = platform::management_check(options.management_socket);
     if (!taken.empty()) refuse("ravod: " + taken);
@@ -298,7 +301,7 @@ void open_inventory(const platform::frame_options &options) {
     platform::switch_description description;
     std::string fault;
     if (!platform::switch_description_read(options.switch_file, !options.switch_file_given, &description, &fault))
-        refuse(fault, status_of_configuration);
+        refuse(fault, status_of_configuration());
     const std::string why_not = platform::state_open(options.state_folder);
     if (!why_not.empty()) platform::log_line(platform::log_level_start, "%s", why_not.c_str());
     platform::trap_remove_stale();

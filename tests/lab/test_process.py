@@ -123,6 +123,14 @@ def test_faulty_switch_description_is_placed(tmp_path):
         1, "", f"{path}:4:8: port 64 is out of range; it must be 1 to 63\n")
 
 
+def test_an_init_system_learns_that_trying_again_is_in_vain(tmp_path):
+    path = tmp_path / "switch.toml"
+    path.write_text("[channel\n")
+    found = subprocess.run([BUILD / "ravod", "--user", "root", "--switch", path, "--management", tmp_path / "s"], text=True,
+                           capture_output=True, timeout=60, env={**os.environ, "NOTIFY_SOCKET": str(tmp_path / "notify")})
+    assert (found.returncode, found.stderr.count("\n"), found.stderr.startswith(f"{path}:1:")) == (78, 1, True)
+
+
 def test_named_switch_description_must_exist(tmp_path):
     path = tmp_path / "none.toml"
     assert run("--switch", path, "--management", tmp_path / "s") == (

@@ -64,11 +64,36 @@ std::size_t behind_next(std::string_view text, std::size_t at) {
     return text[at] == '"' || text[at] == '\'' ? std::min(behind_quotes(text, at), text.size()) : at + 1;
 }
 
-std::string without_other_characters(std::string_view comment) {
+// A comment with "?" for each character that is not ASCII.
+std::string plain_comment(std::string_view comment) {
     std::string out;
     for (const char c : comment)
         if (!goes_on(c)) out += is_ascii(c) ? c : '?';
     return out;
+}
+
+// Appends a text in double quotes with the characters that are not ASCII escaped. Returns where one is that is escaped
+// already, which is no way to write it; the part's size when there is none.
+std::size_t escape_quoted(std::string_view part, std::string *ascii) {
+    bool escaped = false;
+    for (std::size_t at = 0; at < part.size(); ++at) {
+        const char c = part[at];
+        if (!is_ascii(c) && escaped) return at;
+        if (is_ascii(c))
+            *ascii += c;
+        else if (!goes_on(c))
+            *ascii += escape_of(part.substr(at));
+        escaped = c == '\\' && !escaped;
+    }
+    return part.size();
+}
+
+// Appends what is no comment. Returns where the first character is that cannot be written there, the part's size when
+// there is none.
+std::size_t ascii_of_part(std::string_view part, std::string *ascii) {
+    if (part.front() == '"') return escape_quoted(part, ascii);
+    *ascii += part;
+    return static_cast<std::size_t>(std::find_if_not(part.begin(), part.end(), is_ascii) - part.begin());
 }
 
 }  // namespace
@@ -81,12 +106,11 @@ std::optional<text_fault> ascii_of_description(std::string_view text, std::strin
         const bool comment = text[at] == '#';
         const std::size_t end = std::min(comment ? text.find('\n', at) : behind_next(text, at), good);
         const std::string_view part = text.substr(at, end - at);
-        const auto other =
-            static_cast<std::size_t>(std::find_if_not(part.begin(), part.end(), is_ascii) - part.begin());
-        if (!comment && other < part.size())
-            return text_fault{at + other, "outside comments only ASCII can be written; this character is " +
-                                              escape_of(text.substr(at + other)) + " in double quotes"};
-        *ascii += without_other_characters(part);
+        if (comment)
+            *ascii += plain_comment(part);
+        else if (const std::size_t bad = ascii_of_part(part, ascii); bad < part.size())
+            return text_fault{at + bad, "this character can only be written in double quotes, there also as " +
+                                            escape_of(text.substr(at + bad))};
         at = end;
     }
     if (good < text.size()) return text_fault{good, "what stands here is not UTF-8"};

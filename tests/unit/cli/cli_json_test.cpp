@@ -67,7 +67,8 @@ constexpr relay_access fake_relay = {.settings = get_settings,
                                      .transaction_next = transaction_next,
                                      .local_relay_set = nullptr,
                                      .local_relay_vlans = nullptr,
-                                     .interface_local_relay_set = nullptr};
+                                     .interface_local_relay_set = nullptr,
+                                     .transaction_add = nullptr};
 
 class Json : public testing::Test {
   protected:

@@ -48,7 +48,8 @@ constexpr relay_access fake_relay = {.settings = get_settings,
                                      .transaction_next = nullptr,
                                      .local_relay_set = nullptr,
                                      .local_relay_vlans = nullptr,
-                                     .interface_local_relay_set = nullptr};
+                                     .interface_local_relay_set = nullptr,
+                                     .transaction_add = nullptr};
 
 relay_interface record(const char *name) {
     relay_interface out{};

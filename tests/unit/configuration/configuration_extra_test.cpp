@@ -114,7 +114,8 @@ constexpr relay_access fake_relay = {.settings = get_settings,
                                      .transaction_next = nullptr,
                                      .local_relay_set = local_relay_set,
                                      .local_relay_vlans = local_relay_vlans,
-                                     .interface_local_relay_set = interface_local_relay_set};
+                                     .interface_local_relay_set = interface_local_relay_set,
+                                     .transaction_add = nullptr};
 
 class Running : public Configuration {
   protected:

@@ -45,17 +45,19 @@ TEST(DescriptionText, AMarkOfTheByteOrderIsLeftOutAtTheBeginning) {
     EXPECT_EQ(fault_at("a\uFEFF"), 1);
 }
 
-TEST(DescriptionText, OutsideCommentsTomlHasAnotherWayToWriteIt) {
-    EXPECT_EQ(shown("a = \"\u00FC\""),
-              "5: outside comments only ASCII can be written; this character is \\u00FC in double quotes");
-    EXPECT_EQ(shown("\U0001F600"),
-              "0: outside comments only ASCII can be written; this character is \\U0001F600 in double quotes");
-    EXPECT_EQ(shown("a = '\u20ACx'"),
-              "5: outside comments only ASCII can be written; this character is \\u20AC in double quotes");
-    EXPECT_EQ(fault_at("a = \"#\u00FC\""), 6);
-    EXPECT_EQ(fault_at("a = \"\"\"\n#\u00FC\"\"\""), 9);
+TEST(DescriptionText, DoubleQuotesHaveThemEscaped) {
+    EXPECT_EQ(shown("\"\u00FC\" = \"x\u20AC\U0001F600.\" # \u00FC"), "\"\\u00FC\" = \"x\\u20AC\\U0001F600.\" # ?");
+    EXPECT_EQ(shown("a = \"\"\"\n#\u00FC\"\"\""), "a = \"\"\"\n#\\u00FC\"\"\"");
+    EXPECT_EQ(shown("a = \"\\\\\u00FC\""), "a = \"\\\\\\u00FC\"");
+    EXPECT_EQ(fault_at("a = \"\\\u00FC\""), 6);
+}
+
+TEST(DescriptionText, NowhereElseTheyCanBeWritten) {
+    EXPECT_EQ(shown("\U0001F600"), "0: this character can only be written in double quotes, there also as \\U0001F600");
+    EXPECT_EQ(shown("a = '\u20ACx'"), "5: this character can only be written in double quotes, there also as \\u20AC");
     EXPECT_EQ(fault_at("a = '#\u00FC"), 6);
     EXPECT_EQ(fault_at("a = 1\n\u00A0b = 2 # x"), 6);
+    EXPECT_EQ(fault_at("a = \"open\n\u00FC"), 10);
     EXPECT_EQ(fault_at("# \u00FC\n\u00FC"), 5);
 }
 
