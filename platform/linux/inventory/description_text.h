@@ -17,8 +17,8 @@ struct text_fault {
 };
 
 // Fills in *ascii: the text with "?" for each character of its comments that is not ASCII, with such characters escaped
-// in double quotes, and without a byte order mark, so that lines stay, and columns where nothing is escaped. Returns the
-// first fault: what is not UTF-8, and what is not ASCII anywhere else.
+// in double quotes, and without a byte order mark, so that lines stay, and columns where nothing is escaped. Returns
+// the first fault: what is not UTF-8, and what is not ASCII anywhere else.
 [[nodiscard]] std::optional<text_fault> ascii_of_description(std::string_view text, std::string *ascii);
 
 }  // namespace ravo::platform
