@@ -126,8 +126,9 @@ def test_faulty_switch_description_is_placed(tmp_path):
 def test_an_init_system_learns_that_trying_again_is_in_vain(tmp_path):
     path = tmp_path / "switch.toml"
     path.write_text("[channel\n")
-    found = subprocess.run([BUILD / "ravod", "--user", "root", "--switch", path, "--management", tmp_path / "s"], text=True,
-                           capture_output=True, timeout=60, env={**os.environ, "NOTIFY_SOCKET": str(tmp_path / "notify")})
+    words = [RAVOD, "--user", "root", "--switch", path, "--management", tmp_path / "s"]
+    environment = {**os.environ, "NOTIFY_SOCKET": str(tmp_path / "notify")}
+    found = subprocess.run(words, text=True, capture_output=True, timeout=LIMIT, env=environment)
     assert (found.returncode, found.stderr.count("\n"), found.stderr.startswith(f"{path}:1:")) == (78, 1, True)
 
 
