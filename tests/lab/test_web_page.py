@@ -140,6 +140,8 @@ def test_every_page_fits_and_is_for_everybody(browser, page_lab, axe, look):
     browser.errors()
     for page in PAGES:
         go(browser, page)
+        if page == "overview":
+            wait_for(lambda: "No message" not in browser.text() and "not asked yet" not in browser.text(), 30, "figures")
         assert browser.overflow() <= 0, page
         assert browser.serious(axe) == [], page
         if SCREENSHOTS:

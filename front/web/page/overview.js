@@ -68,7 +68,8 @@ function chips(s) {
 
 function silence(row) {
   const seconds = row.silent_seconds ?? row.silent_s ?? row.silent;
-  if (typeof seconds !== "number" || seconds <= 0) return el("span", { class: "good" }, "answers");
+  if (!row.asked) return el("span", { class: "soft" }, "not asked yet");
+  if (typeof seconds !== "number" || seconds <= 0) return row.answered ? el("span", { class: "good" }, "answers") : el("span", { class: "soft" }, "no answer yet");
   return el("span", { class: "bad" }, `silent for ${duration(seconds)}`);
 }
 
