@@ -13,11 +13,13 @@ SCHEMAS = Path(__file__).resolve().parents[2] / "docs" / "schema"
 OPTIONAL = {
     "statistics": {"core-assertion", "guard-.*"}, "statistics-vlan": {"core-assertion", "guard-.*"},
     "statistics-port": {"core-assertion", "guard-.*"},
-    "options": {"option60", "option61"}, "clients": {"vlan", "port", "address", "server", "unanswered_us"}, "client": {"vlan", "port", "address", "server", "answered_us",
-                                                                  "option82", "circuit_id", "remote_id"},
+    "options": {"option60", "option61"}, "clients": {"vlan", "port", "address", "server", "unanswered_us"},
+    "client": {"vlan", "port", "address", "server", "answered_us", "option82", "circuit_id", "remote_id"},
+    "relay-detail": {"address", "mac"},
     "monitor": {"vlan", "port", "address", "server", "answered_us", "option82", "circuit_id", "remote_id"},
     "servers": {"le_us", "response_times"}, "interfaces": {"ifindex", "address", "pvid"},
-    "ip-interfaces": {"ifindex", "address"}, "differences": {"unconfirmed_seconds"}, "users": {"terminal"}, "crashes": {"vlan", "capture"},
+    "ip-interfaces": {"ifindex", "address"}, "differences": {"unconfirmed_seconds"}, "users": {"terminal"},
+    "crashes": {"vlan", "capture"},
 }
 # Lists in which this lab has nothing.
 EMPTY = {"unsent"}

@@ -171,9 +171,9 @@ int relay_detail_json(struct cli *cli, int /*argc*/, char ** /*argv*/, json_writ
     for_each_interface(*relay, [&](const relay_interface &iface) {
         json_open(out, "", '{');
         add_identity(out, iface);
-        json_string(out, "address", platform::ipv4_text(iface.address));
-        json_string(out, "mac",
-                    hex_text(iface.mac, std::min<std::size_t>(iface.mac_length, sizeof iface.mac), ":", "%02x"));
+        const std::size_t mac_length = std::min<std::size_t>(iface.mac_length, sizeof iface.mac);
+        if (iface.address != 0) json_string(out, "address", platform::ipv4_text(iface.address));
+        if (mac_length != 0) json_string(out, "mac", hex_text(iface.mac, mac_length, ":", "%02x"));
         json_bool(out, "trusted", iface.trusted == 1);
         json_bool(out, "local_relay", iface.local_relay == 1);
         add_servers(out, iface);

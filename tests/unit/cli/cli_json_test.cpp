@@ -182,8 +182,6 @@ TEST_F(Json, Detail) {
     {
       "name": "vlan20",
       "ifindex": 1044,
-      "address": "0.0.0.0",
-      "mac": "",
       "trusted": false,
       "local_relay": true,
       "servers": []
