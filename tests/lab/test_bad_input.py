@@ -64,7 +64,7 @@ def test_switch_description(tmp_path, name):
     text, line = SWITCH_FAULTS[name]
     path = tmp_path / "switch.toml"
     path.write_text(text)
-    assert run(RAVOD, "--switch", path, "--management", tmp_path / "socket") == (78, "", f"{path}:{line}\n")
+    assert run(RAVOD, "--switch", path, "--management", tmp_path / "socket") == (1, "", f"{path}:{line}\n")
 
 
 def test_an_ordinary_user_may_not_start_it(tmp_path):
