@@ -116,11 +116,10 @@ def test_the_second_servers_answer_is_no_surprise(lab, relay):
     assert set(nonzero(seen)) == {"relayed", "delivered", "already-answered"}
     outcomes, types = seen["outcomes"], seen["types"]
     assert outcomes["delivered"] >= 2
-    replies = sum(types[reply] for reply in ("offer", "ack", "nak"))
-    assert outcomes["delivered"] + outcomes["already-answered"] == replies
+    assert outcomes["delivered"] + outcomes["already-answered"] == sum(map(types.get, ("offer", "ack", "nak")))
     told = document(relay, f"show ip dhcp relay client {host.mac}")["messages"]
     late = [each for each in told if each["outcome"] == "already-answered"][-1]
-    early = [each for each in told if (each["outcome"], each["type"], each["xid"]) == ("delivered", "OFFER", late["xid"])]
+    early = [m for m in told if (m["outcome"], m["type"], m["xid"]) == ("delivered", "OFFER", late["xid"])]
     assert {late["server"], early[-1]["server"]} == {first.address, second.address}
     servers = {each["server"]: each for each in document(relay, "show ip dhcp relay server")["servers"]}
     assert all(each["answered"] >= 1 for each in servers.values())
