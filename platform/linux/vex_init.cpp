@@ -360,21 +360,21 @@ void take_over_transactions(const platform::frame_options &options) {
     platform::log_line(platform::log_level_start, "ravod: %zu open transactions of the daemon before go on", taken);
 }
 
+// How the start went comes first, then what was wrong, line by line; the lines that are good are in force.
 void replay_startup_configuration(const platform::frame_options &options) {
     const std::string &path = options.startup_config;
+    std::size_t commands = 0;
+    std::vector<std::string> faults;
+    const auto report = [&faults](const std::string &line) { faults.push_back(line); };
+    const int failed = ravo::cli::replay_file(path, /*optional=*/true, /*check_only=*/false, report, &commands);
+    tell_start(path, commands, failed);
+    for (const std::string &line : faults) platform::log_line(platform::log_level_error, "%s", line.c_str());
     // The first save creates the file, so its absence keeps nothing from starting; but a path that was typed may be
     // wrong.
     if (options.startup_config_given && access(path.c_str(), F_OK) != 0 && errno == ENOENT)
         platform::log_line(platform::log_level_warning,
                            "%s: no such startup configuration; starting without one, \"write memory\" creates it",
                            path.c_str());
-    std::size_t commands = 0;
-    // Reported line by line; the lines that are good are in force.
-    const auto report = [](const std::string &line) {
-        platform::log_line(platform::log_level_error, "%s", line.c_str());
-    };
-    const int failed = ravo::cli::replay_file(path, /*optional=*/true, /*check_only=*/false, report, &commands);
-    tell_start(path, commands, failed);
 }
 
 // ---- Signals ----
