@@ -217,7 +217,8 @@ def test_faulty_startup_lines_are_reported_and_the_rest_is_in_force(start, tmp_p
     (tmp_path / "startup").write_text("no such thing\nip dhcp relay\n")
     daemon = start(ready=False)
     assert daemon.hear("READY=1") == "READY=1\nSTATUS=DHCP relay on"
-    assert [line for line in daemon.lines() if line.startswith(f"{tmp_path / 'startup'}:1: ")] != []
+    fault = f"{tmp_path / 'startup'}:1: "
+    wait_for(lambda: [line for line in daemon.lines() if line.startswith(fault)], LIMIT, "fault of line 1")
     assert [line for line in daemon.lines() if line.startswith(f"{tmp_path / 'startup'}:2: ")] == []
 
 

@@ -150,11 +150,16 @@ std::vector<std::uint32_t> counts_ports() {
     return ports;
 }
 
+void counts_rest() {
+    room.rest();
+}
+
 void counts_clear() {
     counts->restarts = 0;
     counts->total = {};
     counts->of_vlan.fill({});
     for (std::size_t row = 1; row < rows_in_use(); ++row) row_at(row).counters = {};
+    counts_rest();
 }
 
 }  // namespace ravo::platform

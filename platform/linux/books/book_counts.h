@@ -36,6 +36,8 @@ std::vector<std::uint32_t> counts_ports();
 
 // Sets all of them, and the restarts, to 0.
 void counts_clear();
+// After all of them were looked at: those that nobody counts in take no memory again.
+void counts_rest();
 
 }  // namespace ravo::platform
 

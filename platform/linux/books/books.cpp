@@ -290,6 +290,7 @@ std::vector<std::uint16_t> books_vlans() {
     std::vector<std::uint16_t> seen;
     for (std::uint16_t vlan = 1; vlan < counted_vlans; ++vlan)
         if (counts_of_vlan(vlan)->received != 0) seen.push_back(vlan);
+    counts_rest();
     return seen;
 }
 
