@@ -6,8 +6,8 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 namespace ravo::web {
@@ -15,8 +15,10 @@ namespace ravo::web {
 namespace {
 
 std::string text_of(const std::string &path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();  // of a process that ends meanwhile: what was read until then
+    return std::move(text).str();
 }
 
 // The fields of /proc/PID/stat from the third on; the second, the name, may have blanks and brackets in it.

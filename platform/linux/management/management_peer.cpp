@@ -8,9 +8,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
-#include <iterator>
 #include <sstream>
+
+#include "base/files.h"
 
 namespace ravo::platform {
 
@@ -23,8 +23,10 @@ constexpr int privilege_of_admins = 31;
 // nothing can be seen of the process.
 std::string terminal_of(pid_t pid) {
     constexpr unsigned first_pts = 136, last_pts = 143, console = 4, serial_begins = 64;
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    constexpr std::size_t longest = 4096;
+    std::string text;
+    // A process that ends meanwhile cannot be read any more.
+    if (read_file("/proc/" + std::to_string(pid) + "/stat", longest, &text) != 0) return "-";
     // The second field is the program's name, which may hold anything.
     const std::size_t behind_name = text.rfind(')');
     if (behind_name == std::string::npos) return "-";
