@@ -12,9 +12,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
+#include "base/hardware_address.h"
 #include "base/mapping.h"
 #include "base/owners.h"
 #include "port_number.h"
@@ -214,12 +214,9 @@ void black_box_release() {
 }
 
 std::string black_box_text(const black_box_crash &crash) {
-    const auto &mac = crash.entry.client;
-    char client[32], number[PORT_NUMBER_TEXT_SIZE];
-    std::snprintf(client, sizeof client, "client %02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
-                  mac[5]);
+    char number[PORT_NUMBER_TEXT_SIZE];
     const std::uint32_t port = crash.entry.port_ifindex;
-    std::string text = client;
+    std::string text = "client " + mac_text(crash.entry.client);
     text += crash.entry.vlan != 0 ? " on VLAN " + std::to_string(crash.entry.vlan) : " on no VLAN";
     if (port == 0) return text + ", no port";
     text += std::string(", port ") + port_number_text(port, number);

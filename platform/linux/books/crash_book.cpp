@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -18,6 +17,7 @@
 #include <string_view>
 
 #include "base/files.h"
+#include "base/hardware_address.h"
 #include "books/pcapng.h"
 
 namespace ravo::platform {
@@ -87,12 +87,6 @@ void remove_oldest_captures(std::size_t kept) {
 
 // ---- Lines ----
 
-std::string mac_text(const std::array<std::uint8_t, 6> &mac) {
-    char text[18];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    return text;
-}
-
 std::string line_of(const kept_crash &crash) {
     return std::to_string(crash.time_us) + " " + std::to_string(crash.port_ifindex) + " " + std::to_string(crash.vlan) +
            " " + mac_text(crash.client) + " " + std::to_string(crash.cause) + " " + std::to_string(crash.held_seconds) +
@@ -100,20 +94,9 @@ std::string line_of(const kept_crash &crash) {
 }
 
 template <typename number>
-bool read_number(std::string_view text, number most, number *out, int base = 10) {
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), *out, base);
+bool read_number(std::string_view text, number most, number *out) {
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), *out);
     return error == std::errc() && stop == text.data() + text.size() && *out >= 0 && *out <= most;
-}
-
-bool read_mac(std::string_view text, std::array<std::uint8_t, 6> *out) {
-    if (text.size() != 17) return false;
-    for (std::size_t i = 0; i < out->size(); ++i) {
-        unsigned byte = 0;
-        if (!read_number(text.substr(i * 3, 2), 255U, &byte, 16)) return false;
-        if (i + 1 < out->size() && text[i * 3 + 2] != ':') return false;
-        (*out)[i] = static_cast<std::uint8_t>(byte);
-    }
-    return true;
 }
 
 std::optional<std::array<std::string_view, fields>> split(std::string_view line) {
@@ -133,12 +116,14 @@ std::optional<kept_crash> read_line(std::string_view line) {
     unsigned vlan = 0;
     if (!words) return std::nullopt;
     const auto &[time, port, vlan_id, client, cause, held, capture] = *words;
+    const std::optional<hardware_address> mac = read_mac(client);
     if (!read_number(time, latest_time, &crash.time_us) || !read_number(port, 0xFFFFU, &crash.port_ifindex) ||
-        !read_number(vlan_id, 4094U, &vlan) || !read_mac(client, &crash.client) ||
+        !read_number(vlan_id, 4094U, &vlan) || !mac || mac_text(*mac) != client ||
         !read_number(cause, black_box_exit, &crash.cause) ||
         !read_number(held, black_box_longest_hold, &crash.held_seconds))
         return std::nullopt;
     if (capture != "-" && !is_capture_name(capture)) return std::nullopt;
+    crash.client = *mac;
     crash.vlan = static_cast<std::uint16_t>(vlan);
     if (capture != "-") crash.capture = capture;
     return crash;

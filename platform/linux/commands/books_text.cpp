@@ -23,22 +23,6 @@ namespace {
 constexpr std::uint8_t suboption_circuit = 1;
 constexpr std::uint8_t suboption_remote = 2;
 
-int hex_digit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-// Tells whether the separators of an address stand where one of its forms has them, and nowhere else.
-bool has_form(std::string_view text, std::size_t group, char separator) {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const bool between = i % (group + 1) == group;
-        if (between ? text[i] != separator : hex_digit(text[i]) < 0) return false;
-    }
-    return true;
-}
-
 std::string servers_text(const platform::book_entry &entry) {
     std::string out;
     const std::size_t kept = std::min<std::size_t>(entry.servers_count, entry.servers.size());
@@ -120,27 +104,6 @@ std::optional<std::uint32_t> read_port_name(std::string_view text) {
 std::string interface_name(std::uint32_t switch_ifindex) {
     const std::uint16_t vlan = platform::vlan_of_number(switch_ifindex);
     return vlan == 0 ? std::to_string(switch_ifindex) : "vlan" + std::to_string(vlan);
-}
-
-std::string mac_text(const hardware_address &mac) {
-    char text[18];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    return text;
-}
-
-std::optional<hardware_address> read_mac(std::string_view text) {
-    constexpr std::size_t pairs = 17, quads = 14;  // characters
-    const bool good = (text.size() == pairs && (has_form(text, 2, ':') || has_form(text, 2, '-'))) ||
-                      (text.size() == quads && has_form(text, 4, '.'));
-    if (!good) return std::nullopt;
-    hardware_address out{};
-    std::size_t digits = 0;
-    for (const char c : text) {
-        if (hex_digit(c) < 0) continue;
-        std::uint8_t &byte = out[digits++ / 2];
-        byte = static_cast<std::uint8_t>(byte << 4 | hex_digit(c));
-    }
-    return out;
 }
 
 std::string milliseconds_text(std::int32_t microseconds) {

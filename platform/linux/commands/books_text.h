@@ -11,12 +11,15 @@
 #include <string>
 #include <string_view>
 
+#include "base/hardware_address.h"
 #include "base/time_text.h"
 #include "books/books.h"
 
 namespace ravo::cli {
 
-using hardware_address = std::array<std::uint8_t, 6>;
+using platform::hardware_address;
+using platform::mac_text;
+using platform::read_mac;
 
 // "2/1" for a port's interface number: module and port. Any other number as it is; "-" for 0.
 std::string port_name(std::uint32_t port_ifindex);
@@ -25,11 +28,6 @@ std::optional<std::uint32_t> read_port_name(std::string_view text);
 
 // "vlan10" for a VLAN interface's number; any other number as it is.
 std::string interface_name(std::uint32_t switch_ifindex);
-
-// "02:00:00:00:00:01".
-std::string mac_text(const hardware_address &mac);
-// Reads aa:bb:cc:dd:ee:ff, aa-bb-cc-dd-ee-ff and aabb.ccdd.eeff, in upper or lower case.
-std::optional<hardware_address> read_mac(std::string_view text);
 
 using platform::time_text;
 using platform::time_text_utc;

@@ -4,10 +4,10 @@
 #include "log/log_subject.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
+#include "base/hardware_address.h"
 #include "log/log.h"
 #include "log/log_target.h"
 #include "port_number.h"
@@ -97,13 +97,7 @@ std::string log_fields(const log_subject &about, std::string_view outcome, std::
     if (about.vlan != 0) add(&out, "RAVO_VLAN", std::to_string(about.vlan));
     char port[PORT_NUMBER_TEXT_SIZE];
     if (about.port_ifindex != 0) add(&out, "RAVO_PORT", port_number_text(about.port_ifindex, port));
-    if (about.has_client) {
-        char text[18];
-        const auto &mac = about.client;
-        std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
-                      mac[5]);
-        add(&out, "RAVO_CLIENT", text);
-    }
+    if (about.has_client) add(&out, "RAVO_CLIENT", mac_text(about.client));
     if (!outcome.empty()) add(&out, "RAVO_OUTCOME", outcome);
     if (!who.empty()) add(&out, "RAVO_USER", who);
     return out;

@@ -113,13 +113,6 @@ TEST_F(BooksCommands, RefuseWhatIsNoHardwareAddress) {
     }
 }
 
-TEST_F(BooksCommands, HardwareAddressesInEveryForm) {
-    const hardware_address wanted = {0xAB, 0xCD, 0xEF, 0x01, 0x23, 0x45};
-    for (const char *text : {"ab:cd:ef:01:23:45", "AB-CD-EF-01-23-45", "abCD.ef01.2345"})
-        EXPECT_EQ(read_mac(text), wanted) << text;
-    EXPECT_EQ(mac_text(wanted), "ab:cd:ef:01:23:45");
-}
-
 TEST_F(BooksCommands, TimesAreWhole) {
     EXPECT_EQ(time_text(1717747750123456), "2024-06-07 08:09:10.123");
     EXPECT_EQ(time_text_utc(1717747750003456), "2024-06-07T08:09:10.003456Z");
