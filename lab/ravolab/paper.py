@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tour writes on: a page 100 columns wide, coloured on a terminal only, plain where there is no UTF-8."""
+"""What the tour writes on: a page 80 columns wide, coloured on a terminal only, plain where there is no UTF-8."""
 
 import os
 import re
 import sys
 
-WIDTH = 100
+WIDTH = 80
 _STYLES = {"title": "1;36", "strong": "1", "good": "32", "bad": "31", "faint": "2", "key": "33"}
 _PLAIN = str.maketrans("┌┐└┘├┤┬┴┼─│═→←✓✗·…", "+++++++++-|=><+x..")
 
@@ -28,18 +28,18 @@ class Paper:
         self.line(self.style("title", f"── {text} {'─' * (WIDTH - len(text) - 4)}"))
         self.line()
 
-    def say(self, text):
-        """A paragraph, wrapped between columns 2 and WIDTH."""
-        row = " "
+    def say(self, text, start=" ", more=" "):
+        """A paragraph, wrapped between columns 2 and WIDTH. start, more: what its first and its other lines begin with."""
+        row = start
         for word in text.split():
             if len(visible(row)) + 1 + len(visible(word)) > WIDTH:
                 self.line(row)
-                row = " "
+                row = more
             row += " " + word
         self.line(row)
 
     def done(self, text):
-        self.line(f"  {self.style('good', '✓')} {text}")
+        self.say(text, f"  {self.style('good', '✓')}", "   ")
 
     def table(self, head, rows):
         """Columns as wide as their widest cell, two blanks apart."""

@@ -15,20 +15,20 @@ from .process import LabError
 from .server import Dnsmasq, Kea
 
 DRAWING = """\
-        client 1           client 2               client 3           client 4
-     02:..:00:00:01     02:..:00:00:02         02:..:00:00:03     02:..:00:00:04
-           │                  │                      │                  │
-  ┌──────swp1───────────────swp2───────────────────swp3───────────────swp4──────┐
-  │        └───── VLAN 10 ────┘                      └───── VLAN 20 ────┘       │
-  │           vlan10  10.10.0.1                         vlan20  10.20.0.1       │
-  │                     └────────────────┬─────────────────┘                    │
-  │                                    ravod                    the switch      │
-  │                                      │                                      │
-  │                            vlan99  192.0.2.1                                │
-  │                     ┌─────── VLAN 99 ──┴──────────────┐                     │
-  └───────────────────swp9──────────────────────────────swp10───────────────────┘
-                        │                                 │
-                 Kea  192.0.2.11                 dnsmasq  192.0.2.12"""
+      client 1           client 2               client 3           client 4
+   02:..:00:00:01     02:..:00:00:02         02:..:00:00:03     02:..:00:00:04
+         │                  │                      │                  │
+┌──────swp1───────────────swp2───────────────────swp3───────────────swp4──────┐
+│        └───── VLAN 10 ────┘                      └───── VLAN 20 ────┘       │
+│           vlan10  10.10.0.1                         vlan20  10.20.0.1       │
+│                     └────────────────┬─────────────────┘                    │
+│                                    ravod                    the switch      │
+│                                      │                                      │
+│                            vlan99  192.0.2.1                                │
+│                     ┌─────── VLAN 99 ──┴──────────────┐                     │
+└───────────────────swp9──────────────────────────────swp10───────────────────┘
+                      │                                 │
+               Kea  192.0.2.11                 dnsmasq  192.0.2.12"""
 
 CONFIGURATION = (
     "configure terminal",
@@ -75,7 +75,7 @@ class Tour:
     def draw(self):
         self.station("The lab")
         for line in DRAWING.splitlines():
-            self.paper.line("  " + line)
+            self.paper.line(" " + line)
         self.paper.line()
         self.servers = [self.lab.add_server(Kea, host=1), self.lab.add_server(Dnsmasq, host=2)]
         self.at_server = {server: self.lab.capture(server.host) for server in self.servers}
@@ -118,7 +118,7 @@ class Tour:
             lease, discover, ack = self.serve(port, kind)
             server = self.server_at(lease.server)
             rows.append([host.port_device, host.vlan, kind.name, host.mac, self.paper.style("good", lease.address),
-                         server, f"{(ack.time - discover.time) * 1000:6.1f} ms"])
+                         server.title, f"{(ack.time - discover.time) * 1000:6.1f} ms"])
             request = self.at_server[server].wait_dhcp("REQUEST", mac=host.mac)
             seen.append((host, request.dhcp, ack.dhcp))
         self.paper.table(["port", "VLAN", "client", "MAC address", "address", "server", "DISCOVER → ACK"], rows)
@@ -139,7 +139,7 @@ class Tour:
                 raise LabError(f"the request of {host} reached the server without option 82")
             if ack.relay_information is not None:
                 raise LabError(f"option 82 reached {host}")
-            rows.append([host, information.circuit.hex(" "), information.remote.hex(" "), information.vlan,
+            rows.append([host, information.circuit.hex(), information.remote.hex(), information.vlan,
                          information.module, information.port, information.mac])
         self.paper.table(["from", "circuit id", "remote id", "VLAN", "module", "port", "relay's MAC"], rows)
         self.paper.line()
@@ -226,8 +226,8 @@ class Tour:
             self.paper.line(f"    {line}")
         self.paper.say("These are the servers of the VLANs, active, by the number of the interface (1024 + VLAN).")
         self.paper.line()
-        self.paper.done(f"the page is at {self.paper.style('strong', web.url)} while the lab is up: "
-                        f"user {web.user}, password {web.password}")
+        self.paper.done(f"the page is at {self.paper.style('strong', web.url)} while the lab is up:")
+        self.paper.line(f"    user {web.user}, password {web.password}")
         if self.keep_page:
             self.paper.say("Enter ends it.")
             sys.stdin.readline()

@@ -25,20 +25,21 @@ def test_tour():
         assert os.listdir(temporary) == []
     assert (result.returncode, result.stderr) == (0, "")
     assert "\033" not in result.stdout
-    assert max(map(len, result.stdout.splitlines())) <= 100
-    row = r"^  (swp\d)  (\d+) +(\w+) +\S+  (10\.\d+\.0\.\d+)  (\w+) at \S+ +[\d.]+ ms$"
+    assert max(map(len, result.stdout.splitlines())) <= 80
+    row = r"^  (swp\d)  (\d+) +(\w+) +\S+  (10\.\d+\.0\.\d+)  (\w+) +[\d.]+ ms$"
     leases = re.findall(row, result.stdout, re.M)
     assert [(port, vlan, client, server) for port, vlan, client, _, server in leases] == [
         ("swp1", "10", "udhcpc", "Kea"), ("swp2", "10", "dhclient", "Kea"),
         ("swp3", "20", "dhcpcd", "dnsmasq"), ("swp4", "20", "udhcpc", "dnsmasq")]
     assert all(address.startswith(f"10.{vlan}.0.") for _, vlan, _, address, _ in leases)
-    assert "client3  00 04 14 00 01 03  00 06 02 00 00 00 20 01  20    1       3     02:00:00:00:20:01" in result.stdout
+    assert "client3  000414000103  0006020000002001  20    1       3     02:00:00:00:20:01\n" in result.stdout
     assert "2 DISCOVERs entered swp1, none reached the server, no offer came back" in result.stdout
     assert "VLAN 7, module 9, port 63, MAC de:ad:be:ef:00:01" in result.stdout
     assert re.search(r"client 5 on swp5 got 10\.30\.0\.\d+ ", result.stdout)
     assert re.search(r'^    ravo_outcomes_total\{interface="vlan10",outcome="\w+"\} [1-9]', result.stdout, re.M)
     assert "    .1.3.6.1.4.1.8072.9999.9999.67.1.3.1.3.1034.192.0.2.11 = INTEGER: 1\n" in result.stdout
-    assert re.search(r"the page is at http://127\.0\.0\.1:\d+/ while the lab is up: user ravo, password \S+\n", result.stdout)
+    assert re.search(r"the page is at http://127\.0\.0\.1:\d+/ while the lab is up:\n    user ravo, password \S+\n",
+                     result.stdout)
 
 
 def test_tour_has_colours_on_a_terminal_only_and_not_with_no_color():
