@@ -18,7 +18,6 @@
 
 namespace ravo::platform {
 
-inline constexpr std::size_t black_box_captures = 16;      // the newest are kept
 inline constexpr unsigned black_box_first_hold = 10;       // seconds, doubled each time
 inline constexpr unsigned black_box_longest_hold = 600;    // seconds; a port that behaves for so long begins anew
 inline constexpr std::size_t black_box_frame_size = 4096;  // of a longer frame the first bytes
