@@ -2,7 +2,8 @@
 // The channel is one packet socket for all devices: the gate in the kernel lets in what the relay can want, and the
 // messages wait in a ring until they are taken, one a call, in the order in which they came. The event loop watches the
 // socket, which is readable while the ring holds a frame that was not given back; so a burst that is not used up in one
-// turn of the loop is served in the next ones, between timers, commands and interface changes.
+// turn of the loop is served in the next ones, between timers, commands and interface changes. Where the kernel refuses
+// the gate there are several sockets, which are read in turn (packet_rings.h).
 //
 // The inventory says which devices are to be listened on, and whenever that changes only the difference is let in and
 // shut out.
@@ -29,7 +30,7 @@
 #include "channel/channel_frame.h"
 #include "channel/guard.h"
 #include "channel/limits.h"
-#include "channel/packet_ring.h"
+#include "channel/packet_rings.h"
 #include "channel/queue_bound.h"
 #include "channel/tally.h"
 #include "channel/taps.h"
@@ -46,8 +47,10 @@ namespace {
 constexpr std::uint16_t dhcp_server_port = 67;
 constexpr std::uint8_t bootreply = 2;  // RFC 2131 section 2: op
 constexpr std::size_t in_ip_part_destination = 12;
-constexpr std::size_t frames_per_turn = 32;  // frames dropped in one call before others get a turn
-constexpr std::size_t spare_slots = 64;      // of the ring, for what passes the gate on other processors meanwhile
+// Frames dropped in one call before others get a turn; those over a port's limit cost less.
+constexpr std::size_t frames_per_turn = 32;
+constexpr std::size_t refused_per_turn = 256;
+constexpr std::size_t spare_slots = 64;  // of the ring, for what passes the gate on other processors meanwhile
 constexpr std::int64_t second_ns = 1'000'000'000;
 constexpr std::int64_t flood_interval_ns = 1'000'000;
 constexpr unsigned flood_messages = 4;  // over the limit within the interval
@@ -55,9 +58,9 @@ constexpr timespec rest{.tv_sec = 0, .tv_nsec = 200'000};
 constexpr timeval tally_interval{.tv_sec = 1, .tv_usec = 0};
 
 struct open_channel {
-    packet_ring ring;
+    packet_rings rings;
     gate at;
-    queue_bound bound{packet_ring::capacity - spare_slots};
+    queue_bound bound{packet_rings::capacity - spare_slots};
     tap_table taps;
     descriptor udp_holder;  // keeps UDP port 67, receives nothing
     event_ptr tally_timer;
@@ -250,17 +253,28 @@ void hold_udp_port(open_channel &c) {
              std::strerror(errno));
 }
 
-// Takes over what the gate and the ring counted.
-void tally(open_channel &c) {
-    const std::uint32_t overruns = c.ring.take_overruns();
-    lost += overruns + tally_taps(c.at, c.taps, clock_ns() / second_ns);
+// What a ring had no room for, of a port over its limit, is over its limit; all else is lost.
+void count_overrun(open_channel &c, const ring_overrun &overrun) {
+    const tap *const from = overrun.over_limit ? c.taps.find(overrun.kernel_ifindex) : nullptr;
+    if (from != nullptr && from->place != gate::no_place)
+        c.at.count_unread(from->place, overrun.tagged, overrun.frames);
+    else
+        lost += overrun.frames;
     // The gate counted them as queued.
-    if (overruns != 0) c.recount = true;
+    c.recount = true;
+}
+
+// Takes over what the gate and the rings counted.
+void tally(open_channel &c) {
+    const std::int64_t now_s = clock_ns() / second_ns;
+    for (const ring_overrun &overrun : c.rings.take_overruns(now_s)) count_overrun(c, overrun);
+    lost += tally_taps(c.at, c.taps, now_s);
 }
 
 void on_tally_timer(evutil_socket_t, short, void *) {
     if (!channel) return;
     tally(*channel);
+    channel->rings.look();
     channel->bound.look_idle(clock_ns() / 1000);
     channel->at.set_room(channel->bound.room());
 }
@@ -300,8 +314,9 @@ bool admit(open_channel &c, const tap &from, const ring_frame &received) {
     if (received.cut) ++lost;
     if (received.cut || c.at.in_kernel()) return !received.cut;
     const std::int64_t now = clock_ns();
-    if (c.at.admit(from.place, channel_frame_vlan(received.bytes, received.aux), now)) return true;
-    note_refused(c, now);
+    const std::uint16_t vlan = channel_frame_vlan(received.bytes, received.aux);
+    if (c.at.admit(from.place, vlan, now)) return true;
+    if (!c.rings.note_over_limit(vlan != 0, now / second_ns)) note_refused(c, now);
     return false;
 }
 
@@ -309,16 +324,22 @@ bool admit(open_channel &c, const tap &from, const ring_frame &received) {
 bool fetch(open_channel &c) {
     if (books_outcome_in_hand() == OUTCOME_DELIVERED) guard.delivered(c.frame.udp.subspan(channel_udp_header_size));
     books_close();  // the bytes of the message before are about to be overwritten
-    for (std::size_t examined = 0; examined < frames_per_turn; ++examined) {
+    for (std::size_t examined = 0, refused = 0; examined < frames_per_turn && refused < refused_per_turn;) {
         ring_frame received;
-        if (!c.ring.take(&received)) {
+        if (!c.rings.take(&received)) {
             settle(c);
             rest_from_flood(c);
             return false;
         }
         const tap *from = c.taps.find(received.kernel_ifindex);
-        if (from == nullptr) continue;  // heard on another device too, and read there
-        if (admit(c, *from, received) && examine(c, *from, received)) return true;
+        if (c.rings.is_crowded()) c.rings.clear(from != nullptr);
+        // Heard on another device too, and read there; or over the limit.
+        if (from == nullptr || !admit(c, *from, received)) {
+            ++refused;
+            continue;
+        }
+        if (examine(c, *from, received)) return true;
+        ++examined;
     }
     return false;
 }
@@ -331,8 +352,8 @@ int fail_open(int reason) {
 }
 
 int open_at_gate(open_channel &c) {
-    if (const int reason = c.ring.open(); reason != 0) return reason;
-    if (const int reason = c.at.attach(c.ring.fd()); reason != 0) return reason;
+    if (const int reason = c.rings.open(); reason != 0) return reason;
+    if (const int reason = c.at.attach(c.rings.first_fd()); reason != 0) return reason;
     if (!c.at.in_kernel())
         log_line(log_level_warning,
                  "the kernel refuses the program that limits what ports may send: %s; the relay holds them to the "
@@ -340,7 +361,13 @@ int open_at_gate(open_channel &c) {
                  c.at.refusal().c_str());
     c.at.set_room(c.bound.room());
     c.taps.follow(c.at, limits);
-    return c.ring.listen();
+    return c.rings.listen(!c.at.in_kernel());
+}
+
+void follow_devices() {
+    if (!channel) return;
+    channel->taps.follow(channel->at, limits);
+    channel->rings.devices_changed([](int kernel_ifindex) { return channel->taps.find(kernel_ifindex) != nullptr; });
 }
 
 }  // namespace
@@ -369,14 +396,12 @@ int channel_open() {
     books_on_look([] {
         if (channel) tally(*channel);
     });
-    inventory_on_change([] {
-        if (channel) channel->taps.follow(channel->at, limits);
-    });
-    return c.ring.fd();
+    inventory_on_change(follow_devices);
+    return c.rings.fd();
 }
 
 bool channel_owns(int fd) {
-    return channel && fd >= 0 && channel->ring.fd() == fd;
+    return channel && fd >= 0 && channel->rings.fd() == fd;
 }
 
 bool channel_next() {

@@ -13,16 +13,18 @@
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+
+#include "base/threads.h"
 
 namespace ravo::platform {
 namespace {
 
 constexpr std::size_t slot_size = 512;
 constexpr std::size_t block_size = 64 * 1024;  // a page, or a multiple of it, on every architecture
-constexpr std::size_t ring_size = packet_ring::capacity * slot_size;
 constexpr std::size_t address_at = TPACKET_ALIGN(sizeof(tpacket2_hdr));  // in a slot
 constexpr int copies_size = 1024 * 1024;                                 // room for frames longer than a slot
 constexpr std::int64_t second_us = 1'000'000;
@@ -37,11 +39,11 @@ void set_receive_buffer(int fd) {
         (void)set_option(fd, SOL_SOCKET, SO_RCVBUF, copies_size);
 }
 
-int request_ring(int fd) {
+int request_ring(int fd, std::size_t capacity) {
     const tpacket_req request{.tp_block_size = block_size,
-                              .tp_block_nr = ring_size / block_size,
+                              .tp_block_nr = static_cast<unsigned>(capacity * slot_size / block_size),
                               .tp_frame_size = slot_size,
-                              .tp_frame_nr = packet_ring::capacity};
+                              .tp_frame_nr = static_cast<unsigned>(capacity)};
     return ::setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &request, sizeof request);
 }
 
@@ -61,6 +63,12 @@ int device_of(const std::uint8_t *slot) {
 
 }  // namespace
 
+packet_ring::~packet_ring() {
+    if (!socket_) return;
+    const auto end = [fd = socket_.release()] { ::close(fd); };
+    if (start_thread(end) != 0) end();
+}
+
 int packet_ring::open() {
     socket_.reset(::socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (!socket_) return errno;
@@ -68,9 +76,9 @@ int packet_ring::open() {
     set_receive_buffer(fd);
     if (set_option(fd, SOL_PACKET, PACKET_VERSION, TPACKET_V2) != 0 ||
         set_option(fd, SOL_PACKET, PACKET_COPY_THRESH, 1) != 0 ||
-        set_option(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, 1) != 0 || request_ring(fd) != 0)
+        set_option(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, 1) != 0 || request_ring(fd, capacity_) != 0)
         return errno;
-    ring_ = mapping(fd, ring_size);
+    ring_ = mapping(fd, capacity_ * slot_size);
     return ring_ ? 0 : errno;
 }
 
@@ -88,7 +96,7 @@ tpacket2_hdr *packet_ring::slot() const {
 void packet_ring::give_back() {
     if (!taken_) return;
     __atomic_store_n(&slot()->tp_status, TP_STATUS_KERNEL, __ATOMIC_RELEASE);
-    at_ = at_ + 1 == capacity ? 0 : at_ + 1;
+    at_ = at_ + 1 == capacity_ ? 0 : at_ + 1;
     taken_ = false;
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The packet socket through which all frames come in: one for all devices, with a ring of frames in memory that the
-// kernel fills and the relay reads without a system call.
+// A packet socket through which frames of all devices come in, with a ring of frames in memory that the kernel fills
+// and the relay reads without a system call.
 #ifndef PLATFORM_LINUX_CHANNEL_PACKET_RING_H
 #define PLATFORM_LINUX_CHANNEL_PACKET_RING_H
 
@@ -28,7 +28,11 @@ struct ring_frame {
 
 class packet_ring {
   public:
-    static constexpr std::size_t capacity = 5120;  // frames: a port alone may have four fifths of them waiting
+    // capacity: frames that the ring has room for; a multiple of 128.
+    explicit packet_ring(std::size_t capacity) : capacity_(capacity) {}
+    packet_ring(packet_ring &&) = delete;
+    // Closes the socket without waiting until every processor has let go of it, as the kernel does.
+    ~packet_ring();
 
     // Opens the socket, non-blocking, and its ring. It receives nothing yet, so that it can be given a filter first.
     // Returns 0, or the reason as errno.
@@ -42,15 +46,17 @@ class packet_ring {
     // Gives the frame taken last back to the kernel and takes the next one, which stays valid until the next call.
     // Returns whether there was one.
     bool take(ring_frame *out);
+    // Gives the frame taken last back now.
+    void give_back();
 
     // Frames that the kernel had no room for since the last call.
     std::uint32_t take_overruns() const;
 
   private:
     tpacket2_hdr *slot() const;
-    void give_back();
     void read_whole(std::size_t size, ring_frame *out);
 
+    std::size_t capacity_;
     descriptor socket_;
     mapping ring_;
     std::size_t at_ = 0;  // the slot that is taken, or will be taken next

@@ -205,6 +205,11 @@ bool gate::admit(std::size_t place, std::uint32_t vlan, std::uint64_t now) {
     return false;
 }
 
+void gate::count_unread(std::size_t place, bool tagged, std::uint64_t messages) {
+    gate_port &port = *record(place);
+    (tagged ? port.limited_uncounted : port.limited) += messages;
+}
+
 // Processors that count a tag's first messages at once may each have taken a count for it.
 void gate::each_limited_tag(const tag_visitor &visit) const {
     std::map<std::uint64_t, std::uint64_t> sums;

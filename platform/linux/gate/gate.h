@@ -67,6 +67,8 @@ class gate {
     // Outside the kernel: tells whether a message that was taken out is within its port's limit, and counts it if not.
     // vlan: the id of its tag, 0 for none; now: nanoseconds of a clock that is never set.
     bool admit(std::size_t place, std::uint32_t vlan, std::uint64_t now);
+    // Outside the kernel: counts messages over the port's limit that nobody has read. tagged: their VLAN is not known.
+    void count_unread(std::size_t place, bool tagged, std::uint64_t messages);
 
     // The counts of a port since its place was given.
     const gate_port &counts(std::size_t place) const { return *record(place); }

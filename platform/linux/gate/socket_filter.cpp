@@ -6,6 +6,7 @@
 
 #include <linux/filter.h>
 #include <linux/if_ether.h>
+#include <linux/if_packet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -27,9 +28,13 @@ constexpr std::uint32_t in_udp_destination = 2;
 constexpr std::uint32_t fragment_offset = 0x1FFF;  // RFC 791 section 3.1
 constexpr std::uint32_t dhcp_server_port = 67;
 constexpr std::uint32_t whole_frame = 0x40000;
+constexpr std::uint32_t packet_direction = static_cast<std::uint32_t>(SKF_AD_OFF + SKF_AD_PKTTYPE);
 
 constexpr sock_filter load_byte(std::uint32_t at) {
     return BPF_STMT(BPF_LD | BPF_B | BPF_ABS, at);
+}
+constexpr sock_filter load_word(std::uint32_t at) {
+    return BPF_STMT(BPF_LD | BPF_W | BPF_ABS, at);
 }
 constexpr sock_filter load_half(std::uint32_t at) {
     return BPF_STMT(BPF_LD | BPF_H | BPF_ABS, at);
@@ -61,11 +66,11 @@ constexpr sock_filter if_any_set(unsigned here, std::uint32_t bits, unsigned yes
 
 // "IPv4, UDP, no later fragment, destination port 67", with and without an inline tag. A load beyond the frame refuses
 // it. A first fragment says that it is for DHCP, so it is let through to be dropped with its reason told; the later
-// ones say nothing of ports.
+// ones say nothing of ports. What the box sends itself is refused: sockets that share frames (fan_out.h) get that too.
 constexpr unsigned untagged = 12;
 constexpr unsigned port = 18;
-constexpr unsigned yes = 19;
-constexpr unsigned no = 20;
+constexpr unsigned yes = 21;
+constexpr unsigned no = 22;
 constexpr std::array dhcp_filter{
     /*  0 */ load_half(at_ethertype),
     /*  1 */ if_equal(1, ETH_P_IP, untagged, 2),
@@ -85,9 +90,11 @@ constexpr std::array dhcp_filter{
     /* 15 */ if_any_set(15, fragment_offset, no, 16),
     /* 16 */ index_ip_header(at_ip),
     /* 17 */ load_half_indexed(at_ip + in_udp_destination),
-    /* 18 */ if_equal(port, dhcp_server_port, yes, no),
-    /* 19 */ accept_bytes(whole_frame),
-    /* 20 */ accept_bytes(0),
+    /* 18 */ if_equal(port, dhcp_server_port, 19, no),
+    /* 19 */ load_word(packet_direction),
+    /* 20 */ if_equal(20, PACKET_OUTGOING, no, yes),
+    /* 21 */ accept_bytes(whole_frame),
+    /* 22 */ accept_bytes(0),
 };
 static_assert(dhcp_filter.size() == no + 1);
 

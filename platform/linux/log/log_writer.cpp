@@ -17,14 +17,15 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <system_error>
-#include <thread>
 #include <utility>
+
+#include "base/threads.h"
 
 namespace ravo::platform {
 
@@ -181,28 +182,13 @@ void catch_abort(bool caught) {
     sigaction(SIGABRT, &action, nullptr);
 }
 
-// A thread that blocks all signals: they are the event loop's.
-bool launch(const std::shared_ptr<writer> &w) {
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    bool started = true;
-    try {
-        std::thread([w] { run(w); }).detach();
-    } catch (const std::system_error &) {
-        started = false;
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return started;
-}
-
 }  // namespace
 
 bool log_writer_start(const writer_target &target) {
     auto made = std::make_shared_for_overwrite<writer>();  // a queue that nobody uses takes no memory
     made->target = target;
     made->wake = eventfd(0, EFD_CLOEXEC);
-    if (made->wake < 0 || !launch(made)) {
+    if (made->wake < 0 || start_thread([made] { run(made); }) != 0) {
         made->target.owns_fd = false;  // it stays the caller's
         return false;
     }

@@ -14,7 +14,6 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <cstring>
 #include <deque>
 #include <list>
@@ -22,13 +21,12 @@
 #include <memory>
 #include <mutex>
 #include <new>
-#include <system_error>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "base/loop.h"
 #include "base/owners.h"
+#include "base/threads.h"
 #include "management/management_state.h"
 
 namespace ravo::platform {
@@ -206,20 +204,6 @@ void ask(std::optional<uid_t> uid, unsigned id) {
     state->at->changed.notify_all();
 }
 
-// Signals are the event loop's.
-void launch(const std::shared_ptr<desk> &at) {
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    try {
-        std::thread([at] { work(at); }).detach();
-    } catch (...) {
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-        throw;
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
-
 }  // namespace
 
 name_service system_names() {
@@ -237,11 +221,8 @@ std::string names_open(const std::string &viewers, const std::string &admins, na
     if (!made->at->told) return std::string("cannot make an event counter: ") + strerrordesc_np(errno);
     made->readable.reset(event_new(loop_base(), made->at->told.get(), EV_READ | EV_PERSIST, on_told, nullptr));
     if (made->readable == nullptr || event_add(made->readable.get(), nullptr) != 0) return "no memory";
-    try {
-        launch(made->at);
-    } catch (const std::system_error &fault) {
-        return std::string("cannot start a thread: ") + fault.what();
-    }
+    if (const int reason = start_thread([at = made->at] { work(at); }); reason != 0)
+        return std::string("cannot start a thread: ") + strerrordesc_np(reason);
     state = std::move(made);
     return {};
 }

@@ -42,17 +42,12 @@ def statistics(relay):
     return {**total["outcomes"], "received": total["received"], "lost": total["lost"]}
 
 
-# Short runs leave the machine's other work its time. At full speed, and with limits that the daemon keeps, a client that
-# asks as the flood begins may have to ask again: the full runs show it.
-PACE = {} if FULL else {"rate": 60_000}
-
-
 def test_random_transaction_ids(lab, relay):
     """Each would take a place among the transactions: the port's limit lets a few thousand a second in."""
     host = lab.client(1)
     trouble = Trouble("one port sends DISCOVERs with random transaction ids", lab, relay)
     trouble.before()
-    with Flood(host, unsummed(discover(host)), random=[(XID_AT, 4)], **PACE) as flood:
+    with Flood(host, unsummed(discover(host)), random=[(XID_AT, 4)]) as flood:
         trouble.during()
     told = statistics(relay)
     trouble.check(cpu=25, note=f"{flood.rate:,.0f}/s")
@@ -77,7 +72,7 @@ def test_as_fast_as_one_core_sends(lab, place):
     host = lab.client(1)
     trouble = Trouble(f"as fast as one core sends, limits kept by the {place}", lab, relay)
     trouble.before()
-    with Flood(host, unsummed(discover(host)), random=[(XID_AT, 4)], **PACE) as flood:
+    with Flood(host, unsummed(discover(host)), random=[(XID_AT, 4)]) as flood:
         trouble.during()
     told = statistics(relay)
     row = trouble.check(cpu=25, note=f"{flood.rate:,.0f}/s; {flood.per_core:,.0f} in a second of the core")
@@ -100,7 +95,7 @@ def test_unicast_to_somebody_else(lab, relay):
     try:
         trouble = Trouble("one port sends unicast to UDP port 67 of a foreign address", lab, relay)
         trouble.before()
-        with Flood(host, frame, random=[(XID_AT, 4)], **PACE) as flood:
+        with Flood(host, frame, random=[(XID_AT, 4)]) as flood:
             trouble.during()
         told = statistics(relay)
         trouble.check(cpu=25, note=f"{flood.rate:,.0f}/s")

@@ -362,7 +362,7 @@ TEST_P(Channel, RequestsLeaveRoomToReplies) {
         ++(got.message[24] == 2 ? replies : requests);
     }
     const bool gate = GetParam() == channel_box::way_in::kernel;
-    EXPECT_EQ(requests, gate ? 4045U : 5120U);
+    EXPECT_EQ(requests, gate ? 4045U : 2048U);
     EXPECT_EQ(replies, gate ? 10U : 0U);
 }
 
