@@ -73,6 +73,7 @@ namespace {
 namespace platform = ravo::platform;
 
 using platform::event_ptr;
+using ravo::fault;
 
 std::uintptr_t registration[VEX_INIT_WORDS];
 
@@ -158,7 +159,7 @@ void connect_and_start() {
 // ---- --check ----
 
 // Learns which devices there are, whose names stand for interfaces. Returns what keeps it from that.
-std::string look_around(const platform::switch_description &description) {
+fault look_around(const platform::switch_description &description) {
     platform::nsm_follow_inventory();
     platform::inventory_describe(description);
     return platform::inventory_open();
@@ -168,15 +169,15 @@ std::string look_around(const platform::switch_description &description) {
 // alone: without sockets, and without a word to the log, the init system or a running daemon.
 int check_files(const platform::frame_options &options) {
     unsetenv("NOTIFY_SOCKET");
-    std::string fault = platform::log_open("/dev/null", platform::log_level_error);
+    fault wrong = platform::log_open("/dev/null", platform::log_level_error);
     platform::switch_description description;
     std::vector<std::string> faults =
         platform::switch_description_check(options.switch_file, !options.switch_file_given, &description);
-    if (fault.empty()) fault = look_around(faults.empty() ? description : platform::switch_description{});
-    if (!fault.empty()) faults.push_back("ravod: " + fault);
+    if (!wrong) wrong = look_around(faults.empty() ? description : platform::switch_description{});
+    if (wrong) faults.push_back("ravod: " + wrong.text);
     for (const std::string &file : {options.switch_file, options.startup_config}) {
-        const std::string untrusted = platform::trusted_file_fault(file, platform::user_of_daemon(options));
-        if (!untrusted.empty()) faults.push_back(untrusted);
+        const fault untrusted = platform::trusted_file_fault(file, platform::user_of_daemon(options));
+        if (untrusted) faults.push_back(untrusted.text);
     }
     for (const std::string &line : faults) tell(line);
     platform::memmgr_set_budget(options.memory_budget);
@@ -195,16 +196,16 @@ int check_files(const platform::frame_options &options) {
 // What was asked is answered, also when that is a refusal, which the asker tells.
 int lend_gate() {
     unsetenv("NOTIFY_SOCKET");
-    const std::string fault = platform::gate_lend(STDIN_FILENO);
-    if (!fault.empty()) tell("ravod: " + fault);
-    return fault.empty() ? 0 : 1;
+    const fault wrong = platform::gate_lend(STDIN_FILENO);
+    if (wrong) tell("ravod: " + wrong.text);
+    return wrong ? 1 : 0;
 }
 
 // ---- Start ----
 
 void check_capabilities() {
-    const std::string missing = platform::frame_missing_capability(effective_capabilities(), first_free_port());
-    if (!missing.empty()) refuse("ravod: " + missing);
+    const fault missing = platform::frame_missing_capability(effective_capabilities(), first_free_port());
+    if (missing) refuse("ravod: " + missing.text);
 }
 
 // Answers the options that only ask for something.
@@ -221,8 +222,8 @@ void answer_and_leave(const platform::frame_options &options) {
     std::erase(words, "--supervise");
     const int status = platform::supervise("/proc/self/exe", words, [&](const std::string &line) {
         // Opened each time: the child makes the file, as its own user, and may be told to open a new one.
-        const std::string fault = platform::log_open(options.log_target, options.log_threshold);
-        if (!fault.empty()) tell(line);
+        const fault wrong = platform::log_open(options.log_target, options.log_threshold);
+        if (wrong) tell(line);
         platform::log_line(platform::log_level_start, "%s", line.c_str());
         platform::log_close();
     });
@@ -233,7 +234,7 @@ void answer_and_leave(const platform::frame_options &options) {
 std::string become_user(const platform::frame_options &options) {
     platform::user_change change = platform::user_become(options, platform::confinement_first_capabilities(),
                                                          platform::confinement_own_folders(options));
-    if (!change.fault.empty()) refuse("ravod: " + change.fault);
+    if (change.wrong) refuse("ravod: " + change.wrong.text);
     return std::move(change.remark);
 }
 
@@ -241,15 +242,15 @@ std::string become_user(const platform::frame_options &options) {
 std::string read_options() {
     platform::frame_options options;
     const std::vector<std::string> words = command_line_words();
-    const std::string reason = platform::frame_parse_options(words, &options);
-    if (!reason.empty()) refuse("ravod: " + reason);
+    const fault wrong = platform::frame_parse_options(words, &options);
+    if (wrong) refuse("ravod: " + wrong.text);
     answer_and_leave(options);
     if (options.supervise) supervise_daemon(options, words);
     platform::supervised_begins();
     check_capabilities();
     std::string remark = become_user(options);
-    const std::string log_fault = platform::log_open(options.log_target, options.log_threshold);
-    if (!log_fault.empty()) refuse("ravod: " + log_fault);
+    if (const fault no_log = platform::log_open(options.log_target, options.log_threshold))
+        refuse("ravod: " + no_log.text);
     platform::log_take_event_library();
     platform::frame_set_options(options);
     platform::memmgr_set_budget(options.memory_budget);
@@ -259,19 +260,19 @@ std::string read_options() {
 void check_that_we_may_run(const platform::frame_options &options) {
     const uid_t daemon = platform::user_of_daemon(options);
     for (const std::string &file : {options.switch_file, options.startup_config}) {
-        const std::string fault = platform::trusted_file_fault(file, daemon);
-        if (!fault.empty()) refuse(fault, status_of_configuration());
+        const fault wrong = platform::trusted_file_fault(file, daemon);
+        if (wrong) refuse(wrong.text, status_of_configuration());
     }
-    const std::string taken = platform::management_check(options.management_socket);
-    if (!taken.empty()) refuse("ravod: " + taken);
+    const fault taken = platform::management_check(options.management_socket);
+    if (taken) refuse("ravod: " + taken.text);
 }
 
 // Everything that takes rights is possible from here on as far as the description asks for it, and nothing more.
 void give_up_rights(const platform::frame_options &options, const platform::switch_description &description) {
-    const std::string fault = platform::confine(options, {.ports_are_limited = platform::describes_limits(description),
-                                                          .trap = platform::describes_trap(description),
-                                                          .capture_folders = description.capture.folders});
-    if (!fault.empty()) refuse("ravod: " + fault);
+    const fault wrong = platform::confine(options, {.ports_are_limited = platform::describes_limits(description),
+                                                    .trap = platform::describes_trap(description),
+                                                    .capture_folders = description.capture.folders});
+    if (wrong) refuse("ravod: " + wrong.text);
     // Threads begin their lives confined.
     platform::log_start_writer();
     platform::log_hold_repeats();
@@ -299,11 +300,11 @@ void remember_ports() {
 
 void open_inventory(const platform::frame_options &options) {
     platform::switch_description description;
-    std::string fault;
-    if (!platform::switch_description_read(options.switch_file, !options.switch_file_given, &description, &fault))
-        refuse(fault, status_of_configuration());
-    const std::string why_not = platform::state_open(options.state_folder);
-    if (!why_not.empty()) platform::log_line(platform::log_level_start, "%s", why_not.c_str());
+    if (const fault unread =
+            platform::switch_description_read(options.switch_file, !options.switch_file_given, &description))
+        refuse(unread.text, status_of_configuration());
+    if (const fault no_state = platform::state_open(options.state_folder))
+        platform::log_line(platform::log_level_start, "%s", no_state.text.c_str());
     platform::trap_remove_stale();
     give_up_rights(options, description);
     platform::nsm_follow_inventory();
@@ -311,8 +312,8 @@ void open_inventory(const platform::frame_options &options) {
     platform::channel_know_relay(platform::relay_data());
     describe(description);
     remember_ports();
-    const std::string reason = platform::inventory_open();
-    if (!reason.empty()) refuse("ravod: " + reason);
+    const fault wrong = platform::inventory_open();
+    if (wrong) refuse("ravod: " + wrong.text);
 }
 
 void note_end(int signal) {
@@ -323,11 +324,11 @@ void note_end(int signal) {
 // Where the message in hand is noted: beside the socket, in a folder that a boot empties.
 void open_black_box(const platform::frame_options &options) {
     platform::black_box_crash crash;
-    const std::string why_not = platform::black_box_open(options.management_socket + ".box", &crash);
-    if (!why_not.empty()) platform::log_line(platform::log_level_warning, "%s", why_not.c_str());
+    const fault wrong = platform::black_box_open(options.management_socket + ".box", &crash);
+    if (wrong) platform::log_line(platform::log_level_warning, "%s", wrong.text.c_str());
     platform::crash_signals_catch(note_end);
-    const std::string why_anew = platform::counts_open(options.management_socket + ".counts");
-    if (!why_anew.empty()) platform::log_line(platform::log_level_warning, "%s", why_anew.c_str());
+    if (const fault anew = platform::counts_open(options.management_socket + ".counts"))
+        platform::log_line(platform::log_level_warning, "%s", anew.text.c_str());
     platform::crash_book_open(platform::state_folder());
     if (!crash.happened) return;
     const std::string kept = platform::crash_book_enter(crash);
@@ -348,8 +349,8 @@ void tell_start(const std::string &path, std::size_t commands, int failed) {
 // What the daemon before remembered of clients that wait for their answers.
 void take_over_transactions(const platform::frame_options &options) {
     std::vector<platform::kept_transaction> found;
-    const std::string fault = platform::kept_transactions_open(options.management_socket + ".transactions", &found);
-    if (!fault.empty()) platform::log_line(platform::log_level_warning, "%s", fault.c_str());
+    const fault wrong = platform::kept_transactions_open(options.management_socket + ".transactions", &found);
+    if (wrong) platform::log_line(platform::log_level_warning, "%s", wrong.text.c_str());
     const relay_access *relay = platform::relay_data();
     if (found.empty() || relay == nullptr) return;
     const std::size_t taken = platform::kept_transactions_restore(found, [&](const platform::kept_transaction &each) {
@@ -386,10 +387,11 @@ void on_end_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/) {
 void read_description_again() {
     const platform::frame_options &options = platform::frame_get_options();
     platform::switch_description description;
-    std::string fault = platform::trusted_file_fault(options.switch_file, platform::user_of_daemon(options));
-    if (!fault.empty() ||
-        !platform::switch_description_read(options.switch_file, !options.switch_file_given, &description, &fault)) {
-        platform::log_line(platform::log_level_error, "%s (the switch description in use stays)", fault.c_str());
+    fault wrong = platform::trusted_file_fault(options.switch_file, platform::user_of_daemon(options));
+    if (!wrong)
+        wrong = platform::switch_description_read(options.switch_file, !options.switch_file_given, &description);
+    if (wrong) {
+        platform::log_line(platform::log_level_error, "%s (the switch description in use stays)", wrong.text.c_str());
         return;
     }
     describe(description);
@@ -398,8 +400,8 @@ void read_description_again() {
 }
 
 void on_reload_signal(evutil_socket_t /*signo*/, short /*what*/, void * /*arg*/) {
-    const std::string log_fault = platform::log_reopen();
-    if (!log_fault.empty()) platform::log_line(platform::log_level_error, "%s", log_fault.c_str());
+    const fault wrong = platform::log_reopen();
+    if (wrong) platform::log_line(platform::log_level_error, "%s", wrong.text.c_str());
     platform::frame_reload();
 }
 
@@ -468,8 +470,8 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     replay_startup_configuration(options);
     take_over_transactions(options);
     platform::log_settle();  // who has waited for an answer finds in the log how the start went
-    const std::string reason = platform::management_open(options.management_socket);
-    if (!reason.empty()) refuse("ravod: " + reason);
+    const fault wrong = platform::management_open(options.management_socket);
+    if (wrong) refuse("ravod: " + wrong.text);
     ravo::cli::unconfirmed_resume();
     ravo::cli::advice_begin();
     platform::service_watchdog_start();

@@ -47,7 +47,7 @@ const std::vector<installed_command> &commands() {
 
 std::vector<std::string> words(const std::string &text) {
     ravo::cli::grammar form;
-    EXPECT_EQ(ravo::cli::compile(text.c_str(), nullptr, &form), "") << text;
+    EXPECT_EQ(ravo::cli::compile(text.c_str(), nullptr, &form).text, "") << text;
     std::vector<std::string> out;
     for (const ravo::cli::item &item : form.items)
         for (const ravo::cli::token &token : item.tokens) out.push_back(token.text);

@@ -227,7 +227,7 @@ struct Management : testing::Test {
         EXPECT_EQ(rmdir(folder.c_str()), 0);
     }
     void open(const management_settings &settings = {}) {
-        EXPECT_EQ(platform::management_open_with(path, settings), "");
+        EXPECT_EQ(platform::management_open_with(path, settings).text, "");
     }
     // A client with its session, as root's shell has it.
     void greet(client &c) const {

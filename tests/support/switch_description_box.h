@@ -30,9 +30,7 @@ struct SwitchDescription : testing::Test {
     switch_description good(const std::string &text) const {
         std::ofstream(path) << text;
         switch_description out;
-        std::string error;
-        EXPECT_TRUE(ravo::platform::switch_description_read(path, false, &out, &error)) << error;
-        EXPECT_EQ(error, "");
+        EXPECT_EQ(ravo::platform::switch_description_read(path, false, &out).text, "");
         return out;
     }
 
@@ -43,10 +41,9 @@ struct SwitchDescription : testing::Test {
         switch_description out = before;
         std::vector<std::string> lines = ravo::platform::switch_description_check(path, false, &out);
         EXPECT_EQ(out, before) << "a faulty description must not be used in part";
-        std::string first;
-        EXPECT_FALSE(ravo::platform::switch_description_read(path, false, &out, &first));
+        const ravo::fault first = ravo::platform::switch_description_read(path, false, &out);
         EXPECT_FALSE(lines.empty());
-        EXPECT_EQ(first, lines.empty() ? "" : lines.front());
+        EXPECT_EQ(first.text, lines.empty() ? "" : lines.front());
         for (std::string &line : lines) {
             EXPECT_EQ(line.substr(0, path.size() + 1), path + ":");
             line.erase(0, path.size() + 1);

@@ -26,16 +26,16 @@ const char *fault_of(int file) {
 
 }  // namespace
 
-mapping map_own_file(const std::string &path, std::size_t size, std::string *fault) {
-    fault->clear();
+mapping map_own_file(const std::string &path, std::size_t size, std::string *why_not) {
+    why_not->clear();
     const descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
-    if (!file) return *fault = std::strerror(errno), mapping();
-    if (const char *reason = fault_of(file.get())) return *fault = reason, mapping();
+    if (!file) return *why_not = std::strerror(errno), mapping();
+    if (const char *reason = fault_of(file.get())) return *why_not = reason, mapping();
     // A write into a page for which there is no room would end the daemon.
     if (const int failed = posix_fallocate(file.get(), 0, static_cast<off_t>(size)); failed != 0)
-        return *fault = std::strerror(failed), mapping();
+        return *why_not = std::strerror(failed), mapping();
     mapping mapped(file.get(), size);
-    if (!mapped) *fault = std::strerror(errno);
+    if (!mapped) *why_not = std::strerror(errno);
     return mapped;
 }
 

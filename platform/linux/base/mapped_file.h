@@ -12,8 +12,8 @@ namespace ravo::platform {
 
 // Maps a file of this size, which is made, mode 0600 and all zeros, when it is missing. Its room is taken from the disk
 // at once. What belongs to another user, what others may use, and what is no plain file is refused: they could cut it
-// short. Owns nothing when that fails; *fault then says why, else it is empty.
-[[nodiscard]] mapping map_own_file(const std::string &path, std::size_t size, std::string *fault);
+// short. Owns nothing when that fails; *why_not then says why, else it is empty.
+[[nodiscard]] mapping map_own_file(const std::string &path, std::size_t size, std::string *why_not);
 
 }  // namespace ravo::platform
 

@@ -117,13 +117,13 @@ black_box_crash take_out(box &b) {
     return crash;
 }
 
-std::string failure(const std::string &path, int reason) {
-    return path + ": no message that ends the daemon can be noted: " + std::strerror(reason);
+fault failure(const std::string &path, int reason) {
+    return {path + ": no message that ends the daemon can be noted: " + std::strerror(reason)};
 }
 
 }  // namespace
 
-std::string black_box_open(const std::string &path, black_box_crash *crash) {
+fault black_box_open(const std::string &path, black_box_crash *crash) {
     black_box_close();
     const descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
     if (!file) return failure(path, errno);

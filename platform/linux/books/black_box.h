@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "books/books.h"
+#include "fault.h"
 
 namespace ravo::platform {
 
@@ -37,9 +38,9 @@ struct black_box_crash {
     unsigned held_seconds = 0;          // its port is held for, 0: it came in on none, or did not end the daemon
 };
 
-// Opens the box, and takes out what the daemon before left in it. path: the file, made when it is missing. Returns an
-// empty string, or one line that says why nothing is noted.
-[[nodiscard]] std::string black_box_open(const std::string &path, black_box_crash *crash);
+// Opens the box, and takes out what the daemon before left in it. path: the file, made when it is missing. The fault,
+// if any: one line that says why nothing is noted.
+fault black_box_open(const std::string &path, black_box_crash *crash);
 void black_box_close();
 
 // Notes the message in hand, and that it is done with.

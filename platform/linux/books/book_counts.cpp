@@ -89,11 +89,11 @@ void begin_anew() {
 
 }  // namespace
 
-std::string counts_open(const std::string &path) {
+fault counts_open(const std::string &path) {
     if (room || rows.rows > 1) counts_close();  // what was never used is not touched
-    std::string fault;
-    room = map_own_file(path, sizeof(all_counts), &fault);
-    if (!room) return path + ": counts of messages begin anew with each start: " + fault;
+    std::string why_not;
+    room = map_own_file(path, sizeof(all_counts), &why_not);
+    if (!room) return {path + ": counts of messages begin anew with each start: " + why_not};
     counts = static_cast<all_counts *>(room.get());
     const bool is_new = counts->magic == 0;
     const bool is_ours = counts->magic == magic && counts->size == sizeof(all_counts);
@@ -102,7 +102,8 @@ std::string counts_open(const std::string &path) {
     else
         begin_anew();
     room.rest();
-    return is_ours || is_new ? std::string() : path + ": is no file of counts of this version; they begin anew";
+    if (is_ours || is_new) return {};
+    return {path + ": is no file of counts of this version; they begin anew"};
 }
 
 void counts_close() {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "books/books.h"
+#include "fault.h"
 
 namespace ravo::platform {
 
@@ -17,8 +18,8 @@ inline constexpr std::size_t counted_vlans = 4096;
 inline constexpr std::size_t kept_count_ports = 1024;  // those beyond begin anew with each start
 
 // Takes over what an earlier daemon counted, and goes on in its file. path: the file, made when it is missing. What was
-// counted so far is left behind. Returns an empty string, or one line that says why counts begin anew.
-[[nodiscard]] std::string counts_open(const std::string &path);
+// counted so far is left behind. The fault, if any: one line that says why counts begin anew.
+fault counts_open(const std::string &path);
 // Leaves the counts to the next daemon; whatever is counted from now on is counted from 0.
 void counts_close();
 

@@ -189,7 +189,7 @@ const std::string &crash_book_folder() {
     return folder_in_use;
 }
 
-std::string crash_book_clear() {
+fault crash_book_clear() {
     crashes.clear();
     if (folder_in_use.empty()) return {};
     int failed = 0;
@@ -197,8 +197,8 @@ std::string crash_book_clear() {
     names.emplace_back("crashes");
     for (const std::string &name : names)
         if (unlink((folder_in_use + "/" + name).c_str()) != 0 && errno != ENOENT) failed = errno;
-    return failed == 0 ? std::string()
-                       : folder_in_use + ": captures of crashes are still there: " + std::strerror(failed);
+    if (failed == 0) return {};
+    return {folder_in_use + ": captures of crashes are still there: " + std::strerror(failed)};
 }
 
 }  // namespace ravo::platform

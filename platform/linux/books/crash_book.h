@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "books/black_box.h"
+#include "fault.h"
 
 namespace ravo::platform {
 
@@ -38,8 +39,8 @@ void crash_book_open(const std::string &folder);
 const std::vector<kept_crash> &crash_book_all();
 const std::string &crash_book_folder();
 
-// Forgets all crashes and removes their captures. Returns an empty string, or why some are still there.
-[[nodiscard]] std::string crash_book_clear();
+// Forgets all crashes and removes their captures. The fault, if any: why some are still there.
+fault crash_book_clear();
 
 }  // namespace ravo::platform
 

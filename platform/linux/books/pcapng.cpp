@@ -69,8 +69,8 @@ void end_block(std::vector<std::uint8_t> &out, std::size_t at) {
     std::memcpy(out.data() + at + sizeof(std::uint32_t), &length, sizeof length);
 }
 
-std::string failure(const std::string &path, int reason) {
-    return "cannot write " + path + ": " + std::strerror(reason);
+fault failure(const std::string &path, int reason) {
+    return {"cannot write " + path + ": " + std::strerror(reason)};
 }
 
 // A whole path whose last part has a name before its ending.
@@ -81,8 +81,8 @@ bool is_capture_name(std::string_view path) {
     return path.starts_with('/') && std::any_of(name_ends.begin(), name_ends.end(), fits);
 }
 
-// Tells why nothing may be written into a folder, by its real path; empty when it may.
-std::string refuse_folder(const std::string &path, const std::string &real) {
+// Tells why nothing may be written into a folder, by its real path.
+fault refuse_folder(const std::string &path, const std::string &real) {
     if (real.empty()) return failure(path, errno);
     std::string known;
     for (const std::string &folder : folders) {
@@ -90,23 +90,24 @@ std::string refuse_folder(const std::string &path, const std::string &real) {
         if (!top.empty() && is_below(real, top)) return {};
         known += (known.empty() ? "" : ", ") + folder;
     }
-    return path + " stands in no folder for captures (" + known +
-           "); name another file, or allow its folder: [capture] in the switch description";
+    return {path + " stands in no folder for captures (" + known +
+            "); name another file, or allow its folder: [capture] in the switch description"};
 }
 
-// Tells why the file that is open may not be written to; empty when it may.
-std::string refuse_file(int fd, const std::string &path) {
+// Tells why the file that is open may not be written to.
+fault refuse_file(int fd, const std::string &path) {
     struct stat status {};
     if (fstat(fd, &status) != 0) return failure(path, errno);
-    if (!S_ISREG(status.st_mode)) return path + " is no regular file; name another";
-    if (status.st_nlink != 1) return path + " has other names too; name another file";
+    if (!S_ISREG(status.st_mode)) return {path + " is no regular file; name another"};
+    if (status.st_nlink != 1) return {path + " has other names too; name another file"};
     // Held as long as the file is open: two captures in one file would write over each other.
     if (flock(fd, LOCK_EX | LOCK_NB) != 0)
-        return errno == EWOULDBLOCK ? path + " is being captured to already; name another file" : failure(path, errno);
+        return errno == EWOULDBLOCK ? fault{path + " is being captured to already; name another file"}
+                                    : failure(path, errno);
     std::uint32_t first = 0;
     if (status.st_size == 0 || (pread(fd, &first, sizeof first, 0) == sizeof first && first == block_section))
         return {};
-    return path + " exists and is no capture; name another file";
+    return {path + " exists and is no capture; name another file"};
 }
 
 }  // namespace
@@ -159,23 +160,23 @@ pcapng_file::~pcapng_file() {
     if (fd_ >= 0) close(fd_);
 }
 
-std::string pcapng_file::open(const std::string &path) {
+fault pcapng_file::open(const std::string &path) {
     if (!is_capture_name(path))
-        return "\"" + path + "\" is no file for a capture; give a whole path that ends in .pcapng or .pcap";
+        return {"\"" + path + "\" is no file for a capture; give a whole path that ends in .pcapng or .pcap"};
     const std::string place = real_path(folder_of(path));
-    const std::string misplaced = refuse_folder(path, place);
-    if (!misplaced.empty()) return misplaced;
+    const fault misplaced = refuse_folder(path, place);
+    if (misplaced) return misplaced;
     const std::string file = place + path.substr(path.rfind('/'));
     // A pipe or a device in the file's place must not hold the daemon up.
     const int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
-    if (fd < 0 && errno == ELOOP) return path + " is a symbolic link; name the file itself";
-    if (fd < 0 && (errno == EISDIR || errno == ENXIO)) return path + " is no regular file; name another";
+    if (fd < 0 && errno == ELOOP) return {path + " is a symbolic link; name the file itself"};
+    if (fd < 0 && (errno == EISDIR || errno == ENXIO)) return {path + " is no regular file; name another"};
     if (fd < 0) return failure(path, errno);
-    const std::string reason = refuse_file(fd, path);
-    if (!reason.empty() || fchmod(fd, 0600) != 0 || ftruncate(fd, 0) != 0) {
-        const std::string why = reason.empty() ? failure(path, errno) : reason;
+    fault wrong = refuse_file(fd, path);
+    if (wrong || fchmod(fd, 0600) != 0 || ftruncate(fd, 0) != 0) {
+        if (!wrong) wrong = failure(path, errno);
         close(fd);
-        return why;
+        return wrong;
     }
     if (fd_ >= 0) close(fd_);
     fd_ = fd;
@@ -186,14 +187,14 @@ std::string pcapng_file::open(const std::string &path) {
     return put(room_);
 }
 
-std::string pcapng_file::write(std::int64_t time_us, std::span<const std::uint8_t> frame, std::string_view comment,
-                               std::span<const std::uint8_t> tag) {
+fault pcapng_file::write(std::int64_t time_us, std::span<const std::uint8_t> frame, std::string_view comment,
+                         std::span<const std::uint8_t> tag) {
     room_.clear();
     pcapng_frame(room_, time_us, frame, comment, tag);
     return put(room_);
 }
 
-std::string pcapng_file::put(const std::vector<std::uint8_t> &bytes) {
+fault pcapng_file::put(const std::vector<std::uint8_t> &bytes) {
     if (fd_ < 0) return failure(path_, EBADF);
     std::size_t done = 0;
     while (done < bytes.size()) {

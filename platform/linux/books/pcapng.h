@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "fault.h"
+
 namespace ravo::platform {
 
 // Appends the head of a capture: one section with one interface, Ethernet, times in microseconds.
@@ -33,20 +35,20 @@ class pcapng_file {
 
     // Makes the file and writes the head. path: absolute, ending in ".pcapng" or ".pcap", in or below a folder for
     // captures, whatever links its folders are. A new file gets mode 0600;
-    // one that is there is replaced when it is a capture or empty, and refused when it is anything else. Returns an
-    // empty string, or the reason in one line.
-    [[nodiscard]] std::string open(const std::string &path);
+    // one that is there is replaced when it is a capture or empty, and refused when it is anything else. The
+    // fault, if any: the reason in one line.
+    fault open(const std::string &path);
 
-    // Writes one frame, as pcapng_frame makes it. Returns an empty string, or the reason in one line; the file then
+    // Writes one frame, as pcapng_frame makes it. The fault, if any: the reason in one line; the file then
     // ends behind its last whole frame.
-    [[nodiscard]] std::string write(std::int64_t time_us, std::span<const std::uint8_t> frame, std::string_view comment,
-                                    std::span<const std::uint8_t> tag = {});
+    fault write(std::int64_t time_us, std::span<const std::uint8_t> frame, std::string_view comment,
+                std::span<const std::uint8_t> tag = {});
 
     // Bytes written.
     std::uint64_t size() const { return size_; }
 
   private:
-    std::string put(const std::vector<std::uint8_t> &bytes);
+    fault put(const std::vector<std::uint8_t> &bytes);
 
     std::string path_;
     int fd_ = -1;

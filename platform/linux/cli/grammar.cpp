@@ -77,29 +77,29 @@ bool read_token(std::string_view text, token *out) {
 }
 
 // Reads the tokens of one item, which are separated by separator.
-std::string read_tokens(std::string_view text, char separator, item *out) {
+fault read_tokens(std::string_view text, char separator, item *out) {
     for (std::size_t at = 0; at <= text.size();) {
         const std::size_t end = std::min(text.find(separator, at), text.size());
         const std::string_view part = trim(text.substr(at, end - at));
         at = end + 1;
         if (part.empty() && separator == ' ') continue;
         token read;
-        if (!read_token(part, &read)) return "\"" + std::string(part) + "\" is no word of a command";
+        if (!read_token(part, &read)) return {"\"" + std::string(part) + "\" is no word of a command"};
         if (separator == '|' && read.kind != token_kind::keyword)
-            return "\"" + std::string(part) + "\" cannot be chosen: only keywords can";
+            return {"\"" + std::string(part) + "\" cannot be chosen: only keywords can"};
         // Without their keywords a handler could not tell which of the groups and choices were typed.
         read.argument = read.argument || out->optional || out->choice;
         out->tokens.push_back(std::move(read));
     }
-    return out->tokens.empty() ? "an empty group" : "";
+    return {out->tokens.empty() ? "an empty group" : ""};
 }
 
 // Reads the item at the beginning of the text and removes it there.
-std::string read_item(std::string_view *text, item *out) {
+fault read_item(std::string_view *text, item *out) {
     const char open = text->front();
     const bool group = open == '[' || open == '{';
     const std::size_t end = group ? text->find(open == '[' ? ']' : '}') : text->find_first_of(" [{");
-    if (group && end == std::string_view::npos) return std::string("a \"") + open + "\" that is not closed";
+    if (group && end == std::string_view::npos) return {std::string("a \"") + open + "\" that is not closed"};
     const std::string_view part = group ? text->substr(1, end - 1) : text->substr(0, end);
     text->remove_prefix(group ? end + 1 : std::min(end, text->size()));
     out->optional = open == '[';
@@ -131,17 +131,16 @@ std::string bounded_number(const std::string &typed) {
 
 }  // namespace
 
-std::string compile(const char *text, const char *const *help, grammar *out) {
+fault compile(const char *text, const char *const *help, grammar *out) {
     grammar read;
     std::string_view rest = trim(text == nullptr ? "" : text);
     for (; !rest.empty(); rest = trim(rest)) {
         item part;
-        const std::string fault = read_item(&rest, &part);
-        if (!fault.empty()) return fault;
+        if (fault wrong = read_item(&rest, &part)) return wrong;
         read.items.push_back(std::move(part));
     }
-    if (read.items.empty()) return "no words";
-    if (read.items.front().optional) return "it begins with an optional group";
+    if (read.items.empty()) return {"no words"};
+    if (read.items.front().optional) return {"it begins with an optional group"};
     set_help(help, &read);
     *out = std::move(read);
     return {};

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cli/words.h"
+#include "fault.h"
 
 namespace ravo::cli {
 
@@ -42,9 +43,9 @@ struct grammar {
     std::vector<item> items;
 };
 
-// Takes a definition's text apart. help: a text for each word in order, NULL at the end, or NULL. Returns an empty
-// string, or what is wrong with the text.
-[[nodiscard]] std::string compile(const char *text, const char *const *help, grammar *out);
+// Takes a definition's text apart. help: a text for each word in order, NULL at the end, or NULL. The fault, if any:
+// what is wrong with the text.
+fault compile(const char *text, const char *const *help, grammar *out);
 
 // A place in a command: before a token of an item.
 struct position {

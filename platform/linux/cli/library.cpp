@@ -38,50 +38,50 @@ std::size_t explained_words_of(const grammar &form) {
     return count;
 }
 
-// What is wrong with what a command says of itself beside its text; empty when nothing is.
-std::string fault_of_traits(const command &made) {
+// What is wrong with what a command says of itself beside its text.
+fault fault_of_traits(const command &made) {
     const command_traits &traits = made.traits;
     const bool changes = traits.effect != command_effect::looks && traits.effect != command_effect::session;
     if (traits.who == audience::viewers && (changes || made.privilege > viewer_privilege))
-        return "it is for viewers, but changes something or asks for more privilege than they have";
-    if (traits.json != nullptr && traits.effect != command_effect::looks) return "it has JSON, but shows nothing";
-    if ((traits.json == nullptr) != (traits.schema == nullptr)) return "JSON and its schema come together";
+        return {"it is for viewers, but changes something or asks for more privilege than they have"};
+    if (traits.json != nullptr && traits.effect != command_effect::looks) return {"it has JSON, but shows nothing"};
+    if ((traits.json == nullptr) != (traits.schema == nullptr)) return {"JSON and its schema come together"};
     if (traits.held != nullptr && traits.effect != command_effect::setting)
-        return "it is compared with the settings in force, but makes none";
+        return {"it is compared with the settings in force, but makes none"};
     return {};
 }
 
-std::string fault_of(const cli_tree &tree, const command &made) {
-    if (made.handler == nullptr) return "it has no handler";
-    if (!is_known_mode(made.mode)) return "there is no mode " + std::to_string(made.mode);
+fault fault_of(const cli_tree &tree, const command &made) {
+    if (made.handler == nullptr) return {"it has no handler"};
+    if (!is_known_mode(made.mode)) return {"there is no mode " + std::to_string(made.mode)};
     if (made.privilege < lowest_privilege || made.privilege > program_privilege)
-        return "there is no privilege " + std::to_string(made.privilege);
+        return {"there is no privilege " + std::to_string(made.privilege)};
     const auto is_same = [&](const command &each) {
         return each.mode == made.mode && trim(each.text) == trim(made.text);
     };
-    if (std::any_of(tree.commands.begin(), tree.commands.end(), is_same)) return "it is there already";
+    if (std::any_of(tree.commands.begin(), tree.commands.end(), is_same)) return {"it is there already"};
     return fault_of_traits(made);
 }
 
-// Puts a command into the tree. help: one text a word, NULL at the end; NULL for none at all. Returns an empty string,
-// or what is wrong with it.
-std::string add(cli_tree *tree, command made, const char *const *help) {
-    std::string fault = compile(made.text.c_str(), help, &made.form);
-    if (fault.empty()) fault = fault_of(*tree, made);
+// Puts a command into the tree. help: one text a word, NULL at the end; NULL for none at all. The fault, if
+// any: what is wrong with it.
+fault add(cli_tree *tree, command made, const char *const *help) {
+    fault wrong = compile(made.text.c_str(), help, &made.form);
+    if (!wrong) wrong = fault_of(*tree, made);
     std::size_t texts = 0;
     while (help != nullptr && help[texts] != nullptr) ++texts;
     const bool explained = texts == words_of(made.form) && texts == explained_words_of(made.form);
     // A daemon may leave its commands without help; a list that does not fit the words is a fault.
-    if (fault.empty() && !explained && (help != nullptr || !made.of_daemon))
-        fault = "it has " + std::to_string(words_of(made.form)) + " words and help for " + std::to_string(texts);
-    if (fault.empty()) tree->commands.push_back(std::move(made));
-    return fault;
+    if (!wrong && !explained && (help != nullptr || !made.of_daemon))
+        wrong.text = "it has " + std::to_string(words_of(made.form)) + " words and help for " + std::to_string(texts);
+    if (!wrong) tree->commands.push_back(std::move(made));
+    return wrong;
 }
 
-int report(const char *text, const std::string &fault) {
-    if (fault.empty()) return 0;
+int report(const char *text, const fault &wrong) {
+    if (!wrong) return 0;
     platform::log_line(platform::log_level_error, "commands: \"%s\" cannot be installed: %s",
-                       text == nullptr ? "" : text, fault.c_str());
+                       text == nullptr ? "" : text, wrong.text.c_str());
     return -1;
 }
 

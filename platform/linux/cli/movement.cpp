@@ -50,9 +50,9 @@ int do_command(struct cli *cli, int /*argc*/, char **argv) {
 
 int interface_range(struct cli *cli, int /*argc*/, char **argv) {
     std::vector<std::uint16_t> vlans;
-    const std::string fault = read_vlan_list(argv[0], &vlans);
-    if (!fault.empty()) {
-        cli->print(cli->print_handle, "%% Invalid VLAN list: %s\n", fault.c_str());
+    const fault wrong = read_vlan_list(argv[0], &vlans);
+    if (wrong) {
+        cli->print(cli->print_handle, "%% Invalid VLAN list: %s\n", wrong.text.c_str());
         return 1;
     }
     std::vector<struct interface *> range;

@@ -62,7 +62,7 @@ class reader {
   public:
     reader(std::string_view text, pattern *out) : text_(text), out_(out) {}
 
-    // Returns an empty string, or what is wrong.
+    // What is wrong with the text; nothing when it is a pattern.
     std::string read() {
         const part whole = alternatives();
         out_->first = whole.first;

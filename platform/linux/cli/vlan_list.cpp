@@ -29,27 +29,27 @@ struct id_range {
     unsigned last = 0;
 };
 
-std::string read_range(std::string_view text, id_range *out) {
+fault read_range(std::string_view text, id_range *out) {
     const std::size_t dash = text.find('-');
     out->first = read_id(text.substr(0, dash));
     out->last = dash == std::string_view::npos ? out->first : read_id(text.substr(dash + 1));
     const std::string quoted = "\"" + std::string(text) + "\"";
     if (out->first == 0 || out->last == 0)
-        return quoted + " is neither a VLAN id from 1 to 4094 nor a range of them such as 20-30";
-    if (out->first > out->last) return quoted + " is a range whose end is below its beginning";
+        return {quoted + " is neither a VLAN id from 1 to 4094 nor a range of them such as 20-30"};
+    if (out->first > out->last) return {quoted + " is a range whose end is below its beginning"};
     return {};
 }
 
 }  // namespace
 
-std::string read_vlan_list(std::string_view text, std::vector<std::uint16_t> *out) {
+fault read_vlan_list(std::string_view text, std::vector<std::uint16_t> *out) {
     std::vector<std::uint16_t> ids;
     std::array<bool, last_vlan_id + 1> listed{};
     for (std::size_t at = 0; at <= text.size();) {
         const std::size_t end = std::min(text.find(',', at), text.size());
         id_range range;
-        std::string fault = read_range(text.substr(at, end - at), &range);
-        if (!fault.empty()) return fault;
+        fault wrong = read_range(text.substr(at, end - at), &range);
+        if (wrong) return wrong;
         for (unsigned id = range.first; id <= range.last; ++id) {
             if (!listed[id]) ids.push_back(static_cast<std::uint16_t>(id));
             listed[id] = true;

@@ -8,11 +8,13 @@
 #include <string_view>
 #include <vector>
 
+#include "fault.h"
+
 namespace ravo::cli {
 
 // Reads a list of VLAN ids from 1 to 4094 and ranges of them. *out: the ids in the order of the list, each once.
-// Returns an empty string, or what is wrong, naming the item; *out is then unchanged.
-[[nodiscard]] std::string read_vlan_list(std::string_view text, std::vector<std::uint16_t> *out);
+// The fault, if any: what is wrong, naming the item; *out is then unchanged.
+fault read_vlan_list(std::string_view text, std::vector<std::uint16_t> *out);
 
 // The list of VLAN ids that stand in order, as ranges where they follow each other; empty for none.
 std::string vlan_list_text(const std::vector<std::uint16_t> &vlans);

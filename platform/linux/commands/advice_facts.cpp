@@ -115,9 +115,7 @@ bool is_port_taken() {
 
 bool has_trap() {
     platform::switch_description description;
-    std::string fault;
-    if (!platform::switch_description_read(platform::frame_get_options().switch_file, /*optional=*/true, &description,
-                                           &fault))
+    if (platform::switch_description_read(platform::frame_get_options().switch_file, /*optional=*/true, &description))
         return true;  // nobody knows; the log says what is wrong with it
     if (description.channel.trap) return true;
     for (const platform::described_port &port : description.ports)

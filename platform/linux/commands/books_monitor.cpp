@@ -74,8 +74,8 @@ std::vector<std::uint8_t> tag_bytes(const platform::book_tag &tag) {
 void capture(message_monitor &monitor, const platform::book_entry &entry, std::span<const std::uint8_t> frame) {
     if (monitor.capture.size() + frame.size() > monitor.wanted.limit)
         return give_up(monitor, "The capture has reached its size\n", 0);
-    const std::string fault = monitor.capture.write(entry.time_us, frame, entry_line(entry), tag_bytes(entry.tag));
-    if (!fault.empty()) return give_up(monitor, "% " + fault + "\n", 1);
+    if (const fault wrong = monitor.capture.write(entry.time_us, frame, entry_line(entry), tag_bytes(entry.tag)))
+        return give_up(monitor, "% " + wrong.text + "\n", 1);
     ++monitor.frames;
 }
 
@@ -92,19 +92,18 @@ int stop(message_monitor &monitor) {
     return 0;
 }
 
-// Reads the optional words, each with its value behind it. Returns an empty string, or the line that tells what is
-// wrong.
-std::string read_request(int argc, char **argv, monitor_request *out) {
+// Reads the optional words, each with its value behind it. The fault, if any: the line that tells what is wrong.
+fault read_request(int argc, char **argv, monitor_request *out) {
     for (int i = 0; i + 1 < argc; i += 2) {
         const std::string_view word = argv[i], value = argv[i + 1];
         if (word == "mac") {
             out->client = read_mac(value);
-            if (!out->client) return bad_mac_line(value);
+            if (!out->client) return {bad_mac_line(value)};
         } else if (word == "vlan") {
             out->vlan = static_cast<std::uint16_t>(std::atoi(argv[i + 1]));
         } else if (word == "port") {
             const auto port = read_port_name(value);
-            if (!port) return bad_port_line(value);
+            if (!port) return {bad_port_line(value)};
             out->port_ifindex = *port;
         } else if (word == "pcap") {
             out->file = value;
@@ -123,8 +122,8 @@ int begin(struct cli *cli, monitor_request wanted) {
     if (!s.output.stream_end || session_streaming(s))
         return books_refuse(cli, "% This session cannot show messages as they come\n");
     if (!monitor->wanted.file.empty()) {
-        const std::string fault = monitor->capture.open(monitor->wanted.file);
-        if (!fault.empty()) return books_refuse(cli, "% " + fault + "\n");
+        if (const fault wrong = monitor->capture.open(monitor->wanted.file))
+            return books_refuse(cli, "% " + wrong.text + "\n");
         platform::log_line(platform::log_level_warning, "messages are captured in %s for user %s",
                            monitor->wanted.file.c_str(), s.user.c_str());
     }
@@ -140,8 +139,8 @@ int begin(struct cli *cli, monitor_request wanted) {
 int monitor_to_session(struct cli *cli, int argc, char **argv, bool as_json) {
     monitor_request wanted;
     wanted.as_json = as_json;
-    const std::string fault = read_request(argc, argv, &wanted);
-    return fault.empty() ? begin(cli, std::move(wanted)) : books_refuse(cli, fault);
+    const fault wrong = read_request(argc, argv, &wanted);
+    return wrong ? books_refuse(cli, wrong.text) : begin(cli, std::move(wanted));
 }
 
 int monitor_messages(struct cli *cli, int argc, char **argv) {
@@ -161,9 +160,9 @@ int monitor_to_file(struct cli *cli, int argc, char **argv) {
                                std::string_view(argv[file]) == "port"))
         file += 2;
     wanted.file = argv[file];
-    std::string fault = read_request(file, argv, &wanted);
-    if (fault.empty()) fault = read_request(argc - file - 1, argv + file + 1, &wanted);
-    return fault.empty() ? begin(cli, std::move(wanted)) : books_refuse(cli, fault);
+    fault wrong = read_request(file, argv, &wanted);
+    if (!wrong) wrong = read_request(argc - file - 1, argv + file + 1, &wanted);
+    return wrong ? books_refuse(cli, wrong.text) : begin(cli, std::move(wanted));
 }
 
 constexpr char monitor_word[] = "Show what happens as it happens";

@@ -78,8 +78,8 @@ int crashes_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_writ
 
 int clear_crashes(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     platform::black_box_release();
-    const std::string fault = platform::crash_book_clear();
-    return fault.empty() ? 0 : books_refuse(cli, "% " + fault + "\n");
+    const fault wrong = platform::crash_book_clear();
+    return wrong ? books_refuse(cli, "% " + wrong.text + "\n") : 0;
 }
 
 constexpr command_row rows[] = {

@@ -151,35 +151,33 @@ std::vector<platform::described_port> undescribed(const platform::switch_descrip
     return out;
 }
 
-// Appends tables to the file and judges the result. Returns what keeps it from being the new description.
-std::string describe_ports(const std::string &path, const std::vector<platform::described_port> &ports) {
+// Appends tables to the file and judges the result. The fault: what keeps it from being the new description.
+fault describe_ports(const std::string &path, const std::vector<platform::described_port> &ports) {
     constexpr std::size_t most = 4u << 20;
     constexpr mode_t mode = 0644;
     std::string text;
     const int failed = platform::read_file(path, most, &text);
-    if (failed != 0 && failed != ENOENT) return path + " cannot be read: " + std::strerror(failed);
+    if (failed != 0 && failed != ENOENT) return {path + " cannot be read: " + std::strerror(failed)};
     if (!text.empty() && text.back() != '\n') text += '\n';
     text += "\n# Ports as \"copy ports switch-description\" found them.\n" + platform::switch_description_ports(ports);
     platform::switch_description description;
     const std::vector<std::string> faults = platform::switch_description_parse(text, path, &description);
-    if (!faults.empty()) return "The ports do not fit into " + path + ", which stays as it is: " + faults.front();
+    if (!faults.empty()) return {"The ports do not fit into " + path + ", which stays as it is: " + faults.front()};
     return save_file(path, text, mode);
 }
 
 int copy_ports(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     const platform::frame_options &options = platform::frame_get_options();
     platform::switch_description description;
-    std::string fault;
-    if (!platform::switch_description_read(options.switch_file, /*optional=*/true, &description, &fault))
-        return fail(cli, fault);
+    if (const fault wrong = platform::switch_description_read(options.switch_file, /*optional=*/true, &description))
+        return fail(cli, wrong.text);
     const std::vector<platform::described_port> ports = undescribed(description);
     if (ports.empty()) {
         cli->print(cli->print_handle, "Each port that is there has its number in %s already\n",
                    options.switch_file.c_str());
         return 0;
     }
-    fault = describe_ports(options.switch_file, ports);
-    if (!fault.empty()) return fail(cli, fault);
+    if (const fault wrong = describe_ports(options.switch_file, ports)) return fail(cli, wrong.text);
     platform::frame_reload();
     cli->print(cli->print_handle, "%zu ports added to %s\n", ports.size(), options.switch_file.c_str());
     return 0;

@@ -49,8 +49,8 @@ int change_vlans(struct cli *cli, const char *list, bool add) {
     const relay_access *relay = platform::relay_data();
     if (relay == nullptr) return no_relay(cli);
     std::vector<std::uint16_t> vlans;
-    const std::string fault = read_vlan_list(list, &vlans);
-    if (!fault.empty()) return fail(cli, "Invalid VLAN list: " + fault);
+    const fault wrong = read_vlan_list(list, &vlans);
+    if (wrong) return fail(cli, "Invalid VLAN list: " + wrong.text);
     vlan_request request{};
     std::memcpy(request.data(), vlans.data(), 2 * vlans.size());
     request[list_bytes] = add ? 1 : 0;

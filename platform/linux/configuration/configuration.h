@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "fault.h"
+
 struct cli_tree;
 
 namespace ravo::cli {
@@ -38,10 +40,9 @@ std::string extra_section(std::string_view daemon_text);
 
 // Replaces a file by this text so that, whatever happens meanwhile, the file holds its old or its new text, whole, and
 // on the disk before the function returns. What the file held before is kept as PATH.1. A symbolic link is
-// followed. Returns an empty string, or one line with the reason; the file is then untouched.
+// followed. The fault, if any: one line with the reason; the file is then untouched.
 // versions: how many of the files before are kept, as PATH.1, the last one, to PATH.5.
-[[nodiscard]] std::string save_file(const std::string &path, std::string_view text, mode_t mode = 0600,
-                                    int versions = 1);
+fault save_file(const std::string &path, std::string_view text, mode_t mode = 0600, int versions = 1);
 
 // Versions of the saved configuration that are kept beside the one in use.
 inline constexpr int saved_versions = 5;
@@ -51,13 +52,13 @@ inline constexpr int saved_versions = 5;
 void unconfirmed_resume();
 void unconfirmed_end();
 
-// Removes a file, or what a symbolic link leads to; PATH.1 stays. Returns an empty string, also when there is no such
-// file, or one line with the reason.
-[[nodiscard]] std::string erase_file(const std::string &path);
+// Removes a file, or what a symbolic link leads to; PATH.1 stays. That there is no such file is no
+// fault.
+fault erase_file(const std::string &path);
 
 // Why a path may be neither replaced nor erased: something else than an ordinary file is there, such as /dev/null.
-// Empty when it may; a path where nothing is may.
-std::string not_a_file(const std::string &path);
+// A path where nothing is may.
+fault not_a_file(const std::string &path);
 
 // Most bytes that a file of commands may have.
 inline constexpr std::size_t configuration_limit = 64u << 20;

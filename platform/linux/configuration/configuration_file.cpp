@@ -60,28 +60,29 @@ std::string remedy(const std::string &path, int error) {
 
 }  // namespace
 
-std::string not_a_file(const std::string &path) {
+fault not_a_file(const std::string &path) {
     struct stat status;
     if (stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode)) return {};
-    return S_ISDIR(status.st_mode) ? "it is a folder" : "it is a device or the like, not a file";
+    return {S_ISDIR(status.st_mode) ? "it is a folder" : "it is a device or the like, not a file"};
 }
 
-std::string save_file(const std::string &name, std::string_view text, mode_t mode, int versions) {
+fault save_file(const std::string &name, std::string_view text, mode_t mode, int versions) {
     const std::string path = behind_links(name);
-    const std::string fault = not_a_file(path);
-    if (!fault.empty()) return path + " cannot be written: " + fault;
+    const fault wrong = not_a_file(path);
+    if (wrong) return {path + " cannot be written: " + wrong.text};
     int failed = keep_predecessor(path, text, mode, versions);
-    if (failed != 0) return path + ".1 cannot be written: " + std::strerror(failed) + remedy(path, failed);
+    if (failed != 0) return {path + ".1 cannot be written: " + std::strerror(failed) + remedy(path, failed)};
     failed = replace_file(path, text, mode);
-    if (failed != 0) return path + " cannot be written: " + std::strerror(failed) + remedy(path, failed);
+    if (failed != 0) return {path + " cannot be written: " + std::strerror(failed) + remedy(path, failed)};
     return {};
 }
 
-std::string erase_file(const std::string &name) {
+fault erase_file(const std::string &name) {
     const std::string path = behind_links(name);
     int failed = unlink(path.c_str()) == 0 ? platform::sync_folder_of(path) : errno;
     if (failed == ENOENT) failed = 0;
-    return failed == 0 ? std::string() : path + " cannot be erased: " + std::strerror(failed);
+    if (failed == 0) return {};
+    return {path + " cannot be erased: " + std::strerror(failed)};
 }
 
 }  // namespace ravo::cli

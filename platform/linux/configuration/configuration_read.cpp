@@ -82,10 +82,10 @@ std::uint32_t policy_number(std::string_view name) {
 using words = std::vector<std::string>;
 
 // Adds VLANs to the list of local relay or takes them out. Returns what is wrong with the list.
-std::string change_vlans(configuration &of, const std::string &list, bool add) {
+fault change_vlans(configuration &of, const std::string &list, bool add) {
     std::vector<std::uint16_t> vlans;
-    const std::string fault = read_vlan_list(list, &vlans);
-    if (!fault.empty()) return "Invalid VLAN list: " + fault;
+    const fault wrong = read_vlan_list(list, &vlans);
+    if (wrong) return {"Invalid VLAN list: " + wrong.text};
     for (const std::uint16_t vlan : vlans) {
         if (add)
             of.local_relay_vlans.insert(vlan);
@@ -105,19 +105,20 @@ void trust_all(configuration &of) {
     trust_interfaces_there(&of);
 }
 
-std::string forget_interface(configuration &of, const std::string &name) {
+fault forget_interface(configuration &of, const std::string &name) {
     const std::uint16_t vlan = platform::vlan_of_name(name.starts_with("vlan") ? name : "vlan" + name);
-    return of.interfaces.erase(vlan) != 0 ? "" : "No settings wait for interface vlan" + std::to_string(vlan);
+    if (of.interfaces.erase(vlan) != 0) return {};
+    return {"No settings wait for interface vlan" + std::to_string(vlan)};
 }
 
 struct global_row {
     std::string_view command;
-    // Makes the setting. Returns an empty string, or what is wrong.
-    std::string (*set)(configuration &of, const words &arguments);
+    // Makes the setting. The fault, if any: what is wrong.
+    fault (*set)(configuration &of, const words &arguments);
 };
 
 template <auto change>
-std::string with(configuration &of, const words & /*arguments*/) {
+fault with(configuration &of, const words & /*arguments*/) {
     change(of);
     return {};
 }
@@ -138,12 +139,12 @@ constexpr global_row global_rows[] = {
     {"ip dhcp relay information policy {keep|drop|replace}",
      [](configuration &of, const words &arguments) {
          of.policy = policy_number(arguments.at(0));
-         return std::string();
+         return fault{};
      }},
     {"ip dhcp relay hops <1-16>",
      [](configuration &of, const words &arguments) {
          of.hops = static_cast<std::uint32_t>(std::atoi(arguments.at(0).c_str()));
-         return std::string();
+         return fault{};
      }},
     {"ip dhcp local-relay vlan LIST",
      [](configuration &of, const words &arguments) { return change_vlans(of, arguments.at(0), /*add=*/true); }},
@@ -171,9 +172,9 @@ int take_global(reader &r, const relay_call &call) {
     const auto *const row = std::find_if(std::begin(global_rows), std::end(global_rows),
                                          [&](const global_row &each) { return each.command == call.command; });
     if (row == std::end(global_rows)) return refuse(call, "This cannot be part of a configuration");
-    const std::string fault = row->set(*r.out, call.arguments);
+    const fault wrong = row->set(*r.out, call.arguments);
     r.bench.clear();  // it may have changed what the bench has a copy of
-    return fault.empty() ? 0 : refuse(call, fault);
+    return wrong ? refuse(call, wrong.text) : 0;
 }
 
 int take_setting(reader &r, const relay_call &call, const std::function<int()> &run) {

@@ -131,24 +131,25 @@ int show_startup(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 int save(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     std::string text;
     const bool whole = write_configuration(&text);
-    const std::string reason =
-        whole ? save_file(startup_path(), text, 0600, saved_versions)
-              : "memory is short, the configuration cannot be written whole; " + startup_path() + " is as it was";
-    if (!reason.empty()) {
-        platform::log_line(platform::log_level_error, "configuration not saved: %s", reason.c_str());
-        return fail(cli, reason);
+    const fault wrong =
+        whole
+            ? save_file(startup_path(), text, 0600, saved_versions)
+            : fault{"memory is short, the configuration cannot be written whole; " + startup_path() + " is as it was"};
+    if (wrong) {
+        platform::log_line(platform::log_level_error, "configuration not saved: %s", wrong.text.c_str());
+        return fail(cli, wrong.text);
     }
     cli->print(cli->print_handle, "Saved as %s\n", startup_path().c_str());
     return 0;
 }
 
 int erase(struct cli *cli, int /*argc*/, char ** /*argv*/) {
-    const std::string fault = not_a_file(startup_path());
-    if (!fault.empty()) return fail(cli, startup_path() + " cannot be erased: " + fault);
+    if (const fault no_file = not_a_file(startup_path()))
+        return fail(cli, startup_path() + " cannot be erased: " + no_file.text);
     const session &s = session_of(cli);
     if (s.output.confirm && !s.output.confirm("Erase the startup configuration?")) return 1;
-    const std::string reason = erase_file(startup_path());
-    return reason.empty() ? 0 : fail(cli, reason);
+    const fault wrong = erase_file(startup_path());
+    return wrong ? fail(cli, wrong.text) : 0;
 }
 
 int load(struct cli *cli, int /*argc*/, char ** /*argv*/) {

@@ -43,7 +43,7 @@ std::string go_to(const configuration &wanted) {
 
 }  // namespace
 
-std::string make_running(const configuration &wanted) {
+fault make_running(const configuration &wanted) {
     const turns_undivided whole;
     const kept_opening opening;
     const configuration before = running_model();
@@ -54,9 +54,9 @@ std::string make_running(const configuration &wanted) {
     if (!difference(running_model(), before).empty())
         platform::log_line(platform::log_level_error,
                            "configuration: what could not be replaced could not be put back whole either");
-    std::string fault = "The configuration could not be made the running one, the one before is in force again;";
-    for (const difference_line &line : left) fault += std::string(" ") + line.sign + line.text;
-    return fault + (refusal.empty() ? "" : "; " + refusal);
+    std::string text = "The configuration could not be made the running one, the one before is in force again;";
+    for (const difference_line &line : left) text += std::string(" ") + line.sign + line.text;
+    return {text + (refusal.empty() ? "" : "; " + refusal)};
 }
 
 std::string text_of(const configuration &of) {

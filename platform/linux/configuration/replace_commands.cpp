@@ -62,13 +62,13 @@ replace_wish wish_of(int argc, char **argv, int first) {
 
 // Puts the configuration in force. before: what was.
 int carry_out(session &s, const configuration &before, const configuration &wanted, std::size_t changes, int minutes) {
-    const std::string fault = make_running(wanted);
-    if (!fault.empty()) return fail(s, fault);
+    const fault wrong = make_running(wanted);
+    if (wrong) return fail(s, wrong.text);
     platform::log_line(platform::log_level_start, "configuration: %s changed by %s, the whole was replaced",
                        count_text(changes).c_str(), s.user.c_str());
     if (minutes == 0) return 0;
-    const std::string remark = unconfirmed_begin(text_of(before), minutes);
-    if (!remark.empty()) (void)emit(s, "% " + remark + "\n");
+    const fault remark = unconfirmed_begin(text_of(before), minutes);
+    if (remark) (void)emit(s, "% " + remark.text + "\n");
     (void)emit(s, "It goes back in " + std::to_string(minutes) + (minutes == 1 ? " minute" : " minutes") +
                       " unless \"configure confirm\" comes before\n");
     return 0;
@@ -114,15 +114,16 @@ const std::string &startup_path() {
 }
 
 // Why a file may not be read for somebody: what stands elsewhere than the saved configuration is not theirs because it
-// is the daemon's. What is there and what is not is not told of those places either. Empty when it may.
-std::string refuse_place(const std::string &path) {
-    if (!path.starts_with('/')) return "\"" + path + "\" is no whole path, such as /etc/ravo/FILE";
+// is the daemon's. What is there and what is not is not told of those places either.
+fault refuse_place(const std::string &path) {
+    if (!path.starts_with('/')) return {"\"" + path + "\" is no whole path, such as /etc/ravo/FILE"};
     const std::string folder = platform::real_path(platform::folder_of(startup_path()));
     const std::string at = platform::real_path(platform::folder_of(path));
     const std::string real = platform::real_path(path);
     const bool inside = !folder.empty() && !at.empty() && platform::is_below(at, folder);
     if (inside && (real.empty() || platform::is_below(real, folder))) return {};
-    return path + " does not stand in " + platform::folder_of(startup_path()) + ", from where configurations are read";
+    return {path + " does not stand in " + platform::folder_of(startup_path()) +
+            ", from where configurations are read"};
 }
 
 // Tells whether everybody may read a file.
@@ -134,8 +135,8 @@ bool is_for_all(const std::string &path) {
 int replace_by_path(struct cli *cli, int argc, char **argv) {
     session &s = session_of(cli);
     const std::string path = argv[0];
-    const std::string fault = refuse_place(path);
-    if (!fault.empty()) return fail(s, fault);
+    const fault wrong = refuse_place(path);
+    if (wrong) return fail(s, wrong.text);
     std::string text;
     const int failed = platform::read_file(path, configuration_limit, &text);
     if (failed != 0) return fail(s, path + " cannot be read: " + std::strerror(failed));
@@ -178,12 +179,12 @@ int confirm(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 
 // ---- Showing ----
 
-// What differs between what is saved and what runs. Returns why that cannot be told; empty when it can.
-std::string unsaved(std::vector<difference_line> *lines) {
+// What differs between what is saved and what runs. The fault: why that cannot be told.
+fault unsaved(std::vector<difference_line> *lines) {
     const turns_undivided whole;
     std::string text;
     const int failed = platform::read_file(startup_path(), configuration_limit, &text);
-    if (failed != 0 && failed != ENOENT) return startup_path() + " cannot be read: " + std::strerror(failed);
+    if (failed != 0 && failed != ENOENT) return {startup_path() + " cannot be read: " + std::strerror(failed)};
     configuration saved;
     (void)read_model(text, &saved, [](std::size_t, const std::string &) {});
     *lines = difference(saved, running_model());
@@ -193,8 +194,8 @@ std::string unsaved(std::vector<difference_line> *lines) {
 int show_differences(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     session &s = session_of(cli);
     std::vector<difference_line> lines;
-    const std::string fault = unsaved(&lines);
-    if (!fault.empty()) return fail(s, fault);
+    const fault wrong = unsaved(&lines);
+    if (wrong) return fail(s, wrong.text);
     print_difference(s, lines);
     const std::size_t changes = count_changes(lines);
     (void)emit(s, changes == 0
@@ -207,8 +208,8 @@ int show_differences(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 
 int differences_json(struct cli *cli, int /*argc*/, char ** /*argv*/, json_writer &out) {
     std::vector<difference_line> lines;
-    const std::string fault = unsaved(&lines);
-    if (!fault.empty()) return fail(session_of(cli), fault);
+    const fault wrong = unsaved(&lines);
+    if (wrong) return fail(session_of(cli), wrong.text);
     json_open(out, "", '{');
     json_open(out, "lines", '[');
     for (const difference_line &line : lines) json_string(out, "", line.sign + line.text);

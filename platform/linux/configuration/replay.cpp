@@ -84,8 +84,8 @@ void restore_record(const session &s, const struct interface **entered) {
         platform::log_line(platform::log_level_error, "no memory for the record of interface %s", now->name);
 }
 
-// Runs a line. Returns an empty string, or why it failed.
-std::string replay_line(replayer &r, std::string_view line) {
+// Runs a line. The fault, if any: why it failed.
+fault replay_line(replayer &r, std::string_view line) {
     r.printed.clear();
     r.s->closed = false;  // "exit" leaves a section here, never the file
     line_fault fault;
@@ -100,8 +100,9 @@ std::string replay_line(replayer &r, std::string_view line) {
         else
             fault = there;
     }
-    if (fault.kind != fault_kind::none) return reason_of(fault, line, file_line_limit);
-    return result == 0 ? std::string() : reason_printed(r.printed, result);
+    if (fault.kind != fault_kind::none) return {reason_of(fault, line, file_line_limit)};
+    if (result == 0) return {};
+    return {reason_printed(r.printed, result)};
 }
 
 std::size_t count_commands(std::string_view text) {
@@ -132,11 +133,11 @@ int replay_lines(std::string_view text, const line_report &report, const std::fu
         const std::size_t end = text.find('\n');
         const std::string_view line = text.substr(0, end);
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-        const std::string reason = replay_line(r, line);
+        const fault wrong = replay_line(r, line);
         if (each) each(*r.s);
-        if (reason.empty()) continue;
+        if (!wrong) continue;
         ++failed;
-        report(number, reason + ": " + shortened(trim(line)));
+        report(number, wrong.text + ": " + shortened(trim(line)));
     }
     return failed;
 }

@@ -49,13 +49,13 @@ void go_back() {
     configuration wanted;
     (void)read_model(before_text, &wanted, [](std::size_t, const std::string &) {});
     const std::size_t changes = count_changes(difference(running_model(), wanted));
-    const std::string fault = make_running(wanted);
-    if (fault.empty())
+    const fault wrong = make_running(wanted);
+    if (!wrong)
         platform::log_line(platform::log_level_warning,
                            "configuration: not confirmed in time, the one before is in force again: %zu lines changed",
                            changes);
     else
-        platform::log_line(platform::log_level_error, "configuration: not confirmed in time; %s", fault.c_str());
+        platform::log_line(platform::log_level_error, "configuration: not confirmed in time; %s", wrong.text.c_str());
     forget();
 }
 
@@ -72,13 +72,14 @@ void arm() {
 
 }  // namespace
 
-std::string unconfirmed_begin(const std::string &before, int minutes) {
+fault unconfirmed_begin(const std::string &before, int minutes) {
     if (end_s == 0) before_text = before;
     end_s = now_s() + std::int64_t{60} * minutes;
     arm();
-    if (file_path().empty()) return "There is no state folder: a restart confirms the configuration";
+    if (file_path().empty()) return {"There is no state folder: a restart confirms the configuration"};
     const int failed = platform::replace_file(file_path(), std::to_string(end_s) + "\n" + before_text, file_mode);
-    return failed == 0 ? "" : file_path() + " cannot be written: " + std::strerror(failed) + "; a restart confirms";
+    if (failed == 0) return {};
+    return {file_path() + " cannot be written: " + std::strerror(failed) + "; a restart confirms"};
 }
 
 bool unconfirmed_confirm() {

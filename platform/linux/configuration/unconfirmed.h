@@ -10,11 +10,13 @@
 #include <optional>
 #include <string>
 
+#include "fault.h"
+
 namespace ravo::cli {
 
-// Begins the time. before: the configuration to go back to, as text; while an earlier one waits it is that. Returns an
-// empty string; or one line that says what a restart would do, as nothing is remembered.
-[[nodiscard]] std::string unconfirmed_begin(const std::string &before, int minutes);
+// Begins the time. before: the configuration to go back to, as text; while an earlier one waits it is that. The fault,
+// if any: one line that says what a restart would do, as nothing is remembered.
+fault unconfirmed_begin(const std::string &before, int minutes);
 
 // The configuration stays. Returns false when none waits to be confirmed.
 bool unconfirmed_confirm();

@@ -320,13 +320,13 @@ void add_all(rules &r, bool bpf) {
     if (bpf) add(r, SCMP_ACT_ALLOW, "bpf");
 }
 
-std::string failure(int reason) {
-    return std::string("cannot filter its system calls: ") + std::strerror(reason);
+fault failure(int reason) {
+    return {std::string("cannot filter its system calls: ") + std::strerror(reason)};
 }
 
 }  // namespace
 
-std::string call_filter_install(bool bpf) {
+fault call_filter_install(bool bpf) {
     note_names();
     if (const int reason = catch_forbidden_calls(); reason != 0) return failure(reason);
     const filter_ptr filter(seccomp_init(can_give_result ? SCMP_ACT_TRAP : SCMP_ACT_ERRNO(EPERM)));
@@ -337,7 +337,7 @@ std::string call_filter_install(bool bpf) {
     (void)seccomp_attr_set(filter.get(), SCMP_FLTATR_CTL_TSYNC, 1);     // a kernel without has no threads of ours yet
     (void)seccomp_attr_set(filter.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2);  // a tree instead of a row of comparisons
     const int result = seccomp_load(filter.get());
-    return result == 0 ? std::string() : failure(-result);
+    return result == 0 ? fault{} : failure(-result);
 }
 
 }  // namespace ravo::platform

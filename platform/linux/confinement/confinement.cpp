@@ -80,14 +80,15 @@ std::vector<std::string> confinement_capture_folders(const std::vector<std::stri
     return folders;
 }
 
-std::string confine(const frame_options &options, const confinement_wishes &wishes) {
+fault confine(const frame_options &options, const confinement_wishes &wishes) {
     // An init system that forbids the call has chosen the set itself.
     if (const int failed = capabilities_keep(needed_capabilities(wishes)); failed != 0 && failed != EPERM)
-        return std::string("cannot give up capabilities: ") + std::strerror(failed);
+        return {std::string("cannot give up capabilities: ") + std::strerror(failed)};
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
-        return std::string("cannot forgo new privileges: ") + std::strerror(errno);
-    const std::string fault = file_rules_install(wishes_of(options, wishes));
-    return fault.empty() && confinement_filters_calls ? call_filter_install(/*bpf=*/true) : fault;
+        return {std::string("cannot forgo new privileges: ") + std::strerror(errno)};
+    fault wrong = file_rules_install(wishes_of(options, wishes));
+    if (!wrong && confinement_filters_calls) wrong = call_filter_install(/*bpf=*/true);
+    return wrong;
 }
 
 }  // namespace ravo::platform

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "confinement/daemon_user.h"
+#include "fault.h"
 #include "process/frame.h"
 
 namespace ravo::platform {
@@ -43,9 +44,9 @@ inline constexpr bool confinement_filters_calls = false;
 inline constexpr bool confinement_filters_calls = true;
 #endif
 
-// Gives up the rest, for good. To be called while the process has one thread. Returns an empty string, or why it cannot
+// Gives up the rest, for good. To be called while the process has one thread. The fault, if any: why it cannot
 // be done.
-[[nodiscard]] std::string confine(const frame_options &options, const confinement_wishes &wishes);
+fault confine(const frame_options &options, const confinement_wishes &wishes);
 
 }  // namespace ravo::platform
 

@@ -56,50 +56,52 @@ bool may_change_user() {
 
 // One that is there belongs to who made it; what cannot be made is told by who needs it. The mask of the process must
 // not make it narrower: members of the groups have to get through.
-std::string make_folder(const own_folder &folder, const daemon_user *owner) {
+fault make_folder(const own_folder &folder, const daemon_user *owner) {
     const char *path = folder.path.c_str();
     if (folder.path.empty() || mkdir(path, folder.mode) != 0) return {};
-    if (chmod(path, folder.mode) != 0) return reason_of(folder.path + ": cannot set the folder's mode");
+    if (chmod(path, folder.mode) != 0) return {reason_of(folder.path + ": cannot set the folder's mode")};
     if (owner == nullptr || chown(path, owner->uid, owner->gid) == 0) return {};
-    return reason_of(folder.path + ": cannot give it to its user");
+    return {reason_of(folder.path + ": cannot give it to its user")};
 }
 
-std::string make_folders(const std::vector<own_folder> &folders, const daemon_user *owner) {
+fault make_folders(const std::vector<own_folder> &folders, const daemon_user *owner) {
     for (const own_folder &folder : folders) {
-        std::string fault = make_folder(folder, owner);
-        if (!fault.empty()) return fault;
+        fault wrong = make_folder(folder, owner);
+        if (wrong) return wrong;
     }
     return {};
 }
 
 // A starter that died meanwhile can give no sign any more.
-std::string die_with_starter(int order, pid_t starter) {
+fault die_with_starter(int order, pid_t starter) {
     if (order == 0) return {};
-    if (prctl(PR_SET_PDEATHSIG, order, 0, 0, 0) != 0) return reason_of("cannot keep the order to die with its starter");
+    if (prctl(PR_SET_PDEATHSIG, order, 0, 0, 0) != 0)
+        return {reason_of("cannot keep the order to die with its starter")};
     if (getppid() != starter) (void)raise(order);
     return {};
 }
 
-std::string change_to(const daemon_user &user, std::uint64_t capabilities) {
+fault change_to(const daemon_user &user, std::uint64_t capabilities) {
     int order = 0;
     const pid_t starter = getppid();
     (void)prctl(PR_GET_PDEATHSIG, &order, 0, 0, 0);
-    if (prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) != 0) return reason_of("cannot keep its capabilities");
+    if (prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) != 0) return {reason_of("cannot keep its capabilities")};
     capabilities_bound(capabilities);
-    if (setgroups(user.groups.size(), user.groups.data()) != 0) return reason_of("cannot take its groups");
-    if (setresgid(user.gid, user.gid, user.gid) != 0) return reason_of("cannot take its group");
-    if (setresuid(user.uid, user.uid, user.uid) != 0) return reason_of("cannot become it");
+    if (setgroups(user.groups.size(), user.groups.data()) != 0) return {reason_of("cannot take its groups")};
+    if (setresgid(user.gid, user.gid, user.gid) != 0) return {reason_of("cannot take its group")};
+    if (setresuid(user.uid, user.uid, user.uid) != 0) return {reason_of("cannot become it")};
     if (const int failed = capabilities_keep(capabilities); failed != 0)
-        return std::string("cannot keep its capabilities: ") + strerrordesc_np(failed);
+        return {std::string("cannot keep its capabilities: ") + strerrordesc_np(failed)};
     // What belongs to the process in /proc is the user's own again, as when an init system had started it.
-    if (prctl(PR_SET_DUMPABLE, 1, 0, 0, 0) != 0) return reason_of("cannot have its own entry in /proc");
+    if (prctl(PR_SET_DUMPABLE, 1, 0, 0, 0) != 0) return {reason_of("cannot have its own entry in /proc")};
     return die_with_starter(order, starter);
 }
 
-// Why the change is not made; empty: it can be.
-std::string obstacle(const frame_options &options, const std::optional<daemon_user> &user) {
-    if (!user) return "there is no user \"" + options.user + "\"";
-    return may_change_user() ? std::string() : "it has no capability to become user \"" + options.user + "\"";
+// Why the change is not made.
+fault obstacle(const frame_options &options, const std::optional<daemon_user> &user) {
+    if (!user) return {"there is no user \"" + options.user + "\""};
+    if (may_change_user()) return {};
+    return {"it has no capability to become user \"" + options.user + "\""};
 }
 
 }  // namespace
@@ -116,16 +118,17 @@ user_change user_become(const frame_options &options, std::uint64_t capabilities
     const bool is_root = geteuid() == 0;
     const std::optional<daemon_user> user = is_root || options.user_given ? find_user(options.user) : std::nullopt;
     const bool stays = (!is_root && !options.user_given) || (user && user->uid == geteuid());
-    if (stays) return {.fault = make_folders(folders, nullptr)};
-    if (!is_root) return {.fault = "option --user: only root can become user \"" + options.user + "\""};
-    const std::string missing = obstacle(options, user);
-    if (!missing.empty() && options.user_given) return {.fault = "option --user: " + missing};
-    if (!missing.empty())
-        return {.fault = make_folders(folders, nullptr),
-                .remark = missing + ": ravod keeps root's rights over files; see --user in ravod(8)"};
-    std::string fault = make_folders(folders, &*user);
-    if (fault.empty()) fault = change_to(*user, capabilities);
-    return {.fault = fault.empty() ? fault : "user \"" + options.user + "\": " + fault};
+    if (stays) return {.wrong = make_folders(folders, nullptr)};
+    if (!is_root) return {.wrong = {"option --user: only root can become user \"" + options.user + "\""}};
+    const fault missing = obstacle(options, user);
+    if (missing && options.user_given) return {.wrong = {"option --user: " + missing.text}};
+    if (missing)
+        return {.wrong = make_folders(folders, nullptr),
+                .remark = missing.text + ": ravod keeps root's rights over files; see --user in ravod(8)"};
+    fault wrong = make_folders(folders, &*user);
+    if (!wrong) wrong = change_to(*user, capabilities);
+    if (wrong) wrong = {"user \"" + options.user + "\": " + wrong.text};
+    return {.wrong = std::move(wrong)};
 }
 
 }  // namespace ravo::platform

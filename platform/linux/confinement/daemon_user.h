@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "fault.h"
 #include "process/frame.h"
 
 namespace ravo::platform {
@@ -20,7 +21,7 @@ struct own_folder {
 };
 
 struct user_change {
-    std::string fault{};   // why the daemon cannot start as it was asked to; empty: it can
+    fault wrong{};         // why the daemon cannot start as it was asked to
     std::string remark{};  // for the log, once there is one; empty: nothing to say
 };
 

@@ -88,13 +88,13 @@ int allow_all(int ruleset, const file_wishes &wishes, std::uint64_t known) {
     return 0;
 }
 
-std::string failure(int reason) {
-    return std::string("cannot lay down which files it may touch: ") + std::strerror(reason);
+fault failure(int reason) {
+    return {std::string("cannot lay down which files it may touch: ") + std::strerror(reason)};
 }
 
 }  // namespace
 
-std::string file_rules_install(const file_wishes &wishes) {
+fault file_rules_install(const file_wishes &wishes) {
     const long version = syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
     if (version < 1) return {};  // this kernel has none, or it is switched off
     const ruleset_record rights = wished_rights(static_cast<int>(version));

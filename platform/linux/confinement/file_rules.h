@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "fault.h"
+
 namespace ravo::platform {
 
 struct file_wishes {
@@ -15,9 +17,9 @@ struct file_wishes {
 
 // From now on and for good the process reads no files but those of the system's own folders and the ones wished for,
 // and writes none but below the latter; it connects to nobody by TCP and signals no other process. A folder that does
-// not exist now stays closed. Returns an empty string, also on a kernel that knows no such rules; else why they cannot
+// not exist now stays closed. It is no fault of a kernel that it knows no such rules; the fault is why they cannot
 // be put in place. For a process of one thread.
-[[nodiscard]] std::string file_rules_install(const file_wishes &wishes);
+fault file_rules_install(const file_wishes &wishes);
 
 }  // namespace ravo::platform
 

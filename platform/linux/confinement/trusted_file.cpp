@@ -41,38 +41,38 @@ std::string unreadable(const std::string &path) {
 }
 
 // Who can write: of a group other than root's, or anybody.
-std::string open_mode(const std::string &path, const struct stat &status) {
+fault open_mode(const std::string &path, const struct stat &status) {
     const bool group = (status.st_mode & S_IWGRP) != 0 && status.st_gid != 0;
     const bool others = (status.st_mode & S_IWOTH) != 0;
     if (!group && !others) return {};
-    return path + ": others may write it (mode " + mode_text(status.st_mode) + "); chmod " +
-           (group && others ? "go-w " : (group ? "g-w " : "o-w ")) + path;
+    return {path + ": others may write it (mode " + mode_text(status.st_mode) + "); chmod " +
+            (group && others ? "go-w " : (group ? "g-w " : "o-w ")) + path};
 }
 
 // In a folder with the sticky bit others cannot replace what is not theirs.
-std::string folder_fault(const std::string &file, uid_t daemon) {
+fault folder_fault(const std::string &file, uid_t daemon) {
     const std::string folder = folder_of(file);
     struct stat status {};
     if (stat(folder.c_str(), &status) != 0 || (status.st_mode & S_ISVTX) != 0) return {};
-    if (!is_ours(status.st_uid, daemon)) return foreign_owner(folder, status);
+    if (!is_ours(status.st_uid, daemon)) return {foreign_owner(folder, status)};
     return open_mode(folder, status);
 }
 
 }  // namespace
 
-std::string trusted_file_fault(const std::string &path, uid_t daemon) {
+fault trusted_file_fault(const std::string &path, uid_t daemon) {
     const std::unique_ptr<char, malloc_free> real(realpath(path.c_str(), nullptr));
-    if (real == nullptr && errno == EACCES) return unreadable(path);
+    if (real == nullptr && errno == EACCES) return {unreadable(path)};
     if (real == nullptr) return {};  // who reads it tells why it cannot be found
     const std::string file = real.get();
     struct stat status {};
     if (stat(file.c_str(), &status) != 0) return {};
     if (!S_ISREG(status.st_mode)) return {};  // who reads it tells
-    if (!is_ours(status.st_uid, daemon)) return foreign_owner(file, status);
-    std::string fault = open_mode(file, status);
-    if (fault.empty()) fault = folder_fault(file, daemon);
-    if (!fault.empty()) return fault;
-    return access(file.c_str(), R_OK) != 0 && errno == EACCES ? unreadable(file) : std::string();
+    if (!is_ours(status.st_uid, daemon)) return {foreign_owner(file, status)};
+    fault wrong = open_mode(file, status);
+    if (!wrong) wrong = folder_fault(file, daemon);
+    if (!wrong && access(file.c_str(), R_OK) != 0 && errno == EACCES) wrong = {unreadable(file)};
+    return wrong;
 }
 
 }  // namespace ravo::platform

@@ -7,13 +7,15 @@
 
 #include <string>
 
+#include "fault.h"
+
 namespace ravo::platform {
 
 // Tells why a file of configuration cannot be believed: it, or the folder in which it stands, can be written by others
 // than root, the user of this process and the daemon's own user; or this process may not read it. Links are followed. A
-// file that does not exist is no fault, nor is a device. Returns an empty string, or one line with the file and the
+// file that does not exist is no fault, nor is a device. The fault, if any: one line with the file and the
 // remedy.
-[[nodiscard]] std::string trusted_file_fault(const std::string &path, uid_t daemon);
+fault trusted_file_fault(const std::string &path, uid_t daemon);
 
 }  // namespace ravo::platform
 

@@ -181,7 +181,7 @@ gate_objects gate_load() {
     return loaded;
 }
 
-std::string gate_lend(int fd) {
+fault gate_lend(int fd) {
     const gate_objects objects = gate_load();
     answer said{.program = program_number(), .reason = objects ? 0 : errno, .spare = 0};
     iovec bytes{.iov_base = &said, .iov_len = sizeof said};
@@ -190,8 +190,8 @@ std::string gate_lend(int fd) {
     message.msg_iov = &bytes;
     message.msg_iovlen = 1;
     if (objects) put_descriptors(objects, message, room);
-    return ::sendmsg(fd, &message, MSG_NOSIGNAL) == sizeof said ? std::string()
-                                                                : says("cannot lend the gate's program");
+    if (::sendmsg(fd, &message, MSG_NOSIGNAL) == sizeof said) return {};
+    return {says("cannot lend the gate's program")};
 }
 
 descriptor gate_ask(const std::string &path, std::string *refusal) {

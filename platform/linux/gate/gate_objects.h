@@ -13,6 +13,7 @@
 #include <string>
 
 #include "base/owners.h"
+#include "fault.h"
 
 namespace ravo::platform {
 
@@ -42,8 +43,8 @@ descriptor gate_ask(const std::string &path, std::string *refusal);
 gate_objects gate_take(const descriptor &lender, std::string *refusal);
 
 // Answers who is at the other end of a socket: loads a program with its maps and sends them, or why the kernel refuses
-// them. Returns an empty string when it has answered, else why it could not.
-[[nodiscard]] std::string gate_lend(int fd);
+// them. The fault, if any: why it could not answer.
+fault gate_lend(int fd);
 
 }  // namespace ravo::platform
 

@@ -71,26 +71,26 @@ void inventory_describe(const switch_description &description) {
     tell_taps();
 }
 
-std::string inventory_open() {
+fault inventory_open() {
     return inventory_open_with_buffer(default_receive_buffer);
 }
 
-std::string inventory_open_with_buffer(int receive_buffer) {
-    std::string reason = netlink_follow({.changed =
-                                             [](const inventory_change &change) {
-                                                 model_apply(&the_model(), change);
-                                                 tell_interfaces();
-                                             },
-                                         .read_again = take_all,
-                                         .settled = tell_taps},
-                                        receive_buffer);
-    if (!reason.empty()) return reason;
+fault inventory_open_with_buffer(int receive_buffer) {
+    fault wrong = netlink_follow({.changed =
+                                      [](const inventory_change &change) {
+                                          model_apply(&the_model(), change);
+                                          tell_interfaces();
+                                      },
+                                  .read_again = take_all,
+                                  .settled = tell_taps},
+                                 receive_buffer);
+    if (wrong) return wrong;
     std::vector<inventory_change> all;
     bool complete = false;
-    reason = netlink_read_all(&all, &complete);
-    if (!reason.empty()) {
+    wrong = netlink_read_all(&all, &complete);
+    if (wrong) {
         netlink_unfollow();
-        return reason;
+        return wrong;
     }
     take_all(all);
     tell_taps();

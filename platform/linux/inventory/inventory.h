@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fault.h"
 #include "inventory/inventory_change.h"
 #include "inventory/switch_description.h"
 
@@ -47,10 +48,10 @@ enum class ingress_result {
 void inventory_describe(const switch_description &description);
 
 // Opens netlink, reads all that exists (without events: those follow at nsm_client_start), then follows changes on the
-// event loop. Returns an empty string, or the reason of failure.
-std::string inventory_open();
+// event loop. The fault, if any: the reason of failure.
+fault inventory_open();
 // The same with another room, in bytes, for changes that wait to be read.
-std::string inventory_open_with_buffer(int receive_buffer);
+fault inventory_open_with_buffer(int receive_buffer);
 void inventory_close();
 
 // The devices to listen on now.

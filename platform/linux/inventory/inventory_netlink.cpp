@@ -56,8 +56,8 @@ std::span<char> datagram_buffer() {
     return {room.get(), datagram_room};
 }
 
-std::string failure(const char *what) {
-    return std::string("netlink: ") + what + ": " + std::strerror(errno);
+fault failure(const char *what) {
+    return {std::string("netlink: ") + what + ": " + std::strerror(errno)};
 }
 
 // Receives one datagram from the kernel. Returns its length, 0 for one to be ignored, -1 and errno.
@@ -139,8 +139,8 @@ dump_state dump_once(const mnl_socket *socket, std::uint16_t type, std::uint8_t 
 }
 
 // Devices that come or go while they are listed can make the list miss another one; such a list is asked for again.
-std::string dump(const mnl_socket *socket, std::uint16_t type, std::uint8_t family, std::vector<inventory_change> *out,
-                 bool *complete) {
+fault dump(const mnl_socket *socket, std::uint16_t type, std::uint8_t family, std::vector<inventory_change> *out,
+           bool *complete) {
     const std::size_t before = out->size();
     for (int attempt = 0; attempt < dump_attempts; ++attempt) {
         out->resize(before, device_gone{0});
@@ -179,11 +179,11 @@ void reread(evutil_socket_t, short, void *) {
     drain();
     std::vector<inventory_change> all;
     bool complete = false;
-    std::string reason = netlink_read_all(&all, &complete);
+    fault wrong = netlink_read_all(&all, &complete);
     // From a list with gaps one would conclude that interfaces are gone.
-    if (reason.empty() && !complete) reason = "netlink: interfaces change while they are listed";
-    if (!reason.empty()) {
-        log_line(log_level_error, "interfaces: %s; trying again in a second", reason.c_str());
+    if (!wrong && !complete) wrong.text = "netlink: interfaces change while they are listed";
+    if (wrong) {
+        log_line(log_level_error, "interfaces: %s; trying again in a second", wrong.text.c_str());
         schedule_reread();
         return;
     }
@@ -215,19 +215,19 @@ void read_changes(evutil_socket_t, short, void *) {
         }
         if (errno == EINTR) continue;
         if (errno == EAGAIN) break;
-        if (errno != ENOBUFS) log_line(log_level_error, "interfaces: %s", failure("cannot read changes").c_str());
+        if (errno != ENOBUFS) log_line(log_level_error, "interfaces: %s", failure("cannot read changes").text.c_str());
         note_loss();
         break;
     }
     now_following.listener.settled();
 }
 
-std::string join_group(mnl_socket *socket, int group) {
+fault join_group(mnl_socket *socket, int group) {
     if (mnl_socket_setsockopt(socket, NETLINK_ADD_MEMBERSHIP, &group, sizeof group) == 0) return {};
     return failure("cannot follow changes");
 }
 
-std::string open_changes(int receive_buffer, socket_ptr *out) {
+fault open_changes(int receive_buffer, socket_ptr *out) {
     socket_ptr socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) return failure("cannot open a socket");
     const int fd = mnl_socket_get_fd(socket.get());
@@ -236,8 +236,8 @@ std::string open_changes(int receive_buffer, socket_ptr *out) {
         (void)setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
     if (mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) != 0) return failure("cannot bind a socket");
     for (const int group : {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR}) {
-        std::string reason = join_group(socket.get(), group);
-        if (!reason.empty()) return reason;
+        fault wrong = join_group(socket.get(), group);
+        if (wrong) return wrong;
     }
     // Kernels before 5.6 have no such group; they tell most of it by link messages of the bridge family.
     (void)join_group(socket.get(), RTNLGRP_BRVLAN);
@@ -247,33 +247,33 @@ std::string open_changes(int receive_buffer, socket_ptr *out) {
 
 }  // namespace
 
-std::string netlink_read_all(std::vector<inventory_change> *out, bool *complete) {
+fault netlink_read_all(std::vector<inventory_change> *out, bool *complete) {
     *complete = true;
     const socket_ptr socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC));
     if (!socket) return failure("cannot open a socket");
     if (mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) != 0) return failure("cannot bind a socket");
     (void)setsockopt(mnl_socket_get_fd(socket.get()), SOL_SOCKET, SO_RCVTIMEO, &dump_patience, sizeof dump_patience);
-    std::string reason = dump(socket.get(), RTM_GETLINK, AF_UNSPEC, out, complete);
-    if (reason.empty()) reason = dump(socket.get(), RTM_GETLINK, AF_BRIDGE, out, complete);
+    fault wrong = dump(socket.get(), RTM_GETLINK, AF_UNSPEC, out, complete);
+    if (!wrong) wrong = dump(socket.get(), RTM_GETLINK, AF_BRIDGE, out, complete);
     // The states of members by VLAN.
-    if (reason.empty()) reason = dump(socket.get(), RTM_GETVLAN, AF_BRIDGE, out, complete);
-    if (reason.empty()) reason = dump(socket.get(), RTM_GETADDR, AF_INET, out, complete);
-    return reason;
+    if (!wrong) wrong = dump(socket.get(), RTM_GETVLAN, AF_BRIDGE, out, complete);
+    if (!wrong) wrong = dump(socket.get(), RTM_GETADDR, AF_INET, out, complete);
+    return wrong;
 }
 
 void netlink_read_again_soon() {
     schedule_reread();
 }
 
-std::string netlink_follow(netlink_listener listener, int receive_buffer) {
+fault netlink_follow(netlink_listener listener, int receive_buffer) {
     netlink_unfollow();
     socket_ptr socket;
-    std::string reason = open_changes(receive_buffer, &socket);
-    if (!reason.empty()) return reason;
+    fault wrong = open_changes(receive_buffer, &socket);
+    if (wrong) return wrong;
     event_ptr readable(
         event_new(loop_base(), mnl_socket_get_fd(socket.get()), EV_READ | EV_PERSIST, read_changes, nullptr));
     event_ptr due(event_new(loop_base(), -1, 0, reread, nullptr));
-    if (!readable || !due || event_add(readable.get(), nullptr) != 0) return "netlink: no memory for an event";
+    if (!readable || !due || event_add(readable.get(), nullptr) != 0) return {"netlink: no memory for an event"};
     now_following.socket = std::move(socket);
     now_following.readable = std::move(readable);
     now_following.reread_due = std::move(due);

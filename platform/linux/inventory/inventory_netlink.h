@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "fault.h"
 #include "inventory/inventory_change.h"
 
 struct nlmsghdr;
@@ -20,8 +21,8 @@ namespace ravo::platform {
 std::optional<inventory_change> netlink_parse(const struct nlmsghdr *message);
 
 // Asks the kernel for all devices, VLANs on bridges and IPv4 addresses. *complete: false when devices came and went all
-// the while, so that others may be missing. Returns an empty string, or the reason of failure.
-[[nodiscard]] std::string netlink_read_all(std::vector<inventory_change> *out, bool *complete);
+// the while, so that others may be missing. The fault, if any: the reason of failure.
+fault netlink_read_all(std::vector<inventory_change> *out, bool *complete);
 
 // Whom to tell. Called on the event loop.
 struct netlink_listener {
@@ -32,8 +33,8 @@ struct netlink_listener {
 
 // Follows changes on the event loop. Changes from the moment of this call on are told; what existed before is read with
 // netlink_read_all, after this call, so that nothing falls between. receive_buffer: bytes the kernel may hold for us.
-// Returns an empty string, or the reason of failure.
-[[nodiscard]] std::string netlink_follow(netlink_listener listener, int receive_buffer);
+// The fault, if any: the reason of failure.
+fault netlink_follow(netlink_listener listener, int receive_buffer);
 void netlink_unfollow();
 
 // Has everything read again, at most a second from now.

@@ -34,7 +34,7 @@ constexpr std::size_t max_file_size = 4 * 1024 * 1024;
 
 constexpr std::int64_t max_vlan = 4094;
 
-struct fault {
+struct placed_fault {
     toml::source_position place;
     std::string reason;
 };
@@ -44,7 +44,7 @@ struct fault {
 struct reading {
     switch_description found;
     std::unordered_map<std::string, toml::source_position> marks;
-    std::vector<fault> faults;
+    std::vector<placed_fault> faults;
 };
 
 void note(reading &r, const toml::source_position &place, std::string reason) {
@@ -381,16 +381,16 @@ std::string one_line(std::string text) {
     return text;
 }
 
-std::string fault_line(const std::string &path, const fault &f) {
+std::string fault_line(const std::string &path, const placed_fault &f) {
     return path + ":" + std::to_string(f.place.line) + ":" + std::to_string(f.place.column) + ": " + one_line(f.reason);
 }
 
-std::vector<std::string> fault_lines(const std::string &path, std::vector<fault> faults) {
-    std::stable_sort(faults.begin(), faults.end(), [](const fault &a, const fault &b) {
+std::vector<std::string> fault_lines(const std::string &path, std::vector<placed_fault> faults) {
+    std::stable_sort(faults.begin(), faults.end(), [](const placed_fault &a, const placed_fault &b) {
         return std::tie(a.place.line, a.place.column) < std::tie(b.place.line, b.place.column);
     });
     std::vector<std::string> lines;
-    for (const fault &f : faults) lines.push_back(fault_line(path, f));
+    for (const placed_fault &f : faults) lines.push_back(fault_line(path, f));
     return lines;
 }
 
@@ -459,11 +459,10 @@ std::vector<std::string> switch_description_check(const std::string &path, bool 
     return switch_description_parse(text, path, out);
 }
 
-bool switch_description_read(const std::string &path, bool optional, switch_description *out, std::string *error) {
-    const std::vector<std::string> faults = switch_description_check(path, optional, out);
-    if (faults.empty()) return true;
-    *error = faults.front();
-    return false;
+fault switch_description_read(const std::string &path, bool optional, switch_description *out) {
+    std::vector<std::string> faults = switch_description_check(path, optional, out);
+    if (faults.empty()) return {};
+    return {std::move(faults.front())};
 }
 
 }  // namespace ravo::platform

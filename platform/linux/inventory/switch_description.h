@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fault.h"
 #include "port_number.h"
 
 namespace ravo::platform {
@@ -119,10 +120,10 @@ bool describes_trap(const switch_description &description);
 // Whether anything is held to a limit of what it may send.
 bool describes_limits(const switch_description &description);
 
-// Reads a description. path: the file; optional: a file that does not exist is an empty description. Returns true;
-// false with one line "FILE:LINE:COLUMN: reason" in *error and *out unchanged. (A file that cannot be read at all has
-// no line and column: "FILE: reason".)
-bool switch_description_read(const std::string &path, bool optional, switch_description *out, std::string *error);
+// Reads a description. path: the file; optional: a file that does not exist is an empty description. The
+// fault, if any: one line "FILE:LINE:COLUMN: reason"; *out is then unchanged. (A file that cannot be read at all has no
+// line and column: "FILE: reason".)
+fault switch_description_read(const std::string &path, bool optional, switch_description *out);
 
 // The same from the text of a file, with all its faults, each a line as above; none: *out is filled. path: for them.
 std::vector<std::string> switch_description_parse(std::string_view text, const std::string &path,

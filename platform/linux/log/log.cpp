@@ -197,9 +197,9 @@ void on_report_due(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) {
 
 }  // namespace
 
-std::string log_open(const std::string &name, int threshold) {
-    std::string fault = target_open(name);
-    if (!fault.empty()) return fault;
+fault log_open(const std::string &name, int threshold) {
+    fault wrong = target_open(name);
+    if (wrong) return wrong;
     tzset();  // here, so that no later line has to read the time zone
     log_set_threshold(threshold);
     return {};
@@ -239,7 +239,7 @@ void log_close() {
     log_set_threshold(log_level_warning);
 }
 
-std::string log_reopen() {
+fault log_reopen() {
     return target_reopen();
 }
 

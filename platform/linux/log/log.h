@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fault.h"
 #include "log/log_subject.h"
 
 namespace ravo::platform {
@@ -21,9 +22,9 @@ inline constexpr int log_level_trace = 101;
 inline constexpr int log_level_warning = 103;
 inline constexpr int log_level_error = 104;
 
-// Chooses where lines go ("stderr", "syslog" or a file's path) and the lowest level printed there. Returns an empty
-// string, or the reason why the file cannot be opened (the log then stays as it was).
-std::string log_open(const std::string &target, int threshold);
+// Chooses where lines go ("stderr", "syslog" or a file's path) and the lowest level printed there. The fault, if any:
+// the reason why the file cannot be opened (the log then stays as it was).
+fault log_open(const std::string &target, int threshold);
 // Goes back to standard error and the default level; forgets listeners and kept lines.
 void log_close();
 // From now on lines are written by a thread of their own: whatever takes them may hang, and nothing else waits. To be
@@ -45,9 +46,9 @@ void log_hold_repeats();
 // Tells what has been held back so far, and stops holding back.
 void log_tell_repeats();
 
-// Opens the log file again under its name, after it was moved away. Without a log file it does nothing. Returns an
-// empty string, or the reason why it cannot be opened (the old file then stays in use).
-std::string log_reopen();
+// Opens the log file again under its name, after it was moved away. Without a log file it does nothing. The fault, if
+// any: the reason why it cannot be opened (the old file then stays in use).
+fault log_reopen();
 
 // Changes the lowest level printed. Trace listeners (below) keep their own.
 void log_set_threshold(int threshold);

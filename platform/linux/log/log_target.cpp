@@ -57,9 +57,9 @@ int open_file(const std::string &path) {
     return open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0640);
 }
 
-std::string file_fault(const std::string &path, int error) {
-    return path + ": cannot write the log there: " + strerrordesc_np(error) +
-           "; name a file in an existing, writable folder, or stderr or syslog";
+fault file_fault(const std::string &path, int error) {
+    return {path + ": cannot write the log there: " + strerrordesc_np(error) +
+            "; name a file in an existing, writable folder, or stderr or syslog"};
 }
 
 constexpr std::size_t lost_text_room = 64;
@@ -193,7 +193,7 @@ writer_target for_writer() {
 
 }  // namespace
 
-std::string target_open(const std::string &name) {
+fault target_open(const std::string &name) {
     int fd = -1;
     if (name != "stderr" && name != "syslog") {
         fd = open_file(name);
@@ -224,14 +224,14 @@ void target_close() {
     lost = 0;
 }
 
-std::string target_reopen() {
+fault target_reopen() {
     if (target.kind != target_kind::file) return {};
     const int fd = open_file(target.path);
     if (fd < 0) return file_fault(target.path, errno);
     if (log_writer_running()) {
         if (log_writer_put({.what = queued::new_stream, .fd = fd}, {}, /*urgent=*/true)) return {};
         close(fd);
-        return target.path + ": the log file is not opened again: what writes it is stuck";
+        return {target.path + ": the log file is not opened again: what writes it is stuck"};
     }
     close(target.fd);
     target.fd = fd;

@@ -7,15 +7,17 @@
 #include <string>
 #include <string_view>
 
+#include "fault.h"
+
 namespace ravo::platform {
 
-// Opens a target ("stderr", "syslog" or a file's path) in place of the one before. Returns an empty string, or the
+// Opens a target ("stderr", "syslog" or a file's path) in place of the one before. The fault, if any: the
 // reason why it cannot be opened; the one before then stays.
-[[nodiscard]] std::string target_open(const std::string &name);
+fault target_open(const std::string &name);
 // Goes back to standard error. What was handed over is written first, as far as that goes in a second.
 void target_close();
 // Opens a log file again under its name. Returns as target_open.
-[[nodiscard]] std::string target_reopen();
+fault target_reopen();
 
 // From now on a thread writes. Returns false when there can be none; lines are then written as before.
 bool target_start_writer();

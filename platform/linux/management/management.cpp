@@ -73,26 +73,26 @@ std::size_t sessions_of(uid_t uid) {
         [uid](const management_session_ptr &each) { return management_session_about(*each).uid == uid; }));
 }
 
-// Why there is no room for a session; empty when there is.
-std::string no_room(const management_peer &peer, const management_rights &rights) {
+// Why there is no room for a session.
+fault no_room(const management_peer &peer, const management_rights &rights) {
     const management_settings &set = state->settings;
     const std::size_t open = state->sessions.size();
     if (open >= set.sessions)
-        return "all " + std::to_string(set.sessions) + " sessions are in use; end one of them first";
+        return {"all " + std::to_string(set.sessions) + " sessions are in use; end one of them first"};
     if (!rights.may_change && open + set.kept_sessions >= set.sessions)
-        return "all sessions for viewers are in use; the last " + std::to_string(set.kept_sessions) +
-               " are kept for root and administrators";
+        return {"all sessions for viewers are in use; the last " + std::to_string(set.kept_sessions) +
+                " are kept for root and administrators"};
     if (peer.uid != 0 && sessions_of(peer.uid) >= set.per_user)
-        return "user " + peer.user + " has " + std::to_string(set.per_user) + " sessions; end one of them first";
+        return {"user " + peer.user + " has " + std::to_string(set.per_user) + " sessions; end one of them first"};
     return {};
 }
 
 void open_session(descriptor fd, const management_peer &peer, const management_rights &rights) {
-    const std::string why = no_room(peer, rights);
-    if (!why.empty()) {
+    const fault wrong = no_room(peer, rights);
+    if (wrong) {
         log_line(log_level_warning, "management: refused user %s (%u), process %d: %s", peer.user.c_str(), peer.uid,
-                 peer.pid, why.c_str());
-        return turn_away(std::move(fd), protocol::refusal::too_many, why);
+                 peer.pid, wrong.text.c_str());
+        return turn_away(std::move(fd), protocol::refusal::too_many, wrong.text);
     }
     management_session_ptr session =
         management_session_open(std::move(fd), state->next_number++, peer, rights, state->settings, on_session_end);
@@ -170,34 +170,34 @@ void on_resume(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) {
     event_add(state->readable.get(), nullptr);
 }
 
-std::string watch(management_state &made) {
+fault watch(management_state &made) {
     made.readable.reset(event_new(loop_base(), made.socket.fd, EV_READ | EV_PERSIST, on_connection, nullptr));
     made.resume.reset(evtimer_new(loop_base(), on_resume, nullptr));
     if (made.readable == nullptr || made.resume == nullptr || event_add(made.readable.get(), nullptr) != 0 ||
         !management_turns_open())
-        return "cannot watch the management socket: no memory";
+        return {"cannot watch the management socket: no memory"};
     return {};
 }
 
 }  // namespace
 
-std::string management_open_with(const std::string &path, const management_settings &settings, name_service names) {
+fault management_open_with(const std::string &path, const management_settings &settings, name_service names) {
     management_close();
     auto made = std::make_unique<management_state>();
     made->settings = settings;
-    std::string reason = names_open(settings.viewers, settings.admins, std::move(names));
-    if (!reason.empty()) return path + ": " + reason;
-    reason = management_socket_listen(path, names_wait(settings.names_seconds), &made->socket);
-    if (!reason.empty()) return reason;
+    fault wrong = names_open(settings.viewers, settings.admins, std::move(names));
+    if (wrong) return {path + ": " + wrong.text};
+    wrong = management_socket_listen(path, names_wait(settings.names_seconds), &made->socket);
+    if (wrong) return wrong;
     // A client that goes away while it is written to is an error of that write and nothing else.
     std::signal(SIGPIPE, SIG_IGN);
-    reason = watch(*made);
-    if (!reason.empty()) return path + ": " + reason;
+    wrong = watch(*made);
+    if (wrong) return {path + ": " + wrong.text};
     state = std::move(made);
     return {};
 }
 
-std::string management_open(const std::string &path) {
+fault management_open(const std::string &path) {
     management_settings settings;
     apply_limits(&settings);
     return management_open_with(path, settings, system_names());
@@ -208,7 +208,7 @@ void management_limit(const management_limits &wanted) {
     if (state != nullptr) apply_limits(&state->settings);
 }
 
-std::string management_check(const std::string &path) {
+fault management_check(const std::string &path) {
     return management_socket_check(path);
 }
 

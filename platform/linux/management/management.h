@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "fault.h"
+
 struct cli_tree;
 
 namespace ravo::platform {
@@ -20,12 +22,12 @@ struct management_limits {
 // Sets them, before or while the socket is open. Sessions that are open stay, whatever their number.
 void management_limit(const management_limits &limits);
 
-// Listens on a Unix socket. A stale socket file is taken over, one with a living daemon behind it is refused. Returns
-// an empty string, or one line with the reason.
-[[nodiscard]] std::string management_open(const std::string &path);
+// Listens on a Unix socket. A stale socket file is taken over, one with a living daemon behind it is refused. The
+// fault, if any: one line with the reason.
+fault management_open(const std::string &path);
 
-// Checks that no living daemon listens on the path. Returns an empty string, or one line with the reason.
-[[nodiscard]] std::string management_check(const std::string &path);
+// Checks that no living daemon listens on the path. The fault, if any: one line with the reason.
+fault management_check(const std::string &path);
 
 // The commands on sessions.
 void install_management_commands(cli_tree *tree);

@@ -210,7 +210,7 @@ name_service system_names() {
     return {user_name, group_number};
 }
 
-std::string names_open(const std::string &viewers, const std::string &admins, name_service service) {
+fault names_open(const std::string &viewers, const std::string &admins, name_service service) {
     names_close();
     auto made = std::make_unique<names_state>();
     made->at = std::make_shared<desk>();
@@ -218,11 +218,11 @@ std::string names_open(const std::string &viewers, const std::string &admins, na
     made->at->admins = admins;
     made->at->service = std::move(service);
     made->at->told.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!made->at->told) return std::string("cannot make an event counter: ") + strerrordesc_np(errno);
+    if (!made->at->told) return {std::string("cannot make an event counter: ") + strerrordesc_np(errno)};
     made->readable.reset(event_new(loop_base(), made->at->told.get(), EV_READ | EV_PERSIST, on_told, nullptr));
-    if (made->readable == nullptr || event_add(made->readable.get(), nullptr) != 0) return "no memory";
+    if (made->readable == nullptr || event_add(made->readable.get(), nullptr) != 0) return {"no memory"};
     if (const int reason = start_thread([at = made->at] { work(at); }); reason != 0)
-        return std::string("cannot start a thread: ") + strerrordesc_np(reason);
+        return {std::string("cannot start a thread: ") + strerrordesc_np(reason)};
     state = std::move(made);
     return {};
 }

@@ -10,6 +10,8 @@
 #include <optional>
 #include <string>
 
+#include "fault.h"
+
 namespace ravo::platform {
 
 // The groups whose members may use the daemon, by number; a group that does not exist has no members.
@@ -31,8 +33,8 @@ struct name_service {
 };
 name_service system_names();
 
-// Begins to ask for groups of these names. Returns an empty string, or why there is no thread for it.
-[[nodiscard]] std::string names_open(const std::string &viewers, const std::string &admins, name_service service);
+// Begins to ask for groups of these names. The fault, if any: why there is no thread for it.
+fault names_open(const std::string &viewers, const std::string &admins, name_service service);
 // What is asked still is answered nobody; a thread that waits for an answer is left behind.
 void names_close();
 

@@ -7,14 +7,15 @@
 #include <string>
 #include <vector>
 
+#include "fault.h"
 #include "management/management_names.h"
 #include "management/management_session.h"
 
 namespace ravo::platform {
 
 // As management_open, with these settings, and with somebody to ask for names.
-std::string management_open_with(const std::string &path, const management_settings &settings,
-                                 name_service names = system_names());
+fault management_open_with(const std::string &path, const management_settings &settings,
+                           name_service names = system_names());
 
 // Number of sessions that are open, and what there is to say of each, in the order in which they were opened.
 std::size_t management_sessions();

@@ -23,9 +23,9 @@ bool has_control_characters(std::string_view line) {
     });
 }
 
-// Judges a line before the command library sees it. Returns an empty string, or what to print.
-std::string fault_of_line(std::string_view line) {
-    if (has_control_characters(line)) return "% Control characters are not allowed in a command line.\n";
+// Judges a line before the command library sees it. The fault, if any: what to print.
+fault fault_of_line(std::string_view line) {
+    if (has_control_characters(line)) return {"% Control characters are not allowed in a command line.\n"};
     return {};
 }
 
@@ -61,7 +61,7 @@ bool serve_run(management_session &s, std::span<const std::uint8_t> payload, std
     if (!request) return false;
     s.request = std::move(*request);
     s.request.line = without_line_end(s.request.line);
-    s.text = fault_of_line(s.request.line);
+    s.text = fault_of_line(s.request.line).text;
     if (!s.text.empty()) {
         finish_run(s, 1);
         return true;
@@ -97,18 +97,18 @@ bool serve_complete(management_session &s, std::span<const std::uint8_t> payload
     return true;
 }
 
-// Brings a new session to the mode it asked for. Returns an empty string, or why it cannot get there.
-std::string enter_mode(management_session &s, int mode) {
+// Brings a new session to the mode it asked for. The fault, if any: why it cannot get there.
+fault enter_mode(management_session &s, int mode) {
     if (mode == CLI_MODE_EXEC) return {};
     const std::string who = "user " + s.peer.user + " cannot start in mode " + std::to_string(mode);
-    if (mode != CLI_MODE_CONFIGURATION) return who + ": only modes 4 and 5 are started in";
-    if (!s.rights.may_change) return who + ", which is for those who may change something";
+    if (mode != CLI_MODE_CONFIGURATION) return {who + ": only modes 4 and 5 are started in"};
+    if (!s.rights.may_change) return {who + ", which is for those who may change something"};
     s.muted = true;
     (void)cli::session_run(*s.line, "configure terminal");  // where it led is looked at
     s.muted = false;
     if (cli::session_mode(*s.line) == mode) return {};
-    return who + " with privilege " + std::to_string(cli::session_privilege(*s.line)) + ": it takes privilege " +
-           std::to_string(cli::operator_privilege);
+    return {who + " with privilege " + std::to_string(cli::session_privilege(*s.line)) + ": it takes privilege " +
+            std::to_string(cli::operator_privilege)};
 }
 
 bool serve_hello(management_session &s, std::span<const std::uint8_t> payload) {
@@ -123,9 +123,9 @@ bool serve_hello(management_session &s, std::span<const std::uint8_t> payload) {
     const int privilege = std::min<int>(hello->privilege, s.rights.privilege);
     const cli::audience who = s.rights.may_change ? cli::audience::operators : cli::audience::viewers;
     s.line = cli::session_open(output_of(&s), privilege, s.peer.user, who);
-    const std::string no_way = enter_mode(s, hello->mode);
-    if (!no_way.empty()) {
-        refuse(s, protocol::refusal::not_permitted, no_way);
+    const fault no_way = enter_mode(s, hello->mode);
+    if (no_way) {
+        refuse(s, protocol::refusal::not_permitted, no_way.text);
         return true;
     }
     protocol::welcome_message welcome;

@@ -39,7 +39,7 @@ constexpr mode_t lock_mode = 0600;
 constexpr std::chrono::milliseconds lock_wait{20};
 constexpr int lock_tries = 100;
 
-std::string fault(const std::string &path, const std::string &what, int error) {
+std::string failure(const std::string &path, const std::string &what, int error) {
     return path + ": " + what + ": " + strerrordesc_np(error);
 }
 
@@ -69,11 +69,11 @@ std::string living(const std::string &path, int probe) {
 
 enum class file_state { none, stale, taken };
 
-// Looks who is behind the file. reason: set when it is taken or cannot be used.
-file_state probe_file(const std::string &path, std::string *reason) {
+// Looks who is behind the file. *why: set when it is taken or cannot be used.
+file_state probe_file(const std::string &path, fault *why) {
     sockaddr_un address{};
     if (!fill_address(path, &address)) {
-        *reason = wrong_path(path);
+        *why = {wrong_path(path)};
         return file_state::taken;
     }
     struct stat found {};
@@ -82,7 +82,7 @@ file_state probe_file(const std::string &path, std::string *reason) {
         return file_state::none;
     }
     if (!S_ISSOCK(found.st_mode)) {
-        *reason = path + ": is no socket; remove it" + choose_another;
+        *why = {path + ": is no socket; remove it" + choose_another};
         return file_state::taken;
     }
     const descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -91,22 +91,22 @@ file_state probe_file(const std::string &path, std::string *reason) {
         if (errno == ENOENT) return file_state::none;
         // A listener whose queue is full lives as well.
         if (errno != EAGAIN) {
-            *reason = fault(path, "cannot tell whether a ravod is listening", errno) + choose_another;
+            *why = {failure(path, "cannot tell whether a ravod is listening", errno) + choose_another};
             return file_state::taken;
         }
     }
-    *reason = living(path, probe.get());
+    *why = {living(path, probe.get())};
     return file_state::taken;
 }
 
-std::string make_folder(const std::string &folder) {
+fault make_folder(const std::string &folder) {
     if (mkdir(folder.c_str(), folder_mode) == 0) {
         // The mask of the process must not make it narrower: members of the groups have to get in.
-        if (chmod(folder.c_str(), folder_mode) != 0) return fault(folder, "cannot set the folder's mode", errno);
+        if (chmod(folder.c_str(), folder_mode) != 0) return {failure(folder, "cannot set the folder's mode", errno)};
         return {};
     }
     if (errno == EEXIST) return {};
-    return fault(folder, "cannot make the management socket's folder", errno) + choose_another;
+    return {failure(folder, "cannot make the management socket's folder", errno) + choose_another};
 }
 
 // A file beside the socket that only our user can open: who could open it could keep us from starting. It is there
@@ -120,27 +120,27 @@ class start_lock {
         if (file_) unlink(path_.c_str());
     }
 
-    // Returns an empty string, or the reason why there is no lock.
-    std::string take() {
+    // The fault, if any: the reason why there is no lock.
+    fault take() {
         for (int i = 0; i < lock_tries; ++i) {
-            std::string reason;
-            if (try_once(&reason) || !reason.empty()) return reason;
+            fault wrong;
+            if (try_once(&wrong) || wrong) return wrong;
             std::this_thread::sleep_for(lock_wait);
         }
-        return path_ + ": another ravod that is starting keeps its lock there" + choose_another;
+        return {path_ + ": another ravod that is starting keeps its lock there" + choose_another};
     }
 
   private:
     // Returns false with a reason when there can be no lock, and without one when somebody else has it.
-    bool try_once(std::string *reason) {
+    bool try_once(fault *why) {
         descriptor made(open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, lock_mode));
         struct stat ours {};
         if (!made || fstat(made.get(), &ours) != 0) {
-            *reason = fault(path_, "cannot make the lock of the management socket", errno) + choose_another;
+            *why = {failure(path_, "cannot make the lock of the management socket", errno) + choose_another};
             return false;
         }
         if (ours.st_uid != geteuid() || !S_ISREG(ours.st_mode)) {
-            *reason = path_ + ": is somebody else's, and no lock for the management socket; remove it" + choose_another;
+            *why = {path_ + ": is somebody else's, and no lock for the management socket; remove it" + choose_another};
             return false;
         }
         struct stat there {};
@@ -188,27 +188,27 @@ void open_to_groups(const std::string &path, const management_groups &groups) {
     struct stat file {};
     const bool given = groups.viewers && stat(path.c_str(), &file) == 0 && file.st_gid == *groups.viewers;
     if (groups.viewers && !given && chown(path.c_str(), static_cast<uid_t>(-1), *groups.viewers) != 0)
-        log_line(log_level_warning, "management: %s", fault(path, "cannot give it to its group", errno).c_str());
+        log_line(log_level_warning, "management: %s", failure(path, "cannot give it to its group", errno).c_str());
     if (!groups.admins) return;
     const std::vector<char> list = access_list(*groups.admins);
     if (setxattr(path.c_str(), "system.posix_acl_access", list.data(), list.size(), 0) == 0) return;
     log_line(log_level_warning, "management: %s; administrators need to be members of the viewers' group too",
-             fault(path, "cannot open it to the administrators' group", errno).c_str());
+             failure(path, "cannot open it to the administrators' group", errno).c_str());
 }
 
-std::string bind_and_listen(const std::string &path, const management_groups &groups, management_socket *out) {
+fault bind_and_listen(const std::string &path, const management_groups &groups, management_socket *out) {
     sockaddr_un address{};
     (void)fill_address(path, &address);  // probe_file has judged the path
     descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (made.get() < 0) return fault(path, "cannot make the management socket", errno);
+    if (made.get() < 0) return {failure(path, "cannot make the management socket", errno)};
     if (bind(made.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0)
-        return fault(path, "cannot make the management socket", errno) + choose_another;
+        return {failure(path, "cannot make the management socket", errno) + choose_another};
     // Nobody can connect before listen, so nobody gets in under a wider mode.
     struct stat file {};
     if (chmod(path.c_str(), socket_mode) != 0 || lstat(path.c_str(), &file) != 0)
-        return fault(path, "cannot set the management socket's mode", errno);
+        return {failure(path, "cannot set the management socket's mode", errno)};
     open_to_groups(path, groups);
-    if (listen(made.get(), backlog) != 0) return fault(path, "cannot listen on the management socket", errno);
+    if (listen(made.get(), backlog) != 0) return {failure(path, "cannot listen on the management socket", errno)};
     out->fd = made.release();
     out->path = path;
     out->device = file.st_dev;
@@ -227,26 +227,26 @@ void management_socket::close() {
     fd = -1;
 }
 
-std::string management_socket_check(const std::string &path) {
-    std::string reason;
-    (void)probe_file(path, &reason);  // the reason says it all
-    return reason;
+fault management_socket_check(const std::string &path) {
+    fault wrong;
+    (void)probe_file(path, &wrong);  // the fault says it all
+    return wrong;
 }
 
-std::string management_socket_listen(const std::string &path, const management_groups &groups, management_socket *out) {
+fault management_socket_listen(const std::string &path, const management_groups &groups, management_socket *out) {
     sockaddr_un address{};
-    if (!fill_address(path, &address)) return wrong_path(path);
+    if (!fill_address(path, &address)) return {wrong_path(path)};
     const std::string folder = folder_of(path);
-    std::string reason = make_folder(folder);
-    if (!reason.empty()) return reason;
+    fault wrong = make_folder(folder);
+    if (wrong) return wrong;
     start_lock lock(path);
-    reason = lock.take();
-    if (!reason.empty()) return reason;
-    switch (probe_file(path, &reason)) {
+    wrong = lock.take();
+    if (wrong) return wrong;
+    switch (probe_file(path, &wrong)) {
         case file_state::taken:
-            return reason;
+            return wrong;
         case file_state::stale:
-            if (unlink(path.c_str()) != 0) return fault(path, "cannot remove the stale management socket", errno);
+            if (unlink(path.c_str()) != 0) return {failure(path, "cannot remove the stale management socket", errno)};
             break;
         case file_state::none:
             break;

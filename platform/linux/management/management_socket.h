@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "fault.h"
 #include "management/management_peer.h"
 
 namespace ravo::platform {
@@ -25,13 +26,12 @@ struct management_socket {
     void close();
 };
 
-// Checks that no living daemon listens on the path. Returns an empty string, or one line with the reason.
-[[nodiscard]] std::string management_socket_check(const std::string &path);
+// Checks that no living daemon listens on the path. The fault, if any: one line with the reason.
+fault management_socket_check(const std::string &path);
 
 // Listens on the path with mode 0660, owned by the viewers' group and open to the administrators' group too. Makes the
-// folder when it is missing. Returns an empty string and fills *out, or returns one line with the reason.
-[[nodiscard]] std::string management_socket_listen(const std::string &path, const management_groups &groups,
-                                                   management_socket *out);
+// folder when it is missing. Fills *out, or the fault is one line with the reason.
+fault management_socket_listen(const std::string &path, const management_groups &groups, management_socket *out);
 
 }  // namespace ravo::platform
 

@@ -80,8 +80,8 @@ std::vector<kept_transaction> take_out(table &t) {
     return found;
 }
 
-// Why what is there is not taken over; empty when it was, or when there is nothing.
-std::string read_table(const std::string &path, std::vector<kept_transaction> *found) {
+// Why what is there is not taken over. Where there is nothing, nothing is wrong.
+fault read_table(const std::string &path, std::vector<kept_transaction> *found) {
     table &t = *the_table();
     const bool is_new = t.magic == 0;
     if (is_new || t.magic == magic) {
@@ -93,18 +93,18 @@ std::string read_table(const std::string &path, std::vector<kept_transaction> *f
     }
     std::memset(room.get(), 0, sizeof(table));
     t.magic = magic;
-    return path + ": is no table of transactions of this version; it begins anew";
+    return {path + ": is no table of transactions of this version; it begins anew"};
 }
 
 }  // namespace
 
-std::string kept_transactions_open(const std::string &path, std::vector<kept_transaction> *found) {
+fault kept_transactions_open(const std::string &path, std::vector<kept_transaction> *found) {
     kept_transactions_close();
     found->clear();
-    std::string fault;
-    room = map_own_file(path, sizeof(table), &fault);
-    if (!room) return path + ": open transactions do not outlast the daemon: " + fault;
-    const std::string told = read_table(path, found);
+    std::string why_not;
+    room = map_own_file(path, sizeof(table), &why_not);
+    if (!room) return {path + ": open transactions do not outlast the daemon: " + why_not};
+    fault told = read_table(path, found);
     room.rest();
     return told;
 }

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "fault.h"
+
 namespace ravo::platform {
 
 inline constexpr std::size_t kept_transactions_places = 65536;
@@ -26,9 +28,9 @@ struct kept_transaction {
 };
 
 // Opens the table, and takes out what the daemon before left in it: what is whole and has time left, oldest first.
-// path: the file, made when it is missing. Returns an empty string, or one line that says why nothing is kept or why
+// path: the file, made when it is missing. The fault, if any: one line that says why nothing is kept or why
 // nothing was taken over.
-[[nodiscard]] std::string kept_transactions_open(const std::string &path, std::vector<kept_transaction> *found);
+fault kept_transactions_open(const std::string &path, std::vector<kept_transaction> *found);
 // Leaves the table to the next daemon.
 void kept_transactions_close();
 

@@ -31,84 +31,84 @@ std::string quoted(std::string_view text) {
     return "\"" + std::string(text) + "\"";
 }
 
-// ---- Options: one row each; the setters return an empty string or what is wrong with the value ----
+// ---- Options: one row each; the setters return what is wrong with the value ----
 
-using option_setter = std::string (*)(frame_options &out, std::string_view value);
+using option_setter = fault (*)(frame_options &out, std::string_view value);
 
-std::string set_file(std::string_view value, std::string &where) {
-    if (value.empty()) return "must not be empty";
+fault set_file(std::string_view value, std::string &where) {
+    if (value.empty()) return {"must not be empty"};
     where = value;
     return {};
 }
 
-std::string set_switch(frame_options &out, std::string_view value) {
+fault set_switch(frame_options &out, std::string_view value) {
     out.switch_file_given = true;
     return set_file(value, out.switch_file);
 }
 
-std::string set_startup_config(frame_options &out, std::string_view value) {
+fault set_startup_config(frame_options &out, std::string_view value) {
     out.startup_config_given = true;
     return set_file(value, out.startup_config);
 }
 
-std::string set_management(frame_options &out, std::string_view value) {
+fault set_management(frame_options &out, std::string_view value) {
     return set_file(value, out.management_socket);
 }
 
-std::string set_gate(frame_options &out, std::string_view value) {
+fault set_gate(frame_options &out, std::string_view value) {
     return set_file(value, out.gate_socket);
 }
 
-std::string set_state(frame_options &out, std::string_view value) {
+fault set_state(frame_options &out, std::string_view value) {
     return set_file(value, out.state_folder);
 }
 
-std::string set_user(frame_options &out, std::string_view value) {
-    if (value.empty()) return "must not be empty";
+fault set_user(frame_options &out, std::string_view value) {
+    if (value.empty()) return {"must not be empty"};
     out.user = value;
     out.user_given = true;
     return {};
 }
 
-std::string set_log_level(frame_options &out, std::string_view value) {
+fault set_log_level(frame_options &out, std::string_view value) {
     const int threshold = log_level_of(value);
-    if (threshold == 0) return quoted(value) + " is none of error, warning, trace";
+    if (threshold == 0) return {quoted(value) + " is none of error, warning, trace"};
     out.log_threshold = threshold;
     return {};
 }
 
-std::string set_log_to(frame_options &out, std::string_view value) {
+fault set_log_to(frame_options &out, std::string_view value) {
     return set_file(value, out.log_target);
 }
 
-std::string set_memory_budget(frame_options &out, std::string_view value) {
+fault set_memory_budget(frame_options &out, std::string_view value) {
     const char *end = value.data() + value.size();
     const auto [stop, error] = std::from_chars(value.data(), end, out.memory_budget);
-    if (error != std::errc() || stop != end || value.empty()) return quoted(value) + " is no number of bytes";
+    if (error != std::errc() || stop != end || value.empty()) return {quoted(value) + " is no number of bytes"};
     return {};
 }
 
-std::string set_supervise(frame_options &out, std::string_view /*value*/) {
+fault set_supervise(frame_options &out, std::string_view /*value*/) {
     out.supervise = true;
     return {};
 }
 
-std::string set_check(frame_options &out, std::string_view /*value*/) {
+fault set_check(frame_options &out, std::string_view /*value*/) {
     out.check = true;
     return {};
 }
 
-std::string set_lend_gate(frame_options &out, std::string_view /*value*/) {
+fault set_lend_gate(frame_options &out, std::string_view /*value*/) {
     out.lend_gate = true;
     return {};
 }
 
-std::string set_version(frame_options &out, std::string_view /*value*/) {
+fault set_version(frame_options &out, std::string_view /*value*/) {
     out.version = true;
     return {};
 }
 
-std::string set_help(frame_options &out, std::string_view /*value*/) {
+fault set_help(frame_options &out, std::string_view /*value*/) {
     out.help = true;
     return {};
 }
@@ -168,7 +168,7 @@ void frame_set_options(const frame_options &options) {
     options_in_force = options;
 }
 
-std::string frame_parse_options(const std::vector<std::string> &words, frame_options *out) {
+fault frame_parse_options(const std::vector<std::string> &words, frame_options *out) {
     frame_options read;
     for (std::size_t i = 0; i < words.size(); ++i) {
         const std::string_view word = words[i];
@@ -176,20 +176,20 @@ std::string frame_parse_options(const std::vector<std::string> &words, frame_opt
         const std::string_view name = word == "-h" ? "--help" : word.substr(0, equals);
         const option_row *row = find_option(name);
         if (row == nullptr)
-            return (word.starts_with("-") ? "unknown option " : "unexpected argument ") + quoted(word) +
-                   std::string(see_help);
+            return {(word.starts_with("-") ? "unknown option " : "unexpected argument ") + quoted(word) +
+                    std::string(see_help)};
         const bool inline_value = equals != std::string_view::npos;
         if (row->value.empty() && inline_value)
-            return "option " + std::string(name) + " takes no value" + std::string(see_help);
+            return {"option " + std::string(name) + " takes no value" + std::string(see_help)};
         std::string_view value = inline_value ? word.substr(equals + 1) : std::string_view();
         if (!row->value.empty() && !inline_value) {
             if (i + 1 == words.size())
-                return "option " + std::string(name) + " needs a value: " + std::string(row->value) +
-                       std::string(see_help);
+                return {"option " + std::string(name) + " needs a value: " + std::string(row->value) +
+                        std::string(see_help)};
             value = words[++i];
         }
-        const std::string reason = row->set(read, value);
-        if (!reason.empty()) return "option " + std::string(name) + ": " + reason + std::string(see_help);
+        if (const fault wrong = row->set(read, value))
+            return {"option " + std::string(name) + ": " + wrong.text + std::string(see_help)};
     }
     *out = std::move(read);
     return {};
@@ -207,12 +207,12 @@ std::string frame_help() {
     return text;
 }
 
-std::string frame_missing_capability(std::uint64_t effective, unsigned first_free_port) {
+fault frame_missing_capability(std::uint64_t effective, unsigned first_free_port) {
     for (const capability_row &row : capability_rows) {
         if ((effective >> row.number & 1U) != 0) continue;
         if (row.number == CAP_NET_BIND_SERVICE && first_free_port <= lowest_dhcp_port) continue;
-        return std::string(row.name) + " is missing, needed " + std::string(row.purpose) +
-               "; start ravod as root, or with AmbientCapabilities=" + std::string(row.name) + " in its systemd unit";
+        return {std::string(row.name) + " is missing, needed " + std::string(row.purpose) +
+                "; start ravod as root, or with AmbientCapabilities=" + std::string(row.name) + " in its systemd unit"};
     }
     return {};
 }

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "fault.h"
+
 namespace ravo::platform {
 
 struct frame_options {
@@ -36,17 +38,17 @@ const frame_options &frame_get_options();
 void frame_set_options(const frame_options &options);
 
 // Reads the words of a command line, without the program's name, into *out. Both "--option VALUE" and "--option=VALUE"
-// are taken; of an option given twice the last counts. Returns an empty string, or one line with the reason, *out being
+// are taken; of an option given twice the last counts. The fault, if any: one line with the reason, *out being
 // unchanged.
-std::string frame_parse_options(const std::vector<std::string> &words, frame_options *out);
+fault frame_parse_options(const std::vector<std::string> &words, frame_options *out);
 
 // The text of --help.
 std::string frame_help();
 
 // Tells which capability the process lacks. effective: its effective capabilities, bit by number as in
-// <linux/capability.h>; first_free_port: the lowest port that needs no privilege. Returns an empty string, or one line
+// <linux/capability.h>; first_free_port: the lowest port that needs no privilege. The fault, if any: one line
 // that names the first missing one and what to do.
-std::string frame_missing_capability(std::uint64_t effective, unsigned first_free_port);
+fault frame_missing_capability(std::uint64_t effective, unsigned first_free_port);
 
 // Sets how the switch description is read again, and does that: for SIGHUP and for commands that changed it.
 void frame_set_reload(std::function<void()> reload);

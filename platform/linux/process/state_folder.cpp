@@ -32,17 +32,18 @@ int make_writable(const std::string &folder) {
 
 }  // namespace
 
-std::string state_open(const std::string &given) {
+fault state_open(const std::string &given) {
     folder_in_use.clear();
     std::string folder = given.empty() ? folder_of_init_system() : given;
     while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
     if (folder.empty())
-        return "state: no folder is given (--state, or StateDirectory= of the unit): numbers of ports and saved "
-               "versions are not remembered";
+        return {
+            "state: no folder is given (--state, or StateDirectory= of the unit): numbers of ports and saved "
+            "versions are not remembered"};
     const int failed = make_writable(folder);
     if (failed != 0)
-        return "state: " + folder +
-               " cannot be used, numbers of ports and saved versions are not remembered: " + std::strerror(failed);
+        return {"state: " + folder +
+                " cannot be used, numbers of ports and saved versions are not remembered: " + std::strerror(failed)};
     folder_in_use = folder;
     return {};
 }

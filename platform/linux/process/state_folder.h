@@ -6,11 +6,13 @@
 #include <string>
 #include <string_view>
 
+#include "fault.h"
+
 namespace ravo::platform {
 
 // Chooses the folder: the one given, else the first of those in STATE_DIRECTORY, which systemd sets. It is made when it
-// does not exist. Returns an empty string; or one line that says why nothing is remembered.
-[[nodiscard]] std::string state_open(const std::string &given);
+// does not exist. The fault, if any: one line that says why nothing is remembered.
+fault state_open(const std::string &given);
 
 // The folder, without a slash at its end; empty when nothing is remembered.
 const std::string &state_folder();

@@ -52,7 +52,7 @@ struct BlackBox : testing::Test {
         black_box_close();  // the box is one process's
         const child::result result = child::run([&]() -> int {
             black_box_crash crash;
-            if (!black_box_open(path, &crash).empty()) return 1;
+            if (black_box_open(path, &crash)) return 1;
             black_box_note(entry_of(port), of);
             if (how != SIGKILL) black_box_died(how);
             return how == 0 ? -1 : kill(getpid(), SIGKILL);
@@ -61,7 +61,7 @@ struct BlackBox : testing::Test {
     }
     black_box_crash found() const {
         black_box_crash crash;
-        EXPECT_EQ(black_box_open(path, &crash), "");
+        EXPECT_EQ(black_box_open(path, &crash).text, "");
         return crash;
     }
 };
@@ -82,7 +82,7 @@ TEST_F(BlackBox, MessageOfWhoDiedIsFoundOnce) {
 TEST_F(BlackBox, WhatIsDoneWithIsNotFound) {
     const child::result result = child::run([&]() -> int {
         black_box_crash crash;
-        if (!black_box_open(path, &crash).empty()) return 1;
+        if (black_box_open(path, &crash)) return 1;
         black_box_note(entry_of(5123), frame);
         black_box_clear();
         std::abort();
@@ -148,9 +148,9 @@ TEST_F(BlackBox, WhatIsNoFileOfOursIsRefused) {
     const std::string target = folder + "/target";
     std::ofstream(target) << "x";
     ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0);
-    EXPECT_EQ(black_box_open(path, &crash),
+    EXPECT_EQ(black_box_open(path, &crash).text,
               path + ": no message that ends the daemon can be noted: Too many levels of symbolic links");
-    EXPECT_THAT(black_box_open("/dev/null", &crash), HasSubstr("File exists"));
+    EXPECT_THAT(black_box_open("/dev/null", &crash).text, HasSubstr("File exists"));
     black_box_note(entry_of(5123), frame);
     EXPECT_FALSE(black_box_holds(5123));
 }

@@ -88,10 +88,10 @@ TEST_F(Pcapng, BlocksAreAlignedWhateverTheLengths) {
 
 TEST_F(Pcapng, TsharkReadsFramesTimesAndComments) {
     pcapng_file file;
-    ASSERT_EQ(file.open(path), "");
+    ASSERT_EQ(file.open(path).text, "");
     const octets arp(60, 0xFF);
-    ASSERT_EQ(file.write(1717747750123456, arp, "relayed (relayed to servers)"), "");
-    ASSERT_EQ(file.write(1717747751000001, octets(61, 2), std::string("\xC3\xA4 b")), "");
+    ASSERT_EQ(file.write(1717747750123456, arp, "relayed (relayed to servers)").text, "");
+    ASSERT_EQ(file.write(1717747751000001, octets(61, 2), std::string("\xC3\xA4 b")).text, "");
     EXPECT_EQ(tshark("-T fields -e frame.time_epoch -e frame.len -e frame.comment"),
               "1717747750.123456000\t60\trelayed (relayed to servers)\n1717747751.000001000\t61\t\xC3\xA4 b\n");
     EXPECT_EQ(file.size(), std::filesystem::file_size(path));
@@ -107,16 +107,16 @@ TEST_F(Pcapng, TagStandsInTheFrameAgain) {
     EXPECT_EQ(octets(out.begin() + 38, out.begin() + 48), (octets{0xFF, 0xFF, 0x81, 0x00, 0xA0, 0x0A, 8, 6, 0, 0}));
     EXPECT_EQ(out[4], out.size());
     pcapng_file file;
-    ASSERT_EQ(file.open(path), "");
-    ASSERT_EQ(file.write(1, frame, "tagged", octets{0x81, 0x00, 0xA0, 0x0A}), "");
-    ASSERT_EQ(file.write(1, octets(11, 1), "too short for one", octets{0x81, 0x00, 0xA0, 0x0A}), "");
+    ASSERT_EQ(file.open(path).text, "");
+    ASSERT_EQ(file.write(1, frame, "tagged", octets{0x81, 0x00, 0xA0, 0x0A}).text, "");
+    ASSERT_EQ(file.write(1, octets(11, 1), "too short for one", octets{0x81, 0x00, 0xA0, 0x0A}).text, "");
     EXPECT_EQ(tshark("-T fields -e frame.len -e vlan.id -e vlan.priority"), "18\t10\t5\n11\t\t\n");
 }
 
 TEST_F(Pcapng, LongCommentsAreCut) {
     pcapng_file file;
-    ASSERT_EQ(file.open(path), "");
-    ASSERT_EQ(file.write(1, octets(60), std::string(70000, 'x')), "");
+    ASSERT_EQ(file.open(path).text, "");
+    ASSERT_EQ(file.write(1, octets(60), std::string(70000, 'x')).text, "");
     EXPECT_EQ(tshark("-T fields -e frame.len"), "60\n");
 }
 
@@ -125,7 +125,7 @@ TEST_F(Pcapng, LongCommentsAreCut) {
 TEST_F(Pcapng, NewFilesAreTheOwnersOnly) {
     umask(0);
     pcapng_file file;
-    ASSERT_EQ(file.open(path), "");
+    ASSERT_EQ(file.open(path).text, "");
     struct stat status {};
     ASSERT_EQ(stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0600u);
@@ -136,11 +136,11 @@ TEST_F(Pcapng, CapturesAndEmptyFilesAreReplaced) {
     std::ofstream(path) << "";
     {
         pcapng_file file;
-        ASSERT_EQ(file.open(path), "");
-        ASSERT_EQ(file.write(1, octets(60), "old"), "");
+        ASSERT_EQ(file.open(path).text, "");
+        ASSERT_EQ(file.write(1, octets(60), "old").text, "");
     }
     pcapng_file file;
-    ASSERT_EQ(file.open(path), "");
+    ASSERT_EQ(file.open(path).text, "");
     EXPECT_EQ(contents().size(), head_size);
 }
 
@@ -148,61 +148,63 @@ TEST_F(Pcapng, FileIsOneWritersAtATime) {
     pcapng_file second;
     {
         pcapng_file first;
-        ASSERT_EQ(first.open(path), "");
-        ASSERT_EQ(first.write(1, octets(60), "first"), "");
-        EXPECT_EQ(second.open(path), path + " is being captured to already; name another file");
-        ASSERT_EQ(first.write(2, octets(60), "first again"), "");
+        ASSERT_EQ(first.open(path).text, "");
+        ASSERT_EQ(first.write(1, octets(60), "first").text, "");
+        EXPECT_EQ(second.open(path).text, path + " is being captured to already; name another file");
+        ASSERT_EQ(first.write(2, octets(60), "first again").text, "");
         EXPECT_EQ(tshark("-T fields -e frame.comment"), "first\nfirst again\n");
     }
-    EXPECT_EQ(second.open(path), "");
+    EXPECT_EQ(second.open(path).text, "");
 }
 
 TEST_F(Pcapng, OtherFilesStayAsTheyAre) {
     std::ofstream(path) << "precious";
     pcapng_file file;
-    EXPECT_EQ(file.open(path), path + " exists and is no capture; name another file");
+    EXPECT_EQ(file.open(path).text, path + " exists and is no capture; name another file");
     EXPECT_EQ(contents(), "precious");
     std::ofstream(path) << "abc";
-    EXPECT_EQ(file.open(path), path + " exists and is no capture; name another file") << "shorter than any mark";
+    EXPECT_EQ(file.open(path).text, path + " exists and is no capture; name another file") << "shorter than any mark";
 }
 
 TEST_F(Pcapng, WhatIsNoRegularFileIsRefused) {
     pcapng_file file;
     std::filesystem::create_directory(folder + "/d.pcapng");
-    EXPECT_EQ(file.open(folder + "/d.pcapng"), folder + "/d.pcapng is no regular file; name another");
+    EXPECT_EQ(file.open(folder + "/d.pcapng").text, folder + "/d.pcapng is no regular file; name another");
     ASSERT_EQ(mkfifo((folder + "/p.pcapng").c_str(), 0600), 0);
-    EXPECT_EQ(file.open(folder + "/p.pcapng"), folder + "/p.pcapng is no regular file; name another");
+    EXPECT_EQ(file.open(folder + "/p.pcapng").text, folder + "/p.pcapng is no regular file; name another");
     ASSERT_EQ(symlink(path.c_str(), (folder + "/l.pcapng").c_str()), 0);
-    EXPECT_EQ(file.open(folder + "/l.pcapng"), folder + "/l.pcapng is a symbolic link; name the file itself");
+    EXPECT_EQ(file.open(folder + "/l.pcapng").text, folder + "/l.pcapng is a symbolic link; name the file itself");
     EXPECT_FALSE(std::filesystem::exists(path));
     std::ofstream(path) << "";
     std::filesystem::create_hard_link(path, folder + "/h.pcapng");
-    EXPECT_EQ(file.open(folder + "/h.pcapng"), folder + "/h.pcapng has other names too; name another file");
+    EXPECT_EQ(file.open(folder + "/h.pcapng").text, folder + "/h.pcapng has other names too; name another file");
 }
 
 TEST_F(Pcapng, NamesThatMeanSomethingElseAreRefused) {
     pcapng_file file;
     for (const char *name : {"a.pcapng", "a.pcap", "", "/tmp/x.sh", "/tmp/.pcapng", "/tmp/.pcap", "/tmp/x.pcapng/",
                              "/tmp/x.pcapn", ".pcap", "/.pcapng"})
-        EXPECT_EQ(file.open(name), "\"" + std::string(name) +
-                                       "\" is no file for a capture; give a whole path that ends in .pcapng or .pcap");
-    EXPECT_EQ(file.open(folder + "/x.pcap"), "");
-    EXPECT_EQ(file.open(folder + "/no/x.pcapng"), "cannot write " + folder + "/no/x.pcapng: No such file or directory");
+        EXPECT_EQ(
+            file.open(name).text,
+            "\"" + std::string(name) + "\" is no file for a capture; give a whole path that ends in .pcapng or .pcap");
+    EXPECT_EQ(file.open(folder + "/x.pcap").text, "");
+    EXPECT_EQ(file.open(folder + "/no/x.pcapng").text,
+              "cannot write " + folder + "/no/x.pcapng: No such file or directory");
 }
 
 TEST_F(Pcapng, FullDiskLeavesWholeFrames) {
     pcapng_file file;
-    ASSERT_EQ(file.open(path), "");
-    ASSERT_EQ(file.write(1, octets(1000), "first"), "");
+    ASSERT_EQ(file.open(path).text, "");
+    ASSERT_EQ(file.write(1, octets(1000), "first").text, "");
     // The limit on file sizes stands in for the disk: it cuts the next frame.
     signal(SIGXFSZ, SIG_IGN);
     rlimit before{};
     getrlimit(RLIMIT_FSIZE, &before);
     const rlimit small{1500, before.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    const std::string reason = file.write(2, octets(1000), "second");
+    const ravo::fault wrong = file.write(2, octets(1000), "second");
     setrlimit(RLIMIT_FSIZE, &before);
-    EXPECT_EQ(reason, "cannot write " + path + ": File too large");
+    EXPECT_EQ(wrong.text, "cannot write " + path + ": File too large");
     EXPECT_EQ(tshark("-T fields -e frame.comment"), "first\n");
 }
 
@@ -212,7 +214,7 @@ TEST_F(Pcapng, OnlyWhereCapturesBelong) {
     std::filesystem::create_symlink(outside, inside + "/link");
     std::filesystem::create_symlink(inside, outside + "/back");
     ravo::platform::pcapng_set_folders({folder + "/none", inside});
-    const auto opened = [](const std::string &file) { return pcapng_file().open(file); };
+    const auto opened = [](const std::string &file) { return pcapng_file().open(file).text; };
     const std::string rest = " stands in no folder for captures (" + folder + "/none, " + inside +
                              "); name another file, or allow its folder: [capture] in the switch description";
     EXPECT_EQ(opened(inside + "/a.pcapng"), "");

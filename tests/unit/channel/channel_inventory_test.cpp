@@ -51,7 +51,7 @@ class ChannelInventory : public channel_box::NetTest {
             run("ip link set " + device + " master " + (port == 3 ? "vlan20" : "vlan10"));
         }
         ravo::platform::inventory_describe({});
-        ASSERT_EQ(ravo::platform::inventory_open(), "");
+        ASSERT_EQ(ravo::platform::inventory_open().text, "");
         fd_ = osal_socket(OSAL_AF_CHANNEL, SOCK_RAW, 0);
         ASSERT_GE(fd_, 0) << std::strerror(errno);
     }

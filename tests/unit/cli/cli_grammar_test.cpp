@@ -115,14 +115,14 @@ std::string shape(const grammar &form) {
 
 std::string shape_of(const char *text) {
     grammar form;
-    const std::string fault = compile(text, nullptr, &form);
-    return fault.empty() ? shape(form) : "fault: " + fault;
+    const ravo::fault wrong = compile(text, nullptr, &form);
+    return wrong ? "fault: " + wrong.text : shape(form);
 }
 
 TEST(Grammar, TakesEveryCommandOfTheRelay) {
     for (const cli_box::relay_command &row : cli_box::relay_commands()) {
         grammar form;
-        EXPECT_EQ(compile(row.text, nullptr, &form), "") << row.text;
+        EXPECT_EQ(compile(row.text, nullptr, &form).text, "") << row.text;
     }
 }
 
@@ -156,7 +156,7 @@ TEST(Grammar, SaysWhatIsWrong) {
 TEST(Grammar, EachWordHasItsHelp) {
     const char *const help[] = {"h-no", "h-string", "h-word", "h-exact", "h-partial", nullptr};
     grammar form;
-    ASSERT_EQ(compile("no [string WORD] [exact|partial] more", help, &form), "");
+    ASSERT_EQ(compile("no [string WORD] [exact|partial] more", help, &form).text, "");
     EXPECT_EQ(form.items[0].tokens[0].help, "h-no");
     EXPECT_EQ(form.items[1].tokens[1].help, "h-word");
     EXPECT_EQ(form.items[2].tokens[1].help, "h-partial");
@@ -175,7 +175,7 @@ std::vector<std::string> next_texts(const grammar &form, ravo::cli::position at,
 
 TEST(Grammar, OptionalPartsMayBeSkipped) {
     grammar form;
-    ASSERT_EQ(compile("no [string WORD] [exact|partial] [address A.B.C.D]", nullptr, &form), "");
+    ASSERT_EQ(compile("no [string WORD] [exact|partial] [address A.B.C.D]", nullptr, &form).text, "");
     bool ends = false;
     EXPECT_THAT(next_texts(form, {0, 0}, &ends), ElementsAre("no"));
     EXPECT_FALSE(ends);
@@ -193,7 +193,7 @@ TEST(Grammar, OptionalPartsMayBeSkipped) {
 
 token token_of(const char *text) {
     grammar form;
-    EXPECT_EQ(compile((std::string("x ") + text).c_str(), nullptr, &form), "");
+    EXPECT_EQ(compile((std::string("x ") + text).c_str(), nullptr, &form).text, "");
     return form.items.at(1).tokens.at(0);
 }
 
@@ -266,16 +266,16 @@ TEST(Argument, IsWhatTheUserMeant) {
 
 std::string list_fault(std::string_view text) {
     std::vector<std::uint16_t> out = {99};
-    const std::string fault = read_vlan_list(text, &out);
+    const ravo::fault wrong = read_vlan_list(text, &out);
     EXPECT_EQ(out, std::vector<std::uint16_t>{99}) << text;
-    return fault;
+    return wrong.text;
 }
 
 TEST(VlanList, IsReadInItsOrder) {
     std::vector<std::uint16_t> out;
-    EXPECT_EQ(read_vlan_list("30,10-12,11,4094", &out), "");
+    EXPECT_EQ(read_vlan_list("30,10-12,11,4094", &out).text, "");
     EXPECT_THAT(out, ElementsAre(30, 10, 11, 12, 4094));
-    EXPECT_EQ(read_vlan_list("1-4094", &out), "");
+    EXPECT_EQ(read_vlan_list("1-4094", &out).text, "");
     EXPECT_EQ(out.size(), 4094u);
 }
 

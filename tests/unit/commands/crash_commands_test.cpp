@@ -37,7 +37,7 @@ struct CrashCommands : testing::Test {
         black_box_close();
         (void)child::run([&]() -> int {
             black_box_crash none;
-            if (!black_box_open(folder + "/box", &none).empty()) return 1;
+            if (black_box_open(folder + "/box", &none)) return 1;
             book_entry entry;
             entry.time_us = time_us;
             entry.port_ifindex = 5123;
@@ -48,7 +48,7 @@ struct CrashCommands : testing::Test {
             return kill(getpid(), SIGKILL);
         });
         black_box_crash crash;
-        EXPECT_EQ(black_box_open(folder + "/box", &crash), "");
+        EXPECT_EQ(black_box_open(folder + "/box", &crash).text, "");
         (void)crash_book_enter(crash);
     }
 };

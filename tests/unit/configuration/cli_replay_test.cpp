@@ -188,11 +188,11 @@ TEST_F(Configuration, FilesThatCannotBeRead) {
 // ---- Saving ----
 
 TEST_F(Configuration, ASavedFileReplacesAndKeepsTheOldOne) {
-    EXPECT_EQ(save_file(path_, "one\n"), "");
+    EXPECT_EQ(save_file(path_, "one\n").text, "");
     EXPECT_EQ(read(path_), "one\n");
     EXPECT_FALSE(fs::exists(path_ + ".1"));
-    EXPECT_EQ(save_file(path_, "two\n"), "");
-    EXPECT_EQ(save_file(path_, "three\n"), "");
+    EXPECT_EQ(save_file(path_, "two\n").text, "");
+    EXPECT_EQ(save_file(path_, "three\n").text, "");
     EXPECT_EQ(read(path_), "three\n");
     EXPECT_EQ(read(path_ + ".1"), "two\n");
     for (const std::string &path : {path_, path_ + ".1"}) {
@@ -205,7 +205,7 @@ TEST_F(Configuration, ASavedFileReplacesAndKeepsTheOldOne) {
 
 TEST_F(Configuration, WhatASaveLeftBehindIsTakenOver) {
     std::ofstream(path_ + ".new") << "half";
-    EXPECT_EQ(save_file(path_, "whole\n"), "");
+    EXPECT_EQ(save_file(path_, "whole\n").text, "");
     EXPECT_EQ(read(path_), "whole\n");
     EXPECT_FALSE(fs::exists(path_ + ".new"));
 }
@@ -215,51 +215,51 @@ TEST_F(Configuration, ALinkStaysAndTheFileBehindItIsReplaced) {
     fs::create_directory(disk);
     fs::create_symlink("disk/link", path_);
     fs::create_symlink(disk + "/config", disk + "/link");
-    EXPECT_EQ(save_file(path_, "one\n"), "") << "where it leads there is nothing yet";
-    EXPECT_EQ(save_file(path_, "two\n"), "");
+    EXPECT_EQ(save_file(path_, "one\n").text, "") << "where it leads there is nothing yet";
+    EXPECT_EQ(save_file(path_, "two\n").text, "");
     EXPECT_TRUE(fs::is_symlink(path_));
     EXPECT_FALSE(fs::exists(path_ + ".1"));
     EXPECT_EQ(read(disk + "/config"), "two\n");
     EXPECT_EQ(read(disk + "/config.1"), "one\n");
-    EXPECT_EQ(erase_file(path_), "");
+    EXPECT_EQ(erase_file(path_).text, "");
     EXPECT_TRUE(fs::is_symlink(path_));
     EXPECT_FALSE(fs::exists(disk + "/config"));
-    EXPECT_EQ(erase_file(path_), "") << "nothing is there to be erased";
+    EXPECT_EQ(erase_file(path_).text, "") << "nothing is there to be erased";
     fs::remove_all(disk);
-    EXPECT_EQ(save_file(path_, "x"),
+    EXPECT_EQ(save_file(path_, "x").text,
               folder_ + "/disk/link cannot be written: No such file or directory; its folder does not exist");
     fs::remove(path_);
     fs::create_symlink(path_, path_);
-    EXPECT_EQ(save_file(path_, "x"), path_ + ".1 cannot be written: Too many levels of symbolic links");
-    EXPECT_EQ(erase_file(path_), "");
+    EXPECT_EQ(save_file(path_, "x").text, path_ + ".1 cannot be written: Too many levels of symbolic links");
+    EXPECT_EQ(erase_file(path_).text, "");
     EXPECT_FALSE(fs::is_symlink(path_));
 }
 
 TEST_F(Configuration, AnErrorOfASaveSaysWhyAndLeavesTheFile) {
-    EXPECT_EQ(save_file(folder_ + "/none/config", "x"),
+    EXPECT_EQ(save_file(folder_ + "/none/config", "x").text,
               folder_ + "/none/config cannot be written: No such file or directory; its folder does not exist");
-    EXPECT_EQ(save_file("/proc/ravo-config", "x").substr(0, 36), "/proc/ravo-config cannot be written:");
+    EXPECT_EQ(save_file("/proc/ravo-config", "x").text.substr(0, 36), "/proc/ravo-config cannot be written:");
     write("old\n");
     fs::create_directory(path_ + ".new");
-    EXPECT_EQ(save_file(path_, "x"), path_ + " cannot be written: Is a directory");
+    EXPECT_EQ(save_file(path_, "x").text, path_ + " cannot be written: Is a directory");
     EXPECT_EQ(read(path_), "old\n");
     fs::remove(path_ + ".new");
     fs::remove(path_ + ".1");
     fs::create_directory(path_ + ".1");
-    EXPECT_EQ(save_file(path_, "x"), path_ + ".1 cannot be written: Is a directory");
+    EXPECT_EQ(save_file(path_, "x").text, path_ + ".1 cannot be written: Is a directory");
     EXPECT_EQ(read(path_), "old\n");
 }
 
 TEST_F(Configuration, AFullDiskIsReported) {
-    ASSERT_EQ(save_file(path_, "old\n"), "");
+    ASSERT_EQ(save_file(path_, "old\n").text, "");
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {  // a limit on the size of files fails writes as a full disk does
         signal(SIGXFSZ, SIG_IGN);
         const struct rlimit limit = {1000, 1000};
         setrlimit(RLIMIT_FSIZE, &limit);
-        const std::string reason = save_file(path_, std::string(5000, 'x'));
-        _exit(reason == path_ + " cannot be written: File too large" ? 0 : 1);
+        const ravo::fault wrong = save_file(path_, std::string(5000, 'x'));
+        _exit(wrong.text == path_ + " cannot be written: File too large" ? 0 : 1);
     }
     int status = -1;
     ASSERT_EQ(waitpid(child, &status, 0), child);
@@ -270,7 +270,7 @@ TEST_F(Configuration, AFullDiskIsReported) {
 
 TEST_F(Configuration, KilledAtAnyMomentTheFileIsOldOrNew) {
     const std::string texts[] = {std::string(20000, 'a') + "\n", std::string(30000, 'b') + "\n"};
-    ASSERT_EQ(save_file(path_, texts[0]), "");
+    ASSERT_EQ(save_file(path_, texts[0]).text, "");
     for (int round = 0; round < 40; ++round) {
         const pid_t child = fork();
         ASSERT_GE(child, 0);

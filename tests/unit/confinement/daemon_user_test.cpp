@@ -48,7 +48,7 @@ struct DaemonUser : testing::Test {
 TEST_F(DaemonUser, RootBecomesItWithTheCapabilitiesAlone) {
     const child::result result = child::run([this] {
         const user_change change = user_become(as(somebody), kept, {});
-        if (!change.fault.empty() || !change.remark.empty()) return told(change.fault + change.remark);
+        if (change.wrong || !change.remark.empty()) return told(change.wrong.text + change.remark);
         uid_t real, effective, saved;
         (void)getresuid(&real, &effective, &saved);
         const bool changed = real == uid && effective == uid && saved == uid && setuid(0) != 0;
@@ -61,7 +61,7 @@ TEST_F(DaemonUser, RootBecomesItWithTheCapabilitiesAlone) {
 TEST_F(DaemonUser, OrderToDieWithTheStarterHoldsOn) {
     const child::result result = child::run([] {
         if (prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) != 0) return 1;
-        if (!user_become(as(somebody), kept, {}).fault.empty()) return 2;
+        if (user_become(as(somebody), kept, {}).wrong) return 2;
         int order = 0;
         return prctl(PR_GET_PDEATHSIG, &order, 0, 0, 0) == 0 && order == SIGKILL ? 0 : 3;
     });
@@ -71,16 +71,16 @@ TEST_F(DaemonUser, OrderToDieWithTheStarterHoldsOn) {
 TEST_F(DaemonUser, RootStaysRootWhenItIsToldTo) {
     const child::result result = child::run([] {
         const user_change change = user_become(as("root"), kept, {});
-        if (!change.fault.empty() || !change.remark.empty()) return 1;
+        if (change.wrong || !change.remark.empty()) return 1;
         return geteuid() == 0 && capabilities_permitted() != kept ? 0 : 2;
     });
     EXPECT_EQ(result.status, 0);
 }
 
 TEST_F(DaemonUser, OneThatIsNotThereIsAFaultWhenItWasAskedFor) {
-    EXPECT_EQ(user_become(as("no-such-user"), kept, {}).fault, "option --user: there is no user \"no-such-user\"");
+    EXPECT_EQ(user_become(as("no-such-user"), kept, {}).wrong.text, "option --user: there is no user \"no-such-user\"");
     const user_change change = user_become(as("no-such-user", /*given=*/false), kept, {});
-    EXPECT_EQ(change.fault, "");
+    EXPECT_EQ(change.wrong.text, "");
     EXPECT_EQ(change.remark,
               "there is no user \"no-such-user\": ravod keeps root's rights over files; see --user in ravod(8)");
     EXPECT_EQ(geteuid(), 0U);
@@ -92,13 +92,13 @@ TEST_F(DaemonUser, WhoIsNotRootStaysWhoHeIs) {
     const child::result stays = child::run([this] {
         if (setuid(uid) != 0) return 1;
         const user_change change = user_become(as("ravo", /*given=*/false), kept, {});
-        return change.fault.empty() && change.remark.empty() && user_of_daemon(as("root")) == uid ? 0 : 2;
+        return !change.wrong && change.remark.empty() && user_of_daemon(as("root")) == uid ? 0 : 2;
     });
     EXPECT_EQ(stays.status, 0);
     const child::result asks = child::run([this] {
         if (setuid(uid) != 0) return 1;
-        (void)told(user_become(as("root"), kept, {}).fault);
-        return user_become(as(somebody), kept, {}).fault.empty() ? 0 : 2;
+        (void)told(user_become(as("root"), kept, {}).wrong.text);
+        return user_become(as(somebody), kept, {}).wrong ? 2 : 0;
     });
     EXPECT_EQ(asks.status, 0) << "asking for oneself is no fault";
     EXPECT_EQ(asks.told, "option --user: only root can become user \"root\"");
@@ -112,7 +112,7 @@ TEST_F(DaemonUser, MissingFoldersAreMadeAndGivenToIt) {
         umask(0077);
         const user_change change =
             user_become(as(somebody), kept, {{folder + "/run", 0755}, {folder + "/there", 0700}, {"", 0700}});
-        return change.fault.empty() ? 0 : told(change.fault);
+        return change.wrong ? told(change.wrong.text) : 0;
     });
     EXPECT_EQ(result.told, "");
     struct stat made {

@@ -33,7 +33,7 @@ struct TrustedFile : testing::Test {
     void SetUp() override {
         if (geteuid() != 0) GTEST_SKIP() << "only root can give files away";
     }
-    std::string fault() const { return trusted_file_fault(file, daemon_user); }
+    std::string fault() const { return trusted_file_fault(file, daemon_user).text; }
 };
 
 TEST_F(TrustedFile, OfRootOrOfTheDaemonIsBelieved) {
@@ -49,7 +49,7 @@ TEST_F(TrustedFile, OfRootOrOfTheDaemonIsBelieved) {
 TEST_F(TrustedFile, OfSomebodyElseIsNot) {
     ASSERT_EQ(chown(file.c_str(), foreign, 0), 0);
     EXPECT_EQ(fault(), file + ": belongs to user 4712, who may change what this daemon does; chown root " + file);
-    EXPECT_EQ(trusted_file_fault(file, foreign), "");
+    EXPECT_EQ(trusted_file_fault(file, foreign).text, "");
     ASSERT_EQ(chown(file.c_str(), 0, 0), 0);
     ASSERT_EQ(chown(folder.c_str(), foreign, 0), 0);
     EXPECT_EQ(fault(), folder + ": belongs to user 4712, who may change what this daemon does; chown root " + folder);
@@ -77,15 +77,16 @@ TEST_F(TrustedFile, LinksAreFollowed) {
     const std::string link = folder + "/link";
     ASSERT_EQ(symlink(file.c_str(), link.c_str()), 0);
     ASSERT_EQ(lchown(link.c_str(), foreign, 0), 0);
-    EXPECT_EQ(trusted_file_fault(link, daemon_user), "");
+    EXPECT_EQ(trusted_file_fault(link, daemon_user).text, "");
     ASSERT_EQ(chmod(file.c_str(), 0646), 0);
-    EXPECT_EQ(trusted_file_fault(link, daemon_user), file + ": others may write it (mode 0646); chmod o-w " + file);
+    EXPECT_EQ(trusted_file_fault(link, daemon_user).text,
+              file + ": others may write it (mode 0646); chmod o-w " + file);
 }
 
 TEST_F(TrustedFile, WhatIsNoFileIsForItsReaderToTell) {
-    EXPECT_EQ(trusted_file_fault(folder + "/none", daemon_user), "");
-    EXPECT_EQ(trusted_file_fault(folder, daemon_user), "");
-    EXPECT_EQ(trusted_file_fault("/dev/null", daemon_user), "");
+    EXPECT_EQ(trusted_file_fault(folder + "/none", daemon_user).text, "");
+    EXPECT_EQ(trusted_file_fault(folder, daemon_user).text, "");
+    EXPECT_EQ(trusted_file_fault("/dev/null", daemon_user).text, "");
 }
 
 }  // namespace

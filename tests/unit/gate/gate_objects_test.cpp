@@ -69,7 +69,7 @@ class GateLoan : public testing::Test {
         int ends[2];
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
         const descriptor near(ends[0]), far(ends[1]);
-        EXPECT_EQ(gate_lend(near.get()), "");
+        EXPECT_EQ(gate_lend(near.get()).text, "");
         std::vector<std::uint8_t> bytes(64);
         bytes.resize(static_cast<std::size_t>(recv(far.get(), bytes.data(), bytes.size(), 0)));
         return bytes;
@@ -103,7 +103,7 @@ std::size_t open_descriptors() {
 }
 
 TEST_F(GateLoan, WhatIsLentCanBeAttachedWithoutARight) {
-    const gate_objects objects = borrow_from([](int fd) { EXPECT_EQ(gate_lend(fd), ""); });
+    const gate_objects objects = borrow_from([](int fd) { EXPECT_EQ(gate_lend(fd).text, ""); });
     EXPECT_EQ(refusal_, "");
     ASSERT_TRUE(objects);
     for (const descriptor *one :
@@ -118,7 +118,7 @@ TEST_F(GateLoan, WhatIsLentCanBeAttachedWithoutARight) {
 TEST_F(GateLoan, WhoMayNotLoadCannotLendAndSaysSo) {
     const gate_objects objects = borrow_from([](int fd) {
         const without_programs refused;
-        EXPECT_EQ(gate_lend(fd), "");
+        EXPECT_EQ(gate_lend(fd).text, "");
     });
     EXPECT_FALSE(objects);
     EXPECT_EQ(refusal_, "Operation not permitted");
@@ -178,7 +178,7 @@ TEST_F(GateLoan, TooFewAndTooManyDescriptorsAreClosed) {
 
 TEST(GateLend, TellsWhenNobodyTakesIt) {
     const descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
-    EXPECT_EQ(gate_lend(nothing.get()), "cannot lend the gate's program: Socket operation on non-socket");
+    EXPECT_EQ(gate_lend(nothing.get()).text, "cannot lend the gate's program: Socket operation on non-socket");
 }
 
 }  // namespace

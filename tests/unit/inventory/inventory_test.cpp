@@ -77,7 +77,7 @@ class Inventory : public testing::Test {
         ASSERT_EQ(pclose(pipe), 0) << commands;
     }
     void open() {
-        ASSERT_EQ(inventory_open(), "");
+        ASSERT_EQ(inventory_open().text, "");
         nsm_deliver_existing();
         inventory_on_change([this] { ++tap_changes; });
     }
@@ -131,7 +131,7 @@ const char two_vlans[] =
 // Stands first: once delivered, the process is told of changes for good.
 TEST_F(Inventory, DeliversWhatExists) {
     ip(two_vlans);
-    ASSERT_EQ(inventory_open(), "");
+    ASSERT_EQ(inventory_open().text, "");
     EXPECT_THAT(interface_events::take(), IsEmpty());
     nsm_deliver_existing();
     EXPECT_THAT(interface_events::take(),
@@ -335,7 +335,7 @@ TEST_F(Inventory, LostChangesAreMadeGoodByReadingAgain) {
     interface_events::take();
     inventory_close();
     const auto opened = std::chrono::steady_clock::now();
-    ASSERT_EQ(inventory_open_with_buffer(/*receive_buffer=*/1), "");
+    ASSERT_EQ(inventory_open_with_buffer(/*receive_buffer=*/1).text, "");
     ip("link del vlan10\nlink set swp2 nomaster\naddress add 10.0.20.1/24 dev vlan20\n" + bridges(100, 300));
     ASSERT_TRUE(wait_for([] { return netlink_rereads() != 0; }));
     settle();

@@ -31,34 +31,29 @@ using testing::IsEmpty;
 
 TEST_F(SwitchDescription, MissingFileIsAnEmptyDescriptionWhenOptional) {
     switch_description out{{{"old", 1, 1}}, {}};
-    std::string error;
-    EXPECT_TRUE(switch_description_read(path, true, &out, &error));
+    EXPECT_EQ(switch_description_read(path, true, &out).text, "");
     EXPECT_EQ(out, switch_description{});
 }
 
 TEST_F(SwitchDescription, MissingFileThatWasNamedIsAFault) {
     switch_description out;
-    std::string error;
-    EXPECT_FALSE(switch_description_read(path, false, &out, &error));
-    EXPECT_EQ(error, path +
-                         ": cannot read the switch description: No such file or directory; name a readable file with "
-                         "--switch");
+    EXPECT_EQ(switch_description_read(path, false, &out).text,
+              path +
+                  ": cannot read the switch description: No such file or directory; name a readable file with "
+                  "--switch");
 }
 
 TEST_F(SwitchDescription, FolderInItsPlaceIsAFaultEvenWhenOptional) {
     switch_description out;
-    std::string error;
-    EXPECT_FALSE(switch_description_read(folder, true, &out, &error));
-    EXPECT_EQ(error,
+    EXPECT_EQ(switch_description_read(folder, true, &out).text,
               folder + ": cannot read the switch description: Is a directory; name a readable file with --switch");
 }
 
 TEST_F(SwitchDescription, HugeFileIsAFault) {
     std::ofstream(path) << std::string(5 * 1024 * 1024, '#');
     switch_description out;
-    std::string error;
-    EXPECT_FALSE(switch_description_read(path, false, &out, &error));
-    EXPECT_EQ(error, path + ": cannot read the switch description: File too large; name a readable file with --switch");
+    EXPECT_EQ(switch_description_read(path, false, &out).text,
+              path + ": cannot read the switch description: File too large; name a readable file with --switch");
 }
 
 // ---- Syntax ----
@@ -81,10 +76,9 @@ TEST_F(SwitchDescription, EveryCutOfAGoodFileIsReadOrRefused) {
     for (std::size_t length = 0; length < whole.size(); ++length) {
         std::ofstream(path) << whole.substr(0, length);
         switch_description out;
-        std::string error;
-        const bool fine = switch_description_read(path, false, &out, &error);
-        EXPECT_EQ(fine, error.empty()) << length;
-        EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+        const ravo::fault wrong = switch_description_read(path, false, &out);
+        EXPECT_EQ(wrong.text.find('\n'), std::string::npos) << wrong.text;
+        EXPECT_TRUE(!wrong || out == switch_description{}) << length;
     }
 }
 

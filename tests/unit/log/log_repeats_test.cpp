@@ -32,7 +32,7 @@ using testing::SizeIs;
 // Lines go to the ring; /dev/null is their target.
 struct Repeats : testing::Test {
     Repeats() {
-        EXPECT_EQ(ravo::platform::log_open("/dev/null", log_level_trace), "");
+        EXPECT_EQ(ravo::platform::log_open("/dev/null", log_level_trace).text, "");
         ravo::platform::log_hold_repeats();
     }
     ~Repeats() override {

@@ -74,7 +74,7 @@ struct Log : testing::Test {
         char name[] = "/tmp/log_test.XXXXXX";
         folder = mkdtemp(name);
         err = std::make_unique<captured_stderr>(folder);
-        EXPECT_EQ(log_open("stderr", log_level_warning), "");
+        EXPECT_EQ(log_open("stderr", log_level_warning).text, "");
     }
     ~Log() override {
         log_close();
@@ -180,7 +180,7 @@ std::string device_and_inode(const std::string &path, unsigned more = 0) {
 
 TEST_F(Log, LinesOfTheJournalBeginWithTheirSeverity) {
     const journal_stream stream(device_and_inode(err->path));
-    EXPECT_EQ(log_open("stderr", log_level_trace), "");
+    EXPECT_EQ(log_open("stderr", log_level_trace).text, "");
     print(0, "start\n");
     print(101, "trace\n");
     print(103, "warning\n");
@@ -195,7 +195,7 @@ TEST_F(Log, LinesOfTheJournalBeginWithTheirSeverity) {
 TEST_F(Log, AnotherStreamIsNotTheJournal) {
     for (const std::string &name : {device_and_inode(err->path, 1), std::string("1"), std::string()}) {
         const journal_stream stream(name);
-        EXPECT_EQ(log_open("stderr", log_level_warning), "");
+        EXPECT_EQ(log_open("stderr", log_level_warning).text, "");
         print(104, "plain\n");
     }
     EXPECT_EQ(err->text(), "plain\nplain\nplain\n");
@@ -205,7 +205,7 @@ TEST_F(Log, AnotherStreamIsNotTheJournal) {
 
 TEST_F(Log, FileLinesBeginWithTheTime) {
     const std::string path = folder + "/log";
-    ASSERT_EQ(log_open(path, log_level_warning), "");
+    ASSERT_EQ(log_open(path, log_level_warning).text, "");
     print(104, "one ");
     print(104, "line\ntwo\n");
     EXPECT_THAT(contents(path),
@@ -217,7 +217,7 @@ TEST_F(Log, FileLinesBeginWithTheTime) {
 TEST_F(Log, FileIsAppendedTo) {
     const std::string path = folder + "/log";
     std::ofstream(path) << "before\n";
-    ASSERT_EQ(log_open(path, log_level_warning), "");
+    ASSERT_EQ(log_open(path, log_level_warning).text, "");
     print(104, "after\n");
     EXPECT_THAT(contents(path), MatchesRegex("before\n[-0-9]+ [0-9:.]+ after\n"));
 }
@@ -225,7 +225,7 @@ TEST_F(Log, FileIsAppendedTo) {
 TEST_F(Log, FileThatCannotBeOpenedIsReportedAndNothingChanges) {
     const std::string path = folder + "/none/log";
     EXPECT_EQ(
-        log_open(path, log_level_trace),
+        log_open(path, log_level_trace).text,
         path +
             ": cannot write the log there: No such file or directory; name a file in an existing, writable folder, "
             "or stderr or syslog");
@@ -235,7 +235,7 @@ TEST_F(Log, FileThatCannotBeOpenedIsReportedAndNothingChanges) {
 }
 
 TEST_F(Log, FileThatCannotBeWrittenIsToldOnceOnStderr) {
-    ASSERT_EQ(log_open("/dev/full", log_level_warning), "");
+    ASSERT_EQ(log_open("/dev/full", log_level_warning).text, "");
     print(104, "one\n");
     print(104, "two\n");
     EXPECT_EQ(err->text(), "ravod: /dev/full: cannot write the log: No space left on device\n");
@@ -244,10 +244,10 @@ TEST_F(Log, FileThatCannotBeWrittenIsToldOnceOnStderr) {
 
 TEST_F(Log, FileThatWasMovedAwayIsOpenedAgain) {
     const std::string path = folder + "/log";
-    ASSERT_EQ(log_open(path, log_level_warning), "");
+    ASSERT_EQ(log_open(path, log_level_warning).text, "");
     print(104, "one\n");
     std::filesystem::rename(path, path + ".1");
-    EXPECT_EQ(log_reopen(), "");
+    EXPECT_EQ(log_reopen().text, "");
     print(104, "two\n");
     EXPECT_THAT(contents(path + ".1"), EndsWith(" one\n"));
     EXPECT_THAT(contents(path), EndsWith(" two\n"));

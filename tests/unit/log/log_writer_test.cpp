@@ -86,7 +86,7 @@ struct Writer : testing::Test {
         std::filesystem::remove_all(folder);
     }
     static void start(const std::string &target) {
-        ASSERT_EQ(log_open(target, log_level_warning), "");
+        ASSERT_EQ(log_open(target, log_level_warning).text, "");
         log_start_writer();
         ASSERT_TRUE(log_writer_running());
     }
@@ -174,7 +174,7 @@ TEST_F(Writer, AFileThatWasMovedAwayIsOpenedAgain) {
     log_line(log_level_error, "one");
     ASSERT_TRUE(log_writer_settle(long_enough));  // a line still queued would go to the new file
     std::filesystem::rename(path, path + ".1");
-    EXPECT_EQ(log_reopen(), "");
+    EXPECT_EQ(log_reopen().text, "");
     log_line(log_level_error, "two");
     ASSERT_TRUE(log_writer_settle(long_enough));
     EXPECT_THAT(contents(path + ".1"), MatchesRegex("[-0-9]+ [0-9:.]+ one\n"));
@@ -222,7 +222,7 @@ TEST_F(Writer, ClosingWithAReaderThatHangsTakesASecondAndNoMore) {
         EXPECT_GE(took, std::chrono::milliseconds(900));
         EXPECT_LT(took, std::chrono::seconds(10));
     }  // the reader goes, and the thread that was left behind ends
-    EXPECT_EQ(log_open(folder + "/log", log_level_warning), "");
+    EXPECT_EQ(log_open(folder + "/log", log_level_warning).text, "");
     log_line(log_level_error, "again");
     EXPECT_THAT(contents(folder + "/log"), EndsWith(" again\n"));
 }
@@ -236,7 +236,7 @@ int in_child(const std::string &path, function act) {
     if (child == 0) {
         const rlimit no_core{0, 0};
         setrlimit(RLIMIT_CORE, &no_core);
-        if (!log_open(path, log_level_warning).empty()) _exit(99);
+        if (log_open(path, log_level_warning)) _exit(99);
         log_start_writer();
         act();
         _exit(98);

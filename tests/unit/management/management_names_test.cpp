@@ -45,7 +45,9 @@ struct Names : testing::Test {
         system.go_on.set_value();
         platform::loop_free();
     }
-    void open(bool hangs) const { ASSERT_EQ(platform::names_open("lookers", "changers", system.service(hangs)), ""); }
+    void open(bool hangs) const {
+        ASSERT_EQ(platform::names_open("lookers", "changers", system.service(hangs)).text, "");
+    }
     [[nodiscard]] bool ask(uid_t uid, double seconds = 20) {
         return platform::names_ask(uid, seconds, [this](const known_names &names) { heard.push_back(text_of(names)); });
     }
@@ -83,7 +85,7 @@ TEST_F(Names, WhatWasKnownBeforeIsTakenWhenTheSystemHangs) {
         if (*hangs) wait.wait();
         return std::string("seven");
     };
-    ASSERT_EQ(platform::names_open("lookers", "changers", service), "");
+    ASSERT_EQ(platform::names_open("lookers", "changers", service).text, "");
     ASSERT_TRUE(ask(7));
     wait_for(1);
     *hangs = true;

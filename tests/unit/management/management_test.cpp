@@ -48,7 +48,7 @@ TEST_F(Management, TakesAStaleSocketOver) {
     ASSERT_EQ(bind(old, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
     ASSERT_EQ(listen(old, 1), 0);
     close(old);
-    EXPECT_EQ(platform::management_check(path), "");
+    EXPECT_EQ(platform::management_check(path).text, "");
     open();
     client c(path);
     greet(c);
@@ -62,9 +62,9 @@ TEST_F(Management, IsRefusedWhereALivingOneListensAndThatOneIsUnharmed) {
     const std::string reason =
         path + ": another ravod (process " + std::to_string(getpid()) +
         ") is listening on this management socket; stop it; choose another socket with --management";
-    EXPECT_EQ(platform::management_check(path), reason);
+    EXPECT_EQ(platform::management_check(path).text, reason);
     platform::management_socket second;
-    EXPECT_EQ(platform::management_socket_listen(path, {}, &second), reason);
+    EXPECT_EQ(platform::management_socket_listen(path, {}, &second).text, reason);
     expect_served(c);
     client later(path);
     greet(later);
@@ -77,8 +77,8 @@ TEST_F(Management, LeavesAFileAloneThatIsNoSocket) {
     fputs("precious", file);
     fclose(file);
     const std::string reason = path + ": is no socket; remove it; choose another socket with --management";
-    EXPECT_EQ(platform::management_check(path), reason);
-    EXPECT_EQ(platform::management_open(path), reason);
+    EXPECT_EQ(platform::management_check(path).text, reason);
+    EXPECT_EQ(platform::management_open(path).text, reason);
     struct stat found {};
     ASSERT_EQ(stat(path.c_str(), &found), 0);
     EXPECT_EQ(found.st_size, 8);
@@ -87,9 +87,9 @@ TEST_F(Management, LeavesAFileAloneThatIsNoSocket) {
 TEST_F(Management, RefusesAPathThatIsTooLongOrHasNoFolder) {
     const std::string too_long = folder + "/" + std::string(108, 'x');
     EXPECT_EQ(
-        platform::management_open(too_long),
+        platform::management_open(too_long).text,
         too_long + ": the management socket's path must have 1 to 107 bytes; choose another socket with --management");
-    EXPECT_EQ(platform::management_open(folder + "/a/b/c.sock"),
+    EXPECT_EQ(platform::management_open(folder + "/a/b/c.sock").text,
               folder +
                   "/a/b: cannot make the management socket's folder: No such file or directory; choose another socket "
                   "with --management");
@@ -99,7 +99,7 @@ TEST_F(Management, DoesNotRemoveAFileThatAnotherPutInItsPlace) {
     open();
     const std::string other = folder + "/run/other";
     platform::management_socket second;
-    ASSERT_EQ(platform::management_socket_listen(other, {}, &second), "");
+    ASSERT_EQ(platform::management_socket_listen(other, {}, &second).text, "");
     ASSERT_EQ(rename(other.c_str(), path.c_str()), 0);
     platform::management_close();
     EXPECT_EQ(access(path.c_str(), F_OK), 0);

@@ -47,14 +47,14 @@ struct KeptTransactions : testing::Test {
     }
     std::vector<kept_transaction> open() const {
         std::vector<kept_transaction> found = {{}};
-        EXPECT_EQ(kept_transactions_open(path, &found), "");
+        EXPECT_EQ(kept_transactions_open(path, &found).text, "");
         return found;
     }
     std::string refused() const {
         std::vector<kept_transaction> found = {{}};
-        const std::string reason = kept_transactions_open(path, &found);
+        const ravo::fault wrong = kept_transactions_open(path, &found);
         EXPECT_THAT(found, IsEmpty());
-        return reason;
+        return wrong.text;
     }
     // The ids of what is found.
     std::vector<std::uint32_t> ids() const {

@@ -25,17 +25,17 @@ using testing::HasSubstr;
 
 frame_options parsed(const std::vector<std::string> &words) {
     frame_options options;
-    EXPECT_EQ(frame_parse_options(words, &options), "");
+    EXPECT_EQ(frame_parse_options(words, &options).text, "");
     return options;
 }
 
 std::string refused(const std::vector<std::string> &words) {
     frame_options options;
     options.management_socket = "untouched";
-    std::string line = frame_parse_options(words, &options);
+    const ravo::fault line = frame_parse_options(words, &options);
     EXPECT_EQ(options.management_socket, "untouched");
     EXPECT_FALSE(options.help || options.version || options.check);
-    return line;
+    return line.text;
 }
 
 // ---- Options ----
@@ -133,22 +133,22 @@ constexpr std::uint64_t bit(unsigned capability) {
 }
 
 TEST(FrameCapability, FirstMissingOneIsNamedWithTheRemedy) {
-    EXPECT_EQ(frame_missing_capability(0, 1024),
+    EXPECT_EQ(frame_missing_capability(0, 1024).text,
               "CAP_NET_RAW is missing, needed to open packet sockets; start ravod as root, or with "
               "AmbientCapabilities=CAP_NET_RAW in its systemd unit");
-    EXPECT_EQ(frame_missing_capability(~bit(CAP_NET_RAW), 1024), frame_missing_capability(0, 1024));
-    EXPECT_EQ(frame_missing_capability(bit(CAP_NET_RAW), 1024),
+    EXPECT_EQ(frame_missing_capability(~bit(CAP_NET_RAW), 1024).text, frame_missing_capability(0, 1024).text);
+    EXPECT_EQ(frame_missing_capability(bit(CAP_NET_RAW), 1024).text,
               "CAP_NET_BIND_SERVICE is missing, needed to use the DHCP ports 67 and 68; start ravod as root, or with "
               "AmbientCapabilities=CAP_NET_BIND_SERVICE in its systemd unit");
 }
 
 TEST(FrameCapability, TheTwoNeededOnesAreEnough) {
-    EXPECT_EQ(frame_missing_capability(bit(CAP_NET_RAW) | bit(CAP_NET_BIND_SERVICE), 1024), "");
+    EXPECT_EQ(frame_missing_capability(bit(CAP_NET_RAW) | bit(CAP_NET_BIND_SERVICE), 1024).text, "");
 }
 
 TEST(FrameCapability, PortsThatNeedNoPrivilegeNeedNoCapability) {
-    EXPECT_EQ(frame_missing_capability(bit(CAP_NET_RAW), 67), "");
-    EXPECT_NE(frame_missing_capability(bit(CAP_NET_RAW), 68), "");
+    EXPECT_EQ(frame_missing_capability(bit(CAP_NET_RAW), 67).text, "");
+    EXPECT_NE(frame_missing_capability(bit(CAP_NET_RAW), 68).text, "");
 }
 
 // ---- The run of the loop ----

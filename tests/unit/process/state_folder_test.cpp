@@ -32,7 +32,7 @@ class StateFolder : public testing::Test {
 
 TEST_F(StateFolder, TheOneGivenIsMadeAndUsed) {
     setenv("STATE_DIRECTORY", "/nowhere/at/all", 1);
-    EXPECT_EQ(state_open(base + "/new//"), "");
+    EXPECT_EQ(state_open(base + "/new//").text, "");
     EXPECT_EQ(state_folder(), base + "/new");
     EXPECT_EQ(state_path("ports"), base + "/new/ports");
     struct stat status;
@@ -42,13 +42,13 @@ TEST_F(StateFolder, TheOneGivenIsMadeAndUsed) {
 
 TEST_F(StateFolder, TheInitSystemsFirstOneIsUsedOtherwise) {
     setenv("STATE_DIRECTORY", (base + ":/var/lib/other").c_str(), 1);
-    EXPECT_EQ(state_open(""), "");
+    EXPECT_EQ(state_open("").text, "");
     EXPECT_EQ(state_folder(), base);
 }
 
 TEST_F(StateFolder, WithNeitherNothingIsRemembered) {
     EXPECT_EQ(
-        state_open(""),
+        state_open("").text,
         "state: no folder is given (--state, or StateDirectory= of the unit): numbers of ports and saved versions "
         "are not remembered");
     EXPECT_EQ(state_folder(), "");
@@ -57,11 +57,11 @@ TEST_F(StateFolder, WithNeitherNothingIsRemembered) {
 
 TEST_F(StateFolder, OneThatCannotBeUsedIsTold) {
     const std::string why = ", numbers of ports and saved versions are not remembered: ";
-    EXPECT_EQ(state_open(base + "/no/such"),
+    EXPECT_EQ(state_open(base + "/no/such").text,
               "state: " + base + "/no/such cannot be used" + why + "No such file or directory");
     EXPECT_EQ(state_folder(), "");
     std::ofstream(base + "/file") << "x";
-    EXPECT_EQ(state_open(base + "/file"), "state: " + base + "/file cannot be used" + why + "Not a directory");
+    EXPECT_EQ(state_open(base + "/file").text, "state: " + base + "/file cannot be used" + why + "Not a directory");
 }
 
 }  // namespace
