@@ -13,6 +13,7 @@ MUTATE = Path(__file__).resolve().parents[1] / "mutate"
 sys.path.insert(0, str(MUTATE))
 import explained  # noqa: E402
 import mutants  # noqa: E402
+import reached  # noqa: E402
 
 loader = importlib.machinery.SourceFileLoader("mutate_run", str(MUTATE / "run"))
 run = importlib.util.module_from_spec(importlib.util.spec_from_loader("mutate_run", loader))
@@ -94,7 +95,7 @@ def bench(tmp_path, monkeypatch):
 
 
 def verdicts(bench, order):
-    results = [bench.try_mutant("half", HALF, mutant, lambda _: order) for mutant in mutants.mutants(HALF)]
+    results = [bench.try_mutant("half", HALF, mutant, lambda *_: order) for mutant in mutants.mutants(HALF)]
     return {result.mutant.after: result.verdict for result in results}
 
 
@@ -123,8 +124,8 @@ def test_a_mutant_leaves_nothing_behind(bench):
 def test_too_many_survivors_fail(bench, monkeypatch, tmp_path, capsys):
     made, order = bench
     monkeypatch.setattr(run, "BUILD", tmp_path)
-    results = [made.try_mutant("half", HALF, mutant, lambda _: order) for mutant in mutants.mutants(HALF)]
-    options = type("Options", (), {"sources": [], "sample": 0, "again": False})
+    results = [made.try_mutant("half", HALF, mutant, lambda *_: order) for mutant in mutants.mutants(HALF)]
+    options = type("Options", (), {"sources": [], "sample": 0, "again": False, "kept": False})
     assert run.report(results, options) == 1
     assert "22.2 % survive without an explanation, 3 % may" in capsys.readouterr().out
     (tmp_path / "tests/mutate").mkdir(parents=True)
@@ -134,3 +135,45 @@ def test_too_many_survivors_fail(bench, monkeypatch, tmp_path, capsys):
     (tmp_path / "tests/mutate/explained.txt").write_text(entry + "\nhalf\n- gone\n+ gone too\nstale\n")
     assert run.report(results, options) == 1
     assert "fits no survivor: half: gone" in capsys.readouterr().out
+
+
+def test_any_beginning_is_an_even_sample():
+    work = list(range(1000))
+    assert sorted(run.spread(work)) == work
+    first = run.spread(work)[:100]
+    assert all(7 <= sum(start <= item < start + 100 for item in first) <= 13 for start in range(0, 1000, 100))
+
+
+def test_an_ended_run_goes_on(monkeypatch, tmp_path):
+    monkeypatch.setattr(run, "BUILD", tmp_path)
+    work = [("half", HALF, mutant) for mutant in mutants.mutants(HALF)]
+    assert run.results_before(work) == ([], work), "there are no results yet"
+    kept = [run.Result("half", work[0][2], "survived"), run.Result("half", work[2][2], "killed", "judge")]
+    (tmp_path / "results").write_text("".join(result.line() + "\n" for result in kept))
+    assert run.results_before(work) == (kept, [work[1], *work[3:]])
+    (tmp_path / "results").write_text(kept[0].line().replace("n < 0", "n < 7") + "\n")
+    assert run.results_before(work) == ([], work), "the line has changed since"
+
+
+TWICE = """int half(int n) {
+    return n / 2;
+}
+int twice(int n) {
+    return n * 2;
+}
+"""
+
+
+def test_only_who_runs_a_function_is_asked(tmp_path):
+    (tmp_path / "sums.cpp").write_text(TWICE)
+    words = {"sums": ["g++", "-fPIC"]}
+    subprocess.run(["g++", "-shared", "-fPIC", "-Wl,-soname,libsums.so", "sums.cpp", "-o", "libsums.so"], cwd=tmp_path,
+                   check=True)
+    for name, body in {"halves": "half(4) - 2", "twices": "twice(2) - 4", "dies": "(fork(), twice(2) - 4)"}.items():
+        (tmp_path / f"{name}.cpp").write_text(f"#include <unistd.h>\nint half(int), twice(int);\nint main() {{ return {body}; }}\n")
+        subprocess.run(["g++", f"{name}.cpp", "-o", name, "libsums.so"], cwd=tmp_path, check=True)
+    programs = [tmp_path / name for name in ("halves", "twices", "dies")]
+    found = reached.Reached(words, {"sums": tmp_path / "sums.cpp"}, programs, tmp_path, "libsums.so")
+    assert found.programs("sums", 2) == {"halves", "dies"}, "what a child runs that dies is not counted"
+    assert found.programs("sums", 5) == {"twices", "dies"}
+    assert found.programs("sums", 99) == {"halves", "twices", "dies"}, "outside of functions all are asked"
