@@ -245,9 +245,9 @@ answer request_status(connection &c, const protocol::bytes &request, std::uint32
 connection_ptr open(const open_options &options, std::string *reason) {
     connection_ptr c(new connection);
     c->path = options.socket;
-    const std::string fault = reach(options.socket, &c->fd);
-    if (!fault.empty()) {
-        *reason = options.socket + ": " + fault;
+    const fault wrong = reach(options.socket, &c->fd);
+    if (wrong) {
+        *reason = options.socket + ": " + wrong.text;
         return nullptr;
     }
     const auto limit = steady_clock::now() + std::chrono::seconds(options.timeout_seconds);

@@ -126,9 +126,9 @@ int peer_of(int fd) {
 }
 
 void begin(link &l) {
-    const std::string fault = reach(l.options.socket, &l.fd);
-    if (!fault.empty()) {
-        lose(l, fault);
+    const fault wrong = reach(l.options.socket, &l.fd);
+    if (wrong) {
+        lose(l, wrong.text);
         return;
     }
     l.phase = phase::greeting;

@@ -5,15 +5,15 @@
 
 namespace ravo::client {
 
-std::string read_options(const std::vector<std::string> &words, const std::vector<option_row> &table) {
+fault read_options(const std::vector<std::string> &words, const std::vector<option_row> &table) {
     for (std::size_t at = 0; at < words.size(); ++at) {
         const std::string &word = words[at];
         const std::size_t mark = std::min(word.find('='), word.size());
         const std::string name = word.substr(0, mark);
         const auto row = std::find_if(table.begin(), table.end(), [&](const option_row &r) { return r.name == name; });
-        if (row == table.end()) return "unknown option \"" + word + "\"";
+        if (row == table.end()) return {"unknown option \"" + word + "\""};
         if (row->flag != nullptr) {
-            if (mark < word.size()) return "option " + name + " has no value";
+            if (mark < word.size()) return {"option " + name + " has no value"};
             *row->flag = true;
             continue;
         }
@@ -23,7 +23,7 @@ std::string read_options(const std::vector<std::string> &words, const std::vecto
             *row->value = words[++at];
         else
             row->value->clear();
-        if (row->value->empty()) return "option " + name + " needs " + std::string(row->needs);
+        if (row->value->empty()) return {"option " + name + " needs " + std::string(row->needs)};
     }
     return {};
 }

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "fault.h"
+
 namespace ravo::client {
 
 // One option: where its value goes, or which flag it sets. Exactly one of the two is not null.
@@ -17,8 +19,8 @@ struct option_row {
     std::string_view needs;  // of a value, for the message: "ADDRESS:PORT"
 };
 
-// Reads all words; what is no option of the table is refused. Returns an empty string, or what is wrong with the usage.
-[[nodiscard]] std::string read_options(const std::vector<std::string> &words, const std::vector<option_row> &table);
+// Reads all words; what is no option of the table is refused. The fault, if any: what is wrong with the usage.
+fault read_options(const std::vector<std::string> &words, const std::vector<option_row> &table);
 
 }  // namespace ravo::client
 

@@ -5,11 +5,13 @@
 
 #include <string>
 
+#include "fault.h"
+
 namespace ravo::client {
 
-// Connects to the management socket at path. Returns an empty string and the descriptor, which is non-blocking and the
-// caller's, in *fd; or one line that tells why not (without the path).
-[[nodiscard]] std::string reach(const std::string &path, int *fd);
+// Connects to the management socket at path. The descriptor, in *fd, is non-blocking and the caller's. The fault, if
+// any: one line that tells why not (without the path).
+fault reach(const std::string &path, int *fd);
 
 // What the system calls an error.
 std::string error_text(int error);

@@ -12,6 +12,8 @@
 
 namespace {
 
+using ravo::fault;
+
 constexpr int exit_good = 0;
 constexpr int exit_failed = 1;
 constexpr int exit_usage = 2;
@@ -26,25 +28,26 @@ constexpr const char *help =
     "  --version  print the version\n"
     "  --help     print this\n";
 
-// Reads a stream to its end. Returns an empty string, or what is wrong.
-std::string read_all(std::FILE *from, std::string *text) {
+// Reads a stream to its end.
+fault read_all(std::FILE *from, std::string *text) {
     std::array<char, 4096> part{};
     std::size_t count = 0;
     while ((count = std::fread(part.data(), 1, part.size(), from)) > 0) {
         text->append(part.data(), count);
-        if (text->size() > most_bytes) return "is longer than 64 KiB; that is no command line";
+        if (text->size() > most_bytes) return {"is longer than 64 KiB; that is no command line"};
     }
-    if (std::ferror(from) != 0) return std::strerror(errno);
-    return text->find('\0') == text->npos ? "" : "has bytes in it that are no text";
+    if (std::ferror(from) != 0) return {std::strerror(errno)};
+    if (text->find('\0') != text->npos) return {"has bytes in it that are no text"};
+    return {};
 }
 
-std::string read_input(const std::string &file, std::string *text) {
+fault read_input(const std::string &file, std::string *text) {
     if (file == "-") return read_all(stdin, text);
     std::FILE *from = std::fopen(file.c_str(), "re");
-    if (from == nullptr) return std::strerror(errno);
-    const std::string fault = read_all(from, text);
+    if (from == nullptr) return {std::strerror(errno)};
+    fault wrong = read_all(from, text);
     std::fclose(from);
-    return fault;
+    return wrong;
 }
 
 int print(const std::string &text) {
@@ -56,10 +59,10 @@ int print(const std::string &text) {
 int convert(const std::string &file) {
     std::string text;
     ravo::moving::old_relay old;
-    std::string fault = read_input(file, &text);
-    if (fault.empty()) fault = ravo::moving::read_old_relay(text, &old);
-    if (fault.empty()) return print(ravo::moving::startup_configuration(old) + ravo::moving::switch_description(old));
-    std::fprintf(stderr, "ravo-import: %s: %s\n", file == "-" ? "standard input" : file.c_str(), fault.c_str());
+    fault wrong = read_input(file, &text);
+    if (!wrong) wrong = ravo::moving::read_old_relay(text, &old);
+    if (!wrong) return print(ravo::moving::startup_configuration(old) + ravo::moving::switch_description(old));
+    std::fprintf(stderr, "ravo-import: %s: %s\n", file == "-" ? "standard input" : file.c_str(), wrong.text.c_str());
     return exit_failed;
 }
 

@@ -29,41 +29,41 @@ bool is_one_of(const std::array<std::string_view, N> &names, std::string_view wo
 }
 
 // A device's name goes into files: nothing else may be hidden in it.
-std::string check_device(const std::string &name) {
+fault check_device(const std::string &name) {
     constexpr std::size_t longest = 15;
     constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-@+";
     if (!name.empty() && name.size() <= longest && name.find_first_not_of(letters) == name.npos) return {};
-    return "\"" + name + "\" is no name of a device; write the name that \"ip link\" shows";
+    return {"\"" + name + "\" is no name of a device; write the name that \"ip link\" shows"};
 }
 
-std::string take_device(const std::string &value, std::vector<std::string> *devices) {
+fault take_device(const std::string &value, std::vector<std::string> *devices) {
     if (std::find(devices->begin(), devices->end(), value) == devices->end()) devices->push_back(value);
     return check_device(value);
 }
 
-std::string take_count(const std::string &value, unsigned *count) {
+fault take_count(const std::string &value, unsigned *count) {
     const char *end = value.data() + value.size();
     const auto [read, fault] = std::from_chars(value.data(), end, *count);
     if (fault == std::errc{} && read == end && *count <= most_hops) return {};
-    return "-c needs a number from 0 to 255, not \"" + value + "\"";
+    return {"-c needs a number from 0 to 255, not \"" + value + "\""};
 }
 
-std::string take_policy(const std::string &value, std::string *policy) {
+fault take_policy(const std::string &value, std::string *policy) {
     constexpr std::array<std::string_view, 4> policies = {"append", "replace", "forward", "discard"};
     *policy = value;
-    return is_one_of(policies, value) ? "" : "-m needs append, replace, forward or discard, not \"" + value + "\"";
+    return {is_one_of(policies, value) ? "" : "-m needs append, replace, forward or discard, not \"" + value + "\""};
 }
 
-std::string take_server(const std::string &word, old_relay *out) {
+fault take_server(const std::string &word, old_relay *out) {
     constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_";
     if (word.empty() || word.find_first_not_of(letters) != word.npos)
-        return "\"" + word + "\" is neither an address nor the name of a server";
+        return {"\"" + word + "\" is neither an address nor the name of a server"};
     if (std::find(out->servers.begin(), out->servers.end(), word) == out->servers.end()) out->servers.push_back(word);
     return {};
 }
 
 // An option with its value.
-std::string take_valued(const std::string &name, const std::string &value, old_relay *out) {
+fault take_valued(const std::string &name, const std::string &value, old_relay *out) {
     if (name == "-i") return take_device(value, &out->both);
     if (name == "-id") return take_device(value, &out->clients);
     if (name == "-iu") return take_device(value, &out->uplinks);
@@ -78,16 +78,16 @@ bool needs_value(std::string_view name) {
     return is_one_of(ours, name) || is_one_of(with_value, name);
 }
 
-std::string read_words(const words_of &words, old_relay *out) {
+fault read_words(const words_of &words, old_relay *out) {
     for (std::size_t at = 0; at < words.size(); ++at) {
         const std::string &word = words[at];
-        std::string fault;
+        fault wrong;
         if (is_one_of(of_dhcpv6, word)) {
-            fault = word + " is of DHCPv6, which ravo does not relay; give it the command line for IPv4";
+            wrong = {word + " is of DHCPv6, which ravo does not relay; give it the command line for IPv4"};
         } else if (needs_value(word)) {
-            if (at + 1 == words.size()) return word + " needs a value";
+            if (at + 1 == words.size()) return {word + " needs a value"};
             ++at;
-            fault = take_valued(word, words[at], out);
+            wrong = take_valued(word, words[at], out);
         } else if (word == "-a") {
             out->adds_option = true;
         } else if (word == "-D") {
@@ -95,11 +95,11 @@ std::string read_words(const words_of &words, old_relay *out) {
         } else if (is_one_of(flags, word)) {
             out->options.push_back({word, {}});
         } else if (word.starts_with("-")) {
-            fault = "unknown option \"" + word + "\"; see dhcrelay(8), and leave it out if it is of no weight";
+            wrong = {"unknown option \"" + word + "\"; see dhcrelay(8), and leave it out if it is of no weight"};
         } else {
-            fault = take_server(word, out);
+            wrong = take_server(word, out);
         }
-        if (!fault.empty()) return fault;
+        if (wrong) return wrong;
     }
     return {};
 }
@@ -113,45 +113,45 @@ std::string variable_of(const std::string &word) {
 }
 
 // The variables as the service puts them together: devices, options, servers.
-std::string read_variables(const words_of &words, old_relay *out) {
+fault read_variables(const words_of &words, old_relay *out) {
     std::map<std::string, std::string> values;
     for (const std::string &word : words) {
         if (word == "export") continue;
         const std::string name = variable_of(word);
-        if (name.empty()) return "\"" + word + "\" is no NAME=VALUE; values with blanks stand in quotes";
+        if (name.empty()) return {"\"" + word + "\" is no NAME=VALUE; values with blanks stand in quotes"};
         values[name] = word.substr(name.size() + 1);
     }
     words_of line;
     words_of devices;
-    std::string fault = split_words(values["INTERFACES"], &devices);
+    fault wrong = split_words(values["INTERFACES"], &devices);
     for (const std::string &device : devices) line.insert(line.end(), {"-i", device});
-    if (fault.empty()) fault = split_words(values["OPTIONS"], &line);
-    if (fault.empty()) fault = split_words(values["SERVERS"], &line);
-    return fault.empty() ? read_words(line, out) : fault;
+    if (!wrong) wrong = split_words(values["OPTIONS"], &line);
+    if (!wrong) wrong = split_words(values["SERVERS"], &line);
+    return wrong ? wrong : read_words(line, out);
 }
 
 // A command line without its program.
-std::string read_command(words_of words, old_relay *out) {
+fault read_command(words_of words, old_relay *out) {
     constexpr std::string_view unit = "ExecStart=";
     if (words.front().starts_with(unit)) words.front().erase(0, unit.size());
     if (words.front().empty() || words.front() == "dhcrelay" || words.front().ends_with("/dhcrelay"))
         words.erase(words.begin());
-    return read_words(words, out);
+    return {read_words(words, out)};
 }
 
 }  // namespace
 
-std::string read_old_relay(std::string_view text, old_relay *out) {
+fault read_old_relay(std::string_view text, old_relay *out) {
     words_of words;
-    if (const std::string fault = split_words(text, &words); !fault.empty()) return fault;
-    if (words.empty()) return "there is neither a command line nor a variable in it";
+    if (const fault wrong = split_words(text, &words)) return wrong;
+    if (words.empty()) return {"there is neither a command line nor a variable in it"};
     for (const std::string &word : words)
-        if (word.find('$') != word.npos) return "\"" + word + "\" has a variable in it; write its value instead";
+        if (word.find('$') != word.npos) return {"\"" + word + "\" has a variable in it; write its value instead"};
     const std::string name = variable_of(words.front());
     const bool is_command = name.empty() ? words.front() != "export" : name == "ExecStart";
-    const std::string fault = is_command ? read_command(words, out) : read_variables(words, out);
-    if (fault.empty() && out->servers.empty()) return "no server is named; dhcrelay would not start either";
-    return fault;
+    const fault wrong = is_command ? read_command(words, out) : read_variables(words, out);
+    if (!wrong && out->servers.empty()) return {"no server is named; dhcrelay would not start either"};
+    return wrong;
 }
 
 }  // namespace ravo::moving

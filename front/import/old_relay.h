@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "fault.h"
+
 namespace ravo::moving {
 
 // An option of which there is something to say, with its value where it has one.
@@ -28,8 +30,8 @@ struct old_relay {
 };
 
 // Reads a text that is either a file of variables (SERVERS=, INTERFACES=, OPTIONS=) or a command line, which may begin
-// with the program's name and follow ExecStart=. Returns an empty string, or what is wrong and what to do.
-[[nodiscard]] std::string read_old_relay(std::string_view text, old_relay *out);
+// with the program's name and follow ExecStart=. The fault, if any: what is wrong and what to do.
+fault read_old_relay(std::string_view text, old_relay *out);
 
 }  // namespace ravo::moving
 

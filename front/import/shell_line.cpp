@@ -18,11 +18,11 @@ bool take_quoted(std::string_view text, char quote, std::size_t *at, std::string
 }
 
 // Takes one word that begins at *at.
-std::string take_word(std::string_view text, std::size_t *at, std::string *word) {
+fault take_word(std::string_view text, std::size_t *at, std::string *word) {
     while (*at < text.size() && blanks.find(text[*at]) == blanks.npos) {
         const char c = text[(*at)++];
         if (c == '\'' || c == '"') {
-            if (!take_quoted(text, c, at, word)) return std::string("a quote (") + c + ") without its end";
+            if (!take_quoted(text, c, at, word)) return {std::string("a quote (") + c + ") without its end"};
         } else if (c == '\\' && *at < text.size()) {
             if (text[*at] != '\n') *word += text[*at];  // a line that goes on below
             ++*at;
@@ -35,7 +35,7 @@ std::string take_word(std::string_view text, std::size_t *at, std::string *word)
 
 }  // namespace
 
-std::string split_words(std::string_view text, std::vector<std::string> *words) {
+fault split_words(std::string_view text, std::vector<std::string> *words) {
     std::size_t at = 0;
     while ((at = text.find_first_not_of(blanks, at)) != text.npos) {
         if (text[at] == '#') {
@@ -48,7 +48,7 @@ std::string split_words(std::string_view text, std::vector<std::string> *words) 
             continue;
         }
         std::string word;
-        if (const std::string fault = take_word(text, &at, &word); !fault.empty()) return fault;
+        if (const fault wrong = take_word(text, &at, &word)) return wrong;
         words->push_back(std::move(word));
     }
     return {};

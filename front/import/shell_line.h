@@ -7,11 +7,13 @@
 #include <string_view>
 #include <vector>
 
+#include "fault.h"
+
 namespace ravo::moving {
 
 // Appends the words of text to words. Blanks and line ends part words, quotes of both kinds and backslashes are taken
-// away, "#" at the beginning of a word hides the rest of its line. Returns an empty string, or what is wrong.
-[[nodiscard]] std::string split_words(std::string_view text, std::vector<std::string> *words);
+// away, "#" at the beginning of a word hides the rest of its line. The fault, if any: what is wrong.
+fault split_words(std::string_view text, std::vector<std::string> *words);
 
 }  // namespace ravo::moving
 

@@ -26,9 +26,9 @@ void fill_standard_streams() {
 int main(int argc, char **argv) {
     fill_standard_streams();
     ravo::client::shell_options options;
-    const std::string fault = ravo::client::parse_options({argv + (argc > 0 ? 1 : 0), argv + argc}, &options);
-    if (!fault.empty()) {
-        std::fprintf(stderr, "ravosh: %s; see ravosh --help\n", fault.c_str());
+    const ravo::fault wrong = ravo::client::parse_options({argv + (argc > 0 ? 1 : 0), argv + argc}, &options);
+    if (wrong) {
+        std::fprintf(stderr, "ravosh: %s; see ravosh --help\n", wrong.text.c_str());
         return ravo::client::exit_unreachable;
     }
     if (options.help || options.version) {

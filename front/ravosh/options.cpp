@@ -29,42 +29,42 @@ bool is_option(const std::string &word, std::string_view name) {
     return !name.starts_with("--") || word.size() == name.size() || word[name.size()] == '=';
 }
 
-std::string take_file(const std::string &word, shell_options *out) {
-    if (out->has_file) return "more than one file: \"" + out->file + "\" and \"" + word + "\"";
+fault take_file(const std::string &word, shell_options *out) {
+    if (out->has_file) return {"more than one file: \"" + out->file + "\" and \"" + word + "\""};
     out->has_file = true;
     out->file = word;
     return {};
 }
 
-std::string take_minutes(const std::string &value, int *out) {
+fault take_minutes(const std::string &value, int *out) {
     constexpr int most = 1440;
     const auto [end, fault] = std::from_chars(value.data(), value.data() + value.size(), *out);
     if (fault == std::errc{} && end == value.data() + value.size() && *out >= 1 && *out <= most) return {};
-    return "option --confirm needs minutes from 1 to 1440, not \"" + value + "\"";
+    return {"option --confirm needs minutes from 1 to 1440, not \"" + value + "\""};
 }
 
 // The options around files, of which take_option is one part and this the other.
-std::string take_replace_option(const std::vector<std::string> &words, std::size_t *at, shell_options *out) {
+fault take_replace_option(const std::vector<std::string> &words, std::size_t *at, shell_options *out) {
     const std::string &word = words[*at];
     std::string value;
     if (word == "--dry-run") {
         out->dry_run = true;
     } else if (is_option(word, "--confirm")) {
-        if (!take_value("--confirm", words, at, &value)) return "option --confirm needs minutes";
+        if (!take_value("--confirm", words, at, &value)) return {"option --confirm needs minutes"};
         return take_minutes(value, &out->confirm);
     } else if (is_option(word, "--replace")) {
-        if (!take_value("--replace", words, at, &value) || value.empty()) return "option --replace needs a file";
-        if (out->has_replace) return "more than one file to replace by";
+        if (!take_value("--replace", words, at, &value) || value.empty()) return {"option --replace needs a file"};
+        if (out->has_replace) return {"more than one file to replace by"};
         out->has_replace = true;
         out->replace = value;
     } else {
-        return "unknown option \"" + word + "\"";
+        return {"unknown option \"" + word + "\""};
     }
     return {};
 }
 
 // Reads the option at *at and moves *at to its last word.
-std::string take_option(const std::vector<std::string> &words, std::size_t *at, shell_options *out) {
+fault take_option(const std::vector<std::string> &words, std::size_t *at, shell_options *out) {
     const std::string &word = words[*at];
     std::string value;
     if (word == "--help" || word == "-h") {
@@ -75,10 +75,10 @@ std::string take_option(const std::vector<std::string> &words, std::size_t *at, 
         out->version = true;
     } else if (is_option(word, "--management")) {
         if (!take_value("--management", words, at, &value) || value.empty())
-            return "option --management needs the path of a socket";
+            return {"option --management needs the path of a socket"};
         out->socket = value;
     } else if (is_option(word, "-c")) {
-        if (!take_value("-c", words, at, &value)) return "option -c needs a command";
+        if (!take_value("-c", words, at, &value)) return {"option -c needs a command"};
         out->commands.push_back(value);
     } else {
         return take_replace_option(words, at, out);
@@ -87,17 +87,17 @@ std::string take_option(const std::vector<std::string> &words, std::size_t *at, 
 }
 
 // What does not go together.
-std::string contradiction(const shell_options &options) {
+fault contradiction(const shell_options &options) {
     if (!options.has_replace && (options.dry_run || options.confirm != 0))
-        return "--dry-run and --confirm belong to --replace";
+        return {"--dry-run and --confirm belong to --replace"};
     if (options.has_replace && (options.has_file || !options.commands.empty()))
-        return "--replace goes without commands and without another file";
+        return {"--replace goes without commands and without another file"};
     return {};
 }
 
 }  // namespace
 
-std::string parse_options(const std::vector<std::string> &words, shell_options *out) {
+fault parse_options(const std::vector<std::string> &words, shell_options *out) {
     out->socket = default_socket;
     bool options_ended = false;
     for (std::size_t at = 0; at < words.size(); ++at) {
@@ -107,8 +107,7 @@ std::string parse_options(const std::vector<std::string> &words, shell_options *
             continue;
         }
         const bool option = !options_ended && word.size() > 1 && word.front() == '-';
-        const std::string fault = option ? take_option(words, &at, out) : take_file(word, out);
-        if (!fault.empty()) return fault;
+        if (fault wrong = option ? take_option(words, &at, out) : take_file(word, out)) return wrong;
     }
     return contradiction(*out);
 }

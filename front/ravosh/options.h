@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "fault.h"
+
 namespace ravo::client {
 
 struct shell_options {
@@ -22,9 +24,9 @@ struct shell_options {
     bool help = false;
 };
 
-// Reads the words of the command line, without the program's name. Returns an empty string, or one line with what is
+// Reads the words of the command line, without the program's name. The fault, if any: one line with what is
 // wrong.
-[[nodiscard]] std::string parse_options(const std::vector<std::string> &words, shell_options *out);
+fault parse_options(const std::vector<std::string> &words, shell_options *out);
 
 // The text of --help.
 const char *help_text();

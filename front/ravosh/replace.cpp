@@ -27,25 +27,25 @@ int complain(const std::string &line) {
     return exit_unreachable;
 }
 
-// Reads a file to its end. Returns an empty string, or why it cannot be read.
-std::string read_whole(int fd, std::string *text) {
+// Reads a file to its end. The fault, if any: why it cannot be read.
+fault read_whole(int fd, std::string *text) {
     char piece[16384];
     for (;;) {
         const ssize_t got = read(fd, piece, sizeof piece);
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return strerrordesc_np(errno);
+        if (got < 0) return {strerrordesc_np(errno)};
         if (got == 0) return {};
         text->append(piece, static_cast<std::size_t>(got));
     }
 }
 
-std::string read_file(const std::string &path, std::string *text) {
+fault read_file(const std::string &path, std::string *text) {
     if (path == "-") return read_whole(STDIN_FILENO, text);
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return strerrordesc_np(errno);
-    const std::string fault = read_whole(fd, text);
+    if (fd < 0) return {strerrordesc_np(errno)};
+    fault wrong = read_whole(fd, text);
     close(fd);
-    return fault;
+    return wrong;
 }
 
 // Runs one line. Returns its result, or -1 when there is no answer any more.
@@ -99,8 +99,7 @@ std::size_t line_too_long(std::string_view text) {
 int run_replace(const shell_options &options) {
     const std::string name = options.replace == "-" ? "standard input" : options.replace;
     std::string text, reason, printed;
-    const std::string fault = read_file(options.replace, &text);
-    if (!fault.empty()) return complain(name + ": cannot read: " + fault);
+    if (const fault wrong = read_file(options.replace, &text)) return complain(name + ": cannot read: " + wrong.text);
     if (const std::size_t number = line_too_long(text)) {
         std::fprintf(stderr, "%s:%zu: longer than %zu bytes\n", name.c_str(), number, protocol::max_command_line);
         return exit_failed;

@@ -28,9 +28,9 @@ void fill_standard_streams() {
 int main(int argc, char **argv) {
     fill_standard_streams();
     ravo::snmp::snmp_options options;
-    const std::string fault = ravo::snmp::parse_options({argv + (argc > 0 ? 1 : 0), argv + argc}, &options);
-    if (!fault.empty()) {
-        std::fprintf(stderr, "ravo-snmp: %s; see ravo-snmp --help\n", fault.c_str());
+    const ravo::fault wrong = ravo::snmp::parse_options({argv + (argc > 0 ? 1 : 0), argv + argc}, &options);
+    if (wrong) {
+        std::fprintf(stderr, "ravo-snmp: %s; see ravo-snmp --help\n", wrong.text.c_str());
         return exit_usage;
     }
     if (options.help || options.version) {

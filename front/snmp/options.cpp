@@ -31,18 +31,18 @@ bool read_oid(std::string_view text, oid_text *out) {
     return false;
 }
 
-std::string parse_options(const std::vector<std::string> &words, snmp_options *out) {
+fault parse_options(const std::vector<std::string> &words, snmp_options *out) {
     out->base_oid = own_base;
-    const std::string fault =
+    const fault wrong =
         client::read_options(words, {{"--management", &out->management, nullptr, "the path of a socket"},
                                      {"--agentx", &out->agentx, nullptr, "the master agent's address"},
                                      {"--base-oid", &out->base_oid, nullptr, "an object identifier"},
                                      {"--help", nullptr, &out->help, ""},
                                      {"-h", nullptr, &out->help, ""},
                                      {"--version", nullptr, &out->version, ""}});
-    if (!fault.empty() || out->help || out->version) return fault;
+    if (wrong || out->help || out->version) return wrong;
     if (read_oid(out->base_oid, &out->base)) return {};
-    return "--base-oid " + out->base_oid + " is no object identifier, such as " + own_base;
+    return {"--base-oid " + out->base_oid + " is no object identifier, such as " + own_base};
 }
 
 const char *help_text() {

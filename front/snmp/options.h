@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "client.h"
+#include "fault.h"
 #include "objects.h"
 
 namespace ravo::snmp {
@@ -20,8 +21,8 @@ struct snmp_options {
     bool version = false;
 };
 
-// Reads the command line. Returns an empty string, or what is wrong.
-[[nodiscard]] std::string parse_options(const std::vector<std::string> &words, snmp_options *out);
+// Reads the command line. The fault, if any: what is wrong.
+fault parse_options(const std::vector<std::string> &words, snmp_options *out);
 
 // Reads "1.3.6.1.4.1.99" (a leading dot is taken too): 2 to 100 numbers. Returns false for what is no identifier.
 bool read_oid(std::string_view text, oid_text *out);

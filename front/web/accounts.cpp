@@ -26,8 +26,8 @@ constexpr const char *method = "$y$";  // yescrypt, with crypt(3)'s own choice o
 // What a password is compared with when there is no such user: of the same method and cost as a new hash.
 constexpr const char *nobody_hash = "$y$j9T$ravoNobodyAtAll.$0123456789abcdefghijklmnopqrstuvwxyzABCDEFGH";
 
-std::string fault_at(const std::string &path, std::size_t line, const std::string &what) {
-    return path + ":" + std::to_string(line) + ": " + what;
+fault fault_at(const std::string &path, std::size_t line, const std::string &what) {
+    return {path + ":" + std::to_string(line) + ": " + what};
 }
 
 bool is_user_name(std::string_view user) {
@@ -41,42 +41,43 @@ bool read_role(std::string_view word, role *out) {
 }
 
 // Reads one line. Returns what is wrong with it.
-std::string read_line(std::string_view line, std::vector<account> *out) {
+fault read_line(std::string_view line, std::vector<account> *out) {
     const std::size_t first = line.find(':');
     const std::size_t second = first == std::string_view::npos ? first : line.find(':', first + 1);
-    if (second == std::string_view::npos) return "an account is USER:ROLE:HASH";
+    if (second == std::string_view::npos) return {"an account is USER:ROLE:HASH"};
     account a;
     a.user = line.substr(0, first);
     a.hash = line.substr(second + 1);
-    if (!is_user_name(a.user)) return "\"" + a.user + "\" is no name of a user";
-    if (!read_role(line.substr(first + 1, second - first - 1), &a.role)) return "the role must be admin or reader";
-    if (a.hash.size() < 4 || a.hash.front() != '$') return "the hash is none of crypt(3)'s";
-    if (find_account(*out, a.user) != nullptr) return "user " + a.user + " has an account already";
-    if (out->size() == most_accounts) return "more than " + std::to_string(most_accounts) + " accounts";
+    if (!is_user_name(a.user)) return {"\"" + a.user + "\" is no name of a user"};
+    if (!read_role(line.substr(first + 1, second - first - 1), &a.role)) return {"the role must be admin or reader"};
+    if (a.hash.size() < 4 || a.hash.front() != '$') return {"the hash is none of crypt(3)'s"};
+    if (find_account(*out, a.user) != nullptr) return {"user " + a.user + " has an account already"};
+    if (out->size() == most_accounts) return {"more than " + std::to_string(most_accounts) + " accounts"};
     out->push_back(std::move(a));
     return {};
 }
 
-std::string fault_of_mode(const struct stat &about) {
-    if (!S_ISREG(about.st_mode)) return "is no file";
-    if ((about.st_mode & (S_IRWXO | S_IWGRP)) != 0) return "may be read by others or written by its group; chmod 640";
-    if (about.st_size > static_cast<off_t>(largest_file)) return "is too large";
+fault fault_of_mode(const struct stat &about) {
+    if (!S_ISREG(about.st_mode)) return {"is no file"};
+    if ((about.st_mode & (S_IRWXO | S_IWGRP)) != 0) return {"may be read by others or written by its group; chmod 640"};
+    if (about.st_size > static_cast<off_t>(largest_file)) return {"is too large"};
     return {};
 }
 
-// Reads the file's text. Returns a fault; a missing file is empty text.
-std::string read_text(const std::string &path, std::string *text) {
+// Reads the file's text. A missing file is empty text.
+fault read_text(const std::string &path, std::string *text) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (fd < 0) return errno == ENOENT ? "" : path + ": cannot be read: " + client::error_text(errno);
+    if (fd < 0 && errno == ENOENT) return {};
+    if (fd < 0) return {path + ": cannot be read: " + client::error_text(errno)};
     struct stat about {};
-    std::string fault = fstat(fd, &about) == 0 ? fault_of_mode(about) : client::error_text(errno);
+    fault wrong = fstat(fd, &about) == 0 ? fault_of_mode(about) : fault{client::error_text(errno)};
     std::array<char, 4096> piece;
     ssize_t got = 0;
-    while (fault.empty() && text->size() <= largest_file && (got = read(fd, piece.data(), piece.size())) > 0)
+    while (!wrong && text->size() <= largest_file && (got = read(fd, piece.data(), piece.size())) > 0)
         text->append(piece.data(), static_cast<std::size_t>(got));
-    if (got < 0) fault = "cannot be read: " + client::error_text(errno);
+    if (got < 0) wrong = {"cannot be read: " + client::error_text(errno)};
     close(fd);
-    return fault.empty() ? fault : path + ": " + fault;
+    return wrong ? fault{path + ": " + wrong.text} : wrong;
 }
 
 std::string hash_password(std::string_view password) {
@@ -116,32 +117,31 @@ const char *role_word(role r) {
     return r == role::admin ? "admin" : "reader";
 }
 
-std::string read_accounts(const std::string &path, std::vector<account> *out) {
+fault read_accounts(const std::string &path, std::vector<account> *out) {
     out->clear();
     std::string text;
-    std::string fault = read_text(path, &text);
+    fault wrong = read_text(path, &text);
     std::string_view left = text;
-    for (std::size_t number = 1; fault.empty() && !left.empty(); ++number) {
+    for (std::size_t number = 1; !wrong && !left.empty(); ++number) {
         const std::size_t end = std::min(left.find('\n'), left.size());
         const std::string_view line = left.substr(0, end);
         left.remove_prefix(std::min(end + 1, left.size()));
         if (line.empty() || line.front() == '#') continue;
-        const std::string wrong = read_line(line, out);
-        if (!wrong.empty()) fault = fault_at(path, number, wrong);
+        if (const fault bad = read_line(line, out)) wrong = fault_at(path, number, bad.text);
     }
-    if (!fault.empty()) out->clear();
-    return fault;
+    if (wrong) out->clear();
+    return wrong;
 }
 
-std::string write_accounts(const std::string &path, const std::vector<account> &accounts) {
+fault write_accounts(const std::string &path, const std::vector<account> &accounts) {
     std::string text =
         "# Accounts of ravo-web: USER:ROLE:HASH. Written by ravo-web --set-password and --account-role.\n";
     for (const account &a : accounts) text += a.user + ":" + role_word(a.role) + ":" + a.hash + "\n";
     const std::string beside = path + ".new";
     if (write_beside(beside, text) && rename(beside.c_str(), path.c_str()) == 0) return {};
-    const std::string fault = path + ": cannot be written: " + client::error_text(errno);
+    fault wrong{path + ": cannot be written: " + client::error_text(errno)};
     unlink(beside.c_str());
-    return fault;
+    return wrong;
 }
 
 const account *find_account(const std::vector<account> &accounts, std::string_view user) {
@@ -149,16 +149,16 @@ const account *find_account(const std::vector<account> &accounts, std::string_vi
     return found == accounts.end() ? nullptr : &*found;
 }
 
-std::string set_password(std::vector<account> *accounts, std::string_view user, std::string_view password) {
+fault set_password(std::vector<account> *accounts, std::string_view user, std::string_view password) {
     const std::string name(user);
-    if (!is_user_name(user)) return "\"" + name + "\" is no name of a user: at most 32 letters, digits, . _ - @";
+    if (!is_user_name(user)) return {"\"" + name + "\" is no name of a user: at most 32 letters, digits, . _ - @"};
     if (password.size() < shortest_password)
-        return "the password must have at least " + std::to_string(shortest_password) + " characters";
+        return {"the password must have at least " + std::to_string(shortest_password) + " characters"};
     if (password.size() > longest_password)
-        return "the password must not be longer than " + std::to_string(longest_password) + " bytes";
-    if (password.find('\0') != std::string_view::npos) return "the password must not have a NUL";
+        return {"the password must not be longer than " + std::to_string(longest_password) + " bytes"};
+    if (password.find('\0') != std::string_view::npos) return {"the password must not have a NUL"};
     std::string hash = hash_password(password);
-    if (hash.empty() || hash.front() != '$') return "crypt(3) makes no hash here: " + client::error_text(errno);
+    if (hash.empty() || hash.front() != '$') return {"crypt(3) makes no hash here: " + client::error_text(errno)};
     if (const account *known = find_account(*accounts, user); known != nullptr)
         (*accounts)[static_cast<std::size_t>(known - accounts->data())].hash = std::move(hash);
     else
@@ -166,14 +166,14 @@ std::string set_password(std::vector<account> *accounts, std::string_view user, 
     return {};
 }
 
-std::string set_role(std::vector<account> *accounts, std::string_view user_and_role) {
+fault set_role(std::vector<account> *accounts, std::string_view user_and_role) {
     const std::size_t mark = user_and_role.find('=');
     role wanted{};
     if (mark == std::string_view::npos || !read_role(user_and_role.substr(mark + 1), &wanted))
-        return "\"" + std::string(user_and_role) + "\" is not USER=admin or USER=reader";
+        return {"\"" + std::string(user_and_role) + "\" is not USER=admin or USER=reader"};
     const std::string user(user_and_role.substr(0, mark));
     const account *known = find_account(*accounts, user);
-    if (known == nullptr) return "there is no account of user " + user + "; make it with --set-password " + user;
+    if (known == nullptr) return {"there is no account of user " + user + "; make it with --set-password " + user};
     (*accounts)[static_cast<std::size_t>(known - accounts->data())].role = wanted;
     return {};
 }

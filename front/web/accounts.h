@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "fault.h"
+
 namespace ravo::web {
 
 inline constexpr const char *default_accounts = "/etc/ravo/web-accounts";
@@ -23,23 +25,22 @@ struct account {
     std::string hash;
 };
 
-// Reads the file. Returns an empty string, or one line that names the file, the line and what is wrong; *out is empty
+// Reads the file. The fault, if any: one line that names the file, the line and what is wrong; *out is empty
 // then. A file that is not there has no accounts. One that others may read, or write, is refused.
-[[nodiscard]] std::string read_accounts(const std::string &path, std::vector<account> *out);
+fault read_accounts(const std::string &path, std::vector<account> *out);
 
-// Writes the file anew, whole or not at all, for its owner and its group to read. Returns an empty string or the fault.
-[[nodiscard]] std::string write_accounts(const std::string &path, const std::vector<account> &accounts);
+// Writes the file anew, whole or not at all, for its owner and its group to read. The fault, if any: one line.
+fault write_accounts(const std::string &path, const std::vector<account> &accounts);
 
 // The account of this user, or null.
 const account *find_account(const std::vector<account> &accounts, std::string_view user);
 
-// Gives a user this password: an account that is not there yet is made, as an administrator's. Returns an empty string
-// or what is wrong with the name or the password.
-[[nodiscard]] std::string set_password(std::vector<account> *accounts, std::string_view user,
-                                       std::string_view password);
+// Gives a user this password: an account that is not there yet is made, as an administrator's. The fault, if
+// any: what is wrong with the name or the password.
+fault set_password(std::vector<account> *accounts, std::string_view user, std::string_view password);
 
-// Sets the role named by USER=ROLE. Returns an empty string or the fault.
-[[nodiscard]] std::string set_role(std::vector<account> *accounts, std::string_view user_and_role);
+// Sets the role named by USER=ROLE. The fault, if any: one line.
+fault set_role(std::vector<account> *accounts, std::string_view user_and_role);
 
 // True when the password fits. The same work is done for a user that does not exist (account null), so that the time
 // does not tell.

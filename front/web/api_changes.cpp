@@ -67,9 +67,9 @@ bool read_interface(exchange &x, std::string *name) {
 
 bool read_members(exchange &x, std::vector<body_member> *members) {
     const bool json = header_of(x, "Content-Type").starts_with("application/json");
-    const std::string fault = json ? read_body(body_of(x), members) : "the body must be application/json";
-    if (!fault.empty()) respond_fault(x, 400, fault);
-    return fault.empty();
+    const fault wrong = json ? read_body(body_of(x), members) : fault{"the body must be application/json"};
+    if (wrong) respond_fault(x, 400, wrong.text);
+    return !wrong;
 }
 
 bool is_trusted(const std::string &text, const std::string &interface) {

@@ -29,17 +29,17 @@ void fill_standard_streams() {
 // --set-password and --account-role: changes the accounts' file.
 int change_accounts(const ravo::web::web_options &options) {
     std::vector<ravo::web::account> accounts;
-    std::string fault = ravo::web::read_accounts(options.accounts, &accounts);
-    if (fault.empty() && !options.set_password.empty()) {
+    ravo::fault wrong = ravo::web::read_accounts(options.accounts, &accounts);
+    if (!wrong && !options.set_password.empty()) {
         std::string password;
-        fault = ravo::web::ask_password(options.set_password, &password);
-        if (fault.empty()) fault = ravo::web::set_password(&accounts, options.set_password, password);
+        wrong = ravo::web::ask_password(options.set_password, &password);
+        if (!wrong) wrong = ravo::web::set_password(&accounts, options.set_password, password);
         explicit_bzero(password.data(), password.size());
     }
-    if (fault.empty() && !options.account_role.empty()) fault = ravo::web::set_role(&accounts, options.account_role);
-    if (fault.empty()) fault = ravo::web::write_accounts(options.accounts, accounts);
-    if (fault.empty()) return exit_good;
-    std::fprintf(stderr, "ravo-web: %s\n", fault.c_str());
+    if (!wrong && !options.account_role.empty()) wrong = ravo::web::set_role(&accounts, options.account_role);
+    if (!wrong) wrong = ravo::web::write_accounts(options.accounts, accounts);
+    if (!wrong) return exit_good;
+    std::fprintf(stderr, "ravo-web: %s\n", wrong.text.c_str());
     return exit_failed;
 }
 
@@ -48,9 +48,9 @@ int change_accounts(const ravo::web::web_options &options) {
 int main(int argc, char **argv) {
     fill_standard_streams();
     ravo::web::web_options options;
-    const std::string fault = ravo::web::parse_options({argv + (argc > 0 ? 1 : 0), argv + argc}, &options);
-    if (!fault.empty()) {
-        std::fprintf(stderr, "ravo-web: %s; see ravo-web --help\n", fault.c_str());
+    const ravo::fault wrong = ravo::web::parse_options({argv + (argc > 0 ? 1 : 0), argv + argc}, &options);
+    if (wrong) {
+        std::fprintf(stderr, "ravo-web: %s; see ravo-web --help\n", wrong.text.c_str());
         return exit_usage;
     }
     if (options.help || options.version) {

@@ -31,19 +31,19 @@ bool split_listen(const std::string &text, std::string *address, std::uint16_t *
     return fault == std::errc{} && stop == end && mark + 1 < text.size();
 }
 
-std::string fault_of(const web_options &o) {
-    if (o.tls_certificate.empty() != o.tls_key.empty()) return "--tls-certificate and --tls-key go together";
+fault fault_of(const web_options &o) {
+    if (o.tls_certificate.empty() != o.tls_key.empty()) return {"--tls-certificate and --tls-key go together"};
     if (!is_loopback(o.address) && o.tls_certificate.empty() && !o.allow_plain)
-        return "--listen " + o.listen +
-               " is not the loopback: passwords would cross the network in the clear; give --tls-certificate and "
-               "--tls-key, or --allow-plain to do it all the same";
+        return {"--listen " + o.listen +
+                " is not the loopback: passwords would cross the network in the clear; give --tls-certificate and "
+                "--tls-key, or --allow-plain to do it all the same"};
     return {};
 }
 
 }  // namespace
 
-std::string parse_options(const std::vector<std::string> &words, web_options *out) {
-    const std::string fault =
+fault parse_options(const std::vector<std::string> &words, web_options *out) {
+    const fault wrong =
         client::read_options(words, {{"--listen", &out->listen, nullptr, "ADDRESS:PORT"},
                                      {"--management", &out->management, nullptr, "the path of a socket"},
                                      {"--accounts", &out->accounts, nullptr, "the path of a file"},
@@ -56,9 +56,9 @@ std::string parse_options(const std::vector<std::string> &words, web_options *ou
                                      {"--help", nullptr, &out->help, ""},
                                      {"-h", nullptr, &out->help, ""},
                                      {"--version", nullptr, &out->version, ""}});
-    if (!fault.empty() || out->help || out->version) return fault;
+    if (wrong || out->help || out->version) return wrong;
     if (!split_listen(out->listen, &out->address, &out->port))
-        return "--listen " + out->listen + " is no ADDRESS:PORT, such as 127.0.0.1:8067 or [::1]:8067";
+        return {"--listen " + out->listen + " is no ADDRESS:PORT, such as 127.0.0.1:8067 or [::1]:8067"};
     return fault_of(*out);
 }
 

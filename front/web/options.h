@@ -9,6 +9,7 @@
 
 #include "accounts.h"
 #include "client.h"
+#include "fault.h"
 
 namespace ravo::web {
 
@@ -28,8 +29,8 @@ struct web_options {
     bool version = false;
 };
 
-// Reads the command line and judges what goes together. Returns an empty string, or what is wrong.
-[[nodiscard]] std::string parse_options(const std::vector<std::string> &words, web_options *out);
+// Reads the command line and judges what goes together. The fault, if any: what is wrong.
+fault parse_options(const std::vector<std::string> &words, web_options *out);
 
 const char *help_text();
 

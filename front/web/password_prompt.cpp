@@ -42,11 +42,12 @@ bool ask(const std::string &question, std::string *answer) {
 
 }  // namespace
 
-std::string ask_password(const std::string &user, std::string *password) {
-    if (isatty(STDIN_FILENO) != 1) return read_input_line(password) ? "" : "no password on standard input";
+fault ask_password(const std::string &user, std::string *password) {
+    if (isatty(STDIN_FILENO) != 1) return read_input_line(password) ? fault{} : fault{"no password on standard input"};
     std::string again;
-    if (!ask("Password for " + user + ": ", password) || !ask("The same again: ", &again)) return "no password given";
-    return *password == again ? "" : "the two are not the same";
+    if (!ask("Password for " + user + ": ", password) || !ask("The same again: ", &again)) return {"no password given"};
+    if (*password != again) return {"the two are not the same"};
+    return {};
 }
 
 }  // namespace ravo::web

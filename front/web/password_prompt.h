@@ -5,11 +5,13 @@
 
 #include <string>
 
+#include "fault.h"
+
 namespace ravo::web {
 
-// Asks twice on a terminal, without showing what is typed; else takes one line of standard input. Returns an empty
-// string and the password, or what went wrong.
-[[nodiscard]] std::string ask_password(const std::string &user, std::string *password);
+// Asks twice on a terminal, without showing what is typed; else takes one line of standard input. The
+// fault, if any: what went wrong.
+fault ask_password(const std::string &user, std::string *password);
 
 }  // namespace ravo::web
 

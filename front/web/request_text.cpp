@@ -72,19 +72,19 @@ bool same_word(std::string_view one, std::string_view other) {
     });
 }
 
-std::string take_member(const nlohmann::json &value, body_member *member) {
+fault take_member(const nlohmann::json &value, body_member *member) {
     const std::string name(member->name);
     if (member->longest == 0) {
-        if (!value.is_boolean()) return "\"" + name + "\" must be true or false";
+        if (!value.is_boolean()) return {"\"" + name + "\" must be true or false"};
         member->flag = value.get<bool>();
         return {};
     }
-    if (!value.is_string()) return "\"" + name + "\" must be a text";
+    if (!value.is_string()) return {"\"" + name + "\" must be a text"};
     member->text = value.get<std::string>();
     if (member->text.size() > member->longest)
-        return "\"" + name + "\" must not be longer than " + std::to_string(member->longest) + " bytes";
+        return {"\"" + name + "\" must not be longer than " + std::to_string(member->longest) + " bytes"};
     if (std::any_of(member->text.begin(), member->text.end(), is_control))
-        return "\"" + name + "\" must not have control characters";
+        return {"\"" + name + "\" must not have control characters"};
     return {};
 }
 
@@ -145,18 +145,18 @@ bool same_secret(std::string_view one, std::string_view other) {
     return difference == 0;
 }
 
-std::string read_body(std::string_view body, std::vector<body_member> *members) {
+fault read_body(std::string_view body, std::vector<body_member> *members) {
     if (body.size() > longest_body)
-        return "the body must not be longer than " + std::to_string(longest_body) + " bytes";
+        return {"the body must not be longer than " + std::to_string(longest_body) + " bytes"};
     const nlohmann::json value = nlohmann::json::parse(body, nullptr, /*allow_exceptions=*/false);
-    if (!value.is_object()) return "the body must be a JSON object";
+    if (!value.is_object()) return {"the body must be a JSON object"};
     for (body_member &member : *members) {
         const auto found = value.find(member.name);
-        if (found == value.end()) return "\"" + std::string(member.name) + "\" is missing";
-        const std::string fault = take_member(*found, &member);
-        if (!fault.empty()) return fault;
+        if (found == value.end()) return {"\"" + std::string(member.name) + "\" is missing"};
+        const fault wrong = take_member(*found, &member);
+        if (wrong) return wrong;
     }
-    if (value.size() != members->size()) return "the body has a member that is not known here";
+    if (value.size() != members->size()) return {"the body has a member that is not known here"};
     return {};
 }
 

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "fault.h"
+
 namespace ravo::web {
 
 inline constexpr std::size_t longest_uri = 1024;
@@ -49,8 +51,8 @@ struct body_member {
     bool flag = false;        // read
 };
 
-// Reads a body that is a JSON object with exactly these members. Returns an empty string, or what is wrong.
-[[nodiscard]] std::string read_body(std::string_view body, std::vector<body_member> *members);
+// Reads a body that is a JSON object with exactly these members. The fault, if any: what is wrong.
+fault read_body(std::string_view body, std::vector<body_member> *members);
 
 // True for text that may stand in a command line as one word: letters, digits and a few marks.
 bool is_plain_word(std::string_view word, std::size_t longest);

@@ -50,19 +50,19 @@ file_mark mark_of(const std::string &path) {
     return {about.st_mtim.tv_sec * 1000000000 + about.st_mtim.tv_nsec, about.st_size};
 }
 
-std::string read_tokens(const std::string &path, std::vector<std::string> *out) {
+fault read_tokens(const std::string &path, std::vector<std::string> *out) {
     out->clear();
     if (path.empty()) return {};
     struct stat about {};
     std::ifstream file(path);
-    if (!file || stat(path.c_str(), &about) != 0) return path + ": cannot be read";
+    if (!file || stat(path.c_str(), &about) != 0) return {path + ": cannot be read"};
     if ((about.st_mode & (S_IRWXO | S_IWGRP)) != 0)
-        return path + ": may be read by others or written by its group; chmod 640";
+        return {path + ": may be read by others or written by its group; chmod 640"};
     std::string line;
     for (int number = 1; std::getline(file, line); ++number) {
         if (line.empty() || line.front() == '#') continue;
         if (line.size() < shortest_token || !is_plain_word(line, 256))
-            return path + ":" + std::to_string(number) + ": a token is 16 to 256 letters and digits";
+            return {path + ":" + std::to_string(number) + ": a token is 16 to 256 letters and digits"};
         out->push_back(line);
     }
     return {};
@@ -70,15 +70,15 @@ std::string read_tokens(const std::string &path, std::vector<std::string> *out) 
 
 // ---- TLS ----
 
-std::string tls_fault(const std::string &path) {
+fault tls_fault(const std::string &path) {
     char text[256];
     ERR_error_string_n(ERR_get_error(), text, sizeof text);
     ERR_clear_error();
-    return path + ": " + text;
+    return {path + ": " + text};
 }
 
 // Makes the context of new connections. Those that there are keep theirs.
-std::string load_tls(server &s) {
+fault load_tls(server &s) {
     if (s.options.tls_certificate.empty()) return {};
     std::unique_ptr<SSL_CTX, tls_delete> made(SSL_CTX_new(TLS_server_method()));
     if (made == nullptr || SSL_CTX_set_min_proto_version(made.get(), TLS1_2_VERSION) != 1) return tls_fault("TLS");
@@ -143,12 +143,12 @@ void on_end(evutil_socket_t /*fd*/, short /*what*/, void *arg) {
 void on_reload(evutil_socket_t /*fd*/, short /*what*/, void *arg) {
     auto *s = static_cast<server *>(arg);
     std::vector<std::string> tokens;
-    const std::string fault = read_tokens(s->options.token_file, &tokens);
-    if (fault.empty())
+    const fault wrong = read_tokens(s->options.token_file, &tokens);
+    if (!wrong)
         s->tokens = std::move(tokens);
     else
-        log_line(fault + "; the tokens stay as they were");
-    if (const std::string tls = load_tls(*s); !tls.empty()) log_line(tls + "; the certificate stays as it was");
+        log_line(wrong.text + "; the tokens stay as they were");
+    if (const fault tls = load_tls(*s)) log_line(tls.text + "; the certificate stays as it was");
     s->accounts_mark = {};
     refresh_accounts(*s);
 }
@@ -195,29 +195,29 @@ std::string url_of(const server &s, struct evhttp_bound_socket *bound) {
            (brackets ? "[" + s.options.address + "]" : s.options.address) + ":" + std::to_string(ntohs(port)) + "/";
 }
 
-std::string listen_there(server &s, std::string *url) {
+fault listen_there(server &s, std::string *url) {
     s.http.reset(evhttp_new(s.base.get()));
-    if (s.http == nullptr) return "no memory";
+    if (s.http == nullptr) return {"no memory"};
     limit_requests(s);
     struct evhttp_bound_socket *bound =
         evhttp_bind_socket_with_handle(s.http.get(), s.options.address.c_str(), s.options.port);
     if (bound == nullptr)
-        return "--listen " + s.options.listen + ": " + evutil_socket_error_to_string(EVUTIL_SOCKET_ERROR());
+        return {"--listen " + s.options.listen + ": " + evutil_socket_error_to_string(EVUTIL_SOCKET_ERROR())};
     *url = url_of(s, bound);
     return {};
 }
 
-std::string prepare(server &s, std::string *url) {
+fault prepare(server &s, std::string *url) {
     raise_descriptor_limit();
-    std::string fault = read_accounts(s.options.accounts, &s.accounts);
+    fault wrong = read_accounts(s.options.accounts, &s.accounts);
     s.accounts_mark = mark_of(s.options.accounts);
-    if (fault.empty()) fault = read_tokens(s.options.token_file, &s.tokens);
-    if (fault.empty()) fault = load_tls(s);
-    if (!fault.empty()) return fault;
+    if (!wrong) wrong = read_tokens(s.options.token_file, &s.tokens);
+    if (!wrong) wrong = load_tls(s);
+    if (wrong) return wrong;
     s.base.reset(event_base_new());
-    if (s.base == nullptr || !make_events(s)) return "the event loop cannot be made";
+    if (s.base == nullptr || !make_events(s)) return {"the event loop cannot be made"};
     s.daemon = daemon_make(s.base.get(), s.options.management);
-    return listen_there(s, url);
+    return {listen_there(s, url)};
 }
 
 void close_down(server &s) {
@@ -241,9 +241,9 @@ void refresh_accounts(server &s) {
     if (now == s.accounts_mark) return;
     s.accounts_mark = now;
     std::vector<account> read;
-    const std::string fault = read_accounts(s.options.accounts, &read);
-    if (!fault.empty()) {
-        log_line(fault + "; nobody can sign in until that is mended");
+    const fault wrong = read_accounts(s.options.accounts, &read);
+    if (wrong) {
+        log_line(wrong.text + "; nobody can sign in until that is mended");
     }
     s.accounts = std::move(read);
     keep_sessions_of(&s.sessions, s.accounts, std::chrono::steady_clock::now());
@@ -256,9 +256,9 @@ int serve(const web_options &options) {
     server s;
     s.options = options;
     std::string url;
-    const std::string fault = prepare(s, &url);
-    if (!fault.empty()) {
-        log_line(fault);
+    const fault wrong = prepare(s, &url);
+    if (wrong) {
+        log_line(wrong.text);
         close_down(s);
         return 1;
     }

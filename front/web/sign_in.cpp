@@ -48,9 +48,9 @@ void refuse_wait(exchange &x, int seconds) {
 void serve_sign_in(const exchange_ptr &x) {
     server &s = *x->owner;
     std::vector<body_member> body = {{"user", longest_user}, {"password", longest_password}};
-    const std::string fault = has_json_body(*x) ? read_body(body_of(*x), &body) : "the body must be application/json";
-    if (!fault.empty()) {
-        respond_fault(*x, 400, fault);
+    const fault wrong = has_json_body(*x) ? read_body(body_of(*x), &body) : fault{"the body must be application/json"};
+    if (wrong) {
+        respond_fault(*x, 400, wrong.text);
         return;
     }
     const std::string name = guard_name(x->address);

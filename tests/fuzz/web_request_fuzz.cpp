@@ -59,7 +59,7 @@ void check_target(std::string_view data) {
 
 void check_body(std::string_view data) {
     std::vector<body_member> members = {{"address", 15}, {"trusted"}};
-    if (!read_body(data, &members).empty()) return;
+    if (read_body(data, &members)) return;
     require(data.size() <= longest_body && members[0].text.size() <= 15);
     require(std::none_of(members[0].text.begin(), members[0].text.end(), is_control));
 }

@@ -185,3 +185,20 @@ def test_long_test_file(tree):
     assert lint() == (0, "")
     tree.write("tests/lab/test_log.py", "\n" * 451)
     assert lint() == (1, "tests/lab/test_log.py:450: 451 lines, at most 450: split it by subject\n")
+
+
+def test_a_fault_is_no_text(tree):
+    tree.write("platform/linux/log/log.h", """// Why there is nothing: a fault's text.
+std::string log_remark();
+// Opens it. Returns why not.
+fault log_try(const std::string &path);
+// The name; empty when there is none.
+std::string log_name();
+""")
+    assert tree.lint("faults") == (0, "")
+    for comment in ("// Opens it. Returns an empty string, or\n// the reason.", "// Opens it; empty on success.",
+                    "// What a name is that it should not be;\n// empty when it is good.", "// Opens it. Returns what is wrong."):
+        tree.write("platform/linux/log/log.h", f"{comment}\n[[nodiscard]] std::string log_open(const std::string &path);\n")
+        line = comment.count("\n") + 2
+        assert tree.lint("faults") == (
+            1, f"platform/linux/log/log.h:{line}: log_open returns what went wrong as a text; return a fault\n")

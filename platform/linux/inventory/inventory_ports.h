@@ -84,9 +84,11 @@ std::uint32_t port_table_number(const port_table &table, const std::string &devi
 // Forgets the numbers of devices that are away and not described. Returns how many.
 std::size_t port_table_forget(port_table *table);
 
-// The table as text, a port a line, and the reverse: takes in what such a text says of devices that have no number yet,
-// as devices that are away. Returns what is wrong with lines, each "LINE: reason"; those are left out.
+// The table as text, a port a line.
 std::string port_table_text(const port_table &table);
+
+// Takes in what such a text says of devices that have no number yet, as devices that are away. Returns what is wrong
+// with lines, each "LINE: reason"; those are left out.
 std::vector<std::string> port_table_read(port_table *table, std::string_view text, std::int64_t now_us);
 
 // "swp7" before "swp10".

@@ -18,7 +18,7 @@ using words = std::vector<std::string>;
 
 shell_options read(const words &given) {
     shell_options out;
-    EXPECT_EQ(parse_options(given, &out), "");
+    EXPECT_EQ(parse_options(given, &out).text, "");
     return out;
 }
 
@@ -80,7 +80,7 @@ TEST(RavoshOptions, EachFaultIsNamed) {
     };
     for (const auto &[given, fault] : rows) {
         shell_options out;
-        EXPECT_EQ(parse_options(given, &out), fault) << testing::PrintToString(given);
+        EXPECT_EQ(parse_options(given, &out).text, fault) << testing::PrintToString(given);
     }
 }
 

@@ -25,12 +25,12 @@ struct Accounts : testing::Test {
     std::string read(const std::string &text, mode_t mode = 0640) {
         std::ofstream(path) << text;
         chmod(path.c_str(), mode);
-        return read_accounts(path, &accounts);
+        return read_accounts(path, &accounts).text;
     }
 };
 
 TEST_F(Accounts, AFileThatIsNotThereHasNone) {
-    EXPECT_EQ(read_accounts(path, &accounts), "");
+    EXPECT_EQ(read_accounts(path, &accounts).text, "");
     EXPECT_TRUE(accounts.empty());
 }
 
@@ -50,40 +50,41 @@ TEST_F(Accounts, FaultsNameFileLineAndReason) {
 
 TEST_F(Accounts, AFolderIsRefused) {
     std::filesystem::create_directory(path);
-    EXPECT_EQ(read_accounts(path, &accounts), path + ": is no file");
+    EXPECT_EQ(read_accounts(path, &accounts).text, path + ": is no file");
 }
 
 TEST_F(Accounts, PasswordsAreKeptAsHashes) {
-    EXPECT_EQ(set_password(&accounts, "alice", "a long password"), "");
+    EXPECT_EQ(set_password(&accounts, "alice", "a long password").text, "");
     EXPECT_EQ(accounts[0].hash.substr(0, 3), "$y$");
     EXPECT_TRUE(password_fits(&accounts[0], "a long password"));
     EXPECT_FALSE(password_fits(&accounts[0], "a long passwore"));
     EXPECT_FALSE(password_fits(&accounts[0], ""));
     EXPECT_FALSE(password_fits(nullptr, "a long password"));
     const std::string before = accounts[0].hash;
-    EXPECT_EQ(set_password(&accounts, "alice", "another password"), "");
+    EXPECT_EQ(set_password(&accounts, "alice", "another password").text, "");
     EXPECT_NE(accounts[0].hash, before);
     EXPECT_EQ(accounts.size(), 1u);
-    EXPECT_NE(set_password(&accounts, "bob", "short"), "");
-    EXPECT_NE(set_password(&accounts, "b:b", "a long password"), "");
-    EXPECT_NE(set_password(&accounts, "bob", std::string(257, 'x')), "");
+    EXPECT_NE(set_password(&accounts, "bob", "short").text, "");
+    EXPECT_NE(set_password(&accounts, "b:b", "a long password").text, "");
+    EXPECT_NE(set_password(&accounts, "bob", std::string(257, 'x')).text, "");
 }
 
 TEST_F(Accounts, AreWrittenWholeForTheirOwnerAndGroup) {
-    ASSERT_EQ(set_password(&accounts, "alice", "a long password"), "");
-    EXPECT_EQ(set_role(&accounts, "alice=reader"), "");
-    EXPECT_EQ(set_role(&accounts, "bob=reader"), "there is no account of user bob; make it with --set-password bob");
-    EXPECT_EQ(set_role(&accounts, "alice=king"), "\"alice=king\" is not USER=admin or USER=reader");
-    ASSERT_EQ(write_accounts(path, accounts), "");
+    ASSERT_EQ(set_password(&accounts, "alice", "a long password").text, "");
+    EXPECT_EQ(set_role(&accounts, "alice=reader").text, "");
+    EXPECT_EQ(set_role(&accounts, "bob=reader").text,
+              "there is no account of user bob; make it with --set-password bob");
+    EXPECT_EQ(set_role(&accounts, "alice=king").text, "\"alice=king\" is not USER=admin or USER=reader");
+    ASSERT_EQ(write_accounts(path, accounts).text, "");
     struct stat about {};
     ASSERT_EQ(stat(path.c_str(), &about), 0);
     EXPECT_EQ(about.st_mode & 0777, 0640u);
     std::vector<account> again;
-    EXPECT_EQ(read_accounts(path, &again), "");
+    EXPECT_EQ(read_accounts(path, &again).text, "");
     ASSERT_EQ(again.size(), 1u);
     EXPECT_EQ(again[0].hash, accounts[0].hash);
     EXPECT_EQ(again[0].role, role::reader);
-    EXPECT_EQ(write_accounts(folder / "none" / "accounts", accounts).substr(0, path.size() - 8),
+    EXPECT_EQ(write_accounts(folder / "none" / "accounts", accounts).text.substr(0, path.size() - 8),
               (folder / "").string());
 }
 

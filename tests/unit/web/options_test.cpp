@@ -9,12 +9,12 @@ using namespace ravo::web;
 
 std::string fault_of(const std::vector<std::string> &words) {
     web_options o;
-    return parse_options(words, &o);
+    return parse_options(words, &o).text;
 }
 
 TEST(WebOptions, HaveDefaults) {
     web_options o;
-    ASSERT_EQ(parse_options({}, &o), "");
+    ASSERT_EQ(parse_options({}, &o).text, "");
     EXPECT_EQ(o.address, "127.0.0.1");
     EXPECT_EQ(o.port, 8067);
     EXPECT_EQ(o.management, "/run/ravo/ravod.sock");
@@ -23,7 +23,7 @@ TEST(WebOptions, HaveDefaults) {
 
 TEST(WebOptions, TakeBothWaysOfAValue) {
     web_options o;
-    ASSERT_EQ(parse_options({"--listen=[::1]:80", "--management", "/x", "--allow-plain"}, &o), "");
+    ASSERT_EQ(parse_options({"--listen=[::1]:80", "--management", "/x", "--allow-plain"}, &o).text, "");
     EXPECT_EQ(o.address, "::1");
     EXPECT_EQ(o.port, 80);
     EXPECT_EQ(o.management, "/x");

@@ -61,7 +61,7 @@ TEST(RequestText, ComparesSecrets) {
 }
 
 std::string read(std::string_view body, std::vector<body_member> *members) {
-    return read_body(body, members);
+    return read_body(body, members).text;
 }
 
 TEST(RequestText, ReadsABodyOfExactlyTheseMembers) {
