@@ -155,7 +155,7 @@ void register_options() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    ravo::platform::log_open("/dev/null", ravo::platform::log_level_warning);
+    if (ravo::platform::log_open("/dev/null", ravo::platform::log_level_warning)) return 1;
     if (argc == 3 && std::string_view(argv[1]) == "--carry")
         return bench::carry(static_cast<std::uint32_t>(std::atoi(argv[2]))) ? 0 : 1;
     register_options();

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <string>
 
+#include "base/clock.h"
 #include "books/books.h"
 #include "dhcp_bytes.h"
 #include "osal.h"
@@ -30,8 +31,11 @@ constexpr std::array<std::uint8_t, 6> client_mac = {0x02, 0xC1, 0x1E, 0, 0, 1};
 constexpr std::array<std::uint8_t, 6> relay_mac = {0, 0, 0x5E, 0, 0x53, 1};
 constexpr std::array<std::uint8_t, 6> everybody = {255, 255, 255, 255, 255, 255};
 
+using ravo::platform::wall_clock_us;
+
 const arrival *at_hand = nullptr;
 std::uint64_t sent = 0;
+std::int64_t now_us = wall_clock_us();  // the ring brings the time of each frame
 iface clients;
 
 std::uint32_t address(const char *text) {
@@ -71,7 +75,7 @@ ssize_t hand_over(void *buffer, std::size_t size, sockaddr *from, socklen_t *fro
     books_close();
     dhcp_frame frame;
     if (channel_frame_decode(at_hand->frame, at_hand->aux, &frame) != frame_result::ok) return -1;
-    books_open(at_hand->vlan, at_hand->port, at_hand->frame, frame.udp.subspan(channel_udp_header_size));
+    books_open(at_hand->vlan, at_hand->port, at_hand->frame, frame.udp.subspan(channel_udp_header_size), {}, ++now_us);
     name_source(*at_hand, from, from_length);
     return static_cast<ssize_t>(channel_frame_copy(frame, buffer, size));
 }

@@ -60,7 +60,7 @@ static inline int vex_prints(int level) {
 // line then continues them). Returns the number of bytes formatted, 0 when the level is filtered.
 // May be called from a signal handler that does not return.
 int vexprintf(int destination, int reserved1, int level, int reserved2, const char *format, ...)
-    __attribute__((format(printf, 5, 6)));
+    __attribute__((format(printf, 5, 6), cold));
 
 #ifdef __cplusplus
 }

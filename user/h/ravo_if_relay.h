@@ -13,7 +13,7 @@
 // message_buffer and is edited there; length: its bytes; origin: where it came in.
 void ravo_if_handle_pkt(const iface *iface, std::uint8_t *message, std::uint32_t length, pkt_origin origin);
 
-// The same for a message whose options are valid and were noted.
+// The same for a message that isValidHeader accepts and whose options are valid and were noted.
 void ravo_if_handle_noted(const iface *iface, std::uint8_t *message, std::uint32_t length, pkt_origin origin,
                           const dhcp_notes &notes);
 

@@ -5,6 +5,7 @@
 
 #include <netinet/in.h>
 
+#include <array>
 #include <limits>
 
 #include "outcome.h"
@@ -42,29 +43,24 @@ struct chain {
     std::size_t limit;
 };
 
-bool is_single(std::uint8_t code) {
-    return code == optPAD || code == optEND;
-}
-
-// Goes past the option in hand. Returns false when its length byte would stand outside.
-bool step(chain *walk) {
-    const std::uint8_t *option = walk->options + walk->at;
-    if (!is_single(*option) && walk->at + 1 == walk->limit) return false;
-    walk->at += DHCP_optionSize(option);
+// Goes past an option that is longer than one byte. Returns false when its length byte would stand outside.
+inline bool step(chain *walk) {
+    if (walk->at + 1 == walk->limit) return false;
+    walk->at += walk->options[walk->at + 1] + std::size_t{2};
     return true;
 }
 
 // Goes past padding, many bytes at a time.
-void skip_padding(chain *walk) {
+inline void skip_padding(chain *walk) {
     std::uint64_t word = 0;
-    while (walk->at + sizeof word <= walk->limit) {
+    for (; walk->at + sizeof word <= walk->limit; walk->at += sizeof word) {
         std::memcpy(&word, walk->options + walk->at, sizeof word);
-        if (word != 0) return;
-        walk->at += sizeof word;
+        if (word != 0) break;
     }
+    while (walk->at < walk->limit && walk->options[walk->at] == optPAD) ++walk->at;
 }
 
-// Notes the option in hand, all of whose first three bytes stand inside.
+// Notes one of the options that later steps ask for, all of whose first three bytes stand inside.
 void note(const chain &walk, dhcp_notes *notes) {
     const std::uint8_t *option = walk.options + walk.at;
     switch (*option) {
@@ -72,31 +68,56 @@ void note(const chain &walk, dhcp_notes *notes) {
             if (notes->type < 0) notes->type = option[2];
             if (notes->agent < 0) notes->type_before_agent = option[2];
             break;
-        case optVENDOR_CLASS:
-        case optCLIENT_ID:
-            notes->identified = true;
-            break;
         case optAGENT:
             if (notes->agent < 0) notes->agent = static_cast<std::int32_t>(walk.at);
             if (option[2] == suboptCIRCUIT_ID) notes->last_agent = static_cast<std::int32_t>(walk.at);
             break;
-        default:
+        default:  // option 60 or 61
+            notes->identified = true;
             break;
     }
 }
 
-// Goes through the end option. Returns false when the limit comes first.
-bool walk_to_end(chain *walk, dhcp_notes *notes) {
-    while (walk->at < walk->limit) {
-        if (walk->options[walk->at] == optEND) {
-            notes->end = static_cast<std::int32_t>(walk->at);
-            ++walk->at;
-            return true;
+// Codes at which the walk does something else than go on.
+constexpr auto noticed = [] {
+    std::array<bool, 256> codes{};
+    for (const std::uint8_t code : {optEND, optMESSAGE_TYPE, optVENDOR_CLASS, optCLIENT_ID, optAGENT})
+        codes[code] = true;
+    return codes;
+}();
+
+// Goes through the end option. Returns false when the limit comes first. The walk is a copy, which nothing that is
+// noted can change: the processor keeps it at hand.
+bool walk_to_end(chain *from, dhcp_notes *notes) {
+    chain walk = *from;
+    while (walk.at < walk.limit) {
+        const std::uint8_t code = walk.options[walk.at];
+        if (code == optPAD) {
+            ++walk.at;
+            continue;
         }
-        if (walk->at + 2 < walk->limit) note(*walk, notes);
-        if (!step(walk)) return false;
+        if (noticed[code]) {
+            if (code == optEND) {
+                notes->end = static_cast<std::int32_t>(walk.at);
+                from->at = walk.at + 1;
+                return true;
+            }
+            if (walk.at + 2 < walk.limit) note(walk, notes);
+        }
+        if (!step(&walk)) return false;
     }
     return false;
+}
+
+// Tells whether what is left is a chain that ends with the limit; most often it is padding alone.
+bool is_chain_to_limit(chain walk) {
+    for (skip_padding(&walk); walk.at < walk.limit; skip_padding(&walk)) {
+        if (walk.options[walk.at] == optEND)
+            ++walk.at;
+        else if (!step(&walk))
+            return false;
+    }
+    return walk.at == walk.limit;
 }
 
 }  // namespace
@@ -114,11 +135,8 @@ int dhcp_note_valid_options(const std::uint8_t *options, std::int32_t options_le
     if (options_len == 0) return 1;
     if (options_len < 5 || std::memcmp(options, DHCP_COOKIE, DHCP_COOKIE_SIZE) != 0) return 0;
     chain walk{options + DHCP_COOKIE_SIZE, 0, static_cast<std::size_t>(options_len) - DHCP_COOKIE_SIZE};
-    if (!walk_to_end(&walk, notes)) return 0;
-    // The walk goes on behind the end option: what follows it must be a chain too, most often one of padding.
-    for (skip_padding(&walk); walk.at < walk.limit; skip_padding(&walk))
-        if (!step(&walk)) return 0;
-    return walk.at == walk.limit ? 1 : 0;
+    // The walk goes on behind the end option: what follows it must be a chain too.
+    return walk_to_end(&walk, notes) && is_chain_to_limit(walk) ? 1 : 0;
 }
 
 int isValidOptions(const std::uint8_t *options, std::int32_t options_len) {

@@ -38,6 +38,7 @@ struct relayed {
     std::uint32_t options_len;  // of these, from the magic cookie on
     pkt_origin origin;          // where it came in
     const dhcp_notes &notes;    // of its options as it came in
+    bool header_valid;          // it is known that the header was valid as it came in
     bool options_valid;         // as it came in
     bool option82_present;      // it carried option 82
     std::uint8_t *op82;         // first sub-option of that, null unless it is a circuit id
@@ -52,6 +53,8 @@ struct identifiers {
     std::uint32_t opt60_found;
     std::uint32_t opt61_found;
 };
+
+constexpr identifiers unidentified{};
 
 std::uint8_t *options_of(const relayed &msg) {
     return msg.message + DHCP_HEADER_SIZE;
@@ -162,17 +165,6 @@ verdict decide(relayed &msg) {
     return giaddr == 0 || giaddr == msg.via->if_ip ? decide_own(msg) : decide_foreign(msg);
 }
 
-// Finds option 82 and, beside it, what the client says of itself.
-void look_at_options(relayed &msg, identifiers *ids) {
-    std::uint8_t *first = first_option_of(msg);
-    ids->opt60_found = ids->opt61_found = 0;
-    msg.option82_present = ravo_find_noted_agent_option(first, msg.notes, &msg.op82, &msg.type) == 0;
-    // deliberate: options 60 and 61 choose servers only for messages that already carry option 82.
-    if (!msg.option82_present || !msg.notes.identified) return;
-    *ids = {};
-    (void)ravo_find_option60_61(first, ids->opt61_data, ids->opt60_data, &ids->opt60_found, &ids->opt61_found);
-}
-
 void send_on(const relayed &msg, const identifiers &ids) {
     const std::uint8_t op = op_of(msg);
     ravo_trace_as(procedure, ravo::level_trace, "%s (%d): header->op=%d\n", op);
@@ -184,25 +176,41 @@ void send_on(const relayed &msg, const identifiers &ids) {
     ravo_assert_as(procedure, op == opBOOTREQUEST || op == opBOOTREPLY, "false", module_path);
 }
 
-void handle(relayed &msg) {
-    ravo_trace_as(procedure, ravo::level_trace, "%s (%d): Rx interface=%s\n", msg.via->name);
-    if (isValidHeader(msg.message) == 0) return;
-    ravo_trace_as(procedure, ravo::level_trace, "%s (%d):header verified passed\n");
-    ++msg.message[offsetof(dhcp_header, hops)];  // RFC 1542 section 4.1.1, before any decision to drop
-    identifiers ids;
-    look_at_options(msg, &ids);
+void decide_and_send(relayed &msg, const identifiers &ids) {
     if (decide(msg) == verdict::send) send_on(msg, ids);
 }
 
+// A message that carries option 82 and options by which servers may be chosen.
+[[gnu::noinline]] void handle_identified(relayed &msg) {
+    identifiers ids{};
+    (void)ravo_find_option60_61(first_option_of(msg), ids.opt61_data, ids.opt60_data, &ids.opt60_found,
+                                &ids.opt61_found);
+    decide_and_send(msg, ids);
+}
+
+void handle(relayed &msg) {
+    ravo_trace_as(procedure, ravo::level_trace, "%s (%d): Rx interface=%s\n", msg.via->name);
+    if (!msg.header_valid && isValidHeader(msg.message) == 0) return;
+    ravo_trace_as(procedure, ravo::level_trace, "%s (%d):header verified passed\n");
+    ++msg.message[offsetof(dhcp_header, hops)];  // RFC 1542 section 4.1.1, before any decision to drop
+    msg.option82_present = ravo_find_noted_agent_option(first_option_of(msg), msg.notes, &msg.op82, &msg.type) == 0;
+    // deliberate: options 60 and 61 choose servers only for messages that already carry option 82.
+    if (msg.option82_present && msg.notes.identified)
+        handle_identified(msg);
+    else
+        decide_and_send(msg, unidentified);
+}
+
 relayed message_of(const iface *iface, std::uint8_t *message, std::uint32_t length, pkt_origin origin,
-                   const dhcp_notes &notes) {
+                   const dhcp_notes &notes, bool valid) {
     return {.via = iface,
             .message = message,
             .length = length,
             .options_len = length - static_cast<std::uint32_t>(DHCP_HEADER_SIZE),
             .origin = origin,
             .notes = notes,
-            .options_valid = true,
+            .header_valid = valid,
+            .options_valid = valid,
             .option82_present = false,
             .op82 = nullptr,
             .type = 0};
@@ -212,14 +220,14 @@ relayed message_of(const iface *iface, std::uint8_t *message, std::uint32_t leng
 
 void ravo_if_handle_noted(const iface *iface, std::uint8_t *message, std::uint32_t length, pkt_origin origin,
                           const dhcp_notes &notes) {
-    relayed msg = message_of(iface, message, length, origin, notes);
+    relayed msg = message_of(iface, message, length, origin, notes, /*valid=*/true);
     handle(msg);
 }
 
 void ravo_if_handle_pkt(const iface *iface, std::uint8_t *message, std::uint32_t length, pkt_origin origin) {
     // Also what is no valid chain is looked at, as far as the end option that comes first.
     const dhcp_notes notes = dhcp_note_options(message + DHCP_HEADER_SIZE + DHCP_COOKIE_SIZE);
-    relayed msg = message_of(iface, message, length, origin, notes);
+    relayed msg = message_of(iface, message, length, origin, notes, /*valid=*/false);
     msg.options_valid = is_chain(msg);
     handle(msg);
 }

@@ -126,6 +126,9 @@ book_counters *counts_of_vlan(std::uint16_t vlan) {
 }
 
 book_counters *counts_of_port(std::uint32_t port_ifindex) {
+    const std::uint16_t known = port_row_known(rows, port_ifindex);
+    if (known != 0 && known < kept_count_ports) [[likely]]
+        return &counts->of_port[known].counters;
     const std::uint16_t row = port_row(rows, port_ifindex, UINT16_MAX);
     if (row == 0) return nullptr;
     if (row >= kept_count_ports + more_ports.size()) {

@@ -8,6 +8,8 @@
 
 #include "books/books.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <cstring>
 #include <list>
@@ -33,6 +35,7 @@ constexpr std::size_t ethernet_addresses = 12;  // destination, source
 constexpr std::size_t ethernet_type = 12;
 constexpr std::size_t vlan_tag = 4;    // bytes of one that stands in the frame
 constexpr std::size_t ip_source = 12;  // within the IP header
+constexpr std::size_t dhcp_xid = 4;
 constexpr std::size_t dhcp_yiaddr = 16;
 constexpr std::size_t dhcp_fixed = 240;  // fixed header and magic cookie
 constexpr std::uint8_t option_pad = 0;
@@ -51,6 +54,7 @@ struct watcher_slot {
 };
 
 const book_counters nothing;
+constexpr book_entry blank;
 
 std::uint64_t messages = 0;
 
@@ -73,22 +77,38 @@ void keep_option82(std::span<const std::uint8_t> data, book_entry &entry) {
     std::copy_n(data.begin(), std::min(data.size(), entry.option82.size()), entry.option82.begin());
 }
 
-// Takes message type and option 82 out of the options: of several the first, as the relay does. A chain that breaks off
-// tells what it told until there.
-void read_options(const std::uint8_t *at, const std::uint8_t *end, book_entry &entry) {
+// One of the options that the books keep. Of several message types and option 82s the first counts, as for the relay.
+void keep_option(std::uint8_t code, std::span<const std::uint8_t> data, bool *has_type, book_entry &entry) {
+    if (code == option_type && !data.empty() && !std::exchange(*has_type, true)) entry.type = data.front();
+    if (code == option_server && data.size() == sizeof identifier)
+        std::memcpy(&identifier, data.data(), sizeof identifier);
+    if (code == option_agent && !entry.has_option82) keep_option82(data, entry);
+}
+
+// Codes at which the walk does something else than go on.
+constexpr auto noticed = [] {
+    std::array<bool, 256> codes{};
+    for (const std::uint8_t code : {option_end, option_type, option_server, option_agent}) codes[code] = true;
+    return codes;
+}();
+
+// A chain that breaks off tells what it told until there.
+void read_options(std::span<const std::uint8_t> options, book_entry &entry) {
+    const std::uint8_t *const bytes = options.data();
+    const std::size_t end = options.size();
     bool has_type = false;
-    while (at < end && *at != option_end) {
-        if (*at == option_pad) {
+    for (std::size_t at = 0; at + 1 < end;) {
+        const std::uint8_t code = bytes[at];
+        if (code == option_pad) {
             ++at;
             continue;
         }
-        if (end - at < 2 || end - at < 2 + at[1]) return;
-        const std::uint8_t *const data = at + 2;
-        const std::size_t size = at[1];
-        if (*at == option_type && size >= 1 && !std::exchange(has_type, true)) entry.type = *data;
-        if (*at == option_server && size == sizeof identifier) std::memcpy(&identifier, data, sizeof identifier);
-        if (*at == option_agent && !entry.has_option82) keep_option82({data, size}, entry);
-        at = data + size;
+        const std::size_t next = at + 2 + bytes[at + 1];
+        if (noticed[code]) {
+            if (code == option_end || next > end) return;
+            keep_option(code, options.subspan(at + 2, next - at - 2), &has_type, entry);
+        }
+        at = next;
     }
 }
 
@@ -99,12 +119,12 @@ void read_message(std::span<const std::uint8_t> message, book_entry &entry) {
     const std::uint8_t *const bytes = message.data();
     const std::uint8_t op = bytes[0];
     entry.op = op == op_request || op == op_reply ? op : 0;
-    entry.xid = static_cast<std::uint32_t>(bytes[4]) << 24 | static_cast<std::uint32_t>(bytes[5]) << 16 |
-                static_cast<std::uint32_t>(bytes[6]) << 8 | bytes[7];
+    std::memcpy(&entry.xid, bytes + dhcp_xid, sizeof entry.xid);
+    entry.xid = ntohl(entry.xid);
     std::memcpy(entry.client.data(), bytes + 28, entry.client.size());
     clients_expect(entry.client);
     std::memcpy(&entry.address, bytes + dhcp_yiaddr, sizeof entry.address);
-    if (message.size() > dhcp_fixed) read_options(bytes + dhcp_fixed, bytes + message.size(), entry);
+    if (message.size() > dhcp_fixed) read_options(message.subspan(dhcp_fixed), entry);
 }
 
 // The address that a frame's packet comes from, network byte order; 0 when it has none.
@@ -199,7 +219,7 @@ std::size_t books_recorder_size() {
 void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const std::uint8_t> frame,
                 std::span<const std::uint8_t> message, const book_tag &tag, std::int64_t time_us) {
     books_close();
-    current = {};
+    current = blank;
     current.number = ++messages;
     current.time_us = time_us != 0 ? time_us : wall_clock_us();
     current.vlan = vlan;

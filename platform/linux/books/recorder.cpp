@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <new>
-#include <vector>
 
 #include "base/port_rows.h"
 
@@ -32,7 +32,8 @@ struct share {
     std::uint32_t newest = 0, oldest = 0;
 };
 
-std::vector<slot> slots(default_size);
+std::size_t size = default_size;
+std::unique_ptr<slot[]> slots = std::make_unique<slot[]>(default_size);
 std::uint32_t filled = 0;  // slots that hold a message
 std::uint32_t newest = nobody;
 port_rows rows;
@@ -44,8 +45,12 @@ constexpr std::size_t forgotten_at_once = 4096;
 
 void look_for_most(std::uint16_t changed) {
     looked_at = static_cast<std::uint16_t>(looked_at + 1U < rows.rows ? looked_at + 1U : 0U);
-    if (shares[changed].held > shares[most].held) most = changed;
-    if (shares[looked_at].held > shares[most].held) most = looked_at;
+    std::uint32_t held = shares[most].held;
+    for (const std::uint16_t row : {changed, looked_at}) {
+        if (shares[row].held <= held) continue;
+        held = shares[row].held;
+        most = row;
+    }
 }
 
 void unlink(const slot &which) {
@@ -63,18 +68,17 @@ std::uint32_t take_oldest(share &of) {
 }
 
 // A slot for a new message of a port.
-std::uint32_t find_slot(std::uint16_t row) {
-    if (filled < slots.size()) return filled++;
-    return take_oldest(shares[row].held >= shares[most].held ? shares[row] : shares[most]);
+std::uint32_t find_slot(share &of) {
+    if (filled < size) return filled++;
+    return take_oldest(of.held >= shares[most].held ? of : shares[most]);
 }
 
-void link(std::uint32_t number, std::uint16_t row) {
+void link(std::uint32_t number, share &of) {
     slot &made = slots[number];
     made.newer = nobody;
     made.older = newest;
     if (newest != nobody) slots[newest].newer = number;
     newest = number;
-    share &of = shares[row];
     (of.held == 0 ? of.oldest : slots[of.newest].port_newer) = number;
     of.newest = number;
     ++of.held;
@@ -84,8 +88,8 @@ void link(std::uint32_t number, std::uint16_t row) {
 
 bool recorder_set_size(std::size_t messages) {
     try {
-        std::vector<slot> fresh(messages);
-        slots.swap(fresh);
+        slots = std::make_unique<slot[]>(messages);
+        size = messages;
     } catch (const std::bad_alloc &) {
         return false;
     }
@@ -107,14 +111,15 @@ std::size_t recorder_forget(const std::array<std::uint8_t, 6> &client, std::size
 }
 
 std::size_t recorder_size() {
-    return slots.size();
+    return size;
 }
 
 void recorder_keep(const book_entry &entry) {
     const std::uint16_t row = port_row(rows, entry.port_ifindex, most_ports);
-    const std::uint32_t number = find_slot(row);
+    share &of = shares[row];
+    const std::uint32_t number = find_slot(of);
     slots[number].entry = entry;
-    link(number, row);
+    link(number, of);
     look_for_most(row);
 }
 

@@ -26,6 +26,26 @@ inventory_model &the_model() {
     return model;
 }
 
+// A road through stacked devices is walked once and then known until something changes: where frames of a device and a
+// tag went, the last one of those that share a place in the table.
+struct known_road {
+    std::uint64_t change = 0;  // of the model, behind which it was walked
+    int kernel_ifindex = 0;
+    std::uint16_t tag = 0;
+    bool tagged = false;
+    ingress_result result{};
+    ingress end{};
+};
+
+constexpr std::size_t known_roads = 4096;               // a power of two
+constinit std::array<known_road, known_roads> roads{};  // memory only where frames come from
+std::uint64_t changes = 1;                              // of the model so far
+
+inventory_model &model_to_change() {
+    ++changes;
+    return the_model();
+}
+
 std::function<void()> change_listener;
 std::string memory_path;  // where the numbers of ports are remembered, empty: nowhere
 
@@ -53,20 +73,20 @@ void tell_interfaces() {
 }
 
 void tell_taps() {
-    const bool changed = model_settle_taps(&the_model());
+    const bool changed = model_settle_taps(&model_to_change());
     ports_remember(&the_model().ports, memory_path);
     if (changed && change_listener) change_listener();
 }
 
 void take_all(const std::vector<inventory_change> &all) {
-    model_reconcile(&the_model(), all);
+    model_reconcile(&model_to_change(), all);
     tell_interfaces();
 }
 
 }  // namespace
 
 void inventory_describe(const switch_description &description) {
-    model_describe(&the_model(), description);
+    model_describe(&model_to_change(), description);
     tell_interfaces();
     tell_taps();
 }
@@ -78,7 +98,7 @@ fault inventory_open() {
 fault inventory_open_with_buffer(int receive_buffer) {
     fault wrong = netlink_follow({.changed =
                                       [](const inventory_change &change) {
-                                          model_apply(&the_model(), change);
+                                          model_apply(&model_to_change(), change);
                                           tell_interfaces();
                                       },
                                   .read_again = take_all,
@@ -107,11 +127,11 @@ void inventory_close() {
 void inventory_remember(const std::string &path, std::function<bool(std::uint32_t number)> in_use) {
     memory_path = path;
     the_model().number_in_use = std::move(in_use);
-    if (!path.empty()) ports_recall(&the_model().ports, path);
+    if (!path.empty()) ports_recall(&model_to_change().ports, path);
 }
 
 std::size_t inventory_forget_ports() {
-    const std::size_t count = port_table_forget(&the_model().ports);
+    const std::size_t count = port_table_forget(&model_to_change().ports);
     ports_remember(&the_model().ports, memory_path);
     return count;
 }
@@ -130,7 +150,14 @@ std::vector<tap_device> inventory_taps() {
 }
 
 ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t tag, ingress *out) {
-    return model_classify(the_model(), kernel_ifindex, tagged, tag, out);
+    known_road &road = roads[(static_cast<std::size_t>(kernel_ifindex) * 61 + tag) % known_roads];
+    if (road.change != changes || road.kernel_ifindex != kernel_ifindex || road.tag != tag || road.tagged != tagged) {
+        road = {
+            .change = changes, .kernel_ifindex = kernel_ifindex, .tag = tag, .tagged = tagged, .result = {}, .end = {}};
+        road.result = model_classify(the_model(), kernel_ifindex, tagged, tag, &road.end);
+    }
+    *out = road.end;
+    return road.result;
 }
 
 bool inventory_refuses(const ingress &in, std::span<const std::uint8_t> frame) {

@@ -20,7 +20,6 @@ constexpr std::size_t header_size = alignof(std::max_align_t);
 static_assert(header_size >= sizeof(std::size_t));
 
 constexpr std::size_t record_kinds = 2;  // blocks of 64 and 128 bytes are records', larger ones nodes'
-constexpr std::size_t side_at = slab_line - side_room_size;  // in the block's last line
 constexpr std::size_t most_reserve = 256 * 1024;
 
 std::size_t budget = 0;  // 0: no limit
@@ -56,7 +55,8 @@ std::size_t kind_for(std::size_t bytes) {
 void *take_small(std::size_t kind) {
     void *block = slab_take(kind);
     if (block == nullptr) return nullptr;
-    std::memset(block, 0, slab_size(kind));
+    for (std::size_t line = 0; line < slab_size(kind); line += slab_line)
+        std::memset(static_cast<unsigned char *>(block) + line, 0, slab_line);  // of a size that the compiler knows
     count_taken(slab_size(kind));
     return block;
 }
@@ -69,9 +69,10 @@ void *take_large(std::size_t bytes) {
     return block + header_size;
 }
 
-unsigned char *last_line_of(const void *address) {
-    const auto lines = static_cast<std::uint32_t>(slab_size_at(address) / slab_line);  // a power of two, as its place
-    return static_cast<unsigned char *>(slab_line_at(slab_number(address) | (lines - 1)));
+// The side room of the record in a block of this size: in the block's last line.
+void *side_of(const void *address, std::size_t block_size) {
+    const auto lines = static_cast<std::uint32_t>(block_size / slab_line);  // a power of two, as its place
+    return memmgr_side_at(slab_number(address) | (lines - 1));
 }
 
 }  // namespace
@@ -89,9 +90,9 @@ void *mfh_calloc(std::size_t count, std::size_t size) {
 
 void memmgr_free(void *memory) {
     if (memory == nullptr) return;
-    if (slab_has(memory)) {
-        if (on_free != nullptr) on_free(last_line_of(memory) + side_at);
-        used -= slab_size_at(memory);
+    if (const std::size_t size = slab_size_at(memory); size != 0) {
+        if (on_free != nullptr) on_free(side_of(memory, size));
+        used -= size;
         slab_give(memory);
         return;
     }
@@ -139,16 +140,8 @@ std::uint64_t memmgr_refused() {
 }
 
 void *memmgr_side_room(const void *address) {
-    if (!slab_has(address) || slab_size_at(address) >= slab_size(record_kinds)) return nullptr;
-    return last_line_of(address) + side_at;
-}
-
-std::uint32_t memmgr_side_number(const void *side_room) {
-    return slab_number(side_room);
-}
-
-void *memmgr_side_at(std::uint32_t number) {
-    return static_cast<unsigned char *>(slab_line_at(number)) + side_at;
+    const std::size_t size = slab_size_at(address);
+    return size == 0 || size >= slab_size(record_kinds) ? nullptr : side_of(address, size);
 }
 
 void memmgr_on_free(void (*listener)(void *side_room)) {
@@ -166,11 +159,12 @@ void *memmgr_take_node(std::size_t size) {
 }
 
 void memmgr_give_node(void *node) {
-    if (!slab_has(node)) {
+    const std::size_t size = slab_size_at(node);
+    if (size == 0) {
         memmgr_free(node);
         return;
     }
-    used -= slab_size_at(node);
+    used -= size;
     slab_give(node);
 }
 

@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "memory/slab.h"
+
 namespace ravo::platform {
 
 inline constexpr std::size_t side_room_size = 40;
@@ -18,8 +20,12 @@ inline constexpr std::size_t side_room_size = 40;
 // zeroed with the record.
 void *memmgr_side_room(const void *address);
 // Side rooms have numbers other than 0, half as large as pointers.
-std::uint32_t memmgr_side_number(const void *side_room);
-void *memmgr_side_at(std::uint32_t number);
+inline std::uint32_t memmgr_side_number(const void *side_room) {
+    return slab_number(side_room);
+}
+inline void *memmgr_side_at(std::uint32_t number) {
+    return static_cast<unsigned char *>(slab_line_at(number)) + (slab_line - side_room_size);  // at its line's end
+}
 // Calls a function with the side room of each record that is freed. NULL: none.
 void memmgr_on_free(void (*listener)(void *side_room));
 

@@ -17,6 +17,8 @@
 
 namespace ravo::platform {
 
+unsigned char *slab_base = nullptr;
+
 namespace {
 
 constexpr std::size_t span_size = 65536;
@@ -35,7 +37,6 @@ struct span_record {
 };
 
 struct region {
-    unsigned char *base = nullptr;
     std::size_t spans = 0;      // in all; 0: not reserved yet, or it could not be
     std::size_t first = 0;      // spans before this one hold the records
     std::size_t committed = 0;  // spans before this one are memory
@@ -50,16 +51,16 @@ region here;
 std::size_t room_wanted = default_room;
 
 span_record &record(std::uint32_t span) {
-    return reinterpret_cast<span_record *>(here.base)[span];
+    return reinterpret_cast<span_record *>(slab_base)[span];
 }
 
 unsigned char *span_at(std::uint32_t span) {
-    return here.base + span * span_size;
+    return slab_base + span * span_size;
 }
 
 // An address's distance from the region's beginning; of an address elsewhere a large number.
 std::size_t offset_of(const void *address) {
-    return reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(here.base);
+    return reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(slab_base);
 }
 
 std::uint32_t span_of(const void *address) {
@@ -76,7 +77,7 @@ std::size_t room_allowed() {
 bool commit_until(std::size_t spans) {
     if (spans <= here.committed) return true;
     const std::size_t until = std::min((spans + commit_step - 1) / commit_step * commit_step, here.spans);
-    if (mprotect(here.base + here.committed * span_size, (until - here.committed) * span_size,
+    if (mprotect(slab_base + here.committed * span_size, (until - here.committed) * span_size,
                  PROT_READ | PROT_WRITE) != 0)
         return false;
     here.committed = until;
@@ -91,11 +92,12 @@ void open_region() {
     const std::size_t size = (spans + records) * span_size;
     void *base = mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (base == MAP_FAILED) return;
-    here.base = static_cast<unsigned char *>(base);
+    slab_base = static_cast<unsigned char *>(base);
     here.spans = spans + records;
     here.first = here.reached = records;
     if (!commit_until(records)) {
         munmap(base, size);
+        slab_base = nullptr;
         here = {};
         here.tried = true;
     }
@@ -148,9 +150,11 @@ void put_away(std::uint32_t span) {
     push(here.gone, span);
 }
 
-std::size_t blocks_in(std::size_t kind) {
-    return span_size / slab_size(kind);
+// Sizes are powers of two; a division would take the processor longer than all the rest.
+constexpr std::size_t blocks_in(std::size_t kind) {
+    return span_size / slab_line >> kind;
 }
+static_assert(blocks_in(slab_sizes - 1) * slab_size(slab_sizes - 1) == span_size);
 
 void hide([[maybe_unused]] void *block, [[maybe_unused]] std::size_t size) {
 #if defined(__SANITIZE_ADDRESS__)
@@ -204,7 +208,8 @@ void slab_give(void *block) {
     const std::uint32_t span = span_of(block);
     span_record &r = record(span);
     const std::size_t size = slab_size(r.kind);
-    const auto number = static_cast<std::uint16_t>((static_cast<unsigned char *>(block) - span_at(span)) / size);
+    const std::size_t offset = static_cast<std::size_t>(static_cast<unsigned char *>(block) - span_at(span));
+    const auto number = static_cast<std::uint16_t>(offset / slab_line >> r.kind);
     std::memcpy(block, &r.free, sizeof r.free);
     r.free = number;
     hide(block, size);
@@ -219,15 +224,9 @@ bool slab_has(const void *address) {
 }
 
 std::size_t slab_size_at(const void *address) {
-    return slab_size(record(span_of(address)).kind);
-}
-
-std::uint32_t slab_number(const void *address) {
-    return static_cast<std::uint32_t>(offset_of(address) / slab_line);
-}
-
-void *slab_line_at(std::uint32_t number) {
-    return here.base + std::size_t{number} * slab_line;
+    const std::size_t offset = offset_of(address);
+    if (offset >= here.reached * span_size) return 0;
+    return slab_size(record(static_cast<std::uint32_t>(offset / span_size)).kind);
 }
 
 std::size_t slab_resident() {

@@ -29,12 +29,20 @@ void slab_give(void *block);
 
 // Tells whether an address lies in the region.
 bool slab_has(const void *address);
-// The size of the block that an address of the region lies in.
+// The size of the block that an address lies in; 0 for an address outside of the region.
 std::size_t slab_size_at(const void *address);
 
+// Where the region begins; NULL before.
+extern unsigned char *slab_base;
+
 // Lines of the region have numbers, half as large as their addresses: never 0 for one in a block.
-std::uint32_t slab_number(const void *address);
-void *slab_line_at(std::uint32_t number);
+inline std::uint32_t slab_number(const void *address) {
+    return static_cast<std::uint32_t>(
+        (reinterpret_cast<std::uintptr_t>(address) - reinterpret_cast<std::uintptr_t>(slab_base)) / slab_line);
+}
+inline void *slab_line_at(std::uint32_t number) {
+    return slab_base + std::size_t{number} * slab_line;
+}
 
 // Bytes of the region that are memory now, in use or kept for the next blocks.
 std::size_t slab_resident();

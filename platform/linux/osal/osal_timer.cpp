@@ -63,37 +63,33 @@ struct origin {
     std::uint64_t since = 0;
 };
 
-origin origin_in_hand() {
+origin origin_in_hand(std::uint64_t now) {
     if (const ravo::platform::kept_transaction *kept = ravo::platform::kept_transaction_in_hand())
         return {.xid = kept->xid, .port = kept->port, .is_transaction = true, .since = kept->since};
     const std::optional<std::uint32_t> xid = ravo::platform::books_xid_in_hand();
     return {.xid = htonl(xid.value_or(0)),
             .port = ravo::platform::books_port_in_hand(),
             .is_transaction = xid.has_value(),
-            .since = ravo::platform::clock_coarse_ms()};
-}
-
-// Remembers a timer just armed beyond the end of the daemon.
-void keep(struct osal_timer *timer, const origin &from, std::uint32_t seconds) {
-    if (!from.is_transaction) return;
-    const std::uint64_t age = ravo::platform::clock_coarse_ms() - from.since;
-    if (age != 0) ravo::platform::timer_queue_make_older(timer, static_cast<std::uint32_t>(age));
-    ravo::platform::kept_transactions_put(
-        ravo::platform::timer_queue_number(timer),
-        {.xid = from.xid, .port = from.port, .seconds = seconds, .since = from.since});
+            .since = now};
 }
 
 }  // namespace
 
 int OSAL_ZEBOS_Create_Sec_Once_Timer(struct osal_timer *timer, const char * /*name*/, osal_timer_callback callback,
                                      std::uint32_t seconds, int /*repeat*/, void *arg) {
+    using namespace ravo::platform;
     disarm_lone(timer);
-    const origin from = origin_in_hand();
-    if (ravo::platform::timer_queue_arm(timer, callback, seconds, arg, from.port)) {
-        keep(timer, from, seconds);
+    const std::uint64_t now = clock_coarse_ms();
+    const origin from = origin_in_hand(now);
+    if (const std::uint32_t number = timer_queue_arm(timer, callback, seconds, arg, from.port, now)) {
+        if (from.since != now) timer_queue_make_older(timer, static_cast<std::uint32_t>(now - from.since));
+        // It is remembered beyond the end of the daemon.
+        if (from.is_transaction)
+            kept_transactions_put(number,
+                                  {.xid = from.xid, .port = from.port, .seconds = seconds, .since = from.since});
         return 0;
     }
-    ravo::platform::timer_queue_disarm(timer);
+    timer_queue_disarm(timer);
     timer->armed = arm_lone(timer, callback, seconds, arg) ? 1 : 0;
     return timer->armed != 0 ? 0 : -1;
 }

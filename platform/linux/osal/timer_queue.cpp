@@ -213,14 +213,14 @@ std::uint16_t row_of(std::uint32_t port) {
 
 }  // namespace
 
-bool timer_queue_arm(struct osal_timer *timer, osal_timer_callback callback, std::uint32_t seconds, void *arg,
-                     std::uint32_t port) {
+std::uint32_t timer_queue_arm(struct osal_timer *timer, osal_timer_callback callback, std::uint32_t seconds, void *arg,
+                              std::uint32_t port, std::uint64_t now) {
     timer_node *node = node_for(timer);
-    if (node == nullptr || (node->queue != 0 && !is_of(node, timer))) return false;
+    if (node == nullptr || (node->queue != 0 && !is_of(node, timer))) return 0;
     const std::uint8_t queue = queue_for(seconds);
-    if (queue == 0) return false;
+    if (queue == 0) return 0;
     if (node->queue != 0) leave(node);
-    node->since = now_ms();
+    node->since = static_cast<std::uint32_t>(now);
     node->queue = queue;
     node->place = place_of(timer, node);
     node->row = row_of(port);
@@ -229,7 +229,7 @@ bool timer_queue_arm(struct osal_timer *timer, osal_timer_callback callback, std
     enter(node);
     timer->armed = set_due_for(node) ? 1 : 0;
     if (timer->armed == 0) leave(node);
-    return timer->armed != 0;
+    return timer->armed != 0 ? memmgr_side_number(node) : 0;
 }
 
 void timer_queue_make_older(struct osal_timer *timer, std::uint32_t milliseconds) {
@@ -237,10 +237,6 @@ void timer_queue_make_older(struct osal_timer *timer, std::uint32_t milliseconds
     if (!is_of(node, timer)) return;
     node->since -= milliseconds;
     set_due_for_first(/*portion_ended=*/false);
-}
-
-std::uint32_t timer_queue_number(const struct osal_timer *timer) {
-    return memmgr_side_number(node_for(timer));
 }
 
 bool timer_queue_disarm(struct osal_timer *timer) {

@@ -12,20 +12,20 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/clock.h"
 #include "osal.h"
 
 namespace ravo::platform {
 
 // Arms a timer whose object lies in a record of mfh_calloc's, replacing what the same object was armed for. port: where
-// the message in hand came in, 0 without one. Returns false, and changes nothing, when it cannot be kept here: the
-// object lies elsewhere, its record has another timer, or its duration is too long or one too many.
-bool timer_queue_arm(struct osal_timer *timer, osal_timer_callback callback, std::uint32_t seconds, void *arg,
-                     std::uint32_t port);
+// the message in hand came in, 0 without one; now: of the coarse clock. Returns the number of its side room
+// (memory/memmgr_block.h); 0, and changes nothing, when it cannot be kept here: the object lies elsewhere, its record
+// has another timer, or its duration is too long or one too many.
+std::uint32_t timer_queue_arm(struct osal_timer *timer, osal_timer_callback callback, std::uint32_t seconds, void *arg,
+                              std::uint32_t port, std::uint64_t now = clock_coarse_ms());
 // Makes a timer that was just armed older than it is, by less than its duration; none armed since has it again. It is
 // for what an earlier daemon remembered, oldest first, before anything else is armed.
 void timer_queue_make_older(struct osal_timer *timer, std::uint32_t milliseconds);
-// The number of the side room of a timer that is armed here (memory/memmgr_block.h).
-std::uint32_t timer_queue_number(const struct osal_timer *timer);
 // Disarms a timer and clears its mark. Returns false when it is not armed here.
 bool timer_queue_disarm(struct osal_timer *timer);
 
