@@ -53,6 +53,7 @@
 #include "osal/transaction_room.h"
 #include "port_number.h"
 #include "process/crash_signals.h"
+#include "process/descriptor_store.h"
 #include "process/frame.h"
 #include "process/limits.h"
 #include "process/relay_data.h"
@@ -432,11 +433,12 @@ void end_in_order(std::vector<event_ptr> signals) {
     platform::readers_free();
     platform::transaction_room_close();
     platform::timers_free();
-    platform::channel_close();
+    platform::channel_leave();
     platform::black_box_close();
     platform::counts_close();
     platform::inventory_close();
     platform::service_watchdog_stop();
+    platform::store_close();
     signals.clear();
     platform::log_tell_repeats();
     platform::loop_free();
@@ -452,6 +454,7 @@ std::uintptr_t *VEX_INIT_alloc() {
 
 int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     fill_standard_streams();
+    platform::store_begin();
     const std::string remark = read_options();
     const platform::frame_options &options = platform::frame_get_options();
     check_that_we_may_run(options);
@@ -468,6 +471,7 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     ravo::cli::kept_begin();
     platform::nsm_deliver_existing();
     replay_startup_configuration(options);
+    platform::store_end_of_start();
     take_over_transactions(options);
     platform::log_settle();  // who has waited for an answer finds in the log how the start went
     const fault wrong = platform::management_open(options.management_socket);

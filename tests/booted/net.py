@@ -34,9 +34,17 @@ ip dhcp relay address {SERVER}
 
 def build(machine):
     machine.run(PARTS)
+    start_server(machine)
+
+
+def start_server(machine):
     machine.start_program("nsenter --net=/run/netns/server dnsmasq --no-daemon --port=0 --conf-file=/dev/null --log-dhcp --no-ping "
                           "--dhcp-leasefile=/run/leases --dhcp-authoritative --dhcp-range=10.10.0.100,10.10.0.199,255.255.255.0,1h",
                           "dhcp-server")
+
+
+def stop_server(machine):
+    machine.run("systemctl stop dhcp-server")
 
 
 def lease(machine, tries=15):

@@ -1,10 +1,14 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What is done with the packages in a booted machine, in the order of a package's life. Each step's documentation is its line.
+"""What is done with the packages in a booted machine, in the order of a package's life. Each step's documentation is its line, with what the
+step returns behind it.
 
 The machine has /packages (the packages) and /packages/before (the same as an earlier version), and a network (net.py).
 """
 
+import json
+import os
 import re
+import subprocess
 import textwrap
 import time
 from pathlib import Path
@@ -123,6 +127,32 @@ def restart(machine):
     machine.run("systemctl restart ravod")
     expect(shown(machine, "MainPID") != before, "it is the same process")
     serves(machine)
+
+
+def restart_under_load(machine):
+    """1000 clients at 500 leases a second do not notice five restarts"""
+    tool = machine.folder / "packages/many_clients"
+    source = Path(__file__).resolve().parents[1] / "lab/trouble/many_clients.cpp"
+    subprocess.run(["c++", "-std=c++20", "-O1", "-static", source, "-o", tool], check=True)
+    expect(shown(machine, "NFileDescriptorStore") in ("2", "14"), f"{shown(machine, 'NFileDescriptorStore')} descriptors are kept")
+    net.stop_server(machine)
+    machine.run(f"systemd-run --quiet --collect --unit=clients --property=StandardOutput=truncate:/run/clients /packages/many_clients "
+                f"/run/netns/server {net.SERVER} 1000 500 1000 same /run/netns/client:eth0")
+    time.sleep(2)
+    moments = []
+    for _ in range(5):
+        moments.append(time.monotonic())
+        machine.run("systemctl restart ravod")
+        time.sleep(1)
+    machine.run("systemctl stop clients")
+    net.start_server(machine)
+    found = json.loads(machine.run("tail -n 1 /run/clients"))
+    gaps = [max((ms for began, ms in found["gaps"] if moment - 0.05 < began < moment + 1), default=0) for moment in moments]
+    told = (f"{len(found['again'])} of {found['leases']} leases needed a message again; nobody heard anything for "
+            f"{', '.join(f'{gap:.0f}' for gap in gaps)} ms; load {os.getloadavg()[0]:.1f}")
+    expect(found["leases"] > 1000 and found["unfinished"] == 0 and not found["again"] and 0 not in gaps, told)
+    serves(machine)
+    return told
 
 
 def reload(machine):
@@ -278,5 +308,5 @@ def purge(machine):
     machine.run("getent passwd ravo && getent group ravo-admin")
 
 
-ALL = [install_before, users_and_groups, start, folders, groups_may, sandbox, lease, restart, reload, broken, networkd, killed, watchdog, web, snmp,
+ALL = [install_before, users_and_groups, start, folders, groups_may, sandbox, lease, restart, restart_under_load, reload, broken, networkd, killed, watchdog, web, snmp,
        upgrade, reboot, journal, remove, purge]

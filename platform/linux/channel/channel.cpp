@@ -28,6 +28,7 @@
 #include "books/black_box.h"
 #include "books/books.h"
 #include "channel/channel_frame.h"
+#include "channel/given_socket.h"
 #include "channel/guard.h"
 #include "channel/limits.h"
 #include "channel/packet_rings.h"
@@ -39,6 +40,7 @@
 #include "inventory/inventory.h"
 #include "log/log.h"
 #include "osal.h"
+#include "process/descriptor_store.h"
 #include "trap/trap.h"
 
 namespace ravo::platform {
@@ -50,6 +52,7 @@ constexpr std::size_t in_ip_part_destination = 12;
 // Frames dropped in one call before others get a turn; those over a port's limit cost less.
 constexpr std::size_t frames_per_turn = 32;
 constexpr std::size_t refused_per_turn = 256;
+constexpr const char *stored_holder = "udp-67";
 constexpr std::size_t spare_slots = 64;  // of the ring, for what passes the gate on other processors meanwhile
 constexpr std::int64_t second_ns = 1'000'000'000;
 constexpr std::int64_t flood_interval_ns = 1'000'000;
@@ -64,7 +67,8 @@ struct open_channel {
     tap_table taps;
     descriptor udp_holder;  // keeps UDP port 67, receives nothing
     event_ptr tally_timer;
-    bool recount = false;  // the gate's counts of what is queued are wrong
+    bool recount = false;       // the gate's counts of what is queued are wrong
+    std::size_t inherited = 0;  // messages in the queue that another gate let in
     // Messages over their port's limit that were refused outside the kernel, since a time.
     std::int64_t refused_since_ns = 0;
     unsigned refused = 0;
@@ -228,9 +232,33 @@ void fill_source(const ingress &in, sockaddr *from, socklen_t *from_length) {
     std::memcpy(from, record.data(), *from_length);
 }
 
+bool is_bound_to(int fd, std::uint16_t port) {
+    sockaddr_in bound{};
+    socklen_t length = sizeof bound;
+    return ::getsockname(fd, reinterpret_cast<sockaddr *>(&bound), &length) == 0 && bound.sin_port == htons(port) &&
+           bound.sin_addr.s_addr == INADDR_ANY;
+}
+
+// The holder of the port that a daemon before left. Returns whether there is one.
+bool take_over_udp_port(open_channel &c) {
+    descriptor left = store_take(stored_holder);
+    if (!left) return false;
+    fault wrong = look_at_socket(left.get(), AF_INET, SOCK_DGRAM);
+    if (!wrong && !is_bound_to(left.get(), dhcp_server_port)) wrong = {"it is bound to another port"};
+    if (!wrong && socket_refuse_all(left.get()) != 0) wrong = {std::strerror(errno)};
+    if (!wrong) {
+        c.udp_holder = std::move(left);
+        return true;
+    }
+    store_forget(stored_holder);
+    log_line(log_level_warning, "the holder of UDP port 67 of the daemon before is closed: %s", wrong.text.c_str());
+    return false;
+}
+
 // Takes UDP port 67, without which the kernel would tell servers that nobody is there. The address is bound before it
 // is made shareable: deliberate, so that a program that receives on the port already keeps its datagrams.
 void hold_udp_port(open_channel &c) {
+    if (take_over_udp_port(c)) return;
     descriptor holder(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -241,6 +269,7 @@ void hold_udp_port(open_channel &c) {
         // The relay's own listener may share the port. Cannot fail on a UDP socket.
         (void)::setsockopt(holder.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
         c.udp_holder = std::move(holder);
+        store_keep(stored_holder, c.udp_holder.get());
         return;
     }
     if (errno == EADDRINUSE) {
@@ -297,6 +326,7 @@ void note_refused(open_channel &c, std::int64_t now_ns) {
 // Nothing waits. What was noted for this moment is done.
 void settle(open_channel &c) {
     c.bound.ran_empty();
+    c.inherited = 0;
     if (c.taps.some_gone()) {
         tally(c);
         c.taps.forget_gone(c.at);
@@ -306,7 +336,10 @@ void settle(open_channel &c) {
 
 // Counts a frame as taken. Returns whether it is a message that its port may send.
 bool admit(open_channel &c, const tap &from, const ring_frame &received) {
-    c.at.take(from.place);
+    if (c.inherited == 0) [[likely]]
+        c.at.take(from.place);
+    else
+        --c.inherited;
     if (c.bound.took()) {
         c.bound.look(clock_ns() / 1000, wall_clock_us() - received.time_us);
         c.at.set_room(c.bound.room());
@@ -351,17 +384,34 @@ int fail_open(int reason) {
     return -1;
 }
 
+// The devices are let in before frames pass the gate, so that of those that come in all the while none is missed.
 int open_at_gate(open_channel &c) {
-    if (const int reason = c.rings.open(); reason != 0) return reason;
+    if (const int reason = c.at.prepare(); reason != 0) return reason;
+    c.at.set_room(c.bound.room());
+    c.taps.follow(c.at, limits);
+    const bool receives = c.rings.take_over(!c.at.in_kernel());
+    if (const int reason = receives ? 0 : c.rings.open(); reason != 0) return reason;
     if (const int reason = c.at.attach(c.rings.first_fd()); reason != 0) return reason;
     if (!c.at.in_kernel())
         log_line(log_level_warning,
                  "the kernel refuses the program that limits what ports may send: %s; the relay holds them to the "
                  "limits itself",
                  c.at.refusal().c_str());
-    c.at.set_room(c.bound.room());
-    c.taps.follow(c.at, limits);
-    return c.rings.listen(!c.at.in_kernel());
+    c.recount = receives;
+    c.inherited = receives ? c.rings.waiting() : 0;
+    if (receives) return 0;
+    if (const int reason = c.rings.listen(!c.at.in_kernel()); reason != 0) return reason;
+    c.rings.keep();
+    return 0;
+}
+
+// Ends what the channel does for others, and counts what is left to count.
+void end_channel(open_channel &c) {
+    books_close();
+    trap_release();
+    inventory_on_change(nullptr);
+    tally(c);
+    books_on_look(nullptr);
 }
 
 void follow_devices() {
@@ -423,13 +473,21 @@ ssize_t channel_receive(void *buffer, std::size_t size, int flags, struct sockad
 
 int channel_close() {
     if (!channel) return 0;
-    books_close();
-    trap_release();
-    inventory_on_change(nullptr);
-    tally(*channel);
-    books_on_look(nullptr);
+    end_channel(*channel);
+    channel->rings.forget();
+    store_forget(stored_holder);
     channel.reset();
     return 0;
+}
+
+// The whole queue is there for what comes until the next daemon takes it over.
+void channel_leave() {
+    if (!channel) return;
+    end_channel(*channel);
+    channel->rings.leave();
+    channel->at.note_left();
+    channel->at.set_room(packet_rings::capacity - spare_slots);
+    channel.reset();
 }
 
 std::uint64_t channel_lost() {

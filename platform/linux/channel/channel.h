@@ -34,6 +34,9 @@ bool channel_next();
 ssize_t channel_receive(void *buffer, std::size_t size, int flags, struct sockaddr *from, socklen_t *from_length);
 // Closes the channel. Returns 0.
 int channel_close();
+// Closes it at the end of the process: what comes in from now on is the next daemon's, where there is an init system
+// that keeps descriptors (process/descriptor_store.h).
+void channel_leave();
 
 // Messages lost for want of room in the queue since the last call of channel_forget_lost, or since the start.
 std::uint64_t channel_lost();

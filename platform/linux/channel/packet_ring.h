@@ -12,6 +12,7 @@
 #include "base/mapping.h"
 #include "base/owners.h"
 #include "channel/channel_frame.h"
+#include "fault.h"
 
 struct tpacket2_hdr;
 
@@ -37,6 +38,10 @@ class packet_ring {
     // Opens the socket, non-blocking, and its ring. It receives nothing yet, so that it can be given a filter first.
     // Returns 0, or the reason as errno.
     int open();
+    // Takes over the socket of a daemon before, which receives already, and its ring with what waits in it; the message
+    // that the daemon before had in hand does not come again. After a fault the socket is closed, and the ring
+    // is as it was made.
+    fault take_over(descriptor socket);
     // Begins to receive frames that come in on any device, whatever their protocol. Returns 0, or the reason as errno.
     int listen();
 
@@ -49,11 +54,18 @@ class packet_ring {
     // Gives the frame taken last back now.
     void give_back();
 
+    // How many frames wait.
+    std::size_t waiting() const;
+    std::size_t capacity() const { return capacity_; }
+
     // Frames that the kernel had no room for since the last call.
     std::uint32_t take_overruns() const;
 
   private:
-    tpacket2_hdr *slot() const;
+    tpacket2_hdr *slot(std::size_t number) const;
+    std::size_t behind(std::size_t number) const { return number + 1 == capacity_ ? 0 : number + 1; }
+    void find_last();
+    bool find_place();
     void read_whole(std::size_t size, ring_frame *out);
 
     std::size_t capacity_;
@@ -61,6 +73,7 @@ class packet_ring {
     mapping ring_;
     std::size_t at_ = 0;  // the slot that is taken, or will be taken next
     bool taken_ = false;
+    std::uint32_t turn_ = 0;                 // of the frame that was taken last; never 0 once one was
     std::unique_ptr<std::uint8_t[]> large_;  // a frame that no slot has room for; made for the first one
 };
 

@@ -17,11 +17,15 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <latch>
 #include <utility>
 
 #include "base/threads.h"
+#include "channel/given_socket.h"
 #include "gate/socket_filter.h"
+#include "log/log.h"
+#include "process/descriptor_store.h"
 
 namespace ravo::platform {
 namespace {
@@ -117,6 +121,85 @@ void packet_rings::leave_apart() {
     timer_.reset();
     sink_.reset();
     group_ = {};
+}
+
+// ---- From one daemon to the next ----
+
+namespace {
+
+// What the sockets are called while they wait for the next daemon; those of other rings are called otherwise.
+std::vector<std::string> stored_names(bool apart) {
+    if (!apart) return {"packets-5120x512"};
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < fan_out::shared + packet_rings::own_rings; ++i)
+        names.push_back("packets-2048x512-" + std::to_string(i));
+    names.emplace_back("packets-refused");
+    return names;
+}
+
+}  // namespace
+
+// The numbers of the group's members are those of the rings, as long as none left it.
+fault packet_rings::take_over_group(descriptor sink) {
+    if (fault wrong = look_at_socket(sink.get(), AF_PACKET, SOCK_RAW)) return wrong;
+    sink_ = std::move(sink);
+    for (const member &m : members_)
+        if (!group_.take_over(m.ring.fd())) return {"its sockets do not belong together"};
+    if (!group_.take_over(sink_.get())) return {"its sockets do not belong together"};
+    for (const member &m : members_)
+        if (socket_take_dhcp(m.ring.fd()) != 0) return {std::strerror(errno)};
+    if (socket_refuse_all(sink_.get()) != 0) return {std::strerror(errno)};
+    if (const int reason = group_.set({}); reason != 0) return {std::strerror(reason)};
+    if (const int reason = watch(); reason != 0) return {std::strerror(reason)};
+    return {};
+}
+
+fault packet_rings::take_over_all(std::vector<descriptor> left, bool apart) {
+    const std::size_t rings = apart ? left.size() - 1 : left.size();
+    for (std::size_t i = 0; i < rings; ++i) {
+        member &m = members_.emplace_back(apart ? apart_capacity : capacity);
+        m.own = i >= fan_out::shared;
+        if (fault wrong = m.ring.take_over(std::move(left[i]))) return wrong;
+    }
+    return apart ? take_over_group(std::move(left.back())) : fault{};
+}
+
+bool packet_rings::take_over(bool apart) {
+    const std::vector<std::string> names = stored_names(apart);
+    std::vector<descriptor> left;
+    for (const std::string &name : names) left.push_back(store_take(name));
+    const auto is_there = [](const descriptor &fd) { return static_cast<bool>(fd); };
+    if (std::none_of(left.begin(), left.end(), is_there)) return false;
+    members_.clear();
+    fault wrong{"some of its sockets are missing"};
+    if (std::all_of(left.begin(), left.end(), is_there)) wrong = take_over_all(std::move(left), apart);
+    if (!wrong) return true;
+    leave_apart();
+    members_.clear();
+    for (const std::string &name : names) store_forget(name);
+    log_line(log_level_warning, "the packet socket of the daemon before is closed: %s", wrong.text.c_str());
+    return false;
+}
+
+void packet_rings::keep() {
+    const std::vector<std::string> names = stored_names(static_cast<bool>(wake_));
+    for (std::size_t i = 0; i < members_.size(); ++i) store_keep(names[i], members_[i].ring.fd());
+    if (wake_) store_keep(names.back(), sink_.get());
+}
+
+void packet_rings::forget() {
+    for (const bool apart : {false, true})
+        for (const std::string &name : stored_names(apart)) store_forget(name);
+}
+
+void packet_rings::leave() {
+    for (member &m : members_) m.ring.give_back();
+}
+
+std::size_t packet_rings::waiting() const {
+    std::size_t count = 0;
+    for (const member &m : members_) count += m.ring.waiting();
+    return count;
 }
 
 // ---- Taking frames ----

@@ -16,6 +16,7 @@
 
 #include "base/owners.h"
 #include "channel/packet_ring.h"
+#include "fault.h"
 #include "gate/fan_out.h"
 
 namespace ravo::platform {
@@ -42,6 +43,15 @@ class packet_rings {
     // reason as errno.
     int open();
     int first_fd() const { return members_.front().ring.fd(); }
+    // Takes over what a daemon before kept: its first ring, or all of several; they receive already. apart: which of
+    // the two is wanted. Returns whether it is there. What speaks against it is told in the log, and it is closed.
+    bool take_over(bool apart);
+    // Has them kept for the next daemon, which finds there what nobody took; or no more.
+    void keep();
+    void forget();
+    // Gives the frame taken last back, at the end.
+    void leave();
+
     // Begins to receive. apart: with several rings, if the kernel can have that. Returns 0, or the reason as errno.
     int listen(bool apart);
 
@@ -51,6 +61,9 @@ class packet_rings {
     // Gives the frame taken last back to the kernel and takes the next one, of the rings in turn, which stays valid
     // until the next call. Returns whether there was one.
     bool take(ring_frame *out);
+
+    // How many frames wait.
+    std::size_t waiting() const;
 
     // Whether the device of the frame taken last fills a ring that it shares.
     bool is_crowded() const { return crowded_by_ != 0; }
@@ -87,6 +100,8 @@ class packet_rings {
         bool limited_tagged = false;
     };
 
+    fault take_over_all(std::vector<descriptor> left, bool apart);
+    fault take_over_group(descriptor sink);
     int open_apart();
     int open_members();
     int join(member &m);

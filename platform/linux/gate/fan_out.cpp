@@ -23,6 +23,11 @@ constexpr unsigned spread_shift = 32 - fan_out::shared_bits;
 
 constexpr std::uint32_t device_number = static_cast<std::uint32_t>(SKF_AD_OFF + SKF_AD_IFINDEX);
 
+// How the kernel tells of a group.
+constexpr int number_bits = 0xFFFF;
+constexpr int type_shift = 16;
+constexpr int type_bits = 0xFF;
+
 using instructions = std::vector<sock_filter>;
 
 instructions program_of(const std::vector<fan_out_rule> &rules) {
@@ -44,7 +49,6 @@ int install(int fd, instructions program) {
 }
 
 int ask_group(int fd, int *out) {
-    constexpr int number_bits = 0xFFFF;
     int told = 0;
     socklen_t length = sizeof told;
     if (::getsockopt(fd, SOL_PACKET, PACKET_FANOUT, &told, &length) != 0) return errno;
@@ -55,13 +59,23 @@ int ask_group(int fd, int *out) {
 }  // namespace
 
 int fan_out::join(int fd) {
-    constexpr int type_shift = 16;
     const int type = first_ < 0 ? PACKET_FANOUT_CBPF | PACKET_FANOUT_FLAG_UNIQUEID : PACKET_FANOUT_CBPF;
     const int request = type << type_shift | group_;
     if (::setsockopt(fd, SOL_PACKET, PACKET_FANOUT, &request, sizeof request) != 0) return errno;
     if (first_ >= 0) return 0;
     first_ = fd;
     return ask_group(fd, &group_);
+}
+
+bool fan_out::take_over(int fd) {
+    int told = 0;
+    socklen_t length = sizeof told;
+    if (::getsockopt(fd, SOL_PACKET, PACKET_FANOUT, &told, &length) != 0) return false;
+    if ((told >> type_shift & type_bits) != PACKET_FANOUT_CBPF) return false;
+    if (first_ >= 0) return (told & number_bits) == group_;
+    first_ = fd;
+    group_ = told & number_bits;
+    return true;
 }
 
 int fan_out::set(const std::vector<fan_out_rule> &rules) {

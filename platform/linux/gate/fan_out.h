@@ -29,6 +29,8 @@ class fan_out {
 
     // Takes a socket in, which must be bound. Returns 0, or the reason as errno.
     int join(int fd);
+    // Takes a socket for one that another process took in. Returns whether it is in the group of those before it.
+    bool take_over(int fd);
     // Says where frames go from now on. Returns 0, or the reason as errno.
     int set(const std::vector<fan_out_rule> &rules);
     // The same without waiting until every processor has seen it, as `set` may have to. One change at a time.

@@ -66,18 +66,17 @@ gate_objects gate::find_objects() {
     return lent;
 }
 
-// The socket keeps the program, and the program its maps.
-bool gate::enter_kernel(int fd) {
+bool gate::enter_kernel() {
     gate_objects objects = find_objects();
     if (!objects) return false;
-    const int program = objects.program.get();
     mapping devices(objects.devices.get(), sizeof(gate_devices) * GATE_DEVICE_BUCKETS);
     mapping tags(objects.limited_by_tag.get(), sizeof(gate_tag_count) * GATE_TAG_COUNTS);
     mapping queue(objects.queue.get(), page_size());
-    if (!devices || !tags || !queue || ::setsockopt(fd, SOL_SOCKET, SO_ATTACH_BPF, &program, sizeof program) != 0) {
+    if (!devices || !tags || !queue) {
         refusal_ = std::strerror(errno);
         return false;
     }
+    program_ = std::move(objects.program);
     ports_ = std::move(objects.ports);
     limited_by_tag_ = std::move(tags);
     queue_ = std::move(queue);
@@ -86,11 +85,23 @@ bool gate::enter_kernel(int fd) {
     return true;
 }
 
-int gate::attach(int fd) {
-    if (enter_kernel(fd)) return 0;
+int gate::prepare() {
+    if (enter_kernel()) return 0;
     queue_ = mapping(-1, page_size());
-    if (!queue_ || socket_take_dhcp(fd) != 0) return errno;
-    return 0;
+    return queue_ ? 0 : errno;
+}
+
+// The socket keeps the program, and the program its maps. Records that were mapped stay, whoever reads them.
+int gate::attach(int fd) {
+    if (!queue_)
+        if (const int reason = prepare(); reason != 0) return reason;
+    const descriptor program = std::move(program_);
+    if (const int number = program.get(); program) {
+        if (::setsockopt(fd, SOL_SOCKET, SO_ATTACH_BPF, &number, sizeof number) == 0) return 0;
+        refusal_ = std::strerror(errno);
+        devices_ = mapping();
+    }
+    return socket_take_dhcp(fd) == 0 ? 0 : errno;
 }
 
 // ---- Devices and their places ----
@@ -173,6 +184,12 @@ void gate::take(std::size_t place) {
     place_at_gate &from = places_[place];
     if (++from.taken % told_together == 0) store(from.record->taken, from.taken);
     if (++taken_ % told_together == 0) store(queue()->taken, taken_);
+}
+
+void gate::note_left() {
+    for (std::size_t place = 0; place < used_.size(); ++place)
+        if (used_[place]) store(record(place)->taken, places_[place].taken);
+    store(queue()->taken, taken_);
 }
 
 void gate::note_empty() {

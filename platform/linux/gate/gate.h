@@ -38,8 +38,11 @@ class gate {
   public:
     static constexpr std::size_t no_place = ~std::size_t{0};
 
-    // Sets the gate up at a packet socket that receives nothing yet, in the kernel if it can be. Returns 0, or the
-    // reason as errno.
+    // Makes the gate, in the kernel if it can be; devices can be let in from then on. Returns 0, or the reason as
+    // errno.
+    int prepare();
+    // Sets the gate up at a packet socket, in the place of what filter it has; makes it, unless that was done. A socket
+    // that receives already misses nothing when its devices were let in before. Returns 0, or the reason as errno.
     int attach(int fd);
     bool in_kernel() const { return static_cast<bool>(devices_); }
     // Why it is not in the kernel.
@@ -61,6 +64,8 @@ class gate {
     void set_room(std::size_t messages);
     // Notes that a message of the port was taken out of the queue.
     void take(std::size_t place);
+    // Notes all that was taken out, for the time when nobody is there to note it.
+    void note_left();
     // Notes that the queue is empty, whatever was counted.
     void note_empty();
 
@@ -89,12 +94,13 @@ class gate {
     gate_tag_count *kernel_tags() const { return static_cast<gate_tag_count *>(limited_by_tag_.get()); }
     __u64 *device_slot(std::uint32_t device) const;
     gate_objects find_objects();
-    bool enter_kernel(int fd);
+    bool enter_kernel();
     bool map_place(std::size_t place);
     void forget_tags(std::size_t place);
 
     // Of the program; none outside the kernel.
     mapping devices_;
+    descriptor program_;
     descriptor ports_;
     mapping limited_by_tag_;
     std::string refusal_;

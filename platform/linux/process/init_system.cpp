@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstddef>
@@ -46,25 +47,53 @@ std::optional<std::uint64_t> number_from(const char *name) {
     return value;
 }
 
+// Room for a control message with one descriptor.
+struct alignas(cmsghdr) descriptor_room {
+    std::array<char, CMSG_SPACE(sizeof(int))> bytes{};
+};
+
+void put_descriptor(int fd, msghdr &message, descriptor_room &room) {
+    message.msg_control = room.bytes.data();
+    message.msg_controllen = room.bytes.size();
+    cmsghdr *header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof fd);
+    std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
+}
+
+// What another process was given says nothing about this one.
+bool is_for_us(const char *name) {
+    return std::getenv(name) == nullptr || number_from(name) == getpid();
+}
+
 }  // namespace
 
-bool init_system_tell(const std::string &message) {
+bool init_system_tell(const std::string &text, int fd) {
     const char *name = std::getenv("NOTIFY_SOCKET");
     sockaddr_un address;
     const socklen_t length = name == nullptr ? 0 : read_address(name, &address);
     if (length == 0) return true;
     const descriptor out(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!out) return false;
-    if (::sendto(out.get(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-                 reinterpret_cast<const sockaddr *>(&address), length) >= 0)
-        return true;
+    iovec bytes{.iov_base = const_cast<char *>(text.data()), .iov_len = text.size()};
+    descriptor_room room;
+    msghdr message{};
+    message.msg_name = &address;
+    message.msg_namelen = length;
+    message.msg_iov = &bytes;
+    message.msg_iovlen = 1;
+    if (fd >= 0) put_descriptor(fd, message, room);
+    if (::sendmsg(out.get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return true;
     return errno != EAGAIN && errno != ENOBUFS && errno != ENOMEM;
 }
 
 std::uint64_t init_system_watchdog() {
-    // What another process was given says nothing about this one.
-    const bool is_ours = std::getenv("WATCHDOG_PID") == nullptr || number_from("WATCHDOG_PID") == getpid();
-    return is_ours ? number_from("WATCHDOG_USEC").value_or(0) : 0;
+    return is_for_us("WATCHDOG_PID") ? number_from("WATCHDOG_USEC").value_or(0) : 0;
+}
+
+std::size_t init_system_descriptors() {
+    return std::getenv("LISTEN_PID") != nullptr && is_for_us("LISTEN_PID") ? number_from("LISTEN_FDS").value_or(0) : 0;
 }
 
 }  // namespace ravo::platform

@@ -4,15 +4,20 @@
 #ifndef PLATFORM_LINUX_PROCESS_INIT_SYSTEM_H
 #define PLATFORM_LINUX_PROCESS_INIT_SYSTEM_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 namespace ravo::platform {
 
 // Tells the init system, without ever waiting for it: the event loop must not stand still because another process does.
-// message: lines such as "READY=1". Returns false when the init system has no room for it now, so that it is to be told
-// again; true when it was told, or when there is nobody to tell.
-bool init_system_tell(const std::string &message);
+// Returns false when the init system has no room for it now, so that it is to be told
+// again; true when it was told, or when there is nobody to tell. text: lines such as "READY=1"; fd: a descriptor that
+// goes with it; -1: none.
+bool init_system_tell(const std::string &text, int fd = -1);
+
+// How many descriptors it gave to this process, from number 3 on (sd_listen_fds(3)).
+std::size_t init_system_descriptors();
 
 // Microseconds within which the init system's watchdog wants to hear of this process; 0: it does not watch it.
 std::uint64_t init_system_watchdog();

@@ -9,7 +9,6 @@
 // else goes on. On SIGTERM, one line of JSON: for each try the time it began, in seconds of the monotonic clock, and
 // its wait in milliseconds, null for one that failed. "asking" is printed with the first try.
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -19,7 +18,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -30,17 +28,11 @@
 #include <string>
 #include <vector>
 
+#include "dhcp_client.h"
+
 namespace {
 
 using steady = std::chrono::steady_clock;
-using bytes = std::vector<std::uint8_t>;
-using mac_address = std::array<std::uint8_t, 6>;
-
-constexpr std::size_t headers = 42;  // Ethernet, IPv4, UDP
-constexpr std::size_t at_xid = 4, at_yiaddr = 16, at_giaddr = 24, at_chaddr = 28, at_options = 240;
-constexpr std::uint8_t discover = 1, offer = 2, request = 3, ack = 5;
-constexpr std::uint8_t option_type = 53, option_server = 54, option_address = 50, option_agent = 82, option_end = 255;
-
 volatile std::sig_atomic_t ended = 0;
 
 [[noreturn]] void fail(const std::string &what) {
@@ -50,12 +42,6 @@ volatile std::sig_atomic_t ended = 0;
 
 void on_end(int) {
     ended = 1;
-}
-
-void enter(const char *netns) {
-    const int fd = open(netns, O_RDONLY | O_CLOEXEC);
-    if (fd < 0 || setns(fd, CLONE_NEWNET) != 0) fail(netns);
-    close(fd);
 }
 
 mac_address read_mac(const char *text) {
@@ -121,68 +107,6 @@ int open_server(const char *text, const mac_address &mac) {
     return fd;
 }
 
-// ---- Messages ----
-
-std::size_t find_option(const std::uint8_t *message, std::size_t size, std::uint8_t code) {
-    for (std::size_t at = at_options; at + 1 < size && message[at] != option_end;) {
-        if (message[at] == code) return at;
-        at += message[at] == 0 ? 1 : 2U + message[at + 1];
-    }
-    return 0;
-}
-
-std::uint8_t type_of(const std::uint8_t *message, std::size_t size) {
-    const std::size_t at = find_option(message, size, option_type);
-    return at != 0 && at + 2 < size ? message[at + 2] : std::uint8_t{0};
-}
-
-bytes make_message(std::uint8_t op, std::uint8_t type, std::uint32_t xid, const mac_address &mac) {
-    bytes message(at_options);
-    message[0] = op;
-    message[1] = 1;
-    message[2] = 6;
-    std::memcpy(&message[at_xid], &xid, sizeof xid);
-    std::memcpy(&message[at_chaddr], mac.data(), mac.size());
-    const std::uint8_t cookie[] = {99, 130, 83, 99};
-    std::memcpy(&message[236], cookie, sizeof cookie);
-    for (const std::uint8_t byte : {option_type, std::uint8_t{1}, type}) message.push_back(byte);
-    return message;
-}
-
-void add_option(bytes &message, std::uint8_t code, const void *value, std::uint8_t size) {
-    message.push_back(code);
-    message.push_back(size);
-    const auto *from = static_cast<const std::uint8_t *>(value);
-    message.insert(message.end(), from, from + size);
-}
-
-void put16(std::uint8_t *at, std::size_t value) {
-    at[0] = static_cast<std::uint8_t>(value >> 8);
-    at[1] = static_cast<std::uint8_t>(value);
-}
-
-bytes broadcast_frame(const bytes &message, const mac_address &mac) {
-    bytes frame(headers + message.size());
-    std::memset(frame.data(), 0xFF, 6);
-    std::memcpy(&frame[6], mac.data(), 6);
-    put16(&frame[12], ETH_P_IP);
-    std::uint8_t *ip = &frame[14];
-    ip[0] = 0x45;
-    put16(ip + 2, 28 + message.size());
-    ip[8] = 64;
-    ip[9] = IPPROTO_UDP;
-    std::memset(ip + 16, 0xFF, 4);
-    std::uint32_t sum = 0;
-    for (std::size_t i = 0; i < 20; i += 2) sum += static_cast<std::uint32_t>(ip[i] << 8 | ip[i + 1]);
-    while (sum >> 16 != 0) sum = (sum & 0xFFFF) + (sum >> 16);
-    put16(ip + 10, ~sum & 0xFFFF);
-    put16(&frame[34], 68);
-    put16(&frame[36], 67);
-    put16(&frame[38], 8 + message.size());
-    std::memcpy(&frame[headers], message.data(), message.size());
-    return frame;
-}
-
 // ---- The two sides ----
 
 struct attempt {
@@ -232,22 +156,8 @@ void client_hears(scene &s, const std::uint8_t *frame, std::size_t size) {
 
 void server_hears(const scene &s, const std::uint8_t *message, std::size_t size) {
     if (size < at_options) return;
-    const std::uint8_t type = type_of(message, size);
-    std::uint32_t xid;
-    std::memcpy(&xid, message + at_xid, sizeof xid);
-    bytes answer = make_message(2, type == discover ? offer : ack, xid, s.mac);
-    std::memcpy(&answer[at_giaddr], message + at_giaddr, 4);
-    std::memcpy(&answer[at_yiaddr], message + at_giaddr, 3);
-    answer[at_yiaddr + 3] = 99;
-    add_option(answer, option_server, &s.server_address, 4);
-    const std::size_t agent = find_option(message, size, option_agent);
-    if (agent != 0 && agent + 2 + message[agent + 1] <= size)
-        add_option(answer, option_agent, message + agent + 2, message[agent + 1]);
-    answer.push_back(option_end);
-    sockaddr_in relay{};
-    relay.sin_family = AF_INET;
-    relay.sin_port = htons(67);
-    std::memcpy(&relay.sin_addr, message + at_giaddr, 4);
+    const bytes answer = make_answer(message, size, s.server_address);
+    const sockaddr_in relay = relay_of(message);
     if (sendto(s.server, answer.data(), answer.size(), 0, reinterpret_cast<const sockaddr *>(&relay), sizeof relay) < 0)
         std::fprintf(stderr, "good_client: the server cannot send: %s\n", std::strerror(errno));
 }
@@ -298,9 +208,9 @@ int main(int argc, char **argv) {
     if (inet_pton(AF_INET, argv[5], &s.server_address) != 1) fail(argv[5]);
     const auto every = std::chrono::milliseconds(std::atoi(argv[6]));
     const auto patience = std::chrono::milliseconds(std::atoi(argv[7]));
-    enter(argv[4]);
+    if (!enter_namespace(argv[4])) fail(argv[4]);
     s.server = open_server(argv[5], s.mac);
-    enter(argv[1]);
+    if (!enter_namespace(argv[1])) fail(argv[1]);
     s.client = open_client(argv[2], s.mac);
     std::signal(SIGTERM, on_end);
     // What is measured is the relay's time, not this process's wait for a core.

@@ -112,6 +112,30 @@ class GoodClient:
         return [tuple(one) for one in json.loads(self._process.log.splitlines()[-1])]
 
 
+class ManyClients:
+    """Many clients of the hosts on some ports, by turns, who ask again like clients do: tests/lab/trouble/many_clients.cpp.
+
+    again: milliseconds until a client asks again; new: each lease is that of a machine that nobody saw before.
+    """
+
+    def __init__(self, lab, *, ports=(3,), server=2, clients=200, rate=100, again=1000, new=False):
+        there = lab.server_host(server)
+        self._process = Process(there.namespace, [
+            BUILD / "tests/many_clients", there.namespace.path, there.address, clients, rate, int(again), "new" if new else "same",
+            *(f"{lab.client(port).namespace.path}:{lab.client(port).device}" for port in ports)],
+            lab.fresh_folder("many-clients") / "log")
+        lab.keep(self._process)
+        wait_for(lambda: "asking" in self._process.log or not self._process.alive, 30, "start of many clients")
+        if not self._process.alive:
+            raise LabError(f"the clients failed: {self._process.log}")
+
+    def stop(self):
+        """What they report: a dictionary as many_clients.cpp says."""
+        if self._process.stop() != 0:
+            raise LabError(f"the clients failed: {self._process.log}")
+        return json.loads(self._process.log.splitlines()[-1])
+
+
 class Flood:
     """Sends one frame from a host, as fast as one core sends or `rate` times a second, while a block runs.
 

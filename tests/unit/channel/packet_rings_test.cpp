@@ -3,6 +3,7 @@
 // channel_limit_test.cpp's.
 #include "channel/packet_rings.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <map>
@@ -12,6 +13,37 @@
 #include "channel_frames.h"
 #include "channel_net.h"
 #include "gate/fan_out.h"
+#include "gate/socket_filter.h"
+#include "process/descriptor_store.h"
+
+namespace {
+
+std::map<std::string, ravo::platform::descriptor> stored;  // in place of an init system
+
+}  // namespace
+
+namespace ravo::platform {
+
+descriptor store_take(const std::string &name) {
+    const auto found = stored.find(name);
+    return found == stored.end() ? descriptor() : descriptor(::fcntl(found->second.get(), F_DUPFD_CLOEXEC, 0));
+}
+
+void store_keep(const std::string &name, int fd) {
+    stored[name] = descriptor(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+}
+
+void store_forget(const std::string &name) {
+    stored.erase(name);
+}
+
+void store_begin() {}
+
+void store_end_of_start() {}
+
+void store_close() {}
+
+}  // namespace ravo::platform
 
 namespace {
 
@@ -191,6 +223,86 @@ TEST_F(PacketRings, ADeviceThatNobodyWantsIsRefusedUntilSomebodyDoes) {
 TEST_F(PacketRings, WhatTheBoxSendsIsNotReceived) {
     send("swp1", 5);
     EXPECT_EQ(take_all(), (std::map<int, unsigned>{{channel_box::ifindex("c1"), 5}}));
+}
+
+// ---- From one daemon to the next ----
+
+class KeptRings : public PacketRings {
+  protected:
+    void SetUp() override {
+        stored.clear();
+        PacketRings::SetUp();
+        rings.keep();
+    }
+    void TearDown() override {
+        stored.clear();
+        PacketRings::TearDown();
+    }
+
+    packet_rings next;
+};
+
+TEST_F(KeptRings, WhatWaitsInAnyOfThemGoesOn) {
+    set_apart();
+    send("c1", 5);
+    send("c2", 3);
+    ring_frame frame;
+    ASSERT_TRUE(rings.take(&frame));
+    rings.leave();
+    send("c3", 2);
+    ASSERT_TRUE(next.take_over(true));
+    EXPECT_EQ(next.waiting(), 9U);
+    std::map<int, unsigned> taken{{frame.kernel_ifindex, 1}};
+    while (next.take(&frame)) ++taken[frame.kernel_ifindex];
+    EXPECT_EQ(taken, (std::map<int, unsigned>{{first_index, 5}, {mate, 3}, {stranger, 2}}));
+    // And where they go is as it was at first: the first port shares a ring, and wakes whoever waits.
+    send("c1", 1);
+    pollfd wait{.fd = next.fd(), .events = POLLIN, .revents = 0};
+    EXPECT_EQ(::poll(&wait, 1, channel_box::wait_limit_ms), 1);
+    ASSERT_TRUE(next.take(&frame));
+    EXPECT_EQ(frame.kernel_ifindex, first_index);
+    EXPECT_FALSE(next.note_over_limit(false, 100));
+}
+
+TEST_F(KeptRings, AreTakenOverTogetherOrNotAtAll) {
+    stored.erase("packets-2048x512-3");
+    EXPECT_FALSE(next.take_over(true));
+    EXPECT_EQ(take_log_line(), "the packet socket of the daemon before is closed: some of its sockets are missing");
+    EXPECT_TRUE(stored.empty()) << "none is kept on";
+    EXPECT_EQ(next.open(), 0);
+    EXPECT_EQ(next.listen(true), 0);
+}
+
+TEST_F(KeptRings, BelongTogether) {
+    ravo::platform::packet_ring other(packet_rings::apart_capacity);
+    ASSERT_EQ(other.open(), 0);
+    ASSERT_EQ(other.listen(), 0);
+    ravo::platform::store_keep("packets-2048x512-3", other.fd());
+    EXPECT_FALSE(next.take_over(true));
+    EXPECT_EQ(take_log_line(), "the packet socket of the daemon before is closed: its sockets do not belong together");
+}
+
+TEST_F(KeptRings, OthersThanAreWantedAreLeftWhereTheyAre) {
+    EXPECT_FALSE(next.take_over(false));
+    EXPECT_EQ(take_log_line(), "");
+    rings.forget();
+    EXPECT_TRUE(stored.empty());
+    EXPECT_FALSE(next.take_over(true));
+}
+
+TEST_F(KeptRings, OneIsTakenOverToo) {
+    rings.forget();
+    packet_rings one;
+    ASSERT_EQ(one.open(), 0);
+    ASSERT_EQ(ravo::platform::socket_take_dhcp(one.first_fd()), 0);
+    ASSERT_EQ(one.listen(false), 0);
+    one.keep();
+    ASSERT_TRUE(next.take_over(false));
+    send("c1", 2);
+    ring_frame frame;
+    unsigned taken = 0;
+    while (next.take(&frame)) ++taken;
+    EXPECT_EQ(taken, 2U);
 }
 
 }  // namespace

@@ -1,0 +1,108 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Restarts while many clients ask: what comes meanwhile waits at the sockets that the init system keeps.
+
+SOAK_RESTARTS: how often it is restarted, twice without it (`make soak`: 20, under 1000 clients and 500 leases a second).
+"""
+
+import json
+import os
+import shutil
+import signal
+import statistics
+import sys
+import time
+from pathlib import Path
+
+import pytest
+from ravolab.process import PATIENCE, Process, wait_for
+from ravolab.relay import BUILD, USER
+
+sys.path.insert(0, str(Path(__file__).parent / "trouble"))
+
+from test_soak import CONFIGURATION  # noqa: E402
+from troubles import ManyClients  # noqa: E402
+
+HERE = Path(__file__).parent
+RESTARTS = int(os.environ.get("SOAK_RESTARTS") or 2)
+LONG = "SOAK_RESTARTS" in os.environ
+CLIENTS, RATE = (1000, 500) if LONG else (200, 100)
+ONE = ["packets-5120x512", "udp-67"]  # where the kernel keeps the limits of ports
+SEVERAL = [*(f"packets-2048x512-{number}" for number in range(12)), "packets-refused", "udp-67"]  # where it does not
+NO_PROGRAMS = ["/usr/bin/setpriv", "--bounding-set=-bpf,-sys_admin"]
+
+
+class Service:
+    """A relay under an init system."""
+
+    def __init__(self, lab, wrapper=()):
+        self.folder = lab.fresh_folder("init")
+        shutil.chown(self.folder, USER)
+        (self.folder / "given").mkdir()
+        self.relay = lab.start_relay(log_level="warning", startup_config=CONFIGURATION.format(lab.server_host(2).address),
+                                     wrapper=[*wrapper, "/usr/bin/python3", "-B", HERE / "init_system.py", self.folder])
+
+    def starts(self):
+        return [int(line) for line in (self.folder / "starts").read_text().splitlines()]
+
+    def stored(self):
+        return (self.folder / "stored").read_text().splitlines()
+
+    def restart(self, how):
+        """Restart it, in order or by its death, and wait until it is ready: when that began (seconds)."""
+        before, began = len(self.starts()), time.monotonic()
+        os.kill(*((self.relay.pid, signal.SIGUSR1) if how == "orderly" else (self.starts()[-1], signal.SIGKILL)))
+        wait_for(lambda: len(self.starts()) > before, 30, "the next start")
+        return began
+
+
+    def has_stored(self, *wanted):
+        wait_for(lambda: (self.folder / "starts").exists() and self.stored() in wanted, 30,
+                 lambda: f"stored descriptors, but {self.stored()}")
+        return self.stored()
+
+
+@pytest.fixture
+def service(bare_lab, request):
+    service = Service(bare_lab, getattr(request, "param", ()))
+    yield service
+    assert service.relay.stop() == 0
+
+
+@pytest.mark.parametrize("service, how", [((), "orderly"), ((), "killed"), (NO_PROGRAMS, "orderly")], indirect=["service"],
+                         ids=["orderly", "killed", "without-programs"])
+def test_nobody_has_to_ask_again(bare_lab, service, how, request, capsys):
+    kept = service.has_stored(*([ONE, SEVERAL] if "without" not in request.node.name else [SEVERAL]))
+    clients = ManyClients(bare_lab, ports=(3, 4), clients=CLIENTS, rate=RATE, again=1000 * PATIENCE)
+    time.sleep(CLIENTS / RATE if LONG else 0.3)
+    moments = []
+    for _ in range(RESTARTS):
+        moments.append(service.restart(how))
+        time.sleep(2 if LONG else 0.5)
+    found = clients.stop()
+    gaps = [max((time for began, time in found["gaps"] if moment - 0.05 < began < moment + 1), default=0) for moment in moments]
+    with capsys.disabled():
+        print(f"\n{RESTARTS} restarts, {how}, {len(kept) - 1} sockets, under {CLIENTS} clients and {RATE} leases a second: {len(found['again'])} of "
+              f"{found['leases']} leases needed a message again; nobody heard anything for {statistics.median(gaps):.0f} ms "
+              f"(median), {max(gaps):.0f} ms (worst); load {os.getloadavg()[0]:.1f}")
+    assert found["leases"] > RATE * len(moments) / 4 and found["unfinished"] == 0
+    # The message in hand dies with the daemon: it may have been what killed it.
+    assert len(found["again"]) <= (0 if how == "orderly" else len(moments))
+    assert service.stored() == kept
+    assert not any(gap == 0 for gap in gaps), "something was restarted"
+
+
+def test_what_is_given_is_looked_at(service):
+    kept = service.has_stored(ONE, SEVERAL)
+    for name in ("strange", "udp-67"):  # the second one is kept already: nobody knows which is which
+        (service.folder / "given" / name).touch()
+    service.restart("orderly")
+    for name in ("strange", "udp-67"):
+        (service.folder / "given" / name).unlink()
+        service.relay.wait_log(f'ravod: it was given a descriptor "{name}" that it does not use; it is closed\n')
+    service.relay.sh("configure terminal", "no ip dhcp relay")
+    service.has_stored([])
+    for name in kept[:-1]:
+        (service.folder / "given" / name).touch()
+    service.restart("killed")
+    service.relay.wait_log("the packet socket of the daemon before is closed: it is another kind of descriptor\n")
+    service.has_stored(kept)
