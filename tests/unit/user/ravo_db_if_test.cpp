@@ -94,6 +94,7 @@ TEST_F(RavoDbIfUnstarted, WithoutATreeEverythingFailsSilently) {
     EXPECT_EQ(ravo_db_if_get(&record), 0);
     EXPECT_EQ(ravo_db_if_get_first(&record), 0);
     EXPECT_EQ(ravo_db_if_get_next(&record), 0);
+    EXPECT_EQ(ravo_db_if_go_on(&record), 0);
     EXPECT_EQ(ravo_db_if_delete("vlan10"), 0);
     EXPECT_EQ(ravo_if_ifinfo_get_by_addr(&record, 0), 0);
     EXPECT_EQ(RAVO_IF_Fill_Info(&record, ifp), 0);
@@ -108,6 +109,7 @@ TEST_F(RavoDbIf, WithoutAnArgumentEverythingFailsSilently) {
     EXPECT_EQ(ravo_db_if_get(nullptr), 0);
     EXPECT_EQ(ravo_db_if_get_first(nullptr), 0);
     EXPECT_EQ(ravo_db_if_get_next(nullptr), 0);
+    EXPECT_EQ(ravo_db_if_go_on(nullptr), 0);
     EXPECT_EQ(ravo_db_if_delete(nullptr), 0);
     EXPECT_EQ(ravo_if_ifinfo_get_by_addr(nullptr, 0), 0);
     EXPECT_EQ(RAVO_IF_Fill_Info(nullptr, fake::add_vlan(10)), 0);

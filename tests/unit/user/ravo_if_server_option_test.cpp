@@ -242,6 +242,13 @@ TEST_F(RavoServerOption, IdentifiersThatDifferAfterTheFourthByteAreTheSameHost) 
     EXPECT_EQ(record.opt61_count, 3u);
 }
 
+TEST_F(RavoServerOption, WithoutDigitsTheIdentifierHasNoBytes) {
+    iface record = vlan_record(10);
+    EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, nullptr, "10.0.0.1"), RAVO_OK);
+    EXPECT_EQ(record.opt61_hosts[0].client_id_len, 0u);
+    EXPECT_EQ(record.opt61_hosts[0].used, 1u);
+}
+
 TEST_F(RavoServerOption, AFifthClientHostIsRefused) {
     iface record = vlan_record(10);
     for (const char *digits : {"01", "02", "03", "04"})

@@ -53,6 +53,13 @@ TEST_F(RavoServer, AnExistingServerIsReportedBeforeTheFullTable) {
               (fake::line{101, "ravo_if_find_server_host_by_ip (#): Find server ip 10.0.0.3, ret=2\n"}));
 }
 
+TEST_F(RavoServer, TheFirstServerIsNotAddedAgain) {
+    iface record = vlan_record(10, {"10.0.0.1"});
+    EXPECT_EQ(RAVO_IF_Add_Server_Host(&record, "10.0.0.1"), RAVO_ERR_SERVER_EXISTS);
+    EXPECT_EQ(slots_of(record), "10.0.0.1 0.0.0.0 0.0.0.0 0.0.0.0");
+    EXPECT_EQ(record.server_count, 1u);
+}
+
 TEST_F(RavoServer, AHoleIsFilledFirst) {
     iface record = vlan_record(10, {"10.0.0.1", "0.0.0.0", "10.0.0.3"});
     record.server_count = 2;
