@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The daemon's life, from the options to the exit status:
+// The daemon's life, from the options (vex_start) to the exit status:
 //
 //   options -> (--help, --version, --check) -> log -> may we do this at all? -> switch description -> inventory
 //           -> the daemon's callbacks: commands, interfaces, start-up -> existing interfaces as events
@@ -10,17 +10,12 @@
 #include "vex_init.h"
 
 #include <event2/event.h>
-#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -40,14 +35,12 @@
 #include "confinement/daemon_user.h"
 #include "confinement/trusted_file.h"
 #include "gate/gate.h"
-#include "gate/gate_objects.h"
 #include "interfaces/nsm_feed.h"
 #include "inventory/inventory.h"
 #include "inventory/switch_description.h"
 #include "log/log.h"
 #include "log/log_subject.h"
 #include "management/management.h"
-#include "memory/memmgr_budget.h"
 #include "osal/kept_transactions.h"
 #include "osal/osal_events.h"
 #include "osal/transaction_room.h"
@@ -63,6 +56,7 @@
 #include "process/supervisor.h"
 #include "settings/kept_settings.h"
 #include "trap/trap.h"
+#include "vex_start.h"
 
 static_assert(RAVO_BOUNDARY_VERSION == 1, "this platform is written for version 1 of the boundary");
 
@@ -74,64 +68,10 @@ namespace {
 namespace platform = ravo::platform;
 
 using platform::event_ptr;
+using platform::refuse;
 using ravo::fault;
 
 std::uintptr_t registration[VEX_INIT_WORDS];
-
-// ---- Faults at start ----
-
-void tell(const std::string &line) {
-    std::fputs((line + "\n").c_str(), stderr);
-    std::fflush(stderr);
-}
-
-// Of a start that ends at a file which only its owner can mend. An init system need not try again before that, and its
-// unit knows the one number; for everybody else it is a start that failed.
-int status_of_configuration() {
-    return std::getenv("NOTIFY_SOCKET") != nullptr ? 78 : 1;
-}
-
-// Ends the process. The line goes to standard error wherever the log goes: that is where whoever started us looks.
-[[noreturn]] void refuse(const std::string &line, int status = 1) {
-    if (platform::frame_get_options().log_target != "stderr")
-        platform::log_line(platform::log_level_error, "%s", line.c_str());
-    tell(line);
-    std::exit(status);
-}
-
-// ---- What the process was given ----
-
-// Whoever closes a standard stream must not have lines for it written into the socket that got its number.
-void fill_standard_streams() {
-    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", O_RDWR);  // the lowest free number, which is this one
-}
-
-std::vector<std::string> command_line_words() {
-    std::ifstream file("/proc/self/cmdline", std::ios::binary);
-    const std::string all((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (all.empty()) refuse("ravod: cannot read its options from /proc/self/cmdline; mount /proc");
-    std::vector<std::string> words;
-    for (std::size_t at = 0; at < all.size();) {
-        words.emplace_back(all.c_str() + at);
-        at += words.back().size() + 1;
-    }
-    words.erase(words.begin());
-    return words;
-}
-
-std::uint64_t effective_capabilities() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with("CapEff:")) return std::strtoull(line.c_str() + std::strlen("CapEff:"), nullptr, 16);
-    return 0;
-}
-
-unsigned first_free_port() {
-    std::ifstream setting("/proc/sys/net/ipv4/ip_unprivileged_port_start");
-    unsigned port = 0;
-    return setting >> port ? port : 1024;
-}
 
 // ---- The daemon's callbacks ----
 
@@ -157,116 +97,7 @@ void connect_and_start() {
     if (const auto start = word_as<vex_init_start>(VEX_INIT_START)) (void)start(nullptr, nullptr);
 }
 
-// ---- --check ----
-
-// Learns which devices there are, whose names stand for interfaces. Returns what keeps it from that.
-fault look_around(const platform::switch_description &description) {
-    platform::nsm_follow_inventory();
-    platform::inventory_describe(description);
-    return platform::inventory_open();
-}
-
-// The lines of the startup configuration are judged as they are at a start, by a relay that lives in this process
-// alone: without sockets, and without a word to the log, the init system or a running daemon.
-int check_files(const platform::frame_options &options) {
-    unsetenv("NOTIFY_SOCKET");
-    fault wrong = platform::log_open("/dev/null", platform::log_level_error);
-    platform::switch_description description;
-    std::vector<std::string> faults =
-        platform::switch_description_check(options.switch_file, !options.switch_file_given, &description);
-    if (!wrong) wrong = look_around(faults.empty() ? description : platform::switch_description{});
-    if (wrong) faults.push_back("ravod: " + wrong.text);
-    for (const std::string &file : {options.switch_file, options.startup_config}) {
-        const fault untrusted = platform::trusted_file_fault(file, platform::user_of_daemon(options));
-        if (untrusted) faults.push_back(untrusted.text);
-    }
-    for (const std::string &line : faults) tell(line);
-    platform::memmgr_set_budget(options.memory_budget);
-    install_commands();
-    connect_and_start();
-    platform::nsm_deliver_existing();
-    const int bad_lines =
-        ravo::cli::replay_file(options.startup_config, !options.startup_config_given, /*check_only=*/true, tell);
-    platform::inventory_close();
-    platform::loop_free();
-    return faults.empty() && bad_lines == 0 ? 0 : 1;
-}
-
-// ---- --lend-gate ----
-
-// What was asked is answered, also when that is a refusal, which the asker tells.
-int lend_gate() {
-    unsetenv("NOTIFY_SOCKET");
-    const fault wrong = platform::gate_lend(STDIN_FILENO);
-    if (wrong) tell("ravod: " + wrong.text);
-    return wrong ? 1 : 0;
-}
-
 // ---- Start ----
-
-void check_capabilities() {
-    const fault missing = platform::frame_missing_capability(effective_capabilities(), first_free_port());
-    if (missing) refuse("ravod: " + missing.text);
-}
-
-// Answers the options that only ask for something.
-void answer_and_leave(const platform::frame_options &options) {
-    if (options.help) std::fputs(platform::frame_help().c_str(), stdout);
-    if (options.version && !options.help) std::puts("ravod " RAVO_VERSION);
-    if (options.help || options.version) std::exit(0);
-    if (options.check) std::exit(check_files(options));
-    if (options.lend_gate) std::exit(lend_gate());
-}
-
-// From here on this process does nothing but wait for the one that it starts.
-[[noreturn]] void supervise_daemon(const platform::frame_options &options, std::vector<std::string> words) {
-    std::erase(words, "--supervise");
-    const int status = platform::supervise("/proc/self/exe", words, [&](const std::string &line) {
-        // Opened each time: the child makes the file, as its own user, and may be told to open a new one.
-        const fault wrong = platform::log_open(options.log_target, options.log_threshold);
-        if (wrong) tell(line);
-        platform::log_line(platform::log_level_start, "%s", line.c_str());
-        platform::log_close();
-    });
-    std::exit(status);
-}
-
-// Before a file is opened, so that none has to be given to the user afterwards. Returns what there is to say of it.
-std::string become_user(const platform::frame_options &options) {
-    platform::user_change change = platform::user_become(options, platform::confinement_first_capabilities(),
-                                                         platform::confinement_own_folders(options));
-    if (change.wrong) refuse("ravod: " + change.wrong.text);
-    return std::move(change.remark);
-}
-
-// Returns a remark for the log, or nothing.
-std::string read_options() {
-    platform::frame_options options;
-    const std::vector<std::string> words = command_line_words();
-    const fault wrong = platform::frame_parse_options(words, &options);
-    if (wrong) refuse("ravod: " + wrong.text);
-    answer_and_leave(options);
-    if (options.supervise) supervise_daemon(options, words);
-    platform::supervised_begins();
-    check_capabilities();
-    std::string remark = become_user(options);
-    if (const fault no_log = platform::log_open(options.log_target, options.log_threshold))
-        refuse("ravod: " + no_log.text);
-    platform::log_take_event_library();
-    platform::frame_set_options(options);
-    platform::memmgr_set_budget(options.memory_budget);
-    return remark;
-}
-
-void check_that_we_may_run(const platform::frame_options &options) {
-    const uid_t daemon = platform::user_of_daemon(options);
-    for (const std::string &file : {options.switch_file, options.startup_config}) {
-        const fault wrong = platform::trusted_file_fault(file, daemon);
-        if (wrong) refuse(wrong.text, status_of_configuration());
-    }
-    const fault taken = platform::management_check(options.management_socket);
-    if (taken) refuse("ravod: " + taken.text);
-}
 
 // Everything that takes rights is possible from here on as far as the description asks for it, and nothing more.
 void give_up_rights(const platform::frame_options &options, const platform::switch_description &description) {
@@ -303,7 +134,7 @@ void open_inventory(const platform::frame_options &options) {
     platform::switch_description description;
     if (const fault unread =
             platform::switch_description_read(options.switch_file, !options.switch_file_given, &description))
-        refuse(unread.text, status_of_configuration());
+        refuse(unread.text, platform::status_of_configuration());
     if (const fault no_state = platform::state_open(options.state_folder))
         platform::log_line(platform::log_level_start, "%s", no_state.text.c_str());
     platform::trap_remove_stale();
@@ -453,11 +284,12 @@ std::uintptr_t *VEX_INIT_alloc() {
 }
 
 int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
-    fill_standard_streams();
+    platform::fill_standard_streams();
     platform::store_begin();
-    const std::string remark = read_options();
+    const std::string remark =
+        platform::start_read_options({.install_commands = install_commands, .connect_and_start = connect_and_start});
     const platform::frame_options &options = platform::frame_get_options();
-    check_that_we_may_run(options);
+    platform::start_check(options);
     platform::limits_raise_descriptors();
     std::vector<event_ptr> signals = catch_signals();
     platform::frame_set_reload(read_description_again);

@@ -6,24 +6,13 @@
 #include "base/files.h"
 #include "inventory/description_text.h"
 
-#include <fcntl.h>
-#include <net/if.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <optional>
-#include <span>
 #include <string_view>
-#include <tuple>
-#include <unordered_map>
 
-#define TOML_EXCEPTIONS 0
-// The parser asserts what it then reports as an error in the file ("[." is one): no file may end the daemon.
-#define TOML_ASSERT(expression) static_assert(true)
-#include <toml++/toml.h>
+#include "inventory/description_values.h"
 
 namespace ravo::platform {
 
@@ -33,59 +22,6 @@ namespace {
 constexpr std::size_t max_file_size = 4 * 1024 * 1024;
 
 constexpr std::int64_t max_vlan = 4094;
-
-struct placed_fault {
-    toml::source_position place;
-    std::string reason;
-};
-
-// One reading of a file: what was found so far, and where each thing stood that may not stand twice, by its words in a
-// fault line ("port 1/1").
-struct reading {
-    switch_description found;
-    std::unordered_map<std::string, toml::source_position> marks;
-    std::vector<placed_fault> faults;
-};
-
-void note(reading &r, const toml::source_position &place, std::string reason) {
-    r.faults.push_back({place, std::move(reason)});
-}
-
-std::string quoted(std::string_view text) {
-    return "\"" + std::string(text) + "\"";
-}
-
-std::string type_name(const toml::node &node) {
-    switch (node.type()) {
-        case toml::node_type::table:
-            return "a table";
-        case toml::node_type::array:
-            return node.is_array_of_tables() ? "a list of tables" : "a list";
-        case toml::node_type::string:
-            return "a text";
-        case toml::node_type::integer:
-            return "a number";
-        case toml::node_type::floating_point:
-            return "a number with a fraction";
-        case toml::node_type::boolean:
-            return "true or false";
-        default:
-            return "a date or time";
-    }
-}
-
-// Reports a thing that stands a second time.
-void mark_once(reading &r, const std::string &what, const toml::source_position &place, std::string_view remedy) {
-    const auto [first, is_new] = r.marks.emplace(what, place);
-    if (is_new) return;
-    note(r, place, what + " is already in line " + std::to_string(first->second.line) + "; " + std::string(remedy));
-}
-
-struct table_shape {
-    std::string_view name;
-    std::span<const std::string_view> keys;
-    std::string_view needs_text;  // those that it must have
-};
 
 constexpr std::string_view port_keys[] = {"device", "module",  "port",    "trap",   "limit",
                                           "burst",  "servers", "trusted", "clients"};
@@ -105,99 +41,6 @@ constexpr table_shape guard_shape = {"[guard]", guard_keys, ""};
 constexpr table_shape settings_shape = {"[settings]", settings_keys, ""};
 constexpr std::string_view management_keys[] = {"sessions", "per_user", "idle_minutes"};
 constexpr table_shape management_shape = {"[management]", management_keys, ""};
-
-// Names as a person lists them: "a, b and c".
-template <typename names>
-std::string listed(const names &all) {
-    std::string text;
-    for (std::size_t i = 0; i < std::size(all); ++i) {
-        if (i != 0) text += i + 1 == std::size(all) ? " and " : ", ";
-        text += all[i];
-    }
-    return text;
-}
-
-void check_keys(reading &r, const toml::table &table, const table_shape &shape) {
-    for (const auto &[key, value] : table)
-        if (std::find(shape.keys.begin(), shape.keys.end(), key.str()) == shape.keys.end())
-            note(r, key.source().begin,
-                 "unknown key " + quoted(key.str()) + " in " + std::string(shape.name) + "; it has " +
-                     listed(shape.keys));
-}
-
-const toml::node *required(reading &r, const toml::table &table, std::string_view key, const table_shape &shape) {
-    const toml::node *value = table.get(key);
-    if (value == nullptr)
-        note(r, table.source().begin,
-             std::string(shape.name) + " without " + quoted(key) + "; it needs " + std::string(shape.needs_text));
-    return value;
-}
-
-std::optional<std::uint32_t> number_of(reading &r, const toml::node &node, std::string_view key, std::int64_t low,
-                                       std::int64_t high) {
-    const std::string range = std::to_string(low) + " to " + std::to_string(high);
-    const auto *number = node.as_integer();
-    if (number == nullptr) {
-        note(r, node.source().begin, quoted(key) + " must be a number from " + range + ", not " + type_name(node));
-        return std::nullopt;
-    }
-    if (number->get() < low || number->get() > high) {
-        note(r, node.source().begin,
-             std::string(key) + " " + std::to_string(number->get()) + " is out of range; it must be " + range);
-        return std::nullopt;
-    }
-    return static_cast<std::uint32_t>(number->get());
-}
-
-std::optional<std::uint32_t> read_number(reading &r, const toml::table &table, std::string_view key,
-                                         const table_shape &shape, std::int64_t low, std::int64_t high) {
-    const toml::node *node = required(r, table, key, shape);
-    return node == nullptr ? std::nullopt : number_of(r, *node, key, low, high);
-}
-
-// A key that may be left out, as the next one.
-std::optional<std::uint32_t> read_optional_number(reading &r, const toml::table &table, std::string_view key,
-                                                  std::int64_t low, std::int64_t high) {
-    const toml::node *node = table.get(key);
-    return node == nullptr ? std::nullopt : number_of(r, *node, key, low, high);
-}
-
-std::optional<bool> read_flag(reading &r, const toml::table &table, std::string_view key) {
-    const toml::node *node = table.get(key);
-    if (node == nullptr) return std::nullopt;
-    const auto *flag = node->as_boolean();
-    if (flag != nullptr) return flag->get();
-    note(r, node->source().begin, quoted(key) + " must be true or false, not " + type_name(*node));
-    return std::nullopt;
-}
-
-// What the kernel takes as a device name.
-std::string name_fault(std::string_view name) {
-    if (name.empty()) return "\"device\" is empty; give the name of a network device";
-    if (name.size() >= IFNAMSIZ)
-        return "device " + quoted(name) + " is too long; a device name has at most " + std::to_string(IFNAMSIZ - 1) +
-               " bytes";
-    const auto bad = [](unsigned char c) { return c <= ' ' || c == '/' || c == ':' || c == 0x7F; };
-    if (name == "." || name == ".." || std::any_of(name.begin(), name.end(), bad))
-        return "\"device\" cannot be a network device's name; one has no blanks, control characters, \"/\" or \":\"";
-    return {};
-}
-
-std::optional<std::string> read_device(reading &r, const toml::table &table, const table_shape &shape) {
-    const toml::node *node = required(r, table, "device", shape);
-    if (node == nullptr) return std::nullopt;
-    const auto *text = node->as_string();
-    if (text == nullptr) {
-        note(r, node->source().begin, "\"device\" must be a device's name in quotes, not " + type_name(*node));
-        return std::nullopt;
-    }
-    const std::string reason = name_fault(text->get());
-    if (!reason.empty()) {
-        note(r, node->source().begin, reason);
-        return std::nullopt;
-    }
-    return text->get();
-}
 
 void read_port(reading &r, const toml::table &table) {
     check_keys(r, table, port_shape);
@@ -266,13 +109,6 @@ void read_guard(reading &r, const toml::table &table) {
 void read_settings(reading &r, const toml::table &table) {
     check_keys(r, table, settings_shape);
     r.found.settings.keep = read_flag(r, table, "keep").value_or(true);
-}
-
-// A number that may be left out.
-void read_optional(reading &r, const toml::table &table, std::string_view key, std::int64_t low, std::int64_t high,
-                   std::uint32_t *out) {
-    const toml::node *node = table.get(key);
-    if (node != nullptr) *out = number_of(r, *node, key, low, high).value_or(*out);
 }
 
 void read_management(reading &r, const toml::table &table) {
@@ -374,26 +210,6 @@ void read_tables(reading &r, const toml::table &root) {
     }
 }
 
-// One line whatever the parser or a value in the file put into the text.
-std::string one_line(std::string text) {
-    for (char &c : text)
-        if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) c = ' ';
-    return text;
-}
-
-std::string fault_line(const std::string &path, const placed_fault &f) {
-    return path + ":" + std::to_string(f.place.line) + ":" + std::to_string(f.place.column) + ": " + one_line(f.reason);
-}
-
-std::vector<std::string> fault_lines(const std::string &path, std::vector<placed_fault> faults) {
-    std::stable_sort(faults.begin(), faults.end(), [](const placed_fault &a, const placed_fault &b) {
-        return std::tie(a.place.line, a.place.column) < std::tie(b.place.line, b.place.column);
-    });
-    std::vector<std::string> lines;
-    for (const placed_fault &f : faults) lines.push_back(fault_line(path, f));
-    return lines;
-}
-
 // A text in quotes, as TOML has it.
 std::string toml_text(std::string_view text) {
     std::string out = "\"";
@@ -436,9 +252,9 @@ std::vector<std::string> switch_description_parse(std::string_view text, const s
                                                   switch_description *out) {
     std::string ascii;
     if (const std::optional<text_fault> bad = ascii_of_description(text, &ascii))
-        return {fault_line(path, {position_behind(text.substr(0, bad->at)), bad->what})};
+        return fault_lines(path, {{position_behind(text.substr(0, bad->at)), bad->what}});
     toml::parse_result parsed = toml::parse(ascii, std::string_view(path));
-    if (!parsed) return {fault_line(path, {parsed.error().source().begin, std::string(parsed.error().description())})};
+    if (!parsed) return fault_lines(path, {{parsed.error().source().begin, std::string(parsed.error().description())}});
     reading r;
     read_tables(r, parsed.table());
     if (!r.faults.empty()) return fault_lines(path, std::move(r.faults));

@@ -80,16 +80,6 @@ TEST_F(Option, VlanIdComesFromTheNameNotFromTheRecordsNumber) {
     EXPECT_EQ(ravo_vlan_id_of(&relay), 100);
 }
 
-TEST_F(Option, NumberOfANameThatIsNoPlainOneIsThePlatforms) {
-    iface relay = packet::record();
-    for (const char *name : {"vlax10", "wlan10", "vlan", "vlan010", "vlan0", "vlan10a", "vlan1/", "vlan1:", "vlan4095",
-                             "vlan65546", "vlan99999999999"}) {
-        std::strcpy(relay.name, name);
-        const auto platforms = static_cast<std::uint16_t>(if_utl_ifname_to_ifindex(name) - IF_UTL_VLAN_BASE);
-        EXPECT_EQ(ravo_vlan_id_of(&relay), platforms) << name;
-    }
-}
-
 TEST_F(Option, IngressPort0GivesModule0AndPort0) {
     EXPECT_BYTES(join({type(1), option82({.module = 0, .port = 0}), {255}}),
                  fill(hex("35 01 01 ff"), RAVO_FILL_ADD, 0).options);
@@ -303,14 +293,6 @@ found_option find(const bytes &options) {
 std::vector<fake::line> found_line(int code, int length) {
     return {{101, "ravo_find_agent_option (#): found rcv pkt with 82opt [0] " + std::to_string(code) + " [1] " +
                       std::to_string(length) + "  \n"}};
-}
-
-TEST_F(Option, MessageType0CountsAsOne) {
-    held_message held = with_options(join({type(0), {255}}));
-    std::uint8_t *relay = nullptr;
-    std::uint8_t message_type = 99;
-    EXPECT_EQ(ravo_find_agent_option(held.first_option(), &relay, &message_type), 1);
-    EXPECT_EQ(message_type, 0);
 }
 
 TEST_F(Option, FindsOption82AndTheMessageTypeBefore) {
