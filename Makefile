@@ -12,6 +12,7 @@
 #   make bench    what the relay costs, measured in the lab
 #   make trouble  what one client notes of the trouble others make, and a table of it (build/trouble.json)
 #   make soak     the daemon killed SOAK_KILLS times (200) and stopped for SOAK_SECONDS (10) while a client asks for leases
+#   make faults   every system call of the daemon fails once, each in a life of its own; minutes (build/faults.txt)
 #   make mutate   small changes of the relay, each of which its unit tests have to notice; hours (MUTATE_ARGS=dhcp: one source)
 #   make cross    the relay's unit tests for a 32-bit and for a big-endian processor (CROSS_ARGS=i686: one of them)
 #   make fuzz     the fuzzers, FUZZ_SECONDS each (60)
@@ -34,7 +35,7 @@ SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.
 TMPFILES_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/tmpfiles.d,/etc/tmpfiles.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
-.PHONY: help run test check analyze coverage build bench cross mutate trouble soak fuzz vm-test deb deb-test install install-built install-users uninstall clean
+.PHONY: help run test check analyze coverage build bench cross faults mutate trouble soak fuzz vm-test deb deb-test install install-built install-users uninstall clean
 .NOTPARALLEL:
 
 help:
@@ -94,6 +95,15 @@ trouble:
 	@$(QUIET_CONFIGURE) --preset release -DRAVO_TESTS=ON >/dev/null
 	@cmake --build build --target ravod ravosh flood good_client
 	@RAVO_TROUBLE=full RAVO_TROUBLE_RESULTS=build/trouble.json $(PYTHON) -B -m pytest -p no:cacheprovider -q tests/lab/trouble
+
+faults:
+	@lab/check-host faults
+	@packaging/dependencies build lab unit check
+	@$(QUIET_CONFIGURE) --preset debug >/dev/null
+	@cmake --build build-debug --target ravod ravosh
+	@tests/faults/sites build-debug/ravod
+	@mkdir -p build
+	@RAVO_FAULTS=full $(PYTHON) -B -m pytest -p no:cacheprovider -q tests/lab/test_faults.py
 
 cross:
 	@packaging/dependencies build cross

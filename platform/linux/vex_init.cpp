@@ -246,7 +246,8 @@ std::vector<event_ptr> catch_signals() {
     for (const auto &row : rows) {
         events.emplace_back(evsignal_new(platform::loop_base(), row.signo, row.handler, nullptr));
         if (events.back() == nullptr || event_add(events.back().get(), nullptr) != 0)
-            refuse(std::string("ravod: cannot catch signal ") + sigabbrev_np(row.signo));
+            refuse(std::string("ravod: cannot catch signal ") + sigabbrev_np(row.signo) + ": " +
+                   strerrordesc_np(errno));
     }
     // A peer that closed its end is noticed where it is written to.
     signal(SIGPIPE, SIG_IGN);

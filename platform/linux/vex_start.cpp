@@ -4,14 +4,15 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "base/files.h"
 #include "base/loop.h"
 #include "configuration/configuration.h"
 #include "confinement/confinement.h"
@@ -24,6 +25,7 @@
 #include "log/log.h"
 #include "management/management.h"
 #include "memory/memmgr_budget.h"
+#include "process/start_text.h"
 #include "process/supervisor.h"
 
 namespace ravo::platform {
@@ -37,10 +39,15 @@ void tell(const std::string &line) {
 
 // ---- What the process was given ----
 
+constexpr std::size_t most_of_proc = 4u << 20;  // more than a command line may have
+
 std::vector<std::string> command_line_words() {
-    std::ifstream file("/proc/self/cmdline", std::ios::binary);
-    const std::string all((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (all.empty()) refuse("ravod: cannot read its options from /proc/self/cmdline; mount /proc");
+    std::string all;
+    const int failed = read_file("/proc/self/cmdline", most_of_proc, &all);
+    if (failed == ENOENT || (failed == 0 && all.empty()))
+        refuse("ravod: cannot read its options from /proc/self/cmdline; mount /proc");
+    if (failed != 0)
+        refuse(std::string("ravod: cannot read its options from /proc/self/cmdline: ") + strerrordesc_np(failed));
     std::vector<std::string> words;
     for (std::size_t at = 0; at < all.size();) {
         words.emplace_back(all.c_str() + at);
@@ -51,16 +58,22 @@ std::vector<std::string> command_line_words() {
 }
 
 std::uint64_t effective_capabilities() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with("CapEff:")) return std::strtoull(line.c_str() + std::strlen("CapEff:"), nullptr, 16);
-    return 0;
+    constexpr const char *name = "\nCapEff:";
+    std::string status;
+    const int failed = read_file("/proc/self/status", most_of_proc, &status);
+    if (failed != 0)
+        refuse(std::string("ravod: cannot read its capabilities from /proc/self/status: ") + strerrordesc_np(failed));
+    const std::size_t at = status.find(name);
+    return at == std::string::npos ? 0 : std::strtoull(status.c_str() + at + std::strlen(name), nullptr, 16);
 }
 
 unsigned first_free_port() {
-    std::ifstream setting("/proc/sys/net/ipv4/ip_unprivileged_port_start");
-    unsigned port = 0;
-    return setting >> port ? port : 1024;
+    constexpr unsigned usual = 1024;
+    std::string text;
+    if (read_file("/proc/sys/net/ipv4/ip_unprivileged_port_start", most_of_proc, &text) != 0) return usual;
+    unsigned port = usual;
+    (void)std::from_chars(text.data(), text.data() + text.size(), port);
+    return port;
 }
 
 // ---- --check ----
@@ -151,8 +164,9 @@ int status_of_configuration() {
 }
 
 void refuse(const std::string &line, int status) {
-    if (frame_get_options().log_target != "stderr") log_line(log_level_error, "%s", line.c_str());
-    tell(line);
+    const std::string whole = line + start_remedy(line);
+    if (frame_get_options().log_target != "stderr") log_line(log_level_error, "%s", whole.c_str());
+    tell(whole);
     std::exit(status);
 }
 

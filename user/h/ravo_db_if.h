@@ -81,6 +81,7 @@ void ravo_db_if_exit();
 // What a record is known by: the number that the last run of decimal digits in its name forms, modulo 65536.
 struct ravo_if_key {
     std::int16_t number;
+    std::int16_t none = 0;  // what is looked for in a tree has four bytes at least
 };
 [[nodiscard]] ravo_if_key ravo_db_if_key(const char *name);
 

@@ -121,7 +121,7 @@ ravo_if_key ravo_db_if_key(const char *name) {
         number = digit ? static_cast<std::uint16_t>(number * 10u + static_cast<unsigned>(name[i] - '0'))
                        : static_cast<std::uint16_t>(0);
     }
-    return {static_cast<std::int16_t>(number)};
+    return {.number = static_cast<std::int16_t>(number)};
 }
 
 iface ravo_db_if_named(const char *name) {

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <utility>
 
@@ -90,25 +91,29 @@ void take_roads(advice_facts &facts) {
     }
 }
 
-std::set<std::string> own_sockets() {
+// Nothing where they cannot all be listed.
+std::optional<std::set<std::string>> own_sockets() {
     std::set<std::string> out;
-    std::error_code fault;
-    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd", fault)) {
-        const std::string to = std::filesystem::read_symlink(entry.path(), fault).string();
+    std::error_code fault, gone;
+    for (std::filesystem::directory_iterator entry("/proc/self/fd", fault), end; !fault && entry != end;
+         entry.increment(fault)) {
+        const std::string to = std::filesystem::read_symlink(entry->path(), gone).string();
         if (to.starts_with("socket:[")) out.insert(to.substr(8, to.size() - 9));
     }
+    if (fault) return std::nullopt;
     return out;
 }
 
 // Looks through the kernel's table of UDP sockets for one of others at the port of DHCP servers.
 bool is_port_taken() {
     std::ifstream table("/proc/net/udp");
-    const std::set<std::string> own = own_sockets();
+    const std::optional<std::set<std::string>> own = own_sockets();
+    if (!own) return false;  // nobody knows whose the sockets are
     for (std::string line; std::getline(table, line);) {
         std::istringstream words(line);
         std::string number, local, remote, state, queues, timer, retransmits, user, timeout, inode;
         words >> number >> local >> remote >> state >> queues >> timer >> retransmits >> user >> timeout >> inode;
-        if (local.ends_with(":0043") && !own.contains(inode)) return true;
+        if (local.ends_with(":0043") && !own->contains(inode)) return true;
     }
     return false;
 }

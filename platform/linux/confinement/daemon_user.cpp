@@ -42,11 +42,18 @@ std::vector<gid_t> groups_of(const passwd &entry) {
     return groups;
 }
 
+// Whoever does not find the user finds in errno why; 0: there is none.
 std::optional<daemon_user> find_user(const std::string &name) {
+    errno = 0;
     const passwd *entry = getpwnam(name.c_str());
     if (entry == nullptr) return std::nullopt;
     const passwd found = *entry;  // its texts stay until the next look-up of a user
     return daemon_user{found.pw_uid, found.pw_gid, groups_of(found)};
+}
+
+// Tells the errors of a look-up that failed from those that mean that there is no such user.
+bool is_failure(int error) {
+    return error == EINTR || error == EIO || error == EMFILE || error == ENFILE || error == ENOMEM || error == EAGAIN;
 }
 
 bool may_change_user() {
@@ -117,6 +124,9 @@ user_change user_become(const frame_options &options, std::uint64_t capabilities
                         const std::vector<own_folder> &folders) {
     const bool is_root = geteuid() == 0;
     const std::optional<daemon_user> user = is_root || options.user_given ? find_user(options.user) : std::nullopt;
+    // Nobody stays root because somebody could not be looked up.
+    if (is_root && !user && is_failure(errno))
+        return {.wrong = {reason_of("cannot look up user \"" + options.user + "\"")}};
     const bool stays = (!is_root && !options.user_given) || (user && user->uid == geteuid());
     if (stays) return {.wrong = make_folders(folders, nullptr)};
     if (!is_root) return {.wrong = {"option --user: only root can become user \"" + options.user + "\""}};

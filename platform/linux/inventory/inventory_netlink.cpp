@@ -138,21 +138,31 @@ dump_state dump_once(const mnl_socket *socket, std::uint16_t type, std::uint8_t 
     }
 }
 
-// Devices that come or go while they are listed can make the list miss another one; such a list is asked for again.
+// Tells what the kernel lacks for a moment from what it will not do.
+bool passes_by(int error) {
+    return error == EINTR || error == ENOBUFS || error == ENOMEM;
+}
+
+// Devices that come or go while they are listed can make the list miss another one; such a list is asked for again, and
+// so is one for which there was no room.
 fault dump(const mnl_socket *socket, std::uint16_t type, std::uint8_t family, std::vector<inventory_change> *out,
            bool *complete) {
     const std::size_t before = out->size();
+    fault lacked;
     for (int attempt = 0; attempt < dump_attempts; ++attempt) {
         out->resize(before, device_gone{0});
         const dump_state state = dump_once(socket, type, family, out);
         if (state == dump_state::done) return {};
+        lacked = {};
         if (state == dump_state::interrupted) continue;
         // Without bridges in the kernel there is nobody to answer.
         if (family == AF_BRIDGE && errno == EOPNOTSUPP) return {};
-        return failure("cannot list interfaces");
+        const bool again = passes_by(errno);
+        lacked = failure("cannot list interfaces");
+        if (!again) return lacked;
     }
     *complete = false;
-    return {};
+    return lacked;
 }
 
 // ---- Changes ----

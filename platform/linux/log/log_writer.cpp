@@ -132,7 +132,11 @@ void run(const std::shared_ptr<writer> &w) {
 
 void wake(writer &w) {
     constexpr std::uint64_t once = 1;
-    if (w.sleeping.exchange(false)) (void)!write(w.wake, &once, sizeof once);
+    if (!w.sleeping.exchange(false)) return;
+    ssize_t written;
+    do written = write(w.wake, &once, sizeof once);
+    while (written < 0 && errno == EINTR);
+    if (written < 0) w.sleeping.store(true);  // whoever puts the next line tries again
 }
 
 bool is_settled(const writer &w) {

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The daemon's sockets. Most calls are the system's own; four things differ from them. Address family 24 is the
+// The daemon's sockets. Most calls are the system's own; five things differ from them. Address family 24 is the
 // layer-2 channel. The socket on the DHCP client port, from which requests go to servers, gets a filter that refuses
 // everything: it only sends, and replies reach the relay through the channel, so a copy in its queue would never be
 // read. Frames are addressed by the switch's interface numbers, which are translated to the kernel's on their way out.
-// And sending never waits: what the kernel has no room for is dropped and counted, and one slow server or VLAN does not
-// take the room of the others (send_lanes.h).
+// What the daemon would end over is tried again when the kernel lacks something for a moment. And sending never waits:
+// what the kernel has no room for is dropped and counted, and one slow server or VLAN does not take the room of the
+// others (send_lanes.h).
 
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
@@ -22,6 +23,7 @@
 #include "inventory/inventory.h"
 #include "log/log.h"
 #include "osal.h"
+#include "osal/once_more.h"
 #include "osal/send_figures.h"
 #include "osal/send_lanes.h"
 
@@ -159,25 +161,28 @@ ssize_t send_frame(int fd, const msghdr &msg, int flags, std::uint32_t interface
 
 int osal_socket(int domain, int type, int protocol) {
     if (domain == OSAL_AF_CHANNEL) return ravo::platform::channel_open();
-    const int fd = ::socket(domain, type | SOCK_CLOEXEC, protocol);
+    const int fd = ravo::platform::once_more("socket", [=] { return ::socket(domain, type | SOCK_CLOEXEC, protocol); });
     if (fd >= 0 && domain == AF_PACKET) give_lanes(frames, fd);
     return fd;
 }
 
 int osal_bind(int fd, const struct sockaddr *address, socklen_t length) {
-    if (is_client_port(address, length) && is_udp(fd)) return bind_client_port(fd, address, length);
-    return ::bind(fd, address, length);
+    return ravo::platform::once_more("bind", [=] {
+        if (is_client_port(address, length) && is_udp(fd)) return bind_client_port(fd, address, length);
+        return ::bind(fd, address, length);
+    });
 }
 
 int osal_setsockopt(int fd, int level, int name, const void *value, socklen_t length) {
-    return ::setsockopt(fd, level, name, value, length);
+    return ravo::platform::once_more("setsockopt", [=] { return ::setsockopt(fd, level, name, value, length); });
 }
 
 int osal_close(int fd) {
     if (channel_owns(fd)) return ravo::platform::channel_close();
     if (fd == servers.common) lanes_close(servers);
     if (fd == frames.common) lanes_close(frames);
-    return ::close(fd);
+    // Whatever else the kernel reports, the descriptor is gone and its number may be another's by now.
+    return ::close(fd) == 0 || errno != EBADF ? 0 : -1;
 }
 
 ssize_t osal_recvfrom(int fd, void *buffer, size_t size, int flags, struct sockaddr *from, socklen_t *from_length) {

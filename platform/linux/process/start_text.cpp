@@ -2,6 +2,8 @@
 #include "start_text.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 namespace ravo::platform {
 
@@ -11,7 +13,28 @@ std::string counted(std::size_t count, const std::string &what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
+constexpr struct {
+    int error;
+    const char *remedy;
+} remedies[] = {
+    {EPERM, "start it as root or by its unit, and see what forbids it: a container, AppArmor, a filter of calls"},
+    {EACCES, "start it as root or by its unit, and see what forbids it: a container, AppArmor, owners and modes"},
+    {EAGAIN, "end processes that are not needed, or allow its user more (LimitNPROC=), then start it again"},
+    {EMFILE, "allow it more open files (LimitNOFILE=, ulimit -n)"},
+    {ENFILE, "raise fs.file-max, the system's limit of open files"},
+    {ENOMEM, "free memory, then start it again"},
+    {ENOBUFS, "free memory, then start it again"},
+    {ENOSPC, "make room on the disk"},
+    {EIO, "look after the disk that the file is on"},
+};
+
 }  // namespace
+
+std::string start_remedy(std::string_view line) {
+    for (const auto &row : remedies)
+        if (line.ends_with(std::string(": ") + strerrordesc_np(row.error))) return std::string("; ") + row.remedy;
+    return {};
+}
 
 std::string start_text(const std::string &path, const start_figures &figures) {
     const std::size_t failed = std::min(figures.failed, figures.commands);

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace ravo::platform {
 
@@ -17,6 +18,10 @@ struct start_figures {
 
 // "ravod 0.1.0: 2 VLAN interfaces, 1 port; 5 lines of PATH applied, 1 not", without an end.
 [[nodiscard]] std::string start_text(const std::string &path, const start_figures &figures);
+
+// What helps against a fault that keeps the daemon from starting, when its line ends with nothing but the kernel's own
+// words for it: "; " and the remedy, else an empty text.
+[[nodiscard]] std::string start_remedy(std::string_view line);
 
 }  // namespace ravo::platform
 

@@ -31,6 +31,7 @@ constexpr const char *pipe_name = "RAVO_SUPERVISOR";
 constexpr char is_ready = 'r', crashes = 'c';
 constexpr milliseconds short_life{1000};
 constexpr int failed_status = 1, signal_status = 128, no_exec_status = 127;
+constexpr int configuration_status = 78;  // of a start that ends at a file
 
 // ---- The child's side ----
 
@@ -60,6 +61,7 @@ struct state {
     child now;
     sigset_t awaited{}, before{};
     bool stopping = false;
+    bool served = false;  // some child was ready
     unsigned deaths = 0;  // at once, in a row
 };
 
@@ -112,6 +114,7 @@ bool collect(state &s, int *status) {
     bool ended = false;
     for (int one = 0;;) {
         const pid_t pid = waitpid(-1, &one, WNOHANG);
+        if (pid < 0 && errno == EINTR) continue;
         if (pid <= 0) return ended;
         if (pid != s.now.pid) continue;
         *status = one;
@@ -145,9 +148,12 @@ int exit_status(int status) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : signal_status + WTERMSIG(status);
 }
 
-bool is_crash(const child &c, int status) {
+// What could be started once will be so again, when the system has room or whatever it was is over; unless it says that
+// its configuration has to be mended first.
+bool is_crash(const state &s, int status) {
     if (!WIFEXITED(status)) return true;
-    return WEXITSTATUS(status) != 0 && (c.ready || c.crashed);
+    const int code = WEXITSTATUS(status);
+    return code != 0 && (s.now.ready || s.now.crashed || (s.served && code != configuration_status));
 }
 
 std::string ending(int status) {
@@ -156,10 +162,13 @@ std::string ending(int status) {
     return name == nullptr ? "signal " + std::to_string(WTERMSIG(status)) : std::string("SIG") + name;
 }
 
+std::string in_time(milliseconds wait) {
+    return wait.count() == 0 ? "" : " in " + std::to_string(wait.count()) + " ms";
+}
+
 std::string line_of(int status, milliseconds life, milliseconds wait) {
-    std::string text = "ravod: ended with " + ending(status) + " after " + std::to_string(life.count()) + " ms";
-    return text +
-           (wait.count() == 0 ? ", started again" : ", started again in " + std::to_string(wait.count()) + " ms");
+    return "ravod: ended with " + ending(status) + " after " + std::to_string(life.count()) + " ms, started again" +
+           in_time(wait);
 }
 
 void await_signals(state &s) {
@@ -183,12 +192,18 @@ int supervise(const std::string &program, const std::vector<std::string> &words,
     await_signals(s);
     for (;;) {
         if (const int failed = start(s, program, words); failed != 0) {
-            tell(std::string("ravod: cannot be started by its supervisor: ") + std::strerror(failed));
-            return failed_status;
+            const std::string line =
+                std::string("ravod: cannot be started by its supervisor: ") + std::strerror(failed);
+            s.now.pid = -1;
+            const milliseconds wait = supervisor_wait(supervisor_free_starts + ++s.deaths);
+            tell(s.served ? line + ", tried again" + in_time(wait) : line);
+            if (!s.served || !wait_before_start(s, wait)) return failed_status;
+            continue;
         }
         const int status = wait_for_end(s);
         listen(s.now);
-        if (s.stopping || !is_crash(s.now, status)) return exit_status(status);
+        s.served = s.served || s.now.ready;
+        if (s.stopping || !is_crash(s, status)) return exit_status(status);
         const auto life = std::chrono::duration_cast<milliseconds>(clock::now() - s.now.since);
         s.now.pid = -1;
         s.deaths = life < short_life ? s.deaths + 1 : 0;

@@ -5,6 +5,7 @@
 
 namespace {
 
+using ravo::platform::start_remedy;
 using ravo::platform::start_text;
 
 TEST(StartText, CountsWhatIsThereAndWhatWasApplied) {
@@ -18,6 +19,21 @@ TEST(StartText, CountsWhatIsThereAndWhatWasApplied) {
 TEST(StartText, NoMoreFailThanThereAre) {
     EXPECT_EQ(start_text("x", {.commands = 1, .failed = 2}),
               "ravod " RAVO_VERSION ": 0 VLAN interfaces, 0 ports; 0 lines of x applied, 1 not");
+}
+
+TEST(StartRemedy, StandsBehindTheKernelsWords) {
+    EXPECT_EQ(start_remedy("ravod: cannot make a socket: Too many open files"),
+              "; allow it more open files (LimitNOFILE=, ulimit -n)");
+    EXPECT_EQ(start_remedy("ravod: cannot write: No space left on device"), "; make room on the disk");
+    EXPECT_EQ(start_remedy("ravod: cannot list interfaces: No buffer space available"),
+              "; free memory, then start it again");
+}
+
+TEST(StartRemedy, IsNotAddedToWhatIsSaidAlready) {
+    EXPECT_EQ(start_remedy("x: No space left on device; choose another folder"), "");
+    EXPECT_EQ(start_remedy("Too many open files"), "");
+    EXPECT_EQ(start_remedy("switch.toml:3:1: unknown key"), "");
+    EXPECT_EQ(start_remedy(""), "");
 }
 
 }  // namespace

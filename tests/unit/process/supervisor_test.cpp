@@ -84,6 +84,38 @@ TEST_F(SupervisorOf, AProgramThatCannotBeStartedIsTheEnd) {
     EXPECT_EQ(result.told, "ravod: /none/such cannot be started: No such file or directory\n");
 }
 
+TEST_F(SupervisorOf, WhatCouldBeStartedOnceIsTriedAgain) {
+    std::filesystem::copy_file("/bin/sh", folder + "/program");
+    const std::string script =
+        "[ -e found ] && exit 0\nmv program elsewhere\nprintf r >&$RAVO_SUPERVISOR\nkill -KILL $$";
+    const child::result result = child::run([&] {
+        return supervise(folder + "/program", {"-c", "cd " + folder + "\n" + script}, [this](const std::string &line) {
+            (void)!write(STDERR_FILENO, (line + "\n").c_str(), line.size() + 1);
+            if (line.find("status 127") == std::string::npos) return;
+            std::filesystem::rename(folder + "/elsewhere", folder + "/program");
+            std::ofstream(folder + "/found") << "";
+        });
+    });
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.told, MatchesRegex("ravod: ended with SIGKILL after [0-9]+ ms, started again\n"
+                                          "ravod: .*/program cannot be started: No such file or directory\n"
+                                          "ravod: ended with status 127 after [0-9]+ ms, started again\n"));
+}
+
+TEST_F(SupervisorOf, AStartThatFailsBehindOneThatDidNotIsTriedAgain) {
+    const child::result result = run("case $runs in 1) say r; kill -KILL $$;; 2) exit 1;; *) exit 0;; esac");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.told, MatchesRegex("ravod: ended with SIGKILL after [0-9]+ ms, started again\n"
+                                          "ravod: ended with status 1 after [0-9]+ ms, started again\n"));
+    EXPECT_EQ(starts(), 3);
+}
+
+TEST_F(SupervisorOf, AFileThatHasToBeMendedFirstIsTheEnd) {
+    const child::result result = run("[ $runs = 2 ] && exit 78\nsay r; kill -KILL $$");
+    EXPECT_EQ(result.status, 78);
+    EXPECT_EQ(starts(), 2);
+}
+
 TEST_F(SupervisorOf, WhoDiesIsStartedAgain) {
     for (const char *death : {"kill -KILL $$", "kill -ABRT $$", "say r; exit 1", "say c; exit 1"}) {
         std::filesystem::remove(folder + "/starts");
