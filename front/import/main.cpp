@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// ravo-import: what another relay was told, as ravo's configuration. It reads one text and prints one; it talks to
+// ravo-import: the settings of another relay, as ravo's configuration. It reads one text and prints one; it talks to
 // nobody.
 #include <array>
 #include <cerrno>

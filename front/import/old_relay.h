@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What ISC dhcrelay was told: its command line, or the variables that Debian's service makes one of.
+// The settings of ISC dhcrelay: its command line, or the variables that Debian's service makes one of.
 #ifndef FRONT_IMPORT_OLD_RELAY_H
 #define FRONT_IMPORT_OLD_RELAY_H
 

@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::string_view blanks = " \t\r\n";
 
-// Takes what stands between quotes, from behind the first on; at then stands behind the last. False: there is no last.
+// Takes what is between quotes, from behind the first on; *at is then behind the last. False: there is no last.
 bool take_quoted(std::string_view text, char quote, std::size_t *at, std::string *word) {
     for (; *at < text.size(); ++*at) {
         if (text[*at] == quote) return ++*at, true;

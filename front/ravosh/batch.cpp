@@ -56,7 +56,7 @@ void write_out(batch &b, std::string_view text) {
     }
 }
 
-// What came of a command that failed, and which it was when it stands in a file: among all that a file's commands print
+// What came of a command that failed, and which it was when it is in a file: among all that a file's commands print
 // nobody would find it.
 void write_failure(batch &b, const std::string &place, const std::string &line, const std::string &text) {
     b.status = exit_failed;
@@ -69,7 +69,7 @@ void write_failure(batch &b, const std::string &place, const std::string &line, 
     b.over = b.over || b.options.stop_on_error;
 }
 
-// place: FILE:LINE, empty for a command that stands in no file.
+// place: FILE:LINE, empty for a command that is in no file.
 void run_line(batch &b, const std::string &line, const std::string &place) {
     std::string text;
     bool streaming = false;

@@ -14,7 +14,7 @@ namespace ravo::client {
 // What the editor asks of the shell while a line is typed.
 struct editor_host {
     std::function<std::string()> prompt;
-    // Text of the help for what stands before the cursor, whole lines.
+    // Text of the help for what is before the cursor, whole lines.
     std::function<std::string(std::string_view line)> help;
     // Whole words that continue the last word of the line.
     std::function<std::vector<std::string>(std::string_view line)> complete;

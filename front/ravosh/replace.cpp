@@ -58,7 +58,7 @@ int run_line(connection &daemon, const std::string &line, std::string *printed, 
     return -1;
 }
 
-// Faults in lines are told as those of the file, everything else as it came.
+// Faults in lines are reported as those of the file, everything else as it came.
 void tell(const std::string &name, std::string_view printed) {
     constexpr std::string_view mark = "% line ";
     while (!printed.empty()) {

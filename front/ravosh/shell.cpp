@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The shell reads a line, has it run, and shows the answer page by page. The daemon may go and come back at any time: a
-// lost connection is told at once, above the line being typed, and tried again every second; the line stays.
+// lost connection is reported at once, above the line being typed, and tried again every second; the line stays.
 #include "shell.h"
 
 #include <unistd.h>

@@ -33,7 +33,7 @@ std::string terminal_safe(std::string_view text);
 std::size_t terminal_rows_of(std::string_view line, std::size_t columns);
 
 // Moves the caret of "% Invalid input detected at '^' marker." to the right: the daemon counts from the command's first
-// column, on the terminal it stands behind the prompt.
+// column, on the terminal it is behind the prompt.
 std::string shift_caret(std::string_view text, std::size_t prompt_width);
 
 }  // namespace ravo::client

@@ -323,7 +323,7 @@ void settle_library(const snmp_options &options) {
     setenv("SNMPCONFPATH", "/nonexistent", 1);
     setenv("SNMP_PERSISTENT_DIR", "/nonexistent", 1);
     snmp_disable_log();
-    netsnmp_register_loghandler(NETSNMP_LOGHANDLER_STDERR, LOG_ERR);  // who is there and who is not is told below
+    netsnmp_register_loghandler(NETSNMP_LOGHANDLER_STDERR, LOG_ERR);  // who is there and who is not is reported below
     const auto flag = [](int store, int name) { netsnmp_ds_set_boolean(store, name, 1); };
     flag(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE);
     flag(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS);

@@ -41,7 +41,7 @@ void put_address(oid_text *to, std::uint32_t number) {
 // ---- Scalars ----
 
 struct scalar {
-    unsigned long group;  // below the objects; 0: the scalar stands there itself
+    unsigned long group;  // below the objects; 0: the scalar is there itself
     unsigned long number;
     part needs;
     bool (*read)(const picture &p, unsigned long number, value *out);
@@ -264,7 +264,7 @@ found find_next(const source &from, const oid_text &name, instance *out) {
 
 found find_exact(const source &from, const oid_text &name, value *out) {
     if (name.size() < 3) return found::no;
-    // What stands there is what comes next behind the name without its last number, or with it one less.
+    // What is there is what comes next behind the name without its last number, or with it one less.
     oid_text before = name;
     if (before.back() == 0)
         before.pop_back();

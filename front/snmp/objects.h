@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The objects of RAVO-DHCP-RELAY-MIB over a picture of the relay: what stands at an identifier, and what comes next.
+// The objects of RAVO-DHCP-RELAY-MIB over a picture of the relay: what is at an identifier, and what comes next.
 //
 // Identifiers here begin below the module's own: {1, 1, 1, 0} is ravoRelayEnabled.0. They come from whoever may ask the
 // master agent, so any of them may be anything.
@@ -40,7 +40,7 @@ struct source {
 
 enum class found { yes, no, unavailable };
 
-// What stands at this identifier.
+// What is at this identifier.
 found find_exact(const source &from, const oid_text &name, value *out);
 // The first instance behind this identifier.
 found find_next(const source &from, const oid_text &name, instance *out);

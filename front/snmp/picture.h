@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A picture of the relay as the daemon told it, in parts that are fetched and grow old on their own. All rows are in
-// the order of their SNMP index.
+// A picture of the relay as the daemon described it, in parts that are fetched and grow old on their own. All rows are
+// in the order of their SNMP index.
 #ifndef FRONT_SNMP_PICTURE_H
 #define FRONT_SNMP_PICTURE_H
 
@@ -18,7 +18,7 @@ namespace ravo::snmp {
 
 inline constexpr std::size_t most_transactions = 10000;
 
-// Parts, each told by one command of the daemon.
+// Parts, each shown by one command of the daemon.
 enum class part { settings, interfaces, addresses, trusted, statistics, servers, transactions };
 inline constexpr std::size_t parts = 7;
 

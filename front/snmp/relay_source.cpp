@@ -30,7 +30,7 @@ struct part_state {
 struct relay_source {
     std::string socket;
     client::link_ptr reader;
-    client::link_ptr configured;  // transactions are told in configuration mode
+    client::link_ptr configured;  // transactions are shown in configuration mode
     snmp::picture picture;
     std::array<part_state, parts> states;
 };
@@ -58,7 +58,7 @@ client::reply ask(client::link &l, const std::string &line, std::uint8_t view) {
     return got;
 }
 
-// The number of trusted interfaces is told by a command of its own, in the same way as the other settings.
+// The number of trusted interfaces is shown by a command of its own, in the same way as the other settings.
 void add_trusted_count(client::link &l, client::reply *settings) {
     client::reply got = ask(l, "show ip dhcp relay information trusted-sources", client::view_keyed);
     std::move(got.values.begin(), got.values.end(), std::back_inserter(settings->values));

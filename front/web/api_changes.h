@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Changes: through the relay's commands for its web pages where there is one, else through its configuration commands.
-// Each is told to the log with the user's name.
+// Each is written to the log with the user's name.
 #ifndef FRONT_WEB_API_CHANGES_H
 #define FRONT_WEB_API_CHANGES_H
 

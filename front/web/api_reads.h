@@ -18,7 +18,7 @@ void serve_transactions(const exchange_ptr &x);  // ?limit=, offset=
 void serve_advice(const exchange_ptr &x);
 void serve_configuration(const exchange_ptr &x);
 
-// How a document that is not there is told: the daemon is gone, or it does not know the command.
+// How a document that is not there is answered: the daemon is gone, or it does not know the command.
 void respond_absent(exchange &x, const struct document &doc);
 
 }  // namespace ravo::web

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Configurations are sections: lines without an indent, with indented lines below them. Sections are compared by their
-// first line, lines within one as sets in order; that is exact for configurations, where a line stands once in its
+// first line, lines within one as sets in order; that is exact for configurations, where a line is there once in its
 // section, and takes time in proportion to their size.
 #include "difference.h"
 

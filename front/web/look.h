@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The looks at the daemon that nobody asked for: what the history is made of, and what pages are told.
+// The looks at the daemon that nobody asked for: what the history is made of, and what pages are sent.
 #ifndef FRONT_WEB_LOOK_H
 #define FRONT_WEB_LOOK_H
 
@@ -12,7 +12,7 @@ inline constexpr std::size_t most_streams = 32;
 // Asks the daemon for its counters, and tells the pages when they are there.
 void look_at_daemon(server &s);
 
-// The newest row of the history, the totals and the daemon's state, as pages are told.
+// The newest row of the history, the totals and the daemon's state, as pages are sent it.
 nlohmann::json now_json(const server &s);
 
 // {"status": "up" or "down", "reason", "version", "daemon_version"}

@@ -58,7 +58,7 @@ std::string_view trimmed(std::string_view text) {
     return text;
 }
 
-// Takes what stands before a separator off the text.
+// Takes what is before a separator off the text.
 std::string_view take_until(std::string_view *text, char separator) {
     const std::size_t end = std::min(text->find(separator), text->size());
     const std::string_view taken = text->substr(0, end);

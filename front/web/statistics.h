@@ -46,7 +46,7 @@ double number_member(const nlohmann::json &value, const char *name);
 std::string text_member(const nlohmann::json &value, const char *name);
 bool flag_member(const nlohmann::json &value, const char *name);
 
-// The number that stands last in a document under a name, also where only its end is known; 0 for none.
+// The number that is last in a document under a name, also where only its end is known; 0 for none.
 std::uint64_t last_count(std::string_view text, std::string_view name);
 
 // A count by name, 0 for none.

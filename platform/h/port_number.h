@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Numbers of front-panel ports.
 //
-// A port stands in a module (slot) and has an interface number made of both: 5120 + 64 * (module - 1) + port. That
+// A port is in a module (slot) and has an interface number made of both: 5120 + 64 * (module - 1) + port. That
 // relation, its range and its text "module/port" stand here once, for the platform and the daemon alike. Nothing here
 // calls a service or allocates.
 #ifndef PLATFORM_PORT_NUMBER_H

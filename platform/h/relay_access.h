@@ -67,7 +67,7 @@ struct relay_interface {
 
 // One remembered transaction.
 struct relay_transaction {
-    uint32_t xid;  // as it stands in the message
+    uint32_t xid;  // as it is in the message
     uint32_t module;
     uint32_t port;
 };

@@ -26,7 +26,7 @@ namespace ravo::platform {
 // Brings to the disk what was created, renamed or removed in the folder of a path. Returns 0, or the reason as errno.
 [[nodiscard]] int sync_folder_of(const std::string &path);
 
-// The folder that a path names something in: "." for a bare name, "/" for what stands in the root.
+// The folder that a path names something in: "." for a bare name, "/" for what is in the root.
 [[nodiscard]] std::string folder_of(const std::string &path);
 
 // The whole path of what a path names, all links followed; empty when there is none, with the reason in errno.

@@ -8,7 +8,7 @@ namespace ravo::platform {
 std::string wrapped_text(std::string_view head, std::string_view text, std::size_t column) {
     constexpr std::size_t width = 80;
     std::string out, line(head);
-    bool fresh = true;  // no word of the text stands in the line yet
+    bool fresh = true;  // no word of the text is in the line yet
     while (!text.empty()) {
         const std::string_view word = text.substr(0, text.find(' '));
         text.remove_prefix(std::min(text.size(), word.size() + 1));

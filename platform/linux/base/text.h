@@ -31,7 +31,7 @@ inline std::string printable_text(std::string_view text, std::size_t most = 200)
 std::size_t utf8_length(std::string_view text);
 
 // A text in lines of at most 80 columns, each with its line end, broken at blanks: behind head, and from a column on in
-// the lines after the first. A word that is longer stands in a line of its own.
+// the lines after the first. A word that is longer is in a line of its own.
 std::string wrapped_text(std::string_view head, std::string_view text, std::size_t column);
 
 }  // namespace ravo::platform

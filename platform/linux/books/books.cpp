@@ -33,7 +33,7 @@ constexpr std::size_t largest_recorder = 1000000;
 
 constexpr std::size_t ethernet_addresses = 12;  // destination, source
 constexpr std::size_t ethernet_type = 12;
-constexpr std::size_t vlan_tag = 4;    // bytes of one that stands in the frame
+constexpr std::size_t vlan_tag = 4;    // bytes of one that is in the frame
 constexpr std::size_t ip_source = 12;  // within the IP header
 constexpr std::size_t dhcp_xid = 4;
 constexpr std::size_t dhcp_yiaddr = 16;
@@ -92,7 +92,7 @@ constexpr auto noticed = [] {
     return codes;
 }();
 
-// A chain that breaks off tells what it told until there.
+// A chain that breaks off says what it said until there.
 void read_options(std::span<const std::uint8_t> options, book_entry &entry) {
     const std::uint8_t *const bytes = options.data();
     const std::size_t end = options.size();

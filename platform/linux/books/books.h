@@ -74,7 +74,7 @@ void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const 
                 std::span<const std::uint8_t> message, const book_tag &tag = {}, std::int64_t time_us = 0);
 
 // Opens and closes a message that the channel itself drops. vlan, port_ifindex: 0 when not known; message: the DHCP
-// message in the frame, empty when it cannot be told.
+// message in the frame, empty when it is not known.
 void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
                 std::span<const std::uint8_t> frame, std::span<const std::uint8_t> message = {},
                 const book_tag &tag = {}, std::int64_t time_us = 0);

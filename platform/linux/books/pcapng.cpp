@@ -202,7 +202,7 @@ fault pcapng_file::put(const std::vector<std::uint8_t> &bytes) {
         if (count < 0 && errno == EINTR) continue;
         if (count <= 0) {
             const int reason = count < 0 ? errno : ENOSPC;
-            (void)!ftruncate(fd_, static_cast<off_t>(size_));  // the reason is told already
+            (void)!ftruncate(fd_, static_cast<off_t>(size_));  // the reason is known already
             return failure(path_, reason);
         }
         done += static_cast<std::size_t>(count);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Each message stands in a slot, and each slot in two lists: of all messages by age, and of those of its port. Which
+// Each message is in a slot, and each slot in two lists: of all messages by age, and of those of its port. Which
 // port has most is known without counting: a message in and another one out change two numbers by one, so whoever had
 // most still has about most; a look at one other port with each message finds out when that is not so any more.
 #include "books/recorder.h"

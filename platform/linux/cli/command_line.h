@@ -120,7 +120,7 @@ std::vector<installed_command> installed_commands();
 
 // Runs the daemon's reset callback. Returns its result.
 int run_reset();
-// Adds what is to be done right after that, before the interfaces that exist are told again.
+// Adds what is to be done right after that, before the interfaces that exist are reported again.
 void on_reset(std::function<void()> listener);
 
 // A command of the relay that a session is about to run.

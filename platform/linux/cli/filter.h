@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Output filters: what stands behind "|" in a line. Several in a row work on each other's lines.
+// Output filters: what is behind "|" in a line. Several in a row work on each other's lines.
 #ifndef PLATFORM_LINUX_CLI_FILTER_H
 #define PLATFORM_LINUX_CLI_FILTER_H
 

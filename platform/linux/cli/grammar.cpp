@@ -203,7 +203,7 @@ std::uint16_t vlan_of_ifname(std::string_view text) {
     const bool number = std::all_of(text.begin(), text.end(), is_digit);
     if (number) return platform::vlan_of_name(prefix + std::string(text));
     if (const std::uint16_t vlan = platform::vlan_of_name(text); vlan != 0) return vlan;
-    // A device's name is taken as it stands; "Vlan10" is nobody's name but for people.
+    // A device's name is taken as it is; "Vlan10" is nobody's name but for people.
     if (const std::uint16_t vlan = platform::inventory_vlan_of_device(std::string(text)); vlan != 0) return vlan;
     if (!is_keyword_text(prefix, text.substr(0, prefix.size()))) return 0;
     return platform::vlan_of_name(prefix + std::string(text.substr(prefix.size())));

@@ -24,7 +24,7 @@ struct half_line {
     word prefix;  // empty text between words
     bool between = true;
     bool in_filter = false;
-    std::string_view filter;  // what stands behind the "|"
+    std::string_view filter;  // what is behind the "|"
 };
 
 half_line read_half(const session &s, std::string_view line) {

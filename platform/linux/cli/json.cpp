@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A writer that only needs to know how deep it stands and whether a comma is due.
+// A writer that only needs to know how deep it is and whether a comma is due.
 #include "cli/json.h"
 
 #include <cstdio>

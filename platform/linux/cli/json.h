@@ -15,14 +15,14 @@ struct json_writer {
     std::function<void(std::string_view piece)> sink = {};  // takes the text as it grows; empty: it is all kept
     std::string text;                                       // what no sink has taken
     int depth = 0;
-    int row_depth = 0;  // depth from which on all stands in one line, 0: none
-    bool fresh = true;  // nothing stands in the open object or array yet
+    int row_depth = 0;  // depth from which on all is in one line, 0: none
+    bool fresh = true;  // nothing is in the open object or array yet
 };
 
 // Opens an object "{" or an array "[", which is the member of this name; an empty name for an element of an array and
 // for the document itself.
 void json_open(json_writer &out, std::string_view name, char bracket);
-// The same for an object or array that stands in one line with all that it holds: a row of many.
+// The same for an object or array that is in one line with all that it holds: a row of many.
 void json_open_row(json_writer &out, std::string_view name, char bracket);
 // Closes it with "}" or "]".
 void json_close(json_writer &out, char bracket);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // From a typed line to the handler's result.
 //
-// A line is split into words, what stands behind "|" becomes an output filter, and the words are matched against the
+// A line is split into words, what is behind "|" becomes an output filter, and the words are matched against the
 // commands of the session's mode. In interface mode a line that is no command there is tried as a command of the global
 // mode, and then leaves interface mode: configurations can be typed and replayed without "exit" between their parts.
 // The handler gets a context that lives as long as its call; what it changes there (mode, current interface, privilege)

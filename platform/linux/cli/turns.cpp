@@ -63,7 +63,7 @@ struct turns {
     std::function<void()> work;
     std::byte *memory = nullptr;  // the page below the stack, and the stack
     std::size_t memory_size = 0;
-    ucontext_t here{};  // where the work stands
+    ucontext_t here{};  // how far the work is
     ucontext_t loop{};  // where the event loop waits for the turn's end
     stack_marks marks;
     steady::time_point due;  // when the turn is over
@@ -71,7 +71,7 @@ struct turns {
     int undivided = 0;
     bool begun = false;
     bool done = false;
-    bool given_up = false;  // the work is to end where it stands
+    bool given_up = false;  // the work is to end where it is
 
     [[nodiscard]] std::byte *stack() const { return memory + (memory_size - stack_size); }
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Work that is done in turns: it has a stack of its own, and stands still where it says that it may, so that the event
+// Work that is done in turns: it has a stack of its own, and pauses where it says that it may, so that the event
 // loop serves messages and others between two turns.
 //
 //     turns_ptr task = turns_begin([&] { ...; turns_pause_if_due(); ... });
@@ -25,7 +25,7 @@ using turns_ptr = std::unique_ptr<turns, turns_delete>;
 turns_ptr turns_begin(std::function<void()> work);
 
 // Goes on with a task for about this long. Returns true when its work is done. What the work throws comes out here, and
-// ends it. A task that is deleted before its end is ended by an exception where it stands, which the work must not
+// ends it. A task that is deleted before its end is ended by an exception where it is, which the work must not
 // stop. When the work itself ends the program, its stack stays.
 [[nodiscard]] bool turns_go_on(turns &task, std::chrono::microseconds slice);
 

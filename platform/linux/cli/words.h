@@ -28,7 +28,7 @@ struct split_line {
 // one, also inside quotes. A "|" at the beginning of a word ends the words.
 split_line split(std::string_view line);
 
-// The text as one word of a line: as it stands when that is read back unchanged, else in quotes.
+// The text as one word of a line: as it is when that is read back unchanged, else in quotes.
 std::string quote_word(std::string_view text);
 
 // Whether a keyword begins with a text, and whether it is that text; letters of either case are the same.

@@ -74,7 +74,7 @@ void advice_tell(const std::vector<advice> &all) {
     for (const advice &each : all) {
         const std::string subject = subject_of(each);
         now.insert(subject);
-        // What is told at the start, or right after each change, needs no second word.
+        // What is said at the start, or right after each change, needs no second word.
         if (each.kind == "not-remembered" || each.kind == "not-saved" || told.contains(subject)) continue;
         platform::log_line(platform::log_level_warning, "advice: %s; %s", each.what.c_str(), each.remedy.c_str());
     }

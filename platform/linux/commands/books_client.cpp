@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Commands that show the clients and the flight recorder: how each client stands, and the last messages of one of them.
+// Commands that show the clients and the flight recorder: in which state each client is, and the last messages of one
+// of them.
 //
 // What cannot be read as a message counts for who sent the frame, but makes nobody a client: it may have been a server
 // or another relay.

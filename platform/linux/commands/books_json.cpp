@@ -161,7 +161,7 @@ void add_answer(json_writer &out, const platform::book_entry &entry) {
     if (entry.server != 0) json_string(out, "server", platform::ipv4_text(entry.server));
 }
 
-// How a client stands.
+// The state of a client.
 void add_state(json_writer &out, const platform::client_view &client) {
     json_string(out, "state", client_state_word(client));
     json_string(out, "state_text", client_state_text(client));

@@ -56,7 +56,7 @@ std::string captured_text(const message_monitor &monitor) {
     return std::to_string(monitor.frames) + " messages in " + monitor.wanted.file + "\n";
 }
 
-// The capture ends by itself. The watch is taken off first: what is told now may reach the books.
+// The capture ends by itself. The watch is taken off first: what happens now may reach the books.
 void give_up(message_monitor &monitor, const std::string &why, int result) {
     platform::books_unwatch(monitor.watcher);
     session &s = *monitor.owner;
@@ -64,7 +64,7 @@ void give_up(message_monitor &monitor, const std::string &why, int result) {
     stream_finish(s, result);
 }
 
-// The tag as it stood in the frame; nothing without one.
+// The tag as it was in the frame; nothing without one.
 std::vector<std::uint8_t> tag_bytes(const platform::book_tag &tag) {
     if (tag.protocol == 0) return {};
     const auto byte = [](int value) { return static_cast<std::uint8_t>(value); };

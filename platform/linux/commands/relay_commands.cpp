@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the platform knows of the relay's own commands. Their definitions come with the relay and say how they are
-// typed; here stands what they change, who may give them, which document they have, and how a configuration that is
+// typed; here is what they change, who may give them, which document they have, and how a configuration that is
 // replayed finds out that a setting is made already.
 #include "cli/command_row.h"
 #include "commands/commands.h"

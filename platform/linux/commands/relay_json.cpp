@@ -75,7 +75,7 @@ std::int64_t add_trusted(json_writer &out, const relay_access &relay) {
     return total;
 }
 
-// xid: as it stands in the message.
+// xid: as it is in the message.
 void add_xid(json_writer &out, std::uint32_t xid) {
     char text[9];
     std::snprintf(text, sizeof text, "%X", static_cast<unsigned>(xid));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the relay's own messages mean. Their words are what users and their scripts know; what they leave open stands
+// What the relay's own messages mean. Their words are what users and their scripts know; what they leave open is
 // here, for "show ip dhcp relay help" and the command reference.
 #ifndef PLATFORM_LINUX_COMMANDS_RELAY_MESSAGES_H
 #define PLATFORM_LINUX_COMMANDS_RELAY_MESSAGES_H

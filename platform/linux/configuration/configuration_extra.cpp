@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The platform's section of the running configuration: settings of the relay that its own section leaves out, written
-// as the commands that make them. It stands behind the relay's section, whose last lines may be those of an interface,
+// as the commands that make them. It is behind the relay's section, whose last lines may be those of an interface,
 // and is replayed from there.
 #include <algorithm>
 #include <cstdint>

@@ -100,7 +100,7 @@ int show_vlan(struct cli *cli, int /*argc*/, char **argv) {
     return show_section(cli, std::string("vlan") + argv[0]);
 }
 
-// A port has no settings of its own: what counts for its messages is told, that of its VLANs.
+// A port has no settings of its own: what counts for its messages is shown, which is that of its VLANs.
 int show_port(struct cli *cli, int /*argc*/, char **argv) {
     const std::string_view typed = argv[0];
     const std::string number = "port " + std::string(typed);

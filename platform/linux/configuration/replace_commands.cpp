@@ -74,10 +74,10 @@ int carry_out(session &s, const configuration &before, const configuration &want
     return 0;
 }
 
-// Where a text stands, for what is said of its lines.
+// Where a text is, for what is said of its lines.
 struct text_source {
-    std::string place = "line ";  // what stands before the number of a line
-    bool is_open = true;          // what stands in a line may be said
+    std::string place = "line ";  // what is before the number of a line
+    bool is_open = true;          // what is in a line may be said
 };
 
 int replace_by(session &s, std::string_view text, const replace_wish &wish, const text_source &from = {}) {
@@ -113,8 +113,8 @@ const std::string &startup_path() {
     return platform::frame_get_options().startup_config;
 }
 
-// Why a file may not be read for somebody: what stands elsewhere than the saved configuration is not theirs because it
-// is the daemon's. What is there and what is not is not told of those places either.
+// Why a file may not be read for somebody: what is elsewhere than the saved configuration is not theirs because it
+// is the daemon's. Nor is it said what is there and what is not.
 fault refuse_place(const std::string &path) {
     if (!path.starts_with('/')) return {"\"" + path + "\" is no whole path, such as /etc/ravo/FILE"};
     const std::string folder = platform::real_path(platform::folder_of(startup_path()));
@@ -179,7 +179,7 @@ int confirm(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 
 // ---- Showing ----
 
-// What differs between what is saved and what runs. The fault: why that cannot be told.
+// What differs between what is saved and what runs. The fault: why that is not known.
 fault unsaved(std::vector<difference_line> *lines) {
     const turns_undivided whole;
     std::string text;

@@ -33,7 +33,7 @@ namespace {
 // ---- What is allowed ----
 
 constexpr const char *allowed[] = {
-    // files that are open, and what can be told of files
+    // files that are open, and what is known of files
     "read",
     "readv",
     "pread64",

@@ -61,8 +61,8 @@ bool may_change_user() {
     return (capabilities_permitted() & needed) == needed;
 }
 
-// One that is there belongs to who made it; what cannot be made is told by who needs it. The mask of the process must
-// not make it narrower: members of the groups have to get through.
+// One that is there belongs to who made it; what cannot be made is reported by who needs it. The mask of the process
+// must not make it narrower: members of the groups have to get through.
 fault make_folder(const own_folder &folder, const daemon_user *owner) {
     const char *path = folder.path.c_str();
     if (folder.path.empty() || mkdir(path, folder.mode) != 0) return {};

@@ -11,7 +11,7 @@
 
 namespace ravo::platform {
 
-// Tells why a file of configuration cannot be believed: it, or the folder in which it stands, can be written by others
+// Tells why a file of configuration cannot be believed: it, or the folder in which it is, can be written by others
 // than root, the user of this process and the daemon's own user; or this process may not read it. Links are followed. A
 // file that does not exist is no fault, nor is a device. The fault, if any: one line with the file and the
 // remedy.

@@ -4,7 +4,7 @@
 // There is one object for each VLAN that ever had an interface or was selected by a command; it is never freed, so that
 // a pointer to it stays good whatever happens to the device. The inventory feeds the state of a device after each
 // change; what differs from the object becomes events: it is compared and not reported change by change, so that lost
-// or repeated netlink messages can neither be missed nor told twice.
+// or repeated netlink messages can neither be missed nor be reported twice.
 #include "nsm.h"
 
 #include <algorithm>

@@ -86,7 +86,7 @@ std::string type_name(const toml::node &node) {
     }
 }
 
-// Reports a thing that stands a second time.
+// Notes a thing that is there a second time.
 void mark_once(reading &r, const std::string &what, const toml::source_position &place, std::string_view remedy) {
     const auto [first, is_new] = r.marks.emplace(what, place);
     if (is_new) return;

@@ -26,7 +26,7 @@ struct placed_fault {
     std::string reason;
 };
 
-// One reading of a file: what was found so far, and where each thing stood that may not stand twice, by its words in a
+// One reading of a file: what was found so far, and where each thing was that may be there only once, by its words in a
 // fault line ("port 1/1").
 struct reading {
     switch_description found;
@@ -48,7 +48,7 @@ std::string type_name(const toml::node &node);
 // Names as a person lists them: "a, b and c".
 std::string listed(std::span<const std::string> all);
 
-// Notes a thing that stands a second time. what: its words; remedy: what to do.
+// Notes a thing that is there a second time. what: its words; remedy: what to do.
 void mark_once(reading &r, const std::string &what, const toml::source_position &place, std::string_view remedy);
 
 // What a table is called and which keys it may have.

@@ -31,8 +31,8 @@ struct tap_device {
 struct ingress {
     std::uint16_t vlan = 0;          // VLAN id
     std::uint32_t port_ifindex = 0;  // the switch's interface number of the port, 0 when it has none
-    bool closed = false;             // on its way stands a bridge whose port takes no frames
-    int locked_member = 0;           // on its way stands a bridge that asks who sent it: the member's device, 0 none
+    bool closed = false;             // on its way is a bridge whose port takes no frames
+    int locked_member = 0;           // on its way is a bridge that asks who sent it: the member's device, 0 none
     std::uint16_t locked_vlan = 0;   // in which VLAN of that bridge, 0 when it knows none
 };
 

@@ -38,7 +38,7 @@ struct device_record {
     bool up = false;        // administratively up
     bool ethernet = false;  // Ethernet with a 6-byte hardware address
     std::array<std::uint8_t, 6> mac{};
-    int lower = 0;                // of a VLAN device: the device it stands on; 0 when that is in another namespace
+    int lower = 0;                // of a VLAN device: the device below it; 0 when that is in another namespace
     int master = 0;               // the bridge, bond or VRF it is a member of; 0 none
     std::uint16_t vlan_id = 0;    // of a VLAN device
     bool vlan_filtering = false;  // of a bridge: it is VLAN-aware
@@ -53,7 +53,7 @@ struct vlan_range {
     std::uint16_t first;  // 1 to 4094
     std::uint16_t last;   // first to 4094
     bool pvid;            // untagged frames belong to it; then first == last
-    bool closed = false;  // it is not forwarding for them; told by VLAN messages alone
+    bool closed = false;  // it is not forwarding for them; known from VLAN messages alone
     bool operator==(const vlan_range &) const = default;
 };
 
@@ -76,7 +76,7 @@ struct device_gone {
 struct vlans_seen {  // all VLANs a device has on its bridge
     int ifindex;
     std::vector<vlan_range> vlans;
-    std::optional<bridge_port> on_bridge{};  // told beside
+    std::optional<bridge_port> on_bridge{};  // comes beside
 };
 struct bridge_port_seen {  // of a member that has no VLANs
     int ifindex;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What stands on what: the steps that both the following of changes and the classifying of frames take.
+// Which device lies on which: the steps that both the following of changes and the classifying of frames take.
 #include "inventory/inventory_lookup.h"
 
 namespace ravo::platform {

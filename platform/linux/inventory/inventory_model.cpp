@@ -228,7 +228,8 @@ void add_vlans(model_device *device, const std::vector<vlan_range> &ranges) {
         const unsigned last = std::min(range.last, last_vlan);
         for (unsigned vlan = range.first; vlan != 0 && vlan <= last; ++vlan) device->vlans->set(vlan);
         if (range.pvid && range.first <= last_vlan) device->pvid = range.first;
-        // The former PVID is told nothing when another VLAN takes its place, but is when it just ceases to be one.
+        // Nothing is said of the former PVID when another VLAN takes its place, but it is when it just ceases to be
+        // one.
         if (!range.pvid && device->pvid >= range.first && device->pvid <= range.last) device->pvid = 0;
     }
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The inventory's model: devices as records, and what they are to the switch. No sockets, no events, no globals.
 //
-// It is fed with changes in any order, also contradicting ones, and collects what has to be told: the VLANs whose
+// It is fed with changes in any order, also contradicting ones, and collects what has to be reported: the VLANs whose
 // interface changed, and whether the taps did.
 #ifndef PLATFORM_LINUX_INVENTORY_INVENTORY_MODEL_H
 #define PLATFORM_LINUX_INVENTORY_INVENTORY_MODEL_H
@@ -47,7 +47,7 @@ struct inventory_model {
     port_table ports;
     port_in_use number_in_use;  // empty: none is
 
-    std::set<std::uint16_t> changed_vlans;    // to be told to the interface service
+    std::set<std::uint16_t> changed_vlans;    // to be reported to the interface service
     std::set<int> suspects;                   // devices that may have become, or ceased to be, taps
     std::unordered_set<std::string> refused;  // names of devices refused with a line in the log
     bool taps_changed = false;

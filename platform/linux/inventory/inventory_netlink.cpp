@@ -4,7 +4,7 @@
 //
 // When the kernel had to throw changes away (ENOBUFS), those still queued are older than the reading that follows, so
 // they are thrown away too, and everything is read again; at most once a second, so that a storm of changes cannot turn
-// into a storm of readings. Changes that arrive meanwhile are told as always.
+// into a storm of readings. Changes that arrive meanwhile are reported as always.
 #include "inventory/inventory_netlink.h"
 
 #include <event2/event.h>

@@ -31,9 +31,9 @@ struct netlink_listener {
     std::function<void()> settled;                                             // no more changes are waiting
 };
 
-// Follows changes on the event loop. Changes from the moment of this call on are told; what existed before is read with
-// netlink_read_all, after this call, so that nothing falls between. receive_buffer: bytes the kernel may hold for us.
-// The fault, if any: the reason of failure.
+// Follows changes on the event loop. Changes from the moment of this call on are reported; what existed before is read
+// with netlink_read_all, after this call, so that nothing falls between. receive_buffer: bytes the kernel may hold for
+// us. The fault, if any: the reason of failure.
 fault netlink_follow(netlink_listener listener, int receive_buffer);
 void netlink_unfollow();
 

@@ -118,7 +118,7 @@ void read_bridge(const nlattr *data, device_record *device) {
     device->vlan_filtering = filtering != 0;
 }
 
-// What is not told is as on a kernel that does not know it: not locked.
+// What is not said is as on a kernel that does not know it: not locked.
 bridge_port read_bridge_port(const nlattr *data) {
     const auto info = attributes_in<IFLA_BRPORT_LOCKED + 1>(data);
     std::uint8_t state = BR_STATE_FORWARDING;
@@ -188,7 +188,7 @@ std::optional<inventory_change> read_bridge_link(const nlmsghdr *message, const 
     // The device left its bridge; it is not gone itself.
     if (message->nlmsg_type == RTM_DELLINK) return vlans_seen{header.ifi_index, {}, bridge_port{}};
     const auto found = attributes_of<IFLA_AF_SPEC + 1>(message, sizeof header);
-    std::optional<bridge_port> on_bridge;  // not told of the bridge itself
+    std::optional<bridge_port> on_bridge;  // not said of the bridge itself
     if (found[IFLA_PROTINFO] != nullptr) on_bridge = read_bridge_port(found[IFLA_PROTINFO]);
     if (found[IFLA_AF_SPEC] == nullptr && !on_bridge) return std::nullopt;
     if (found[IFLA_AF_SPEC] == nullptr) return bridge_port_seen{header.ifi_index, *on_bridge};

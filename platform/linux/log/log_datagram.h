@@ -33,8 +33,9 @@ int datagram_open(log_datagram &target, record_format format, const char *path);
 void datagram_close(log_datagram &target);
 
 // Sends a line. One that finds nobody is lost, as is one that finds the daemon's queue full when there is no time to
-// wait for room; the first of a row is told on standard error, and how many they were stands before the next one that
-// gets through. has_time: asked again and again while the queue is full; null: no time at all. Does not allocate.
+// wait for room; the first of a row is reported on standard error, and how many they were is written before the next
+// one that gets through. has_time: asked again and again while the queue is full; null: no time at all. Does not
+// allocate.
 using datagram_patience = bool (*)(const void *whose);
 void datagram_send(log_datagram &target, const log_record &record, datagram_patience has_time = nullptr,
                    const void *whose = nullptr);

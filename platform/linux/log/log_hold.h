@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Lines that repeat: the first ten of ten seconds are written, the rest is counted and told once a minute.
+// Lines that repeat: the first ten of ten seconds are written, the rest is counted and reported once a minute.
 #ifndef PLATFORM_LINUX_LOG_LOG_HOLD_H
 #define PLATFORM_LINUX_LOG_LOG_HOLD_H
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A stream gets the text as it comes, each line behind what belongs before it: in a file the time, in the journal's
 // stream the line's severity. The other targets get lines. When the writer's thread runs, both go into its queue; a
-// line that finds no room there is lost with all its pieces, and how many they were stands before the next one.
+// line that finds no room there is lost with all its pieces, and how many they were is written before the next one.
 //
 // Under systemd standard error is a stream of the journal. Where the journal's own socket can be reached, lines go
 // there instead, with their fields.
@@ -71,7 +71,7 @@ std::string_view lost_text(char (&room)[lost_text_room], const char *end) {
 
 // ---- Streams ----
 
-// What stands before a line. Returns its length.
+// What is before a line. Returns its length.
 std::size_t write_line_start(int level, char (&start)[log_stamp_size]) {
     if (target.severity_first)
         return static_cast<std::size_t>(std::snprintf(start, sizeof start, "<%d>", severity_of(level)));

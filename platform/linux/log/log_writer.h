@@ -17,7 +17,7 @@ namespace ravo::platform {
 struct writer_target {
     int fd = -1;                       // the stream for text, -1: none
     bool owns_fd = false;              // it is closed when the stream goes on elsewhere, and at the end
-    std::string path;                  // of a file, for what is told of its faults; empty: they are told nobody
+    std::string path;                  // of a file, for reports of its faults; empty: they are reported to nobody
     log_datagram *datagram = nullptr;  // for records; the thread's alone while it runs
 };
 

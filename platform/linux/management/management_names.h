@@ -23,7 +23,7 @@ struct management_groups {
 struct known_names {
     std::string user;  // name of the user, or the number as text when it has none
     management_groups groups;
-    bool groups_known = false;  // false: the system has never told yet
+    bool groups_known = false;  // false: the system has never answered yet
 };
 
 // How the system is asked; tests ask somebody else.

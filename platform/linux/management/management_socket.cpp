@@ -183,7 +183,7 @@ std::vector<char> access_list(gid_t admins) {
     return list;
 }
 
-// A group that cannot be let in is told in the log; root can still use the socket.
+// A group that cannot be let in is named in the log; root can still use the socket.
 void open_to_groups(const std::string &path, const management_groups &groups) {
     struct stat file {};
     const bool given = groups.viewers && stat(path.c_str(), &file) == 0 && file.st_gid == *groups.viewers;

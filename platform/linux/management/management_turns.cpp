@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who has something to do stands in one line and gets turns in order, one session's for each pass of the event loop:
+// Who has something to do is in one line and gets turns in order, one session's for each pass of the event loop:
 // between any two of them messages, timers and the system's events are served. A command that is not done when its turn
 // is over, or a session with more requests, goes to the end of the line.
 #include <event2/buffer.h>

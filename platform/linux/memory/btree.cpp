@@ -223,7 +223,7 @@ void copy_record(btree_node &to, unsigned place, const btree_node &from, unsigne
     to.guesses[place] = from.guesses[from_place];
 }
 
-// Appends what stands in a node from a place on.
+// Appends what is in a node from a place on.
 void append_records(btree_node &to, const btree_node &from, unsigned place) {
     std::copy(from.records + place, from.records + from.count, to.records + to.count);
     std::copy(from.guesses + place, from.guesses + from.count, to.guesses + to.count);
@@ -240,7 +240,7 @@ void put_into(btree_node &node, unsigned place, void *record, btree_node *child)
     put_record(node, place, record);
 }
 
-// Moves what stands behind the middle of a full node to a new one.
+// Moves what is behind the middle of a full node to a new one.
 void halve(btree_node &full, btree_node &upper) {
     constexpr unsigned middle = capacity / 2;
     append_records(upper, full, middle + 1);
@@ -307,7 +307,7 @@ void put_and_split(btree &tree, void *record, fresh_nodes &fresh) {
 
 // ---- Taking out ----
 
-// Moves one record from a neighbour over the parent. parent.records[place] stands between the two.
+// Moves one record from a neighbour over the parent. parent.records[place] is between the two.
 void borrow_from_left(btree_node &parent, unsigned place) {
     btree_node &left = *parent.children[place];
     btree_node &right = *parent.children[place + 1];

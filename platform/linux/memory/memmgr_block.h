@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Blocks of memory as other rooms of the platform use them.
 //
-// A small record's block has room at its end that is the platform's: an expiry timer's bookkeeping stands there, in the
+// A small record's block has room at its end that is the platform's: an expiry timer's bookkeeping is there, in the
 // same cache line as the record that it is for, and is found from the timer's address without a look-up.
 #ifndef PLATFORM_LINUX_MEMORY_MEMMGR_BLOCK_H
 #define PLATFORM_LINUX_MEMORY_MEMMGR_BLOCK_H

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The platform's budget of memory for the relay, and what it is told about it.
+// The platform's budget of memory for the relay, and what it is to know of it.
 #ifndef PLATFORM_LINUX_MEMORY_MEMMGR_BUDGET_H
 #define PLATFORM_LINUX_MEMORY_MEMMGR_BUDGET_H
 

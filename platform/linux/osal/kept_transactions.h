@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Open transactions that outlast the daemon: a table in a mapped file, which the next start takes over.
 //
-// Each timer that a message in hand arms is an open transaction, and stands here until it fires or is disarmed; noting
+// Each timer that a message in hand arms is an open transaction, and is here until it fires or is disarmed; noting
 // it is a few writes to memory. The table has a place for each record of the daemon's memory, and of those that share a
 // place the last one has it. Every entry has a checksum of its own, so that one that was being written when the daemon
 // died is missing and no other. The file belongs into a folder that a boot empties.
@@ -21,7 +21,7 @@ namespace ravo::platform {
 inline constexpr std::size_t kept_transactions_places = 65536;
 
 struct kept_transaction {
-    std::uint32_t xid = 0;      // as it stands in the message
+    std::uint32_t xid = 0;      // as it is in the message
     std::uint32_t port = 0;     // number of the port that it came in on, 0: none
     std::uint32_t seconds = 0;  // how long it is remembered, from
     std::uint64_t since = 0;    // this moment of the coarse clock (base/clock.h)

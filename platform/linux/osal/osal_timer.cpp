@@ -57,7 +57,7 @@ bool arm_lone(struct osal_timer *timer, osal_timer_callback callback, std::uint3
 
 // An open transaction: of the message in hand, or handed over from the daemon before.
 struct origin {
-    std::uint32_t xid = 0;  // as it stands in the message
+    std::uint32_t xid = 0;  // as it is in the message
     std::uint32_t port = 0;
     bool is_transaction = false;
     std::uint64_t since = 0;

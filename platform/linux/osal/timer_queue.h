@@ -2,7 +2,7 @@
 // Timers of the daemon's records: queues of equal durations.
 //
 // Whatever runs for the same time ends in the order in which it began, so a queue a duration and one timer of the event
-// loop serve a million records. What a timer needs stands in its record's block of memory (memmgr_block.h): arming and
+// loop serve a million records. What a timer needs is in its record's block of memory (memmgr_block.h): arming and
 // disarming find it without a look-up and take no memory. The timers armed while a message was in hand also form a list
 // for the port that it came in on, oldest first: such a record is an open transaction, and its port's share of memory
 // is known by it.

@@ -6,7 +6,7 @@
 namespace ravo::platform {
 
 // From now on SIGABRT, SIGBUS, SIGFPE, SIGILL and SIGSEGV are noted before whoever caught them earlier gets them, on a
-// stack of their own, so that a stack that is used up can be told of. note: called with the signal's number, or with 0
+// stack of their own, so that a stack that is used up can be reported. note: called with the signal's number, or with 0
 // when the process exits by any other way; it must do what a handler may do only. Whatever happens then, the process
 // ends within seconds: what hangs in memory's own locks is ended by an alarm. To be called once, behind those who catch
 // these signals.

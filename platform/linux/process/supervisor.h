@@ -2,8 +2,8 @@
 // A daemon that starts its successor when it dies, where there is no init system to do that (ravod --supervise).
 //
 // The supervisor is a process of its own, which does nothing but wait, and execs the daemon as its child. It starts it
-// again at once when it crashed; not when it was stopped, and not when it could not start at first. Only when it dies at
-// once again and again, or cannot be started any more, the next start waits, up to a few seconds.
+// again at once when it crashed; not when it was stopped, and not when it could not start at first. Only when it dies
+// at once again and again, or cannot be started any more, the next start waits, up to a few seconds.
 #ifndef PLATFORM_LINUX_PROCESS_SUPERVISOR_H
 #define PLATFORM_LINUX_PROCESS_SUPERVISOR_H
 

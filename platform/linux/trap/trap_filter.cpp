@@ -143,7 +143,7 @@ int read_option(const nlattr *attribute, void *filter) {
     return MNL_CB_OK;
 }
 
-// The kind stands before the options, whose meaning depends on it.
+// The kind is before the options, whose meaning depends on it.
 int read_filter(const nlattr *attribute, void *filter) {
     auto *out = static_cast<seen_filter *>(filter);
     const std::uint16_t type = mnl_attr_get_type(attribute);
@@ -187,7 +187,7 @@ int add_qdisc(int kernel_ifindex, bool *made) {
     return reason == EEXIST ? 0 : reason;
 }
 
-// Leaves it when anyone has filters on either side of it, or when that cannot be told.
+// Leaves it when anyone has filters on either side of it, or when that is not known.
 int remove_unused_qdisc(int kernel_ifindex) {
     int filters = 0;
     const auto count = [&](const seen_filter &) { ++filters; };

@@ -15,7 +15,7 @@ int trap_filter_add(int kernel_ifindex, bool *own_qdisc);
 // there was none or the device is gone, or the reason as errno.
 int trap_filter_remove(int kernel_ifindex, bool with_qdisc);
 
-// Tells whether the filter is on a device, and whether it stands in a place that was made for it.
+// Tells whether the filter is on a device, and whether it is in a place that was made for it.
 bool trap_filter_exists(int kernel_ifindex);
 bool trap_filter_has_own_qdisc(int kernel_ifindex);
 
