@@ -156,8 +156,10 @@ void register_options() {
 
 int main(int argc, char **argv) {
     if (ravo::platform::log_open("/dev/null", ravo::platform::log_level_warning)) return 1;
-    if (argc == 3 && std::string_view(argv[1]) == "--carry")
-        return bench::carry(static_cast<std::uint32_t>(std::atoi(argv[2]))) ? 0 : 1;
+    if (argc == 4 && std::string_view(argv[1]) == "--carry") {
+        const auto count = static_cast<std::uint32_t>(std::atoi(argv[2]));
+        return bench::carry(count, static_cast<unsigned>(std::atoi(argv[3]))) ? 0 : 1;
+    }
     register_options();
     bench::register_tables();
     bench::register_platform();

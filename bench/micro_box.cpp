@@ -54,6 +54,12 @@ iface interface_of(unsigned vlan, const char *ip) {
     return record;
 }
 
+// The relay's own address on a VLAN.
+std::string relay_address(unsigned vlan) {
+    if (vlan == client_vlan) return "10.10.0.1";
+    return "10." + std::to_string(100 + vlan / 256) + "." + std::to_string(vlan % 256) + ".1";
+}
+
 arrival framed(const octets &message, const frame_fields &fields) {
     arrival result;
     result.frame.resize(frame_header + message.size());
@@ -100,8 +106,10 @@ octets offer_options() {
             6,  4, 192, 0,   2,   53};
 }
 
-octets option82() {
-    return joined({{82, 18, 1, 6, 0, 4, 10, 0, 1, 1, 2, 8, 0, 6}, {relay_mac.begin(), relay_mac.end()}});
+octets option82(unsigned vlan) {
+    const auto low = static_cast<std::uint8_t>(vlan % 256);
+    const auto high = static_cast<std::uint8_t>(vlan / 256);
+    return joined({{82, 18, 1, 6, 0, 4, low, high, 1, 1, 2, 8, 0, 6}, {relay_mac.begin(), relay_mac.end()}});
 }
 
 octets joined(std::initializer_list<octets> parts) {
@@ -110,14 +118,14 @@ octets joined(std::initializer_list<octets> parts) {
     return result;
 }
 
-octets message(std::uint8_t op, const octets &options) {
+octets message(std::uint8_t op, const octets &options, unsigned vlan) {
     octets result(options_at);
     result[0] = op;
     result[1] = 1;
     result[2] = 6;
     if (op == op_reply) {
         const std::uint32_t yiaddr = address("10.10.0.50");
-        const std::uint32_t giaddr = address("10.10.0.1");
+        const std::uint32_t giaddr = address(relay_address(vlan).c_str());
         std::memcpy(result.data() + 16, &yiaddr, 4);
         std::memcpy(result.data() + 24, &giaddr, 4);
     }
@@ -144,7 +152,7 @@ void start_box(const settings &wanted) {
     agent.check = wanted.check;
     ravo_db_agent_set(&agent);
 
-    clients = interface_of(10, "10.10.0.1");
+    clients = interface_of(client_vlan, relay_address(client_vlan).c_str());
     clients.server_db[0] = address("192.0.2.11");
     clients.server_count = 1;
     const iface uplink = interface_of(99, "192.0.2.1");
@@ -154,9 +162,8 @@ void start_box(const settings &wanted) {
 }
 
 void add_interfaces(unsigned count) {
-    for (unsigned vlan = 100; vlan < 100 + count && vlan <= 4094; ++vlan) {
-        const std::string own = "10." + std::to_string(100 + vlan / 256) + "." + std::to_string(vlan % 256) + ".1";
-        iface made = interface_of(vlan, own.c_str());
+    for (unsigned vlan = first_added; vlan < first_added + count && vlan <= 4094; ++vlan) {
+        iface made = interface_of(vlan, relay_address(vlan).c_str());
         made.server_db[0] = address("192.0.2.11");
         made.server_count = 1;
         (void)ravo_db_if_add(&made);
@@ -167,20 +174,22 @@ const iface &client_interface() {
     return clients;
 }
 
-arrival from_client(const octets &message) {
-    return framed(message, {.destination_mac = everybody.data(),
-                            .source_mac = client_mac.data(),
-                            .source = 0,
-                            .destination = INADDR_BROADCAST,
-                            .source_port = 68,
-                            .destination_port = 67});
+arrival from_client(const octets &message, unsigned vlan) {
+    arrival result = framed(message, {.destination_mac = everybody.data(),
+                                      .source_mac = client_mac.data(),
+                                      .source = 0,
+                                      .destination = INADDR_BROADCAST,
+                                      .source_port = 68,
+                                      .destination_port = 67});
+    result.vlan = static_cast<std::uint16_t>(vlan);
+    return result;
 }
 
-arrival from_server(const octets &message) {
+arrival from_server(const octets &message, unsigned vlan) {
     arrival result = framed(message, {.destination_mac = relay_mac.data(),
                                       .source_mac = everybody.data(),
                                       .source = address("192.0.2.11"),
-                                      .destination = address("10.10.0.1"),
+                                      .destination = address(relay_address(vlan).c_str()),
                                       .source_port = 67,
                                       .destination_port = 67});
     result.vlan = 99;

@@ -19,6 +19,8 @@ using octets = std::vector<std::uint8_t>;
 inline constexpr std::uint32_t port_1_1 = 5121;  // where the client sits
 inline constexpr std::uint32_t port_1_9 = 5129;  // where the servers are
 
+inline constexpr unsigned client_vlan = 10;
+
 // ---- Messages ----
 
 inline constexpr std::uint8_t op_request = 1;
@@ -27,12 +29,13 @@ inline constexpr std::uint8_t op_reply = 2;
 // The options of a client's DISCOVER and of a server's OFFER, without the end option.
 octets discover_options();
 octets offer_options();
-// Option 82 as the relay writes it for VLAN 10 and port 1/1.
-octets option82();
+// Option 82 as the relay writes it for a VLAN and port 1/1.
+octets option82(unsigned vlan = client_vlan);
 octets joined(std::initializer_list<octets> parts);
 
-// A message with these options behind its cookie, an end option behind them, and padding up to 300 bytes.
-octets message(std::uint8_t op, const octets &options);
+// A message with these options behind its cookie, an end option behind them, and padding up to 300 bytes. vlan: whose
+// relay address a reply bears.
+octets message(std::uint8_t op, const octets &options, unsigned vlan = client_vlan);
 void set_xid(octets &bytes, std::size_t message_at, std::uint32_t xid);  // as it stands in memory
 
 // ---- The box ----
@@ -46,6 +49,7 @@ struct settings {
 void start_box(const settings &wanted = {});
 
 // Adds interfaces with a server each, from vlan100 on.
+inline constexpr unsigned first_added = 100;
 void add_interfaces(unsigned count);
 
 // The record of the interface that clients are on.
@@ -61,9 +65,9 @@ struct arrival {
 
 inline constexpr std::size_t message_in_frame = 42;  // Ethernet, IPv4, UDP
 
-// A broadcast of the client's; an answer of the server's to the relay's address.
-arrival from_client(const octets &message);
-arrival from_server(const octets &message);
+// A broadcast of the client's; an answer of the server's to the relay's address on a VLAN.
+arrival from_client(const octets &message, unsigned vlan = client_vlan);
+arrival from_server(const octets &message, unsigned vlan = client_vlan);
 
 // Hands a frame to the receive handler, as the packet channel does.
 void receive(const arrival &what);

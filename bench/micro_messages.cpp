@@ -28,31 +28,37 @@ void same_message(benchmark::State &state, const settings &wanted, const arrival
     ravo_db_exit();
 }
 
-// A request and the reply that ends its transaction, each time of a new one.
+// Requests and the replies that end their transactions, each of a new one, on the clients' interface or by turns on
+// those that were added.
 class transactions {
   public:
-    explicit transactions(std::uint32_t first) : number_(first) {
-        // The xid stands in frames whose checksum was computed without it: the kernel has verified it, as it says.
-        request_.aux.checksum_valid = true;
-        reply_.aux.checksum_valid = true;
+    explicit transactions(std::uint32_t first, unsigned interfaces = 1) : number_(first) {
+        for (unsigned i = 0; i < interfaces; ++i) {
+            const unsigned vlan = interfaces == 1 ? client_vlan : first_added + i;
+            requests_.push_back(from_client(discover, vlan));
+            replies_.push_back(from_server(message(op_reply, joined({offer_options(), option82(vlan)}), vlan), vlan));
+            // The xid stands in frames whose checksum was computed without it: the kernel has verified it, as it says.
+            requests_.back().aux.checksum_valid = true;
+            replies_.back().aux.checksum_valid = true;
+        }
     }
-    void ask() { carry(request_, number_++); }
+    void ask() { carry(requests_, number_++); }
     // Answers the request that came so many before the last one.
-    void answer(std::uint32_t before) { carry(reply_, number_ - 1 - before); }
+    void answer(std::uint32_t before) { carry(replies_, number_ - 1 - before); }
     void next() {
         ask();
         answer(0);
     }
 
   private:
-    static void carry(arrival &what, std::uint32_t number) {
+    static void carry(std::vector<arrival> &by_turns, std::uint32_t number) {
+        arrival &what = by_turns[number % by_turns.size()];
         set_xid(what.frame, message_in_frame, number * 2654435761U);
         receive(what);
     }
 
     std::uint32_t number_;
-    arrival request_ = from_client(discover);
-    arrival reply_ = from_server(offer);
+    std::vector<arrival> requests_, replies_;
 };
 
 constexpr std::uint32_t in_flight = 64;  // as in bench/run
@@ -91,9 +97,10 @@ void many_interfaces(benchmark::State &state, unsigned interfaces) {
 
 }  // namespace
 
-bool bench::carry(std::uint32_t count) {
+bool bench::carry(std::uint32_t count, unsigned interfaces) {
     start_box();
-    transactions all(0);
+    if (interfaces > 1) add_interfaces(interfaces);
+    transactions all(0, interfaces);
     for (std::uint32_t i = 0; i < in_flight; ++i) all.ask();
     for (std::uint32_t i = 0; i < count; ++i) {
         all.ask();

@@ -11,8 +11,9 @@ void register_tables();    // transactions, interfaces, timers
 void register_platform();  // traces, books, flight recorder, frames
 void register_messages();  // whole messages through the receive handler
 
-// Carries so many transactions and nothing else, for a count of instructions. Returns whether all were sent on.
-bool carry(std::uint32_t count);
+// Carries so many transactions and nothing else, for a count of instructions, on one interface or by turns on several.
+// Returns whether all were sent on.
+bool carry(std::uint32_t count, unsigned interfaces);
 
 }  // namespace bench
 

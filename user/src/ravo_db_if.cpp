@@ -4,8 +4,9 @@
 // Every interface on which relaying is configured, or which came up, has one record in an ordered tree. Records are
 // copied in and out whole; only the packet path reads them where they are stored, while nothing changes them. It looks
 // interfaces up by number and by address. Beside the tree stands an index by VLAN id, and one by address, before which
-// the last record found is tried. Several records may bear one address (0 above all); the one that comes first in tree
-// order is then meant, so that index is ordered by address and, within it, by the tree's key.
+// the last record found is tried, and then what the index answered before. Several records may bear one address (0
+// above all); the one that comes first in tree order is then meant, so that index is ordered by address and, within it,
+// by the tree's key.
 #include "ravo_db_if.h"
 
 #include <array>
@@ -39,6 +40,17 @@ constexpr std::uint32_t vlan_numbers = 4095;                      // VLAN ids fr
 avl_tree *if_tree = nullptr;
 const stored_if *if_cache = nullptr;  // the record that the last look-up by address found
 std::map<address_key, stored_if *> address_index;
+std::uint64_t address_changes = 1;  // of that index so far
+
+// Answers of that index, the last one of those that share a place.
+struct found_address {
+    std::uint64_t change;  // of the index, behind which it was found; 0: none was
+    std::uint32_t address;
+    const stored_if *found;  // null: nobody has the address
+};
+constexpr unsigned found_bits = 10;
+std::array<found_address, std::size_t{1} << found_bits> found_addresses;
+
 std::array<stored_if *, vlan_numbers> vlan_index;  // records whose number is a VLAN id
 
 stored_if *find_stored(ravo_if_key key) {
@@ -55,9 +67,17 @@ address_key address_key_of(const stored_if &stored) {
 }
 
 // The first record in tree order with this address, or null.
-const stored_if *find_by_address(std::uint32_t address) {
+const stored_if *search_address(std::uint32_t address) {
     const auto found = address_index.lower_bound({address, std::numeric_limits<std::int16_t>::min()});
     return found != address_index.end() && found->first.first == address ? found->second : nullptr;
+}
+
+// The same, for messages: most addresses were looked for before, and since then the index has not changed.
+const stored_if *find_by_address(std::uint32_t address) {
+    found_address &last = found_addresses[(address * 2654435761U) >> (32 - found_bits)];
+    if (last.change != address_changes || last.address != address)
+        last = {address_changes, address, search_address(address)};
+    return last.found;
 }
 
 // Overwrites a stored record. Its place in the tree stays, its place in the index follows the address.
@@ -66,6 +86,7 @@ void update_stored(stored_if *stored, const iface &record) {
     stored->record = record;
     const address_key after = address_key_of(*stored);
     if (before == after) return;
+    ++address_changes;
     auto node = address_index.extract(before);
     node.key() = after;
     address_index.insert(std::move(node));
@@ -77,6 +98,7 @@ stored_if *create_record(const iface &record) {
     if (created == nullptr) return nullptr;
     created->key = ravo_db_if_key(record.name);
     created->record = record;
+    ++address_changes;
     try {
         address_index.emplace(address_key_of(*created), created);
     } catch (const std::bad_alloc &) {
@@ -87,6 +109,7 @@ stored_if *create_record(const iface &record) {
 }
 
 void destroy_record(stored_if *stored) {
+    ++address_changes;
     address_index.erase(address_key_of(*stored));
     memmgr_free(stored);
 }
@@ -152,6 +175,7 @@ void ravo_db_if_exit() {
     avl_destroy(if_tree);
     if_tree = nullptr;
     if_cache = nullptr;
+    ++address_changes;
     address_index.clear();
     vlan_index.fill(nullptr);
 }

@@ -166,7 +166,8 @@ void black_box_note(const book_entry &entry, std::span<const std::uint8_t> frame
     b.tag_protocol = entry.tag.protocol;
     b.tag_tci = entry.tag.tci;
     b.client = entry.client;
-    std::memcpy(b.frame.data(), frame.data(), length);
+    // Not by memcpy: of a size that it knows to be bounded the compiler copies by itself, which begins slowly.
+    std::copy_n(frame.begin(), length, b.frame.begin());
     set_length(b, static_cast<std::uint32_t>(length));
 }
 

@@ -56,31 +56,40 @@ class byte_reader {
     bool failed_ = false;
 };
 
-// RFC 1071: a ones' complement sum may be built in any word size and byte order and folded at the end; a carry out of
-// 64 bits counts as 1. The bytes must start at an even place of what is summed.
+// Adds a word as the machine holds it; a carry out of 64 bits counts as 1.
+template <typename Word>
+inline void add(std::uint64_t *sum, const std::uint8_t *from) {
+    Word word;
+    std::memcpy(&word, from, sizeof word);
+    *sum += word;
+    *sum += *sum < word ? 1 : 0;
+}
+
+// RFC 1071: a ones' complement sum may be built in any word size and byte order and folded at the end. The bytes must
+// start at an even place of what is summed.
 std::uint64_t add_words(std::uint64_t sum, bytes of) {
     const std::uint8_t *at = of.data();
     std::size_t left = of.size();
-    const auto add = [&sum](const std::uint8_t *from, std::size_t size) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, from, size);
-        sum += word;
-        sum += sum < word ? 1 : 0;
-    };
+    std::uint64_t other = 0;  // two sums do not wait for each other
     for (; left >= 32; at += 32, left -= 32) {
-        add(at, 8);
-        add(at + 8, 8);
-        add(at + 16, 8);
-        add(at + 24, 8);
+        add<std::uint64_t>(&sum, at);
+        add<std::uint64_t>(&other, at + 8);
+        add<std::uint64_t>(&sum, at + 16);
+        add<std::uint64_t>(&other, at + 24);
     }
-    for (; left >= 8; at += 8, left -= 8) add(at, 8);
-    if (left != 0) add(at, left);
-    return sum;
+    for (; left >= 8; at += 8, left -= 8) add<std::uint64_t>(&sum, at);
+    for (; left >= 2; at += 2, left -= 2) add<std::uint16_t>(&sum, at);
+    const std::uint8_t last[2] = {left != 0 ? *at : std::uint8_t{0}, 0};  // a zero follows an odd one
+    add<std::uint16_t>(&other, last);
+    sum += other;
+    return sum + (sum < other ? 1 : 0);
 }
 
 bool sums_to_ones(std::uint64_t sum) {
-    while (sum >> 16 != 0) sum = (sum & 0xFFFF) + (sum >> 16);
-    return sum == 0xFFFF;
+    sum = (sum & 0xFFFFFFFF) + (sum >> 32);  // 33 bits
+    sum = (sum & 0xFFFF) + (sum >> 16);      // 18 bits
+    sum = (sum & 0xFFFF) + (sum >> 16);      // 17 bits
+    return (sum & 0xFFFF) + (sum >> 16) == 0xFFFF;
 }
 
 // RFC 768: over a pseudo header of both addresses, protocol and length, then the datagram.

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <utility>
 
 #include "inventory/inventory_memory.h"
@@ -41,9 +42,30 @@ constexpr std::size_t known_roads = 4096;               // a power of two
 constinit std::array<known_road, known_roads> roads{};  // memory only where frames come from
 std::uint64_t changes = 1;                              // of the model so far
 
+// Likewise: the device of each VLAN interface, and the last address that was found to be a device's own.
+struct known_device {
+    std::uint64_t change = 0;
+    int kernel_ifindex = 0;
+};
+constinit std::array<known_device, last_vlan + 1> interface_devices{};
+std::uint64_t own_mac_change = 0;
+mac_address own_mac{};
+
 inventory_model &model_to_change() {
     ++changes;
     return the_model();
+}
+
+int number_of(const model_device *device) {
+    return device == nullptr ? 0 : device->record.ifindex;
+}
+
+bool is_own(const mac_address &address) {
+    if (own_mac_change == changes && own_mac == address) return true;
+    if (!model_owns_mac(&the_model(), address)) return false;
+    own_mac_change = changes;
+    own_mac = address;
+    return true;
 }
 
 std::function<void()> change_listener;
@@ -59,7 +81,7 @@ void tell_interface(std::uint16_t vlan, const interface_state *now) {
 }
 
 void tell_interfaces() {
-    inventory_model &model = the_model();
+    inventory_model &model = model_to_change();  // what was asked for in the midst of a change is asked for again
     for (const std::uint16_t vlan : std::exchange(model.changed_vlans, {})) {
         const model_device *device = model_interface(model, vlan);
         if (device == nullptr) {
@@ -74,7 +96,7 @@ void tell_interfaces() {
 
 void tell_taps() {
     const bool changed = model_settle_taps(&model_to_change());
-    ports_remember(&the_model().ports, memory_path);
+    ports_remember(&model_to_change().ports, memory_path);
     if (changed && change_listener) change_listener();
 }
 
@@ -163,12 +185,13 @@ ingress_result inventory_classify(int kernel_ifindex, bool tagged, std::uint16_t
 bool inventory_refuses(const ingress &in, std::span<const std::uint8_t> frame) {
     constexpr std::uint8_t group_bit = 1;  // IEEE 802: of many, the broadcast address too
     if (in.closed) return true;
-    mac_address destination{};
-    mac_address source{};
-    std::copy_n(frame.begin(), destination.size(), destination.begin());
-    std::copy_n(frame.begin() + destination.size(), source.size(), source.begin());
-    if ((destination.front() & group_bit) == 0 && !model_owns_mac(&the_model(), destination)) return true;
-    return in.locked_member != 0 && !stations_admit(in.locked_member, in.locked_vlan, source);
+    mac_address destination;
+    mac_address source;
+    std::memcpy(destination.data(), frame.data(), destination.size());
+    if ((destination.front() & group_bit) == 0 && !is_own(destination)) return true;
+    if (in.locked_member == 0) return false;
+    std::memcpy(source.data(), frame.data() + destination.size(), source.size());
+    return !stations_admit(in.locked_member, in.locked_vlan, source);
 }
 
 std::uint16_t inventory_vlan_of_address(std::uint32_t address) {
@@ -176,15 +199,14 @@ std::uint16_t inventory_vlan_of_address(std::uint32_t address) {
 }
 
 int inventory_kernel_ifindex(std::uint32_t switch_ifindex) {
-    const inventory_model &model = the_model();
-    const model_device *device = nullptr;
     if (const std::uint16_t vlan = vlan_of_number(switch_ifindex); vlan != 0) {
-        device = model_interface(model, vlan);
-    } else {
-        const auto port = model.ports.device_of.find(switch_ifindex);
-        if (port != model.ports.device_of.end()) device = model_find(model, port->second);
+        known_device &known = interface_devices[vlan];
+        if (known.change != changes) known = {changes, number_of(model_interface(the_model(), vlan))};
+        return known.kernel_ifindex;
     }
-    return device == nullptr ? 0 : device->record.ifindex;
+    const inventory_model &model = the_model();
+    const auto port = model.ports.device_of.find(switch_ifindex);
+    return port == model.ports.device_of.end() ? 0 : number_of(model_find(model, port->second));
 }
 
 std::uint32_t inventory_port_number(const std::string &device) {

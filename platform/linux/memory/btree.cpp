@@ -145,8 +145,10 @@ void *neighbour(const btree_way &way, bool behind) {
 bool leads_to_gap_for(const btree &tree, const void *key) {
     const btree_way &way = tree.last;
     if (way.levels == 0 || way.found) return false;
-    const void *before = neighbour(way, false);
-    const void *behind = neighbour(way, true);
+    const btree_way::step &end = way.steps[way.levels - 1];
+    const bool within = end.place > 0 && end.place < end.node->count;  // as mostly
+    const void *before = within ? end.node->records[end.place - 1] : neighbour(way, false);
+    const void *behind = within ? end.node->records[end.place] : neighbour(way, true);
     __builtin_prefetch(behind);
     return (before == nullptr || tree.compare(before, key) < 0) && (behind == nullptr || tree.compare(behind, key) > 0);
 }
