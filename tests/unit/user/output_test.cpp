@@ -253,6 +253,10 @@ TEST_F(Output, AddressesAsText) {
     EXPECT_STREQ(addressText(77, &six, buffer, sizeof buffer), "< ???? >");
     EXPECT_STREQ(addressText(AF_INET, &four, buffer, 9), "< ???? >") << "no room for the address";
     EXPECT_STREQ(addressText(AF_INET, &four, buffer, 4), "< ?") << "no room for that either";
+    EXPECT_STREQ(addressText(AF_INET, &four, buffer, 1), "");
+    buffer[0] = 'x';
+    EXPECT_EQ(addressText(AF_INET, &four, buffer, 0), buffer);
+    EXPECT_EQ(buffer[0], 'x') << "without room nothing is written";
 }
 
 // ---- Bounded appends ----
@@ -270,6 +274,7 @@ TEST_F(Output, FormatAdvancesTheCursorAndShrinksTheRoom) {
     EXPECT_STREQ(to.buffer, "42-ab");
     EXPECT_EQ(to.cursor, to.buffer + 5);
     EXPECT_EQ(to.room, 5U);
+    appendFormat(&to.cursor, &to.room, "%s", "");
     appendFormat(&to.cursor, &to.room, "%s", "cd");
     EXPECT_STREQ(to.buffer, "42-abcd");
     EXPECT_EQ(to.room, 3U);

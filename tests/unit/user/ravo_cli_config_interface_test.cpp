@@ -63,6 +63,14 @@ TEST_F(RavoCliInterface, AStoredRecordIsUsedAsItIs) {
     }
 }
 
+TEST_F(RavoCliInterface, WithoutAnInterfaceNothingIsDone) {
+    std::vector<interface_row> rows = interface_rows();
+    rows.push_back({"no address", ravo_cmd_no_address, {"10.0.0.1"}, 0});
+    const std::size_t before = stored_names().size();
+    for (const interface_row &row : rows) EXPECT_EQ(run(row.handler, row.words), (done{1, ""})) << row.name;
+    EXPECT_EQ(stored_names().size(), before);
+}
+
 TEST_F(RavoCliInterface, AFailedStoreIsCodeOne) {
     for (const interface_row &row : interface_rows()) {
         fake::script(fake::op::calloc);

@@ -14,6 +14,8 @@ namespace {
 
 using RavoDb = Relay;
 
+const std::uint32_t trust_all_at_start = trust_all;
+
 // ---- Settings ----
 
 TEST_F(RavoDb, AResetGivesTheDefaultsAndTellsThatTheRelayIsOff) {
@@ -33,6 +35,10 @@ TEST_F(RavoDb, AResetGivesTheDefaultsAndTellsThatTheRelayIsOff) {
     EXPECT_EQ(agent.check, 1u);
     EXPECT_EQ(agent.hops, 4u);
     EXPECT_THAT(fake::statuses, ElementsAre("28 2 \"\""));
+}
+
+TEST_F(RavoDb, NothingIsTrustedAtFirst) {
+    EXPECT_EQ(trust_all_at_start, 0u);
 }
 
 TEST_F(RavoDb, OnlyRelayEnableOneIsOn) {

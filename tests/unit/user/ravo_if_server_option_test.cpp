@@ -249,6 +249,23 @@ TEST_F(RavoServerOption, WithoutDigitsTheIdentifierHasNoBytes) {
     EXPECT_EQ(record.opt61_hosts[0].used, 1u);
 }
 
+TEST_F(RavoServerOption, WhatIsNoDigitCountsAsZero) {
+    for (const char *digits : {"g", "z", "~", "`", "/", ":", "@", "[", " "}) {
+        std::uint8_t place[1] = {0xA5};
+        EXPECT_EQ(ravo_client_id_bytes(digits, place, 1), 1u) << digits;
+        EXPECT_EQ(place[0], 0) << digits;
+    }
+}
+
+TEST_F(RavoServerOption, ALongVendorClassIsCutBeforeItsEnd) {
+    iface record = vlan_record(10);
+    const std::string vendor(2 * sizeof opt60_host::vendor, 'v');
+    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, vendor.c_str(), 0, "10.0.0.1"), RAVO_OK);
+    EXPECT_EQ(std::string_view(record.opt60_hosts[0].vendor, sizeof opt60_host::vendor),
+              std::string(sizeof opt60_host::vendor - 1, 'v') + '\0');
+    EXPECT_EQ(record.opt60_hosts[0].server, fake::address("10.0.0.1"));
+}
+
 TEST_F(RavoServerOption, AFifthClientHostIsRefused) {
     iface record = vlan_record(10);
     for (const char *digits : {"01", "02", "03", "04"})
