@@ -16,6 +16,7 @@
 #   make mutate   small changes of the relay, each of which its unit tests have to notice; hours (MUTATE_ARGS=dhcp: one source)
 #   make cross    the relay's unit tests for a 32-bit and for a big-endian processor (CROSS_ARGS=i686: one of them)
 #   make fuzz     the fuzzers, FUZZ_SECONDS each (60)
+#   make fuzz-coverage  which lines the fuzzers' corpora reach, by room
 #   make vm-test  tests on a kernel with 802.1Q devices, in a virtual machine
 #   make deb      the Debian packages
 #   make deb-test the packages' life in booted Debians 12 and 13: installed, used, upgraded, rebooted, removed (RELEASES=12: one)
@@ -35,7 +36,7 @@ SYSUSERS_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/sysusers.d,/etc/sysusers.
 TMPFILES_DIR ?= $(if $(filter /usr,$(PREFIX)),/usr/lib/tmpfiles.d,/etc/tmpfiles.d)
 QUIET_CONFIGURE = cmake --log-level=WARNING
 
-.PHONY: help run test check analyze coverage build bench cross faults mutate trouble soak fuzz vm-test deb deb-test install install-built install-users uninstall clean
+.PHONY: help run test check analyze coverage build bench cross faults mutate trouble soak fuzz fuzz-coverage vm-test deb deb-test install install-built install-users uninstall clean
 .NOTPARALLEL:
 
 help:
@@ -117,8 +118,13 @@ fuzz:
 	@test -f tests/fuzz/CMakeLists.txt || { echo "make fuzz: not available in this version" >&2; exit 1; }
 	@packaging/dependencies build fuzz
 	@$(QUIET_CONFIGURE) --preset fuzz >/dev/null
-	@cmake --build build-fuzz
+	@cmake --build build-fuzz --target fuzzers
 	@tests/fuzz/run --seconds $(FUZZ_SECONDS) build-fuzz
+
+fuzz-coverage:
+	@test -f tests/fuzz/CMakeLists.txt || { echo "make fuzz-coverage: not available in this version" >&2; exit 1; }
+	@packaging/dependencies build fuzz
+	@tests/fuzz/coverage
 
 vm-test:
 	@test -x tests/vm/run || { echo "make vm-test: not available in this version" >&2; exit 1; }
@@ -192,4 +198,4 @@ install-built:
 	done
 
 clean:
-	rm -rf build build-cross build-mutate build-check build-coverage build-debug build-clang build-fuzz build-package lab-artifacts .pytest_cache
+	rm -rf build build-cross build-mutate build-check build-coverage build-debug build-clang build-fuzz build-fuzz-coverage build-package lab-artifacts .pytest_cache

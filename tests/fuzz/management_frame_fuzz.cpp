@@ -8,10 +8,13 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <span>
+#include <vector>
 
 #include "management_protocol.h"
+#include "pieces.h"
 
 namespace {
 
@@ -50,6 +53,9 @@ void check_to_daemon(std::uint8_t type, payload_span payload) {
         case frame_type::complete:
             if (const auto m = protocol::read_ask(payload))
                 require_same(payload, protocol::ask_frame(static_cast<frame_type>(type), *m));
+            break;
+        case frame_type::behalf:
+            if (const auto m = protocol::read_behalf(payload)) require_same(payload, protocol::behalf_frame(*m));
             break;
         default:
             break;
@@ -101,4 +107,39 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         left = left.subspan(head->length);
     }
     return 0;
+}
+
+namespace {
+
+constexpr std::uint8_t known_types[] = {1, 2, 3, 4, 5, 6, 129, 130, 131, 132, 133, 134, 135, 136, 137, 138, 139};
+
+// Puts a frame's length right.
+void fix_frame(pieces::bytes &frame) {
+    frame.resize(std::max(frame.size(), protocol::head_size));
+    const std::size_t length = frame.size() - protocol::head_size;
+    for (std::size_t i = 0; i < 4; ++i) frame[1 + i] = static_cast<std::uint8_t>(length >> (24 - 8 * i));
+}
+
+}  // namespace
+
+// Frames are changed as frames: their lengths are put right, and some change their type.
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t size, std::size_t max_size,
+                                               unsigned seed) {
+    pieces::dice draw(seed);
+    if (size < protocol::head_size || draw.one_in(6)) return LLVMFuzzerMutate(data, size, max_size);
+    std::vector<pieces::bytes> row;
+    payload_span left(data, size);
+    while (!left.empty()) {
+        const auto head = protocol::read_head(left);
+        std::size_t length = left.size();
+        if (head && head->length <= left.size() - protocol::head_size) length = protocol::head_size + head->length;
+        row.emplace_back(left.begin(), left.begin() + static_cast<std::ptrdiff_t>(length));
+        left = left.subspan(length);
+    }
+    pieces::bytes &one = row[draw.below(row.size())];
+    if (draw.one_in(6))
+        one[0] = known_types[draw.below(std::size(known_types))];
+    else
+        pieces::change(row, draw, fix_frame);
+    return pieces::put(row, {}, data, max_size);
 }

@@ -7,9 +7,12 @@
 // is there, or nowhere; what is listened on is there; and all of it read again as a whole is the same model.
 
 #include <libmnl/libmnl.h>
+#include <linux/if_addr.h>
 #include <linux/netlink.h>
+#include <linux/rtnetlink.h>
 #include <net/if.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -22,6 +25,7 @@
 #include "inventory/inventory_model.h"
 #include "inventory/inventory_netlink.h"
 #include "log/log.h"
+#include "pieces.h"
 
 namespace {
 
@@ -115,4 +119,80 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     model_reconcile(&model, all);
     check_model(&model);
     return 0;
+}
+
+namespace {
+
+using pieces::bytes;
+
+// Cuts what stands there into pieces of the length that each says of itself at a place, in units of 4 bytes.
+std::vector<bytes> cut(const bytes &from, std::size_t least, std::size_t length_bytes) {
+    std::vector<bytes> row;
+    for (std::size_t at = 0; at < from.size();) {
+        std::size_t length = from.size() - at;
+        std::uint32_t said = 0;
+        std::memcpy(&said, &from[at], std::min(length_bytes, length));
+        if (said >= least && said <= length) length = std::min<std::size_t>(NLMSG_ALIGN(said), length);
+        row.emplace_back(from.begin() + static_cast<std::ptrdiff_t>(at),
+                         from.begin() + static_cast<std::ptrdiff_t>(at + length));
+        at += length;
+    }
+    return row;
+}
+
+void fix_length(bytes &piece, std::size_t least, std::size_t length_bytes) {
+    piece.resize(std::max(piece.size(), least));
+    const auto said = static_cast<std::uint32_t>(piece.size());
+    std::memcpy(piece.data(), &said, length_bytes);
+    piece.resize(NLMSG_ALIGN(piece.size()));
+}
+
+std::size_t body_of(const bytes &message) {
+    std::uint16_t type = 0;
+    std::memcpy(&type, &message[4], sizeof type);
+    constexpr std::size_t bridge_vlan_size = 8;  // of br_vlan_msg, which not every kernel's headers have
+    constexpr std::uint16_t new_vlan = 112, del_vlan = 113;
+    if (type == new_vlan || type == del_vlan) return NLMSG_HDRLEN + bridge_vlan_size;
+    const bool address = type == RTM_NEWADDR || type == RTM_DELADDR;
+    return NLMSG_HDRLEN + (address ? sizeof(ifaddrmsg) : sizeof(ifinfomsg));
+}
+
+// Changes a message's attributes as attributes, or those inside one of them.
+void change_attributes(bytes &message, pieces::dice &draw) {
+    constexpr std::size_t head = 4;  // length and type
+    const std::size_t body = body_of(message);
+    if (message.size() <= body) return pieces::change_inside(message, 64);
+    std::vector<bytes> row = cut(bytes(message.begin() + static_cast<std::ptrdiff_t>(body), message.end()), head, 2);
+    const auto fix = [](bytes &piece) { fix_length(piece, head, 2); };
+    bytes &one = row[draw.below(row.size())];
+    if (draw.one_in(2) && one.size() > 2 * head) {
+        std::vector<bytes> inner = cut(bytes(one.begin() + head, one.end()), head, 2);
+        pieces::change(inner, draw, fix);
+        one.resize(head);
+        for (const bytes &piece : inner) one.insert(one.end(), piece.begin(), piece.end());
+        fix(one);
+    } else {
+        pieces::change(row, draw, fix);
+    }
+    message.resize(body);
+    for (const bytes &piece : row) message.insert(message.end(), piece.begin(), piece.end());
+}
+
+}  // namespace
+
+// Messages are changed as messages and attributes as attributes, to two depths, and their lengths put right.
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t size, std::size_t max_size,
+                                               unsigned seed) {
+    pieces::dice draw(seed);
+    if (size < NLMSG_HDRLEN || draw.one_in(6)) return LLVMFuzzerMutate(data, size, max_size);
+    std::vector<bytes> row = cut(bytes(data, data + size), NLMSG_HDRLEN, 4);
+    const auto fix = [](bytes &piece) { fix_length(piece, NLMSG_HDRLEN, 4); };
+    bytes &one = row[draw.below(row.size())];
+    if (draw.one_in(3) || one.size() < NLMSG_HDRLEN) {
+        pieces::change(row, draw, fix);
+    } else {
+        change_attributes(one, draw);
+        fix(one);
+    }
+    return pieces::put(row, {}, data, max_size);
 }

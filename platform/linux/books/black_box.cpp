@@ -66,7 +66,8 @@ void set_length(box &b, std::uint32_t length) {
 
 // A time that no hold of this boot can have is that of another boot.
 bool is_remembered(const hold &h, std::int64_t time) {
-    return h.port != 0 && h.until <= time + black_box_longest_hold && time - h.until < black_box_longest_hold;
+    constexpr std::int64_t longest = black_box_longest_hold;
+    return h.port != 0 && h.until <= time + longest && h.until > time - longest;
 }
 
 bool remembers(const box &b) {
@@ -86,7 +87,7 @@ unsigned hold_port(box &b, std::uint32_t port) {
     const std::int64_t time = now();
     hold &h = place_for(b, port);
     const bool again = h.port == port && is_remembered(h, time);
-    h.times = again ? std::min<std::uint32_t>(h.times + 1, 16) : 1;
+    h.times = again ? std::min<std::uint32_t>(h.times, 15) + 1 : 1;
     const unsigned seconds = std::min(black_box_first_hold << (h.times - 1), black_box_longest_hold);
     h.port = port;
     h.until = time + seconds;
