@@ -153,8 +153,9 @@ void note_end(int signal) {
     if (signal != 0) platform::supervised_crashes();
 }
 
-// Where the message in hand is noted: beside the socket, in a folder that a boot empties.
-void open_black_box(const platform::frame_options &options) {
+// Where the message in hand is noted: beside the socket, in a folder that a boot empties. The port of a message that
+// ended the daemon before is held from here on. Returns what was in hand then.
+platform::black_box_crash open_black_box(const platform::frame_options &options) {
     platform::black_box_crash crash;
     const fault wrong = platform::black_box_open(options.management_socket + ".box", &crash);
     if (wrong) platform::log_line(platform::log_level_warning, "%s", wrong.text.c_str());
@@ -162,6 +163,11 @@ void open_black_box(const platform::frame_options &options) {
     if (const fault anew = platform::counts_open(options.management_socket + ".counts"))
         platform::log_line(platform::log_level_warning, "%s", anew.text.c_str());
     platform::crash_book_open(platform::state_folder());
+    return crash;
+}
+
+// Takes its time on the disk, so it comes when the others' messages are collected already.
+void enter_crash(const platform::black_box_crash &crash) {
     if (!crash.happened) return;
     const std::string kept = platform::crash_book_enter(crash);
     platform::log_line(platform::log_level_error, "crash: ravod died while it handled a message of %s: %s",
@@ -299,13 +305,14 @@ int VEX_INIT_Sys_Init(std::uintptr_t * /*record: the one of VEX_INIT_alloc*/) {
     install_commands();
     connect_and_start();
     if (!remark.empty()) platform::log_line(platform::log_level_trace, "%s", remark.c_str());
-    open_black_box(options);
+    const platform::black_box_crash crash = open_black_box(options);
     platform::log_set_ordinary(platform::books_answered_already);
     ravo::cli::kept_begin();
     platform::nsm_deliver_existing();
     replay_startup_configuration(options);
     platform::store_end_of_start();
     take_over_transactions(options);
+    enter_crash(crash);
     platform::log_settle();  // who has waited for an answer finds in the log how the start went
     const fault wrong = platform::management_open(options.management_socket);
     if (wrong) refuse("ravod: " + wrong.text);
