@@ -170,6 +170,30 @@ def test_malformed_and_oversized_requests(web, daemon):
     assert daemon.sh("-c", "show running-config") == before
 
 
+def test_a_body_of_4_kib_is_read_and_one_byte_more_is_not(web):
+    head = b"POST /api/v1/session HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\nContent-Length: %d\r\n\r\n"
+    for size, status in ((4096, b"400"), (4097, b"413")):
+        assert web.raw(head % size + b"x" * size)[9:12] == status, size
+
+
+def test_a_list_has_a_thousand_elements_and_no_more(alice):
+    assert [alice.ask("GET", f"/interfaces?limit={number}")[0] for number in (1000, 1001)] == [200, 400]
+
+
+def test_thirty_two_pages_have_live_events_and_one_more_has_none(web, alice):
+    ask = f"GET /api/v1/events HTTP/1.1\r\nHost: x\r\nCookie: {alice.cookie}\r\n\r\n".encode()
+    links = []
+    try:
+        for _ in range(33):
+            links.append(socket.create_connection(("127.0.0.1", web.port), timeout=20))
+            links[-1].sendall(ask)
+            head = links[-1].recv(65536)
+            assert head[9:12] == (b"200" if len(links) <= 32 else b"503"), (len(links), head)
+    finally:
+        for link in links:
+            link.close()
+
+
 def test_a_thousand_connections_and_slow_ones(web):
     """Neither those that say nothing nor those that drip keep others out for good."""
     links = []
