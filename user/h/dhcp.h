@@ -82,7 +82,7 @@ struct message_buffer {
     const std::uint8_t *data() const { return bytes; }
 };
 
-// Reads a 32-bit field of a message at an offset of dhcp_header, as it stands: network byte order.
+// Reads a 32-bit field of a message at an offset of dhcp_header, as it is: network byte order.
 [[nodiscard]] inline std::uint32_t dhcp_load32(const std::uint8_t *message, std::size_t offset) {
     std::uint32_t value;
     std::memcpy(&value, message + offset, sizeof value);
@@ -131,17 +131,17 @@ inline void DHCP_eraseOption(std::uint8_t *opt, std::uint8_t *end_opt) {
 }
 
 // What one walk over a message's options tells. Positions are counted from the first option behind the cookie; -1:
-// there is none. What stands behind the end option is walked, but not noted.
+// there is none. What is behind the end option is walked, but not noted.
 struct dhcp_notes {
     std::int32_t type;               // value of the first option 53, -1 for none
     std::int32_t type_before_agent;  // value of the last option 53 before the first option 82, -1 for none
     std::int32_t agent;              // position of the first option 82
     std::int32_t last_agent;         // position of the last option 82 that begins with a circuit id
     std::int32_t end;                // position of the end option
-    bool identified;                 // an option 60 or 61 stands before it
+    bool identified;                 // an option 60 or 61 is before it
 };
 
-// Walks the options of a message_buffer from the first one through the end option, which at the latest stands in its
+// Walks the options of a message_buffer from the first one through the end option, which at the latest is in its
 // spare room.
 [[nodiscard]] dhcp_notes dhcp_note_options(const std::uint8_t *first_option);
 

@@ -27,7 +27,7 @@ void writeMsgUInt(std::uint32_t value);
 void writeMsgRaw(const char *text, std::size_t length);
 // Writes a line: time, ": ", text, line end.
 void writeMsgLine(const char *text, std::size_t length);
-// Writes an address as text into buffer, "< ???? >" when it cannot be told. Returns buffer.
+// Writes an address as text into buffer, "< ???? >" when it is not known. Returns buffer.
 const char *addressText(int family, const void *address, char *buffer, std::size_t size);
 // Formats at *cursor and advances it; *room shrinks. An overflow is reported to the message file and changes neither.
 void appendFormat(char **cursor, std::size_t *room, const char *format, ...) __attribute__((format(printf, 3, 4)));

@@ -31,7 +31,7 @@ static_assert(offsetof(ravo_agent, policy) == 8 && offsetof(ravo_agent, local_re
 static_assert(offsetof(ravo_agent, local_relay_vlan) == 16 && offsetof(ravo_agent, check) == 8208);
 static_assert(offsetof(ravo_agent, hops) == 8212 && sizeof(ravo_agent) == 8216);
 
-// 1 after "ip dhcp relay information trust-all"; told by the show commands, it decides about no message.
+// 1 after "ip dhcp relay information trust-all"; printed by the show commands, it decides about no message.
 extern std::uint32_t trust_all;
 
 // Result codes of configuration operations.

@@ -11,7 +11,7 @@
 inline constexpr std::uint32_t RAVO_XID_SECONDS = 300;  // life of an entry after its last update
 
 struct xid_entry {
-    std::uint32_t xid;     // transaction id as it stands in the message, not byte-swapped; the key
+    std::uint32_t xid;     // transaction id as it is in the message, not byte-swapped; the key
     std::uint32_t module;  // module number of the ingress port
     std::uint32_t port;    // port number within the module
     osal_timer expiry;     // one-shot expiry timer
@@ -37,7 +37,7 @@ void ravo_db_xid_exit();
 [[nodiscard]] int ravo_db_xid_update(const xid_entry *e);
 // Copies the stored entry with e->xid over *e.
 [[nodiscard]] int ravo_db_xid_get(xid_entry *e);
-// The stored entry of a transaction, null when there is none. It stands until the map is changed.
+// The stored entry of a transaction, null when there is none. It is valid until the map is changed.
 [[nodiscard]] const xid_entry *ravo_db_xid_view(std::uint32_t xid);
 // Zero-fills *e and copies the first entry into it.
 [[nodiscard]] int ravo_db_xid_get_first(xid_entry *e);
@@ -53,7 +53,7 @@ void ravo_db_xid_finish(const xid_entry *stored);
 int ravo_db_xid_expire(xid_entry *e);
 
 // Remembers a request's transaction and traces, in the name of a procedure, whether that could be done. xid: as it
-// stands in the message; port_ifindex: number of the port it came in on, 0 when unknown.
+// is in the message; port_ifindex: number of the port it came in on, 0 when unknown.
 void ravo_db_xid_record(const char *procedure, std::uint32_t xid, std::uint32_t port_ifindex);
 
 #endif

@@ -18,7 +18,7 @@ struct vlanid_cfg_req {
 
 static_assert(sizeof(vlanid_cfg_req) == 8194);
 
-// Stamps a request with option 82 and broadcasts it out of its interface. message stands in a message_buffer.
+// Stamps a request with option 82 and broadcasts it out of its interface. message is in a message_buffer.
 void ravo_local_relay_handle_pkt(const iface *iface, std::uint8_t *message, std::uint32_t length, pkt_origin origin);
 
 // Applies a request to the VLAN list. Returns 1; 0 when the request is null or the list has no room (nothing changed).

@@ -28,7 +28,7 @@ inline constexpr int RAVO_FILL_REPLACE = 3;  // replace it if present, add it if
                                            std::uint32_t reserved, std::uint32_t port);
 // Removes option 82. Returns the new length.
 [[nodiscard]] std::uint32_t removeAgentOption(std::uint8_t *relay_opt, std::uint8_t *end_opt, std::uint32_t len);
-// Writes option 82 over the old one; what stood behind the old one is cut off. Returns the new length.
+// Writes option 82 over the old one; what followed the old one is cut off. Returns the new length.
 [[nodiscard]] std::uint32_t replaceAgentOption(const iface *iface, std::uint8_t *relay_opt, std::uint8_t *end_opt,
                                                std::uint32_t len, std::uint32_t reserved, std::uint32_t port);
 // Applies a RAVO_FILL_... mode to the options. Returns the new length from the first option through the end option.

@@ -9,7 +9,7 @@
 #include "pkt_origin.h"
 #include "ravo_db_if.h"
 
-// Decides what happens to one valid message and sends it on. iface: the interface it came in on; message: stands in a
+// Decides what happens to one valid message and sends it on. iface: the interface it came in on; message: is in a
 // message_buffer and is edited there; length: its bytes; origin: where it came in.
 void ravo_if_handle_pkt(const iface *iface, std::uint8_t *message, std::uint32_t length, pkt_origin origin);
 

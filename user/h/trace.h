@@ -30,14 +30,14 @@ inline constexpr int level_failure = 104;  // failure
 }  // namespace ravo
 
 // Prints a line whose format begins with a name and the source line: "%s (%d)...". function: the procedure whose step
-// this is, where that is not the function it stands in.
+// this is, where that is not the function it is in.
 #define ravo_trace_as(function, level, format, ...)                                                                 \
     do {                                                                                                            \
         if (__builtin_expect(vex_prints(level), 0))                                                                 \
             vexprintf(ravo::print_destination, 0, level, 0, format, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
     } while (0)
 
-// The same in the name of the function it stands in.
+// The same in the name of the function it is in.
 #define ravo_trace(level, format, ...) ravo_trace_as(__func__, level, format __VA_OPT__(, ) __VA_ARGS__)
 
 // Prints a line that does not begin with function and line.
@@ -53,7 +53,7 @@ inline constexpr int level_failure = 104;  // failure
         if (!(condition)) ravo::assertion_failed(text, module, function, __LINE__); \
     } while (0)
 
-// The same in the name of the function it stands in.
+// The same in the name of the function it is in.
 #define ravo_assert(condition, text, module) ravo_assert_as(__func__, condition, text, module)
 
 #endif

@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-// The part of the kernel's in_pktinfo that the relay uses, as it stands.
+// The part of the kernel's in_pktinfo that the relay uses, as it is.
 struct ravo_pktinfo {
     std::int32_t ipi_ifindex;    // interface number
     std::uint32_t ipi_spec_dst;  // local address, or a port's interface number on a switch

@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t ip_header_size = 20;  // never from the header's own length field
 constexpr std::size_t udp_header_size = 8;
 
-// Adds what stands above 16 bits to what stands below until there is nothing above.
+// Adds what is above 16 bits to what is below until there is nothing above.
 inline std::uint16_t folded(std::uint64_t sum) {
     sum = (sum & 0xFFFFFFFF) + (sum >> 32);  // 33 bits
     sum = (sum & 0xFFFF) + (sum >> 16);      // 18 bits

@@ -82,7 +82,7 @@ bool find_record(std::uint32_t ifindex, iface *record) {
     return record->name[0] != '\0' && ravo_db_if_get(record) != 0;
 }
 
-// The number under which a record stands in the tables. A record made before its number was known takes that of its
+// The number under which a record is in the tables. A record made before its number was known takes that of its
 // name: a row's key must lead back to its record, or a walk would never end.
 std::uint32_t row_ifindex(const iface &record) {
     return record.ifindex != 0 ? record.ifindex : if_utl_ifname_to_ifindex(record.name);

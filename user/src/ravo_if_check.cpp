@@ -51,7 +51,7 @@ bool circuit_id_passes(const iface *iface, const std::uint8_t *suboption, const 
     const std::uint16_t vlan = ravo_vlan_id_of(iface);
     const xid_entry *entry = ravo_db_xid_view(dhcp_xid(message));
     if (entry == nullptr) return drop_unknown(message);
-    // deliberate: the VLAN id stands low byte first, as the relay wrote it into the request.
+    // deliberate: the low byte of the VLAN id comes first, as the relay wrote it into the request.
     const auto low = static_cast<std::uint8_t>(vlan & 0xFF);
     const auto high = static_cast<std::uint8_t>(vlan >> 8);
     const auto module = static_cast<std::uint8_t>(entry->module);

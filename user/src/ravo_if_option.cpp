@@ -46,7 +46,7 @@ void write_agent_option(const iface *iface, std::uint8_t *opt, std::uint32_t por
         6,
         0,
         4,                                       // circuit id type 0 (VLAN-module-port), 4 bytes
-        static_cast<std::uint8_t>(vlan & 0xFF),  // deliberate: the VLAN id stands low byte first
+        static_cast<std::uint8_t>(vlan & 0xFF),  // deliberate: the low byte of the VLAN id comes first
         static_cast<std::uint8_t>(vlan >> 8),    //
         origin.module,
         origin.port,  //

@@ -4,7 +4,7 @@
 // While relaying is on, messages come in through the platform's layer-2 channel, which tells the ingress VLAN and port;
 // a message is validated, counted by its type, matched to its interface and handed to local relay and to the relay
 // decisions. The UDP handler does the same for a socket on port 67 that nothing opens in normal operation: both read
-// their message in their own way and then go down one ladder. A message stands in a message_buffer from here on, so
+// their message in their own way and then go down one ladder. A message is in a message_buffer from here on, so
 // that no length byte can lead a later walk out of it.
 #include "ravo_if_receive.h"
 
@@ -66,7 +66,7 @@ constexpr way_in by_udp = {.handler = "ravo_if_listen_hdlr",
 
 // A message that was read, or what came of reading it.
 struct incoming {
-    std::uint8_t *message;            // stands in a message_buffer
+    std::uint8_t *message;            // is in a message_buffer
     ssize_t length;                   // its bytes; negative when not even the headers before it are whole
     ssize_t received;                 // all bytes received; not positive when nothing was
     int error;                        // errno of the receive
@@ -242,7 +242,7 @@ void ravo_l2_listen_hdlr(int fd, void *) {
                          .received = n,
                          .error = 0,
                          .destination = load<std::uint32_t>(received + channel_destination),
-                         // deliberate: what stands behind the destination address, where the UDP header begins.
+                         // deliberate: what is behind the destination address, where the UDP header begins.
                          .shown_destination = load<std::uint32_t>(received + channel_ip_size),
                          .origin = {.vlan_ifindex = load<std::uint16_t>(name + OSAL_CHANNEL_VLAN),
                                     .port_ifindex = load<std::uint32_t>(name + OSAL_CHANNEL_PORT)}});

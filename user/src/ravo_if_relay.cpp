@@ -33,7 +33,7 @@ verdict drop(relay_outcome outcome) {
 // One message on its way through the decisions.
 struct relayed {
     const iface *via;           // the interface it came in on
-    std::uint8_t *message;      // stands in a message_buffer
+    std::uint8_t *message;      // is in a message_buffer
     std::uint32_t length;       // its bytes
     std::uint32_t options_len;  // of these, from the magic cookie on
     pkt_origin origin;          // where it came in

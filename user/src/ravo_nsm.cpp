@@ -23,7 +23,7 @@ bool handled(const struct interface *ifp) {
     return ifp->hw_type == NSM_IF_TYPE_VLAN;
 }
 
-// deliberate: two traces have the format of a hexadecimal number where others have dotted text. What stands there is
+// deliberate: two traces have the format of a hexadecimal number where others have dotted text. What is there is
 // the address as a number, 192.0.2.1 as C0000201. The place of a text in memory would fit the format too, but it would
 // tell nobody which address is meant, and tell everybody who reads the log where the process keeps its data.
 unsigned traced_number(const connected &ifc) {

@@ -39,12 +39,12 @@ class dhcp_view {
     std::uint8_t htype() const { return bytes_[1]; }
     std::uint8_t hlen() const { return bytes_[2]; }
     std::uint8_t hops() const { return bytes_[3]; }
-    std::uint32_t xid() const { return load<std::uint32_t>(4); }  // as it stands
+    std::uint32_t xid() const { return load<std::uint32_t>(4); }  // as it is
     std::uint16_t flags() const { return static_cast<std::uint16_t>(bytes_[10] << 8 | bytes_[11]); }
     std::uint32_t giaddr() const { return load<std::uint32_t>(24); }  // network byte order
     std::span<const std::uint8_t> chaddr() const { return bytes_.subspan(28, 16); }
 
-    // Where an option stands that comes before the end option; 0: there is none.
+    // Where an option is that comes before the end option; 0: there is none.
     std::size_t find_option(std::uint8_t code) const {
         for (std::size_t at = options; at < bytes_.size() && bytes_[at] != dhcp_option_end; at += size_at(at))
             if (bytes_[at] == code) return at;
@@ -73,7 +73,7 @@ class dhcp_view {
         std::memcpy(&loaded, bytes_.data() + at, sizeof loaded);
         return loaded;
     }
-    // The size of the option that stands there. One whose length byte is missing reaches behind the message.
+    // The size of the option that is there. One whose length byte is missing reaches behind the message.
     std::size_t size_at(std::size_t at) const {
         if (bytes_[at] == dhcp_option_pad || bytes_[at] == dhcp_option_end) return 1;
         return at + 1 == bytes_.size() ? 2U : 2U + bytes_[at + 1];

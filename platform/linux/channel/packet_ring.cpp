@@ -6,7 +6,7 @@
 //
 // Each slot that is taken gets a number, the next one each time, which the kernel clears when it fills the slot again.
 // So a daemon that is given the ring of one before finds where that one stopped, however it ended: the slot behind the
-// latest number is the next, what stands from there on was never taken, and the one before it, if it was not given
+// latest number is the next, what is from there on was never taken, and the one before it, if it was not given
 // back, is the message that the daemon before had in hand, and maybe died of.
 //
 // A slot has room for the DHCP messages of most clients and servers. Of a longer frame the kernel queues a copy at the

@@ -2,8 +2,8 @@
 // A device that has a ring to itself may flood it without end; if each of its frames woke the relay, that would cost
 // many times what refusing it does. So these rings do not wake it: a timer does, while there are any.
 //
-// Which device fills a ring is told by votes: a frame of the leader is one for it, a frame of another one against it,
-// and a ring that was found empty starts anew. It takes no list of devices.
+// Which device fills a ring is decided by votes: a frame of the leader is one for it, a frame of another one against
+// it, and a ring that was found empty starts anew. It takes no list of devices.
 #include "channel/packet_rings.h"
 
 #include <arpa/inet.h>
@@ -288,7 +288,7 @@ void packet_rings::devices_changed(const std::function<bool(int kernel_ifindex)>
     apply();
 }
 
-// What cannot be told to the kernel now is with the next look.
+// What the kernel cannot be told now it is told with the next look.
 void packet_rings::apply() {
     if (!stale_ || group_.busy()) return;
     stale_ = false;

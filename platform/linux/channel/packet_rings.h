@@ -44,7 +44,7 @@ class packet_rings {
     int open();
     int first_fd() const { return members_.front().ring.fd(); }
     // Takes over what a daemon before kept: its first ring, or all of several; they receive already. apart: which of
-    // the two is wanted. Returns whether it is there. What speaks against it is told in the log, and it is closed.
+    // the two is wanted. Returns whether it is there. What speaks against it is written to the log, and it is closed.
     bool take_over(bool apart);
     // Has them kept for the next daemon, which finds there what nobody took; or no more.
     void keep();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A message over its port's limit has an outcome like any other; it counts for its port and, as far as its VLAN can be
-// told from its tag or its port, for its VLAN. The port is named in the log, at most once a minute.
+// known from its tag or its port, for its VLAN. The port is named in the log, at most once a minute.
 
 #include "channel/tally.h"
 

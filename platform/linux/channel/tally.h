@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What was refused before it was read: handed in to the books, and told in the log.
+// What was refused before it was read: handed in to the books, and reported in the log.
 //
 // The gate only counts what it refuses. Once a second, and whenever somebody looks at the books, its counts are taken
 // over: so they are exact, and what is refused costs the relay nothing.

@@ -27,7 +27,7 @@ struct tap_tally {
     std::uint64_t limited_tagged = 0;
     std::uint64_t limited_uncounted = 0;
     std::map<std::uint32_t, std::uint64_t> limited_by_tag;  // by VLAN id
-    std::uint64_t in_log = 0;                               // not told in the log yet
+    std::uint64_t in_log = 0;                               // not reported in the log yet
     std::int64_t next_line_s = 0;                           // and not to be before that
 };
 

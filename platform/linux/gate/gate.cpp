@@ -51,7 +51,7 @@ std::uint32_t high_half(std::uint64_t word) {
 
 void gate_set_lender(const std::string &path) {
     lender = path;
-    std::string refusal;  // is told when a gate is wanted and asks again
+    std::string refusal;  // is said when a gate is wanted and asks again
     asked = gate_may_load() ? descriptor() : gate_ask(lender, &refusal);
 }
 
@@ -131,7 +131,7 @@ std::size_t gate::give_place() {
     return place;
 }
 
-// The word in which a device stands, or a free one for it; NULL when there is none.
+// The word in which a device is, or a free one for it; NULL when there is none.
 __u64 *gate::device_slot(std::uint32_t device) const {
     auto *table = static_cast<gate_devices *>(devices_.get());
     __u64 *free = nullptr;

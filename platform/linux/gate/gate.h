@@ -83,7 +83,7 @@ class gate {
     void each_limited_tag(const tag_visitor &visit) const;
 
   private:
-    // A place among the ports, and what its record is not told with every message.
+    // A place among the ports, and what is not written to its record with every message.
     struct place_at_gate {
         gate_port *record;
         std::uint64_t taken;

@@ -17,7 +17,7 @@
 namespace ravo::platform {
 namespace {
 
-// Offsets in a frame; with an inline 802.1Q tag everything behind the addresses stands 4 bytes later.
+// Offsets in a frame; with an inline 802.1Q tag everything behind the addresses is 4 bytes later.
 constexpr std::uint32_t at_ethertype = 12;
 constexpr std::uint32_t at_inner_ethertype = 16;
 constexpr std::uint32_t at_ip = 14;
@@ -65,7 +65,7 @@ constexpr sock_filter if_any_set(unsigned here, std::uint32_t bits, unsigned yes
 }
 
 // "IPv4, UDP, no later fragment, destination port 67", with and without an inline tag. A load beyond the frame refuses
-// it. A first fragment says that it is for DHCP, so it is let through to be dropped with its reason told; the later
+// it. A first fragment says that it is for DHCP, so it is let through to be dropped with its reason known; the later
 // ones say nothing of ports. What the box sends itself is refused: sockets that share frames (fan_out.h) get that too.
 constexpr unsigned untagged = 12;
 constexpr unsigned port = 18;
