@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""More ports than a process may have descriptors: the relay starts, has them all and relays."""
+"""More ports than a process may have descriptors: the relay starts, has them all, relays and serves others as before."""
 
 import json
 import re
@@ -8,24 +8,40 @@ from pathlib import Path
 import pytest
 from conftest import open_lab
 from scripted import Stage
+from troubles import FULL, SECONDS, Trouble
 
 DESCRIPTORS = 1024
 PORTS = 1100  # a bridge has room for 1023 members, so two have them
+CONFIGURATION = """ip dhcp relay
+interface vlan20
+ ip dhcp relay address 192.0.2.12
+"""
+SPAN = SECONDS if FULL else 1
 
 
 @pytest.fixture
 def lab():
-    yield from open_lab(name="trouble-ports", servers=1)
+    yield from open_lab(name="trouble-ports", servers=2)
 
 
-def test_more_ports_than_descriptors(lab):
+def add_ports(lab):
     lab.switch.ip(*(f"link add vlan{vlan} up type bridge stp_state 0 forward_delay 0" for vlan in (101, 102)),
                   # Cables between the bridges, which stay down: up they would be a ring.
                   *(f"link add p{port} type veth peer name p{port + 1}" for port in range(0, PORTS, 2)),
                   *(f"link set p{port} master vlan{101 + port % 2}" for port in range(PORTS)))
-    relay = lab.start_relay(wrapper=["prlimit", f"--nofile={DESCRIPTORS}:{DESCRIPTORS}"])
+
+
+def test_more_ports_than_descriptors(lab):
+    few = ["prlimit", f"--nofile={DESCRIPTORS}:{DESCRIPTORS}"]
+    relay = lab.start_relay(wrapper=few, startup_config=CONFIGURATION)
+    trouble = Trouble(f"{PORTS} ports, {DESCRIPTORS} descriptors", lab, relay)
+    trouble.before(SPAN)
+    add_ports(lab)
+    relay.restart()
     stage = Stage(lab, relay)
     try:
+        trouble.during(SPAN)
+        trouble.check(cpu=25)
         stage.configure()
         told = re.search(r"^Max open files +(\d+) +(\d+)", Path(f"/proc/{relay.process.pid}/limits").read_text(), re.M)
         assert told.groups() == (str(DESCRIPTORS), str(DESCRIPTORS))
