@@ -8,12 +8,16 @@
 #include <ucontext.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <new>
 #include <utility>
+
+#include "base/threads.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define RAVO_SANITIZED_STACKS 1
@@ -167,6 +171,19 @@ bool turns_pause() {
 
 void turns_pause_if_due() {
     if (current != nullptr && current->undivided == 0 && steady::now() >= current->due) (void)turns_pause();
+}
+
+void turns_aside(const std::function<void()> &work) {
+    const auto done = std::make_shared<std::atomic<bool>>(false);
+    if (current == nullptr || current->undivided != 0) return work();
+    const auto whole = [done, work] {
+        work();
+        done->store(true, std::memory_order_release);
+        done->notify_all();
+    };
+    if (platform::start_thread(whole) != 0) return work();
+    while (!done->load(std::memory_order_acquire))
+        if (!turns_pause()) done->wait(false, std::memory_order_acquire);
 }
 
 turns_undivided::turns_undivided() {

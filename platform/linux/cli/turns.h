@@ -34,6 +34,11 @@ turns_ptr turns_begin(std::function<void()> work);
 void turns_pause_if_due();
 bool turns_pause();
 
+// Does some work in a thread while others have their turns, and returns when it is done: for what has to wait for the
+// disk. Outside of a task, and where the task must not be divided, others wait too. What the work uses must be its own,
+// as a task that is given up does not wait for it; it must not throw.
+void turns_aside(const std::function<void()> &work);
+
 // While this lives, the work goes on without a pause.
 class turns_undivided {
   public:

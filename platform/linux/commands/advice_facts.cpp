@@ -23,6 +23,7 @@
 #include "books/books.h"
 #include "channel/channel.h"
 #include "cli/command_line.h"
+#include "cli/session.h"
 #include "commands/advice.h"
 #include "configuration/configuration.h"
 #include "inventory/inventory.h"
@@ -44,8 +45,10 @@ void take_relay(advice_facts &facts) {
     relay->settings(settings.get());
     facts.settings = *settings;
     relay_interface iface{};
-    for (int found = relay->interface_first(&iface); found == 1; found = relay->interface_next(&iface))
+    for (int found = relay->interface_first(&iface); found == 1; found = relay->interface_next(&iface)) {
         facts.interfaces.push_back(iface);
+        turns_pause_if_due();
+    }
 }
 
 void take_books(advice_facts &facts) {
@@ -57,7 +60,7 @@ void take_books(advice_facts &facts) {
 }
 
 void take_inventory(advice_facts &facts) {
-    for (const platform::inventory_row &row : platform::inventory_rows()) {
+    for (const platform::inventory_row &row : platform::inventory_rows(turns_pause_if_due)) {
         const std::uint32_t address = inet_addr(row.address.substr(0, row.address.find('/')).c_str());
         if (!row.address.empty() && address != INADDR_NONE) facts.own_addresses.insert(address);
         if (row.kind == platform::inventory_row::what::port && row.why == "next free")
@@ -79,10 +82,12 @@ bool is_reachable(const platform::descriptor &probe, std::uint32_t server) {
 void take_roads(advice_facts &facts) {
     const platform::descriptor probe(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!probe) return;
+    std::set<std::uint32_t> seen;  // many interfaces have the same
     const auto look = [&](std::uint32_t server) {
-        if (server != 0 && !is_reachable(probe, server)) facts.unreachable.insert(server);
+        if (server != 0 && seen.insert(server).second && !is_reachable(probe, server)) facts.unreachable.insert(server);
     };
     for (const relay_interface &iface : facts.interfaces) {
+        turns_pause_if_due();
         for (const std::uint32_t server : iface.servers) look(server);
         for (const relay_option60_host &host : iface.option60)
             if (host.used == 1) look(host.server);
@@ -143,11 +148,12 @@ bool is_saved() {
     std::string waiting;
     for (const waiting_interface &each : kept_waiting()) waiting += " " + std::to_string(each.vlan);
     if (settings == settings_then && file == file_then && waiting == waiting_then) return saved;
+    const bool found = configuration_is_saved();  // others may have their turns meanwhile
     settings_then = settings;
     file_then = file;
     waiting_then = waiting;
-    saved = configuration_is_saved();
-    return saved;
+    saved = found;
+    return found;
 }
 
 }  // namespace

@@ -76,14 +76,14 @@ void print_ports(struct cli *cli, const std::vector<inventory_row> &rows) {
 
 int show_interfaces(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     platform::books_look();
-    const std::vector<inventory_row> rows = platform::inventory_rows();
+    const std::vector<inventory_row> rows = platform::inventory_rows(turns_pause_if_due);
     print_interfaces(cli, rows);
     print_ports(cli, rows);
     return 0;
 }
 
 int show_ip_interfaces(struct cli *cli, int /*argc*/, char ** /*argv*/) {
-    print_interfaces(cli, platform::inventory_rows());
+    print_interfaces(cli, platform::inventory_rows(turns_pause_if_due));
     return 0;
 }
 
@@ -115,7 +115,7 @@ void add_row(json_writer &out, const inventory_row &row) {
 int rows_json(json_writer &out, bool with_ports) {
     json_open(out, "", '{');
     json_open(out, "interfaces", '[');
-    for (const inventory_row &row : platform::inventory_rows())
+    for (const inventory_row &row : platform::inventory_rows(turns_pause_if_due))
         if (with_ports || row.kind != inventory_row::what::port) add_row(out, row);
     json_close(out, ']');
     json_close(out, '}');

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/session.h"
 #include "configuration/configuration.h"
 #include "nsm.h"
 #include "process/relay_data.h"
@@ -40,13 +41,22 @@ std::string global_lines(const relay_settings &settings) {
 
 // ---- Interfaces ----
 
+constexpr std::uint16_t interfaces_between_pauses = 64;
+
+// To be called with each interface.
+void pause_now_and_then(std::uint16_t &count) {
+    if (++count % interfaces_between_pauses == 0) turns_pause_if_due();
+}
+
 std::string interface_sections(const relay_access &relay, bool trust_all) {
     std::string out;
     relay_interface iface{};
+    std::uint16_t count = 0;
     for (int found = relay.interface_first(&iface); found == 1; found = relay.interface_next(&iface)) {
         // "trust-all" is replayed first and marks every interface.
         const std::string lines = extra_lines(iface, trust_all);
         if (!lines.empty()) out += "interface " + std::string(iface.name) + "\n" + lines + "!\n";
+        pause_now_and_then(count);
     }
     return out;
 }

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <memory>
 
+#include "cli/session.h"
 #include "cli/words.h"
 #include "interfaces/nsm_feed.h"
 #include "inventory/inventory_names.h"
@@ -173,10 +174,15 @@ configuration running_model() {
     out.local_relay = settings->local_relay_enable == 1;
     for (const std::uint16_t vlan : settings->local_relay_vlan)
         if (vlan != 0) out.local_relay_vlans.insert(vlan);
-    for (const waiting_interface &each : kept_waiting()) out.interfaces[each.vlan] = each.settings;
+    for (const waiting_interface &each : kept_waiting()) {
+        out.interfaces[each.vlan] = each.settings;
+        turns_pause_if_due();
+    }
     relay_interface iface{};
-    for (int found = relay->interface_first(&iface); found == 1; found = relay->interface_next(&iface))
+    for (int found = relay->interface_first(&iface); found == 1; found = relay->interface_next(&iface)) {
         if (has_settings(iface)) out.interfaces[platform::vlan_of_name(iface.name)] = iface;
+        turns_pause_if_due();
+    }
     return out;
 }
 
@@ -204,6 +210,7 @@ std::vector<difference_line> difference(const configuration &first, const config
     std::vector<difference_line> out;
     add_difference(global_commands(first), global_commands(second), &out, "");
     for (const std::uint16_t vlan : vlans_of(first, second)) {
+        turns_pause_if_due();
         std::vector<difference_line> lines;
         add_difference(interface_commands(first, vlan), interface_commands(second, vlan), &lines, " ");
         if (lines.empty()) continue;

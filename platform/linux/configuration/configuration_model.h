@@ -29,15 +29,16 @@ struct configuration {
     std::map<std::uint16_t, relay_interface> interfaces;  // by VLAN; of the records, only what commands set counts
 };
 
-// What is in force, with what waits for interfaces that are not there.
+// What is in force, with what waits for interfaces that are not there. Others may have their turns meanwhile.
 configuration running_model();
 
 // Marks the interfaces that are there as trusted, as "trust-all" does.
 void trust_interfaces_there(configuration *of);
 
 // Reads a configuration's text without anything being set. Lines are judged as when they are replayed; one that sets
-// nothing, such as a show command, is a fault too. report: called for each fault with the line's number and one line
-// that says what is wrong, and with which line. Returns the number of faults.
+// nothing, such as a show command, is a fault too. Others may have their turns meanwhile, as with `difference`. report:
+// called for each fault with the line's number and one line that says what is wrong, and with which line. Returns the
+// number of faults.
 using line_report = std::function<void(std::size_t number, const std::string &reason)>;
 int read_model(std::string_view text, configuration *out, const line_report &report);
 

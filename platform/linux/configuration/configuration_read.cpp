@@ -201,10 +201,17 @@ int take_setting(reader &r, const relay_call &call, const std::function<int()> &
 }  // namespace
 
 int read_model(std::string_view text, configuration *out, const line_report &report) {
+    constexpr std::size_t lines_between_pauses = 64;
     reader r{out, {}};
     *out = {};
-    return replay_lines(text, report, [&](session &s) {
+    const auto prepare = [&](session &s) {
         s.taker = [&r](const relay_call &call, const std::function<int()> &run) { return take_setting(r, call, run); };
+    };
+    std::size_t lines = 0;
+    return replay_lines(text, report, prepare, [&](session &) {
+        if (++lines % lines_between_pauses != 0) return;
+        r.bench.clear();  // nobody else is to see its record, nor to use it
+        turns_pause_if_due();
     });
 }
 

@@ -128,12 +128,38 @@ int show_startup(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     return 0;
 }
 
+// As write_configuration; when something is set meanwhile, it is written once more, in one piece: never half of the one
+// and half of the other.
+bool write_unchanged(std::string *text) {
+    const std::uint64_t settings = count_settings_made();
+    const bool whole = write_configuration(text);
+    if (count_settings_made() == settings) return whole;
+    const turns_undivided one_piece;
+    text->clear();
+    return write_configuration(text);
+}
+
+// Writes the text to the disk while others have their turns. One such file at a time. Returns as save_file.
+fault save_aside(std::string text) {
+    struct saving {
+        std::string path, text;
+        fault wrong;
+    };
+    const auto one = std::make_shared<saving>(saving{startup_path(), std::move(text), {}});
+    turns_aside([one] {
+        static std::mutex one_at_a_time;
+        const std::lock_guard hold(one_at_a_time);
+        one->wrong = save_file(one->path, one->text, 0600, saved_versions);
+    });
+    return one->wrong;
+}
+
 int save(struct cli *cli, int /*argc*/, char ** /*argv*/) {
     std::string text;
-    const bool whole = write_configuration(&text);
+    const bool whole = write_unchanged(&text);
     const fault wrong =
         whole
-            ? save_file(startup_path(), text, 0600, saved_versions)
+            ? save_aside(std::move(text))
             : fault{"memory is short, the configuration cannot be written whole; " + startup_path() + " is as it was"};
     if (wrong) {
         platform::log_line(platform::log_level_error, "configuration not saved: %s", wrong.text.c_str());
@@ -163,6 +189,7 @@ constexpr char startup_word[] = "The settings the daemon starts with";
 constexpr char write_word[] = "Save the running configuration";
 constexpr command_traits shows = {.effect = command_effect::looks};
 constexpr command_traits of_files = {.effect = command_effect::files};
+constexpr command_traits saves = {.effect = command_effect::files, .in_turns = true};
 
 constexpr command_row rows[] = {
     {.text = "show running-config",
@@ -185,13 +212,13 @@ constexpr command_row rows[] = {
     {.text = "copy running-config startup-config",
      .help = {copy_word, help::running, startup_word},
      .handler = save,
-     .traits = of_files},
+     .traits = saves},
     {.text = "copy startup-config running-config",
      .help = {copy_word, startup_word, help::running},
      .handler = load,
      .traits = of_files},
-    {.text = "write", .help = {write_word}, .handler = save, .traits = of_files},
-    {.text = "write memory", .help = {write_word, "As the startup configuration"}, .handler = save, .traits = of_files},
+    {.text = "write", .help = {write_word}, .handler = save, .traits = saves},
+    {.text = "write memory", .help = {write_word, "As the startup configuration"}, .handler = save, .traits = saves},
     {.text = "write terminal",
      .help = {write_word, "To this terminal: show it"},
      .handler = show_running,
@@ -210,7 +237,6 @@ void install_configuration_commands(cli_tree *tree) {
 }
 
 bool configuration_is_saved() {
-    const turns_undivided whole;
     std::string saved;
     if (platform::read_file(startup_path(), configuration_limit, &saved) == 0 && saved == running_configuration())
         return true;

@@ -81,13 +81,13 @@ struct text_source {
 };
 
 int replace_by(session &s, std::string_view text, const replace_wish &wish, const text_source &from = {}) {
-    const turns_undivided whole;
     configuration wanted;
     const int faults = read_model(text, &wanted, [&](std::size_t number, const std::string &reason) {
         (void)emit(s, "% " + from.place + std::to_string(number) + ": " +
                           (from.is_open ? reason : "no line of a configuration") + "\n");
     });
     if (faults != 0) return fail(s, "Nothing was changed");
+    const turns_undivided whole;
     const configuration before = running_model();
     const std::vector<difference_line> lines = difference(before, wanted);
     const std::size_t changes = count_changes(lines);
@@ -181,7 +181,6 @@ int confirm(struct cli *cli, int /*argc*/, char ** /*argv*/) {
 
 // What differs between what is saved and what runs. The fault: why that is not known.
 fault unsaved(std::vector<difference_line> *lines) {
-    const turns_undivided whole;
     std::string text;
     const int failed = platform::read_file(startup_path(), configuration_limit, &text);
     if (failed != 0 && failed != ENOENT) return {startup_path() + " cannot be read: " + std::strerror(failed)};
@@ -271,6 +270,8 @@ constexpr char confirm_word[] = "Go back unless \"configure confirm\" comes in t
 constexpr char minutes_word[] = "Minutes";
 constexpr char configuration_word[] = "Configurations";
 constexpr command_traits of_files = {.effect = command_effect::files};
+// What is asked for is read in turns, and carried out in one piece.
+constexpr command_traits replaces = {.effect = command_effect::files, .in_turns = true};
 
 constexpr command_row rows[] = {
     {.text = "configure replace terminal [dry-run] [confirm <1-1440>]",
@@ -281,17 +282,17 @@ constexpr command_row rows[] = {
     {.text = "configure replace startup-config [dry-run] [confirm <1-1440>]",
      .help = {configure_word, replace_word, "What is saved", dry_word, confirm_word, minutes_word},
      .handler = replace_by_startup,
-     .traits = of_files},
+     .traits = replaces},
     {.text = "configure replace saved <1-5> [dry-run] [confirm <1-1440>]",
      .help = {configure_word, replace_word, "What was saved before", "Version; 1 is the one before what is saved now",
               dry_word, confirm_word, minutes_word},
      .handler = replace_by_saved,
-     .traits = of_files},
+     .traits = replaces},
     {.text = "configure replace FILE [dry-run] [confirm <1-1440>]",
      .help = {configure_word, replace_word, "The whole path of a file beside the saved configuration", dry_word,
               confirm_word, minutes_word},
      .handler = replace_by_path,
-     .traits = of_files},
+     .traits = replaces},
     {.text = "configure confirm",
      .help = {configure_word, "The configuration stays, which would go back by itself"},
      .handler = confirm,

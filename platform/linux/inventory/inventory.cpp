@@ -229,8 +229,8 @@ void inventory_on_change(std::function<void()> listener) {
     change_listener = std::move(listener);
 }
 
-std::vector<inventory_row> inventory_rows() {
-    return model_rows(the_model());
+std::vector<inventory_row> inventory_rows(const std::function<void()> &between) {
+    return model_rows(the_model(), between);
 }
 
 }  // namespace ravo::platform

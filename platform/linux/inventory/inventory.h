@@ -111,8 +111,9 @@ struct inventory_row {
     std::string_view why;              // of a port: why it has its number
     bool guessed = false;              // of a port: for no reason but that the number was free
 };
-// VLAN interfaces, then uplinks, then ports, each in order of their numbers.
-std::vector<inventory_row> inventory_rows();
+// VLAN interfaces, then uplinks, then ports, each in order of their numbers. between: called now and then, and may
+// change the inventory; what goes meanwhile is left out.
+std::vector<inventory_row> inventory_rows(const std::function<void()> &between = {});
 
 // Numbers of ports from one life of the process to the next: reads what the file remembers, after the description was
 // installed, and writes it whenever a port gets a number. path: empty for no file; in_use: tells whether a number must

@@ -3,6 +3,7 @@
 #include "inventory/inventory_rows.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/text.h"
 #include "inventory/inventory_names.h"
@@ -57,27 +58,47 @@ inventory_row port_row(const inventory_model &model, const model_device &device)
     return row;
 }
 
-void sort_by(std::vector<inventory_row> &rows, std::size_t from, bool by_number) {
-    std::sort(rows.begin() + static_cast<std::ptrdiff_t>(from), rows.end(),
-              [&](const inventory_row &a, const inventory_row &b) {
-                  return by_number ? a.ifindex < b.ifindex : a.kernel_ifindex < b.kernel_ifindex;
-              });
+// The devices of a kind, in order of their numbers: the switch's, or the kernel's.
+template <typename wanted, typename number>
+std::vector<int> devices_of(const inventory_model &model, wanted is_wanted, number number_of) {
+    std::vector<std::pair<std::uint32_t, int>> found;
+    for (const auto &[ifindex, device] : model.devices)
+        if (is_wanted(device)) found.emplace_back(number_of(device), ifindex);
+    std::stable_sort(found.begin(), found.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
+    std::vector<int> out;
+    for (const auto &[order, ifindex] : found) out.push_back(ifindex);
+    return out;
+}
+
+std::vector<int> uplinks_of(const inventory_model &model) {
+    return devices_of(
+        model, [](const model_device &device) { return device.uplink; },
+        [](const model_device &device) { return static_cast<std::uint32_t>(device.record.ifindex); });
+}
+
+std::vector<int> ports_of(const inventory_model &model) {
+    return devices_of(
+        model, [](const model_device &device) { return device.tap; },
+        [](const model_device &device) { return device.port; });
 }
 
 }  // namespace
 
-std::vector<inventory_row> model_rows(const inventory_model &model) {
+std::vector<inventory_row> model_rows(const inventory_model &model, const std::function<void()> &between) {
+    constexpr std::uint16_t vlans_between_pauses = 64;
     std::vector<inventory_row> rows;
-    for (std::uint16_t vlan = 1; vlan <= last_vlan; ++vlan)
+    for (std::uint16_t vlan = 1; vlan <= last_vlan; ++vlan) {
+        if (between && vlan % vlans_between_pauses == 0) between();
         if (const model_device *device = model_interface(model, vlan)) rows.push_back(interface_row(vlan, *device));
-    const std::size_t uplinks = rows.size();
-    for (const auto &[ifindex, device] : model.devices)
-        if (device.uplink) rows.push_back(uplink_row(device));
-    sort_by(rows, uplinks, /*by_number=*/false);
-    const std::size_t ports = rows.size();
-    for (const auto &[ifindex, device] : model.devices)
-        if (device.tap) rows.push_back(port_row(model, device));
-    sort_by(rows, ports, /*by_number=*/true);
+    }
+    for (const int ifindex : uplinks_of(model))
+        if (const auto at = model.devices.find(ifindex); at != model.devices.end())
+            rows.push_back(uplink_row(at->second));
+    for (const int ifindex : ports_of(model)) {
+        if (between) between();  // a trunk has up to 4094 VLANs
+        if (const auto at = model.devices.find(ifindex); at != model.devices.end() && at->second.tap)
+            rows.push_back(port_row(model, at->second));
+    }
     return rows;
 }
 

@@ -3,12 +3,15 @@
 #ifndef PLATFORM_LINUX_INVENTORY_INVENTORY_ROWS_H
 #define PLATFORM_LINUX_INVENTORY_INVENTORY_ROWS_H
 
+#include <functional>
+#include <vector>
+
 #include "inventory/inventory_model.h"
 
 namespace ravo::platform {
 
 // As inventory_rows.
-std::vector<inventory_row> model_rows(const inventory_model &model);
+std::vector<inventory_row> model_rows(const inventory_model &model, const std::function<void()> &between = {});
 
 }  // namespace ravo::platform
 

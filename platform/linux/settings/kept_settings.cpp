@@ -274,8 +274,10 @@ forget_result kept_forget(std::uint16_t vlan) {
 }
 
 std::string kept_sections(bool trust_all) {
+    constexpr std::uint16_t vlans_between_pauses = 64;
     std::string out;
     for (std::uint16_t vlan = 1; vlan <= last_vlan; ++vlan) {
+        if (vlan % vlans_between_pauses == 0) turns_pause_if_due();
         if (!waiting[vlan]) continue;
         out += why_waiting(vlan) + "interface " + name_of(vlan) + "\n" + plain_lines(*waiting[vlan]) +
                extra_lines(*waiting[vlan], trust_all) + "!\n";

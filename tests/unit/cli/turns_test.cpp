@@ -8,9 +8,11 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <future>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -18,6 +20,7 @@ extern "C" int __lsan_is_turned_off();  // asked by the leak sanitizer
 
 namespace {
 
+using ravo::cli::turns_aside;
 using ravo::cli::turns_begin;
 using ravo::cli::turns_go_on;
 using ravo::cli::turns_pause;
@@ -45,6 +48,49 @@ TEST(Turns, WorkGoesOnWhereItStood) {
     EXPECT_TRUE(heard.empty()) << "nothing is done before its first turn";
     while (!turns_go_on(*task, long_slice)) heard.emplace_back("others");
     EXPECT_THAT(heard, ElementsAre("work 0", "others", "work 1", "others", "work 2", "others"));
+}
+
+TEST(Turns, OthersHaveTheirTurnsWhileWorkIsDoneAside) {
+    std::promise<void> go;
+    std::thread::id where;
+    const turns_ptr task = turns_begin([&] {
+        turns_aside([&, may = go.get_future().share()] {
+            may.wait();
+            where = std::this_thread::get_id();
+        });
+    });
+    for (int turn = 0; turn < 3; ++turn) EXPECT_FALSE(turns_go_on(*task, long_slice));
+    go.set_value();
+    while (!turns_go_on(*task, long_slice)) std::this_thread::yield();
+    EXPECT_NE(where, std::thread::id());
+    EXPECT_NE(where, std::this_thread::get_id());
+}
+
+TEST(Turns, WorkAsideOfATaskThatIsGivenUpIsDoneAllTheSame) {
+    std::promise<void> go, done;
+    turns_ptr task = turns_begin([&] {
+        turns_aside([may = go.get_future().share(), &done] {
+            may.wait();
+            done.set_value();
+        });
+    });
+    EXPECT_FALSE(turns_go_on(*task, long_slice));
+    task.reset();
+    go.set_value();
+    done.get_future().wait();
+}
+
+TEST(Turns, WithoutATaskAndUndividedNothingIsDoneAside) {
+    const auto here = std::this_thread::get_id();
+    std::vector<std::thread::id> where;
+    const auto work = [&] { turns_aside([&] { where.push_back(std::this_thread::get_id()); }); };
+    work();
+    const turns_ptr task = turns_begin([&] {
+        const turns_undivided whole;
+        work();
+    });
+    EXPECT_TRUE(turns_go_on(*task, long_slice));
+    EXPECT_THAT(where, ElementsAre(here, here));
 }
 
 TEST(Turns, SeveralTasksTakeTurns) {
