@@ -21,9 +21,10 @@ def pytest_configure():
 
 
 def pytest_terminal_summary(terminalreporter):
-    """The rows of trouble, when some were tried."""
-    if "troubles" in sys.modules:
-        sys.modules["troubles"].report(terminalreporter.write_line)
+    """The rows of trouble and of the soak, when some were tried."""
+    for name in ("troubles", "soaking"):
+        if name in sys.modules:
+            sys.modules[name].report(terminalreporter.write_line)
 
 
 @pytest.hookimpl(hookwrapper=True)

@@ -1,10 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 """Restarts while many clients ask: what comes meanwhile waits at the sockets that the init system keeps.
 
-SOAK_RESTARTS: how often it is restarted, twice without it (`make soak`: 20, under 1000 clients and 500 leases a second).
+Twice; `make soak` does it 20 times, under 1000 clients and 500 leases a second.
 """
 
-import json
 import os
 import shutil
 import signal
@@ -14,8 +13,9 @@ import time
 from pathlib import Path
 
 import pytest
-from ravolab.process import PATIENCE, Process, wait_for
-from ravolab.relay import BUILD, USER
+from ravolab.process import PATIENCE, wait_for
+from ravolab.relay import USER
+from soaking import LONG, note, pick
 
 sys.path.insert(0, str(Path(__file__).parent / "trouble"))
 
@@ -23,9 +23,7 @@ from test_soak import CONFIGURATION  # noqa: E402
 from troubles import ManyClients  # noqa: E402
 
 HERE = Path(__file__).parent
-RESTARTS = int(os.environ.get("SOAK_RESTARTS") or 2)
-LONG = "SOAK_RESTARTS" in os.environ
-CLIENTS, RATE = (1000, 500) if LONG else (200, 100)
+RESTARTS, CLIENTS, RATE = pick((2, 200, 100), (20, 1000, 500))
 ONE = ["packets-5120x512", "udp-67"]  # where the kernel keeps the limits of ports
 SEVERAL = [*(f"packets-2048x512-{number}" for number in range(12)), "packets-refused", "udp-67"]  # where it does not
 NO_PROGRAMS = ["/usr/bin/setpriv", "--bounding-set=-bpf,-sys_admin"]
@@ -70,7 +68,7 @@ def service(bare_lab, request):
 
 @pytest.mark.parametrize("service, how", [((), "orderly"), ((), "killed"), (NO_PROGRAMS, "orderly")], indirect=["service"],
                          ids=["orderly", "killed", "without-programs"])
-def test_nobody_has_to_ask_again(bare_lab, service, how, request, capsys):
+def test_nobody_has_to_ask_again(bare_lab, service, how, request):
     kept = service.has_stored(*([ONE, SEVERAL] if "without" not in request.node.name else [SEVERAL]))
     clients = ManyClients(bare_lab, ports=(3, 4), clients=CLIENTS, rate=RATE, again=1000 * PATIENCE)
     time.sleep(CLIENTS / RATE if LONG else 0.3)
@@ -80,10 +78,9 @@ def test_nobody_has_to_ask_again(bare_lab, service, how, request, capsys):
         time.sleep(2 if LONG else 0.5)
     found = clients.stop()
     gaps = [max((time for began, time in found["gaps"] if moment - 0.05 < began < moment + 1), default=0) for moment in moments]
-    with capsys.disabled():
-        print(f"\n{RESTARTS} restarts, {how}, {len(kept) - 1} sockets, under {CLIENTS} clients and {RATE} leases a second: {len(found['again'])} of "
-              f"{found['leases']} leases needed a message again; nobody heard anything for {statistics.median(gaps):.0f} ms "
-              f"(median), {max(gaps):.0f} ms (worst); load {os.getloadavg()[0]:.1f}")
+    note(f"{RESTARTS} restarts, {how}, with {len(kept) - 1} packet sockets, under {CLIENTS} clients and {RATE} leases a second",
+         f"{len(found['again'])} of {found['leases']} leases needed a message again; nobody heard anything for "
+         f"{statistics.median(gaps):.0f} ms (median), {max(gaps):.0f} ms (worst)")
     assert found["leases"] > RATE * len(moments) / 4 and found["unfinished"] == 0
     # The message in hand dies with the daemon: it may have been what killed it.
     assert len(found["again"]) <= (0 if how == "orderly" else len(moments))

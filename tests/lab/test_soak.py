@@ -18,6 +18,7 @@ import pytest
 sys.path.insert(0, str(Path(__file__).parent / "trouble"))
 
 from ravolab.process import PATIENCE  # noqa: E402
+from soaking import note  # noqa: E402
 from test_supervise import SUPERVISE, daemon_of  # noqa: E402
 from troubles import GoodClient  # noqa: E402
 
@@ -41,7 +42,7 @@ def back_after(tries, moment):
                 None)
 
 
-def test_killed_at_random_moments_it_is_back_and_knows_its_configuration(bare_lab, relay, capsys):
+def test_killed_at_random_moments_it_is_back_and_knows_its_configuration(bare_lab, relay):
     before, daemon, moments = relay.running_config(), daemon_of(relay), []
     client = GoodClient(bare_lab, every=20, patience=40)
     for _ in range(KILLS):
@@ -54,12 +55,11 @@ def test_killed_at_random_moments_it_is_back_and_knows_its_configuration(bare_la
     tries = client.stop()
     back = [back_after(tries, moment) for moment in moments]
     assert None not in back
-    with capsys.disabled():
-        print(f"\n{KILLS} kills: leases again after {statistics.median(back):.0f} ms (median), {max(back):.0f} ms (worst)")
+    note(f"{KILLS} times killed at a random moment", f"leases again after {statistics.median(back):.0f} ms (median), {max(back):.0f} ms (worst)")
     assert max(back) < (300 if KILLS > 2 else 3000) * PATIENCE  # in short it only is to come back: others use the machine
 
 
-def test_restart_in_order_is_short(bare_lab, capsys):
+def test_restart_in_order_is_short(bare_lab):
     """Stopped and started by hand, while a client asks for a lease every few milliseconds."""
     relay = bare_lab.start_relay(log_level="warning",
                                  startup_config=CONFIGURATION.format(bare_lab.server_host(2).address))
@@ -69,8 +69,7 @@ def test_restart_in_order_is_short(bare_lab, capsys):
     time.sleep(0.5)
     had = [(begin, begin + waited / 1000) for begin, waited in client.stop() if waited is not None]
     gap = max((later[0] - earlier[1]) * 1000 for earlier, later in zip(had, had[1:]))
-    with capsys.disabled():
-        print(f"\nrestart: {gap:.0f} ms from the last lease to the first")
+    note("stopped and started by hand", f"{gap:.0f} ms from the last lease to the first")
     assert gap < 3000 * PATIENCE  # the machine may have much else to do
     assert relay.stop() == 0
 
@@ -85,3 +84,4 @@ def test_after_a_standstill_it_goes_on(bare_lab, relay):
     tries = client.stop()
     assert tries and all(waited is not None for _, waited in tries)
     assert daemon_of(relay) == daemon
+    note(f"stopped for {STANDSTILL:g} s, and continued", f"{len(tries)} leases at the first try")
