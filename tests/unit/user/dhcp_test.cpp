@@ -297,6 +297,7 @@ found_type message_type(const bytes &options) {
 
 TEST_F(Dhcp, MessageTypeIsFoundAnywhereBeforeTheEnd) {
     EXPECT_EQ(message_type(hex("35 01 03 ff")), (found_type{0, 3}));
+    EXPECT_EQ(message_type(hex("35 01 00 ff")), (found_type{0, 0}));
     EXPECT_EQ(message_type(hex("00 00 0c 01 61 35 01 08 ff")), (found_type{0, 8}));
     EXPECT_EQ(message_type(hex("52 02 01 00 35 01 05 ff")), (found_type{0, 5}));
     EXPECT_EQ(message_type(hex("35 01 03 35 01 04 ff")), (found_type{0, 3})) << "the first one counts";

@@ -118,6 +118,24 @@ TEST_F(RavoDbIf, WithoutAnArgumentEverythingFailsSilently) {
     EXPECT_THAT(stored_names(), ElementsAre("vlan10"));
 }
 
+TEST_F(RavoDbIf, ANewRecordIsInUseAndHasNoAddress) {
+    iface record = record_named("vlan10");
+    record.if_ip = fake::address("192.0.2.1");
+    EXPECT_EQ(ravo_db_if_get_or_new(&record), 0);
+    EXPECT_EQ(record.if_ip, 0u);
+    EXPECT_EQ(record.in_use, 1u);
+}
+
+TEST_F(RavoDbIf, NumbersBeyondThoseOfVlansAreKeptTooAndFound) {
+    for (const char *name : {"vlan4094", "vlan4095", "vlan4096"}) add(record_named(name));
+    for (const char *name : {"vlan4094", "vlan4095", "vlan4096"}) {
+        iface record = record_named(name);
+        EXPECT_EQ(ravo_db_if_get(&record), 1) << name;
+        EXPECT_EQ(ravo_db_if_delete(name), 1) << name;
+    }
+    EXPECT_THAT(stored_names(), IsEmpty());
+}
+
 TEST_F(RavoDbIf, ASecondStartBeginsWithEmptyTrees) {
     add(record_named("vlan10"));
     ravo_db_init();

@@ -249,6 +249,13 @@ TEST_F(RavoServerOption, WithoutDigitsTheIdentifierHasNoBytes) {
     EXPECT_EQ(record.opt61_hosts[0].used, 1u);
 }
 
+TEST_F(RavoServerOption, EveryDigitHasItsValue) {
+    std::uint8_t place[11] = {};
+    EXPECT_EQ(ravo_client_id_bytes("0123456789ABCDEFabcdef", place, sizeof place), 11u);
+    const std::uint8_t values[11] = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF, 0xAB, 0xCD, 0xEF};
+    EXPECT_EQ(std::memcmp(place, values, sizeof values), 0);
+}
+
 TEST_F(RavoServerOption, WhatIsNoDigitCountsAsZero) {
     for (const char *digits : {"g", "z", "~", "`", "/", ":", "@", "[", " "}) {
         std::uint8_t place[1] = {0xA5};
