@@ -137,7 +137,7 @@ def restart_under_load(machine):
     expect(shown(machine, "NFileDescriptorStore") in ("2", "14"), f"{shown(machine, 'NFileDescriptorStore')} descriptors are kept")
     net.stop_server(machine)
     machine.run(f"systemd-run --quiet --collect --unit=clients --property=StandardOutput=truncate:/run/clients /packages/many_clients "
-                f"/run/netns/server {net.SERVER} 1000 500 1000 same /run/netns/client:eth0")
+                f"/run/netns/server {net.SERVER} 1000 500 4000 same /run/netns/client:eth0")
     time.sleep(2)
     moments = []
     for _ in range(5):

@@ -70,7 +70,7 @@ def service(bare_lab, request):
                          ids=["orderly", "killed", "without-programs"])
 def test_nobody_has_to_ask_again(bare_lab, service, how, request):
     kept = service.has_stored(*([ONE, SEVERAL] if "without" not in request.node.name else [SEVERAL]))
-    clients = ManyClients(bare_lab, ports=(3, 4), clients=CLIENTS, rate=RATE, again=1000 * PATIENCE)
+    clients = ManyClients(bare_lab, ports=(3, 4), clients=CLIENTS, rate=RATE, again=4000 * PATIENCE)
     time.sleep(CLIENTS / RATE if LONG else 0.3)
     moments = []
     for _ in range(RESTARTS):

@@ -114,7 +114,7 @@ class Box:
 
 def test_changes_elsewhere_cost_nobody_a_message(bare_lab, relay):
     seed = int(os.environ.get("SOAK_SEED") or random.randrange(1 << 32))
-    box, clients = Box(bare_lab, seed), ManyClients(bare_lab, ports=(3, 4), clients=2 * RATE, rate=RATE, again=1000 * PATIENCE)
+    box, clients = Box(bare_lab, seed), ManyClients(bare_lab, ports=(3, 4), clients=2 * RATE, rate=RATE, again=4000 * PATIENCE)
     began = time.monotonic()
     for _ in range(CHANGES):
         box.change()
@@ -134,7 +134,7 @@ def dropped(lab):
 
 def test_more_changes_than_can_be_told(bare_lab, relay):
     """The daemon stands still until the kernel has no room for what it would tell, and then finds out by itself."""
-    clients = ManyClients(bare_lab, ports=(3, 4), clients=2 * RATE, rate=RATE, again=1000 * PATIENCE)
+    clients = ManyClients(bare_lab, ports=(3, 4), clients=2 * RATE, rate=RATE, again=4000 * PATIENCE)
     took = []
     for storm in range(STORMS):
         since, before, vlan = len(relay.log), dropped(bare_lab), 50 + storm

@@ -32,7 +32,7 @@ DAY = 86400
 
 
 def asking(lab, **how):
-    return ManyClients(lab, ports=(3, 4), **{"clients": 2 * RATE, "rate": RATE, "again": 1000 * PATIENCE, **how})
+    return ManyClients(lab, ports=(3, 4), **{"clients": 2 * RATE, "rate": RATE, "again": 4000 * PATIENCE, **how})
 
 
 def expect_no_loss(found, least=20):

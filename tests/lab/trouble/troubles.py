@@ -115,10 +115,10 @@ class GoodClient:
 class ManyClients:
     """Many clients of the hosts on some ports, by turns, who ask again like clients do: tests/lab/trouble/many_clients.cpp.
 
-    again: milliseconds until a client asks again; new: each lease is that of a machine that nobody saw before.
+    again: milliseconds until a client asks again, at first 4 s (RFC 2131 section 4.1); new: each lease is that of a machine that nobody saw before.
     """
 
-    def __init__(self, lab, *, ports=(3,), server=2, clients=200, rate=100, again=1000, new=False):
+    def __init__(self, lab, *, ports=(3,), server=2, clients=200, rate=100, again=4000, new=False):
         there = lab.server_host(server)
         self._process = Process(there.namespace, [
             BUILD / "tests/many_clients", there.namespace.path, there.address, clients, rate, int(again), "new" if new else "same",
