@@ -237,6 +237,8 @@ ssize_t osal_sendto(int, const void *, std::size_t size, int, const sockaddr *, 
     return static_cast<ssize_t>(size);
 }
 
+void osal_gather(int, osal_refused) {}
+
 ssize_t osal_sendmsg(int, const msghdr *msg, int) {
     ++bench::sent;
     std::size_t size = 0;

@@ -15,7 +15,7 @@
 #include "ravo_main.h"
 #include "vex_init.h"
 
-static_assert(RAVO_BOUNDARY_VERSION == 1, "this platform is written for version 1 of the boundary");
+static_assert(RAVO_BOUNDARY_VERSION == 2, "this platform is written for version 2 of the boundary");
 
 namespace {
 

@@ -181,3 +181,6 @@ ssize_t osal_sendmsg(int, const struct msghdr *msg, int) {
     sent.assign(frame.begin() + frame_headers, frame.end());
     return static_cast<ssize_t>(frame.size());
 }
+
+// Everything is sent at once.
+void osal_gather(int, osal_refused) {}

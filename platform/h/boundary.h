@@ -6,6 +6,6 @@
 // One more whenever a platform that was right before would not be any more: a function it has to provide is new or
 // takes something else, a record has another layout, a promise became stronger. A platform compares it with the version
 // it was written for.
-#define RAVO_BOUNDARY_VERSION 1
+#define RAVO_BOUNDARY_VERSION 2
 
 #endif

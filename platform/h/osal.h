@@ -82,6 +82,16 @@ ssize_t osal_sendto(int fd, const void *buffer, size_t size, int flags, const st
 #define OSAL_CMSG_ORIGIN 254
 ssize_t osal_sendmsg(int fd, const struct msghdr *msg, int flags);
 
+// Called with what could not be sent after all: the socket, the destination (of a frame: by the number of the
+// system underneath), and the reason as errno.
+typedef void (*osal_refused)(int fd, const struct sockaddr *to, int error);
+
+// Allows that what is sent over fd while messages of the channel are handled is gathered and handed to the system
+// together, in the order in which it was sent, before the platform turns to anything but messages. osal_sendto and
+// osal_sendmsg then return the length beforehand, and refused is called for each that the system refuses. Whether and
+// when anything is gathered is the platform's business; while lines of trace level are printed nothing is.
+void osal_gather(int fd, osal_refused refused);
+
 #ifdef __cplusplus
 }
 #endif

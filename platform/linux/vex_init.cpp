@@ -58,7 +58,7 @@
 #include "trap/trap.h"
 #include "vex_start.h"
 
-static_assert(RAVO_BOUNDARY_VERSION == 1, "this platform is written for version 1 of the boundary");
+static_assert(RAVO_BOUNDARY_VERSION == 2, "this platform is written for version 2 of the boundary");
 
 // The interface service is one for the whole process and needs nothing handed to it.
 struct nsm_globals {};
@@ -150,6 +150,7 @@ void open_inventory(const platform::frame_options &options) {
 
 void note_end(int signal) {
     platform::black_box_died(signal);
+    platform::sends_hand_over();  // the messages before it were relayed
     if (signal != 0) platform::supervised_crashes();
 }
 

@@ -27,6 +27,7 @@ constexpr int first_descriptor = 100;
 int next_descriptor = first_descriptor;
 std::deque<channel_message> channel_queue;
 std::deque<udp_message> udp_queue;
+std::map<int, osal_refused> gathered;  // by descriptor
 
 // Notes a call and its result, and answers the result.
 int noted(const std::string &call, int result) {
@@ -79,6 +80,13 @@ std::size_t write_controls(msghdr &msg, const std::vector<control> &controls) {
 }
 
 }  // namespace
+
+bool refuse(int fd, const sockaddr *to, int error) {
+    const auto asked = gathered.find(fd);
+    if (asked == gathered.end()) return false;
+    asked->second(fd, to, error);
+    return true;
+}
 
 void count_descriptors_from(int first) {
     next_descriptor = first;
@@ -224,6 +232,10 @@ ssize_t osal_sendto(int fd, const void *buffer, std::size_t size, int flags, con
     if (const int result = fake::result_on(fake::op::sendto, fd); result != 0) return result;
     fake::datagrams.push_back({fd, fake::address_text(to, to_length), fake::copy_bytes(buffer, size), flags});
     return static_cast<ssize_t>(size);
+}
+
+void osal_gather(int fd, osal_refused refused) {
+    fake::gathered[fd] = refused;
 }
 
 ssize_t osal_sendmsg(int fd, const msghdr *msg, int flags) {

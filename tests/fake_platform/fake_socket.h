@@ -72,7 +72,11 @@ struct frame {
 };
 
 extern std::vector<datagram> datagrams;  // sent with osal_sendto
-extern std::vector<frame> frames;        // sent with osal_sendmsg
+
+// Tells the relay that what it sent over a socket was refused after all, as it asked for with osal_gather. Returns
+// whether it asked for that.
+bool refuse(int fd, const sockaddr *to, int error);
+extern std::vector<frame> frames;  // sent with osal_sendmsg
 
 // ---- Received ----
 

@@ -3,6 +3,8 @@
 #ifndef RAVO_IF_CLIENT_H
 #define RAVO_IF_CLIENT_H
 
+#include <sys/socket.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -19,6 +21,8 @@ inline constexpr std::size_t RAVO_FRAME_HEADER_SIZE = 42;  // Ethernet 14, IPv4 
 // and the message out of an interface.
 void sendEtherFrame(const iface *iface, std::uint8_t *frame, const std::uint8_t *message, std::uint32_t length,
                     pkt_origin origin);
+// Traces a frame that the system refused after it was sent (osal_gather).
+void ravo_if_frame_refused(int fd, const sockaddr *to, int error);
 // Delivers a BOOTREPLY to its client. header and message: the same message.
 void ravo_if_send_to_client(const iface *iface, const std::uint8_t *header, const std::uint8_t *message,
                             std::uint32_t length, pkt_origin origin);

@@ -96,6 +96,13 @@ relay_outcome outcome_of(ssize_t res, std::uint8_t op) {
     return op == opBOOTREQUEST ? OUTCOME_REBROADCAST : OUTCOME_DELIVERED;
 }
 
+constexpr const char *sending = "sendEtherFrame";  // the procedure whose step this is
+
+void trace_failure(int fd, int error) {
+    ravo_trace_as(sending, ravo::level_failure, "%s (%d): raw_sock_fd=%d, sendmsg error %s\n", fd,
+                  std::strerror(error));
+}
+
 // Traces by whom a frame was sent.
 void trace_sender(const iface *iface) {
     if (!vex_prints(ravo::level_trace)) return;
@@ -117,6 +124,10 @@ bool ravo_if_has_hardware_address(const char *procedure, const iface *iface) {
     return false;
 }
 
+void ravo_if_frame_refused(int fd, const sockaddr *, int error) {
+    trace_failure(fd, error);
+}
+
 void sendEtherFrame(const iface *iface, std::uint8_t *frame, const std::uint8_t *message, std::uint32_t length,
                     pkt_origin origin) {
     ravo_trace(ravo::level_trace, "%s (%d): interface=%s, face->if_maclen=%d, sizeof %d\n", iface->name,
@@ -130,9 +141,7 @@ void sendEtherFrame(const iface *iface, std::uint8_t *frame, const std::uint8_t 
 
     const ssize_t res = send_frame(iface, frame, message, length, origin);
     const int error = errno;
-    if (res <= 0)
-        ravo_trace(ravo::level_failure, "%s (%d): raw_sock_fd=%d, sendmsg error %s\n", ravo_raw_sock_fd,
-                   std::strerror(error));
+    if (res <= 0) trace_failure(ravo_raw_sock_fd, error);
     outcome_record(outcome_of(res, *message));
     ravo_print(ravo::level_trace, "===========msg ====================\n");
     ravo_trace(ravo::level_trace, "%s (%d): raw_sock_fd=%d, res %d", ravo_raw_sock_fd, static_cast<int>(res));

@@ -28,6 +28,13 @@ struct forwarded {
     bool sent;       // a copy was sent
 };
 
+// Traces a copy that was not sent. res: what the send returned.
+void trace_failure(int fd, std::uint32_t server, int error, ssize_t res) {
+    ravo_trace_as(forwarding, ravo::level_failure, "%s (%d): sock_fd=%d, sendmsg error %s\n", fd, std::strerror(error));
+    ravo_trace_as(forwarding, ravo::level_failure, "%s (%d): tx host %s, fd=%d, res=%d\n", ravo_addr_text(server).text,
+                  fd, static_cast<int>(res));
+}
+
 // Sends one copy to a server (network byte order). A failure is traced; the next server may still be reached.
 void send_copy(forwarded &request, std::uint32_t server) {
     sockaddr_in to{};
@@ -43,10 +50,7 @@ void send_copy(forwarded &request, std::uint32_t server) {
         outcome_server(server);
         return;
     }
-    ravo_trace_as(forwarding, ravo::level_failure, "%s (%d): sock_fd=%d, sendmsg error %s\n", ravo_server_sock_fd,
-                  std::strerror(error));
-    ravo_trace_as(forwarding, ravo::level_failure, "%s (%d): tx host %s, fd=%d, res=%d\n", ravo_addr_text(server).text,
-                  ravo_server_sock_fd, static_cast<int>(res));
+    trace_failure(ravo_server_sock_fd, server, error, res);
 }
 
 bool vendor_matches(const opt60_host &host, const char *opt60_data) {
@@ -92,6 +96,12 @@ relay_outcome outcome_of(const forwarded &request) {
 }
 
 }  // namespace
+
+void ravo_if_server_refused(int fd, const sockaddr *to, int error) {
+    sockaddr_in server;
+    std::memcpy(&server, to, sizeof server);
+    trace_failure(fd, server.sin_addr.s_addr, error, -1);
+}
 
 int ravo_if_send_server_Unicast(const iface *iface, const std::uint8_t *message, std::uint32_t length,
                                 const std::uint8_t *opt61_data, const char *opt60_data, std::uint32_t opt60_found,

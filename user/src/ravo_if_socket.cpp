@@ -7,6 +7,8 @@
 
 #include "osal.h"
 #include "ravo_db.h"
+#include "ravo_if_client.h"
+#include "ravo_if_forward.h"
 #include "ravo_if_receive.h"
 #include "ravo_if_state.h"
 #include "trace.h"
@@ -37,12 +39,15 @@ int ravo_if_create_server_tx_socket() {
     const int fd = Wsocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
     Wsetsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     bind_any(fd, port_client);  // deliberate: requests to servers leave from the client port
+    osal_gather(fd, ravo_if_server_refused);
     ravo_server_sock_fd = fd;
     return fd;
 }
 
 int ravo_if_create_raw_socket() {
-    if (ravo_raw_sock_fd < 0) ravo_raw_sock_fd = Wsocket(AF_PACKET, SOCK_RAW, raw_protocol);
+    if (ravo_raw_sock_fd >= 0) return ravo_raw_sock_fd;
+    ravo_raw_sock_fd = Wsocket(AF_PACKET, SOCK_RAW, raw_protocol);
+    osal_gather(ravo_raw_sock_fd, ravo_if_frame_refused);
     return ravo_raw_sock_fd;
 }
 

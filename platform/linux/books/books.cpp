@@ -68,8 +68,24 @@ bool in_hand = false;
 std::uint32_t sent = 0;        // copies of the message in hand
 std::uint32_t identifier = 0;  // option 54 of the message in hand, 0: none
 std::uint32_t source = 0;      // where its packet comes from
+bool has_client = false;       // its client is known
 book_entry current;
 std::span<const std::uint8_t> current_frame;
+
+// A message that waits, as it was when it was closed.
+struct waiting_message {
+    book_entry entry;
+    std::uint32_t sent = 0;
+    std::uint32_t identifier = 0;
+    std::uint32_t source = 0;
+    bool has_client = false;
+};
+
+void (*finish_waiting)() = nullptr;
+std::array<waiting_message, books_waiting_limit> waiting;
+std::size_t waiting_count = 0;
+bool waits = false;         // the message in hand
+bool some_refused = false;  // of its copies
 
 void keep_option82(std::span<const std::uint8_t> data, book_entry &entry) {
     entry.has_option82 = true;
@@ -189,6 +205,21 @@ void read_sender(std::span<const std::uint8_t> frame, book_entry &entry) {
     std::memcpy(entry.client.data(), frame.data() + entry.client.size(), entry.client.size());
 }
 
+void note_asked(std::uint32_t server) {
+    if (expects_answer(current.type)) servers_note_asked(current.vlan, server, identifier, current.time_us);
+}
+
+std::span<const std::uint32_t> listed_servers(const book_entry &entry) {
+    return std::span(entry.servers).first(std::min<std::size_t>(entry.servers_count, entry.servers.size()));
+}
+
+// Relates the message to its client and its servers.
+void settle() {
+    for (const std::uint32_t server : listed_servers(current)) note_asked(server);
+    if (current.op == op_request) settle_request();
+    if (current.op == op_reply) settle_reply();
+}
+
 // A watcher may take itself or another off: it is forgotten once all were told.
 void tell_watchers() {
     telling = true;
@@ -196,6 +227,67 @@ void tell_watchers() {
         if (slot.id != 0) slot.watcher(current, current_frame);
     telling = false;
     watchers.remove_if([](const watcher_slot &slot) { return slot.id == 0; });
+}
+
+void enter() {
+    each_counters(vlan_of_client(), current.port_ifindex, count_current);
+    recorder_keep(current);
+    if (!watchers.empty()) tell_watchers();
+}
+
+void begin_subject() {
+    log_subject_begin({current.vlan, current.port_ifindex, current.client, has_client});
+}
+
+// ---- Messages that wait ----
+
+void take_in_hand(const waiting_message &message) {
+    current = message.entry;
+    current_frame = {};
+    sent = message.sent;
+    identifier = message.identifier;
+    source = message.source;
+    has_client = message.has_client;
+}
+
+// While this lives others may be taken in hand.
+class message_in_hand {
+  public:
+    message_in_hand() = default;
+    message_in_hand(const message_in_hand &) = delete;
+    message_in_hand &operator=(const message_in_hand &) = delete;
+    ~message_in_hand() {
+        in_hand = is_one_;
+        if (!is_one_) return;
+        take_in_hand(message_);
+        current_frame = frame_;
+        begin_subject();
+    }
+
+  private:
+    bool is_one_ = in_hand;
+    waiting_message message_{current, sent, identifier, source, has_client};
+    std::span<const std::uint8_t> frame_ = current_frame;
+};
+
+// An outcome that holds of a message whose copies for servers were all refused.
+std::uint8_t without_servers(std::uint8_t outcome) {
+    return outcome == OUTCOME_RELAYED ? std::uint8_t{OUTCOME_SEND_FAILED} : outcome;
+}
+
+// Takes back that a copy of a message was sent.
+void refuse_copy(book_entry &entry, std::uint32_t server) {
+    if (server == 0) {
+        if (entry.outcome == OUTCOME_DELIVERED) entry.outcome = OUTCOME_SEND_FAILED;
+        return;
+    }
+    const std::span<const std::uint32_t> listed = listed_servers(entry);
+    const auto found = std::find(listed.begin(), listed.end(), server);
+    if (found == listed.end()) return;
+    const auto place = entry.servers.begin() + (found - listed.begin());
+    std::rotate(place, place + 1, entry.servers.end());
+    entry.servers.back() = 0;
+    if (--entry.servers_count == 0) entry.outcome = without_servers(entry.outcome);
 }
 
 }  // namespace
@@ -226,13 +318,15 @@ void books_open(std::uint16_t vlan, std::uint32_t port_ifindex, std::span<const 
     current.port_ifindex = port_ifindex;
     current.tag = tag;
     current_frame = frame;
+    some_refused = false;
     source = source_of(frame);
     sent = 0;
     in_hand = true;
     read_message(message, current);
     read_sender(frame, current);
     black_box_note(current, frame);
-    log_subject_begin({vlan, port_ifindex, current.client, current.has_message || !frame.empty()});
+    has_client = current.has_message || !frame.empty();
+    begin_subject();
 }
 
 void books_drop(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex,
@@ -255,14 +349,65 @@ bool books_answered_already() {
 
 void books_close() {
     if (!in_hand) return;
+    if (!waits) books_settle_waiting();
     in_hand = false;
-    if (current.op == op_request) settle_request();
-    if (current.op == op_reply) settle_reply();
+    if (std::exchange(waits, false)) {
+        waiting[waiting_count++] = {current, sent, identifier, source, has_client};
+        black_box_clear();
+        log_subject_end({});
+        return;
+    }
+    settle();
     black_box_clear();
     log_subject_end(outcome_word(static_cast<relay_outcome>(current.outcome)));
-    each_counters(vlan_of_client(), current.port_ifindex, count_current);
-    recorder_keep(current);
-    if (!watchers.empty()) tell_watchers();
+    enter();
+}
+
+void books_on_wait(void (*finish)()) {
+    finish_waiting = finish;
+}
+
+void books_settle_waiting() {
+    if ((waits || waiting_count != 0) && finish_waiting != nullptr) finish_waiting();
+}
+
+bool books_may_wait() {
+    return in_hand && waiting_count < waiting.size() && watchers.empty() && !log_subject_waits();
+}
+
+std::size_t books_wait() {
+    waits = true;
+    return waiting_count;
+}
+
+void books_copy_refused(std::size_t place, std::uint32_t server) {
+    const bool closed = place < waiting_count;
+    if (!closed) some_refused = true;
+    refuse_copy(closed ? waiting[place].entry : current, server);
+    --(closed ? waiting[place].sent : sent);
+}
+
+void books_take_up(std::size_t place, const std::function<void()> &during) {
+    if (place >= waiting_count) return during();  // it is in hand
+    const message_in_hand other;
+    take_in_hand(waiting[place]);
+    in_hand = true;
+    begin_subject();
+    during();
+    log_subject_end(outcome_word(static_cast<relay_outcome>(current.outcome)));
+}
+
+void books_enter_waiting() {
+    waits = false;
+    if (waiting_count == 0) return;
+    const message_in_hand other;
+    in_hand = false;
+    const std::size_t count = std::exchange(waiting_count, 0);
+    for (std::size_t place = 0; place < count; ++place) {
+        take_in_hand(waiting[place]);
+        settle();
+        enter();
+    }
 }
 
 std::uint32_t books_port_in_hand() {
@@ -285,6 +430,7 @@ void books_count(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_i
 }
 
 void books_look() {
+    books_settle_waiting();
     if (look_listener) look_listener();
 }
 
@@ -361,16 +507,17 @@ void outcome_record(relay_outcome outcome) {
     if (!books::in_hand || outcome < 0 || outcome >= OUTCOMES) return;
     if (outcome == OUTCOME_REBROADCAST) books::current.rebroadcast = true;
     if (outcome == OUTCOME_REBROADCAST || outcome == OUTCOME_DELIVERED) ++books::sent;
-    books::current.outcome = static_cast<std::uint8_t>(outcome);
+    // All its copies may have been refused meanwhile, after they were sent.
+    const bool refused = outcome == OUTCOME_RELAYED && books::current.servers_count == 0 && books::some_refused;
+    books::current.outcome = static_cast<std::uint8_t>(refused ? OUTCOME_SEND_FAILED : outcome);
 }
 
 void outcome_server(std::uint32_t server) {
     namespace books = ravo::platform;
     if (!books::in_hand) return;
     ++books::sent;
-    if (books::expects_answer(books::current.type))
-        books::servers_note_asked(books::current.vlan, server, books::identifier, books::current.time_us);
     books::book_entry &entry = books::current;
+    if (entry.servers_count >= entry.servers.size()) books::note_asked(server);
     if (entry.servers_count < entry.servers.size()) entry.servers[entry.servers_count] = server;
     if (entry.servers_count < UINT8_MAX) ++entry.servers_count;
 }

@@ -89,6 +89,30 @@ bool books_answered_already();
 // Closes the message in hand, if there is one.
 void books_close();
 
+// ---- Messages whose copies go out later ----
+//
+// Who sends may gather copies of several messages and hand them to the system together. Until it is known what became
+// of its copies a message waits: when it is closed it is not entered into the books yet. Whatever else is to be entered
+// comes after those that wait, so that the books are as if nobody had waited.
+
+inline constexpr std::size_t books_waiting_limit = 32;
+
+// Sets who makes an end of the waiting: it learns what became of all copies and calls books_enter_waiting. It is called
+// when a message that does not wait is closed, when somebody looks, and when a line is about to be logged.
+void books_on_wait(void (*finish)());
+// Whether the message in hand may wait: nobody is to hear of it at once, and there is room.
+bool books_may_wait();
+// Makes the message in hand one that waits. Returns its place among them.
+std::size_t books_wait();
+// A copy of a message that waits was not sent after all. server: network byte order, 0 when it was the client's.
+void books_copy_refused(std::size_t place, std::uint32_t server);
+// Calls a function while a message that waits is in hand once more, so that lines of the log are about it.
+void books_take_up(std::size_t place, const std::function<void()> &during);
+// Makes an end of the waiting now.
+void books_settle_waiting();
+// Enters the messages that wait, in their order.
+void books_enter_waiting();
+
 // The number of the port that the message in hand came in on; 0 without one.
 std::uint32_t books_port_in_hand();
 // The transaction id of the DHCP message in hand, host byte order; none without one.

@@ -353,10 +353,18 @@ bool admit(open_channel &c, const tap &from, const ring_frame &received) {
     return false;
 }
 
+// What became of a message counts for the guard only once it is known of all that were before it.
+void done_with(open_channel &c) {
+    if (guard.follows_transactions() && books_outcome_in_hand() == OUTCOME_DELIVERED) {
+        books_settle_waiting();
+        if (books_outcome_in_hand() == OUTCOME_DELIVERED) guard.delivered(c.frame.udp.subspan(channel_udp_header_size));
+    }
+    books_close();
+}
+
 // Takes frames until one is to be delivered, and keeps its parts. Returns whether there is one.
 bool fetch(open_channel &c) {
-    if (books_outcome_in_hand() == OUTCOME_DELIVERED) guard.delivered(c.frame.udp.subspan(channel_udp_header_size));
-    books_close();  // the bytes of the message before are about to be overwritten
+    done_with(c);  // the bytes of the message before are about to be overwritten
     for (std::size_t examined = 0, refused = 0; examined < frames_per_turn && refused < refused_per_turn;) {
         ring_frame received;
         if (!c.rings.take(&received)) {
@@ -469,6 +477,13 @@ ssize_t channel_receive(void *buffer, std::size_t size, int flags, struct sockad
     fill_source(channel->in, from, from_length);
     const std::size_t whole = channel_frame_copy(channel->frame, buffer, size);
     return static_cast<ssize_t>((flags & MSG_TRUNC) != 0 ? whole : std::min(whole, size));
+}
+
+void channel_done() {
+    if (channel)
+        done_with(*channel);
+    else
+        books_close();
 }
 
 int channel_close() {

@@ -32,6 +32,8 @@ bool channel_owns(int fd);
 bool channel_next();
 // Receives the message in hand, or the next one, in the layout of osal.h; -1 and EAGAIN when there is none.
 ssize_t channel_receive(void *buffer, std::size_t size, int flags, struct sockaddr *from, socklen_t *from_length);
+// The message that was received last is done with: closes its book.
+void channel_done();
 // Closes the channel. Returns 0.
 int channel_close();
 // Closes it at the end of the process: what comes in from now on is the next daemon's, where there is an init system

@@ -44,6 +44,8 @@ class guards {
     relay_outcome judge(const guarded_message &m);
     // Takes note that a reply was delivered: its transaction is not open any more.
     void delivered(std::span<const std::uint8_t> message);
+    // Whether anybody needs to be told.
+    bool follows_transactions() const { return on_.transactions; }
 
   private:
     struct port_rule {

@@ -51,6 +51,7 @@ int threshold_now = log_level_warning;
 std::list<listener_entry> listeners;
 int next_listener_id = 1;
 bool in_listener = false;
+void (*before_line)() = nullptr;
 pending_line pending;
 log_ring ring;
 log_hold hold;
@@ -294,8 +295,18 @@ void log_text(int level, std::string_view text) {
     assemble(level, text);
 }
 
+void log_before_line(void (*listener)()) {
+    before_line = listener;
+}
+
+// Lines of level 0 may come from a signal handler.
+void log_line_comes(int level) {
+    if (before_line != nullptr && level != log_level_start) before_line();
+}
+
 void log_line(int level, const char *format, ...) {
     if (!vex_prints(level)) return;
+    log_line_comes(level);
     // The relay's unfinished line ends here; whatever continues it starts a line of its own.
     if (target_is_stream() && passes(level, threshold_now)) target_end_line(level);
     if (pending.level >= 0) finish_pending();

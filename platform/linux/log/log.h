@@ -58,6 +58,11 @@ int log_threshold();
 int log_level_of(std::string_view word);
 std::string_view log_word_of(int threshold);
 
+// Sets who is called before each line that is about to be written or held back, other than those of level 0.
+void log_before_line(void (*listener)());
+// For the print service: a line of this level comes.
+void log_line_comes(int level);
+
 // Writes one line of the platform's own. The line end is added. When lines that repeat are held back, those of one
 // format are one place; what they are about is the message in hand (log_subject.h) and the format's first "%s".
 void log_line(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));

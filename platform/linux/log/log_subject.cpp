@@ -76,6 +76,10 @@ void log_subject_end(std::string_view outcome) {
     in_hand = false;
 }
 
+bool log_subject_waits() {
+    return waiting_bytes != 0;
+}
+
 const log_subject &log_subject_now() {
     return subject;
 }

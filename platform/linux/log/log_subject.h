@@ -22,6 +22,8 @@ struct log_subject {
 void log_subject_begin(const log_subject &subject);
 // The message is done with. outcome: the word for what became of it, empty when there is none.
 void log_subject_end(std::string_view outcome);
+// Whether lines about the message wait for its outcome.
+bool log_subject_waits();
 // The message in hand; without one a subject that nothing is known of.
 const log_subject &log_subject_now();
 

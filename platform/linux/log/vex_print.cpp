@@ -24,6 +24,7 @@ int vexprintf(int destination, int reserved1, int level, int reserved2, const ch
     (void)reserved1;
     (void)reserved2;
     if (!vex_prints(level)) return 0;
+    ravo::platform::log_line_comes(level);
     if (level == ravo::platform::log_level_warning && ravo::platform::log_is_ordinary()) {
         level = ravo::platform::log_level_trace;
         if (!vex_prints(level)) return 0;

@@ -12,6 +12,10 @@ namespace ravo::platform {
 void readers_free();
 void timers_free();
 
+// Sends what waits to be sent and enters its messages into the books, without a line in the log: for the handler of a
+// signal that ends the process.
+void sends_hand_over();
+
 // How many there are now.
 std::size_t readers_count();
 std::size_t timers_count();

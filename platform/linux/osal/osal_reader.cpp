@@ -15,6 +15,7 @@
 #include "log/log.h"
 #include "osal.h"
 #include "osal/osal_events.h"
+#include "osal/send_batch.h"
 
 namespace {
 
@@ -30,13 +31,16 @@ std::unordered_map<void *, std::unique_ptr<reader>> readers;
 constexpr int messages_per_wakeup = 32;  // then commands, timers and netlink get their turn
 
 // The channel's handler is called for each message, as many as others can be kept waiting for, and only when there is
-// one. The handler may delete its own reader: nothing of it is touched once the handler was entered.
+// one. The handler may delete its own reader: nothing of it is touched once the handler was entered. What is sent
+// meanwhile leaves at the end.
 void serve_channel(int fd, void *key, osal_read_handler handler, void *handler_arg) {
+    ravo::platform::batch_begin();
     for (int served = 0; served < messages_per_wakeup && ravo::platform::channel_next(); ++served) {
         handler(fd, handler_arg);
-        ravo::platform::books_close();
-        if (!ravo::platform::channel_owns(fd) || !readers.contains(key)) return;
+        ravo::platform::channel_done();
+        if (!ravo::platform::channel_owns(fd) || !readers.contains(key)) break;
     }
+    ravo::platform::batch_end();
 }
 
 void on_readable(evutil_socket_t fd, short /*what*/, void *arg) {

@@ -24,6 +24,7 @@
 #include "log/log.h"
 #include "osal.h"
 #include "osal/once_more.h"
+#include "osal/send_batch.h"
 #include "osal/send_figures.h"
 #include "osal/send_lanes.h"
 
@@ -74,8 +75,8 @@ ravo::platform::descriptor open_frame_lane() {
     return ravo::platform::descriptor(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
 }
 
-ravo::platform::send_lanes servers{.open_another = open_server_lane};
-ravo::platform::send_lanes frames{.open_another = open_frame_lane};
+ravo::platform::send_lanes servers{.open_another = open_server_lane, .count = ravo::platform::send_count_server};
+ravo::platform::send_lanes frames{.open_another = open_frame_lane, .count = ravo::platform::send_count_interface};
 
 // Gives the daemon's socket its lanes: the first of its kind that is open.
 void give_lanes(ravo::platform::send_lanes &lanes, int fd) {
@@ -120,6 +121,15 @@ bool carries_only_origin(const msghdr &msg) {
     const cmsghdr *first = CMSG_FIRSTHDR(&msg);
     return first != nullptr && first->cmsg_level == 0 && first->cmsg_type == OSAL_CMSG_ORIGIN &&
            first->cmsg_len >= sizeof(cmsghdr) && CMSG_ALIGN(first->cmsg_len) >= msg.msg_controllen;
+}
+
+// A reply, which is a message's only frame. What is broadcast again locally may be followed by copies for servers.
+bool goes_to_client(const msghdr &msg) {
+    constexpr std::size_t port_at = 36;  // in a frame with an IPv4 header of 20 bytes
+    if (msg.msg_iovlen == 0 || msg.msg_iov[0].iov_len < port_at + 2) return false;
+    std::uint16_t port = 0;
+    std::memcpy(&port, static_cast<const std::uint8_t *>(msg.msg_iov[0].iov_base) + port_at, sizeof port);
+    return port == htons(dhcp_client_port);
 }
 
 // A frame in one piece, which costs the kernel less than several pieces with control data.
@@ -178,6 +188,7 @@ int osal_setsockopt(int fd, int level, int name, const void *value, socklen_t le
 }
 
 int osal_close(int fd) {
+    ravo::platform::batch_flush();
     if (channel_owns(fd)) return ravo::platform::channel_close();
     if (fd == servers.common) lanes_close(servers);
     if (fd == frames.common) lanes_close(frames);
@@ -198,22 +209,45 @@ ssize_t osal_sendto(int fd, const void *buffer, size_t size, int flags, const st
                     socklen_t to_length) {
     const int now = flags | MSG_DONTWAIT;
     const std::uint32_t server = fd == servers.common ? server_of(to, to_length) : 0;
+    if (server != 0 && flags == 0 && ravo::platform::batch_takes(servers)) {
+        const iovec whole{const_cast<void *>(buffer), size};
+        const ssize_t taken = ravo::platform::batch_add(servers, server, std::span(&whole, 1), to, to_length);
+        if (taken > 0) return taken;
+    }
+    ravo::platform::batch_flush();  // nothing overtakes what was sent before
     if (server == 0) return ::sendto(fd, buffer, size, now, to, to_length);
     const ssize_t sent =
         lanes_send(servers, server, [=](int socket) { return ::sendto(socket, buffer, size, now, to, to_length); });
-    if (sent < 0) ravo::platform::send_count_server(server, errno);
+    if (sent < 0) servers.count(server, errno);
     return sent;
 }
 
 ssize_t osal_sendmsg(int fd, const struct msghdr *msg, int flags) {
     const int now = flags | MSG_DONTWAIT;
     sockaddr_ll to;
-    if (!link_destination(*msg, &to)) return ::sendmsg(fd, msg, now);
+    if (!link_destination(*msg, &to)) {
+        ravo::platform::batch_flush();
+        return ::sendmsg(fd, msg, now);
+    }
     const auto interface = static_cast<std::uint32_t>(to.sll_ifindex);
     to.sll_ifindex = ravo::platform::inventory_kernel_ifindex(interface);
+    if (to.sll_ifindex != 0 && flags == 0 && fd == frames.common && carries_only_origin(*msg) && goes_to_client(*msg) &&
+        ravo::platform::batch_takes(frames)) {
+        const ssize_t taken = ravo::platform::batch_add(frames, interface, std::span(msg->msg_iov, msg->msg_iovlen),
+                                                        reinterpret_cast<const sockaddr *>(&to), sizeof to);
+        if (taken > 0) return taken;
+    }
+    ravo::platform::batch_flush();
     errno = ENODEV;
     ssize_t sent = -1;
     if (to.sll_ifindex != 0) sent = send_frame(fd, *msg, now, interface, to);
-    if (sent < 0) ravo::platform::send_count_interface(interface, errno);
+    if (sent < 0) frames.count(interface, errno);
     return sent;
+}
+
+void osal_gather(int fd, osal_refused refused) {
+    if (fd < 0) return;
+    ravo::platform::batch_open();
+    if (fd == servers.common) servers.refused = refused;
+    if (fd == frames.common) frames.refused = refused;
 }

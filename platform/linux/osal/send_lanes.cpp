@@ -80,6 +80,7 @@ void lanes_close(send_lanes &lanes) {
         lanes.sockets[lane].reset();
     }
     lanes.common = -1;
+    lanes.refused = nullptr;
 }
 
 }  // namespace ravo::platform

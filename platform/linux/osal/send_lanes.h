@@ -18,6 +18,7 @@
 #include <cstdint>
 
 #include "base/owners.h"
+#include "osal.h"
 
 namespace ravo::platform {
 
@@ -25,8 +26,10 @@ inline constexpr std::size_t send_lane_limit = 16;
 
 // The sockets for one kind of destination. A destination is a number other than 0.
 struct send_lanes {
-    descriptor (*open_another)() = nullptr;               // opens a lane; closed and errno on failure
-    int common = -1;                                      // the daemon's own socket, -1: not open
+    descriptor (*open_another)() = nullptr;       // opens a lane; closed and errno on failure
+    void (*count)(std::uint32_t, int) = nullptr;  // counts what is not sent to a destination: reason as errno
+    osal_refused refused = nullptr;               // who is told of it later; nullptr: nobody, it is sent at once
+    int common = -1;                              // the daemon's own socket, -1: not open
     std::array<std::uint32_t, send_lane_limit> owners{};  // whose each lane is, 0: nobody's
     std::array<descriptor, send_lane_limit> sockets{};    // closed: not opened yet
     std::size_t owned = 0;                                // lanes that are somebody's; mostly none

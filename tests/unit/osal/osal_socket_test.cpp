@@ -415,6 +415,9 @@ TEST_F(OsalSocket, Family24IsTheChannel) {
 
     EXPECT_EQ(osal_close(fd), 0);
     EXPECT_FALSE(ravo::platform::channel_owns(fd));
+    // The kernel takes its time to close it, which a thread waits for.
+    for (int waited = 0; waited < channel_box::wait_limit_ms && ::fcntl(fd, F_GETFD) != -1; ++waited)
+        ::poll(nullptr, 0, 1);
     EXPECT_EQ(::fcntl(fd, F_GETFD), -1);
 }
 

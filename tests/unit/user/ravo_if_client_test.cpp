@@ -137,6 +137,13 @@ TEST_F(Client, FailedSendIsTracedAndNotRepeated) {
     expect_outcomes({OUTCOME_SEND_FAILED});
 }
 
+TEST_F(Client, WhatIsRefusedAfterwardsIsTracedAsWhatFailsAtOnce) {
+    ASSERT_TRUE(fake::refuse(101, nullptr, ENETDOWN));
+    const trace_lines expected = {{104, "sendEtherFrame (#): raw_sock_fd=101, sendmsg error Network is down\n"}};
+    EXPECT_EQ(fake::traces(), expected);
+    expect_outcomes({});
+}
+
 TEST_F(Client, HardwareAddressMustHave6Bytes) {
     held_message held(encode(offer()));
     for (const std::uint32_t maclen : {0U, 5U, 7U, 16U}) {

@@ -318,6 +318,16 @@ TEST_F(Forwarding, ClosedSocketIsAFailedSend) {
     EXPECT_THAT(fake::outcomes, ElementsAre(OUTCOME_SEND_FAILED));
 }
 
+TEST_F(Forwarding, WhatIsRefusedAfterwardsIsTracedAsWhatFailsAtOnce) {
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(67);
+    to.sin_addr.s_addr = address("192.0.2.1");
+    ASSERT_TRUE(fake::refuse(fd, reinterpret_cast<const sockaddr *>(&to), ENETUNREACH));
+    EXPECT_THAT(fake::traces(), ElementsAre(send_error(ENETUNREACH), failed_host("192.0.2.1", -1)));
+    EXPECT_THAT(fake::outcomes, IsEmpty()) << "that is the platform's part";
+}
+
 TEST_F(Forwarding, FilteredTracesChangeNothing) {
     fake::print_from(104);
     plain(0, "192.0.2.1");
