@@ -39,13 +39,14 @@ _PROCESS = {"fork": (EAGAIN,), "execv": (ENOENT,), "waitpid": (EINTR,), "kill": 
             "getgrnam_r": (EIO,), "getgrouplist": (EIO,), "getpwnam": (EIO,), "getpwuid_r": (EIO,)}
 FAULTS = {**_FILES, **_SOCKETS, **_WAITING, **_MEMORY, **_PROCESS}
 
-# Where a call has other errors than elsewhere: the kernel's waiting for a number in memory.
-FAULTS_AT = {"atomic_wait.h": (EINTR, EAGAIN)}
+# Where a call has other errors than elsewhere: who waits for a number in memory is interrupted, and waking cannot fail.
+FAULTS_AT = {"atomic_wait.h std::__detail::__platform_wait syscall": (EINTR, EAGAIN),
+             "atomic_wait.h std::__detail::__platform_notify syscall": ()}
 
 
 def faults_at(place, function):
     """The errors with which a call at a place is made to fail."""
-    return FAULTS_AT.get(place.split()[0], FAULTS[function])
+    return FAULTS_AT.get(place.split("#")[0], FAULTS[function])
 
 
 # Functions of libraries that end in a call, so that the call comes from where they were called.

@@ -110,7 +110,7 @@ def try_all(lab, injector, places, name, without, report):
         (well, how, seconds), tried = lead(lab, injector, name, order)
         fired = "" if tried.fired else ", not come by"
         row = (f"{name}: {place}, {errno.errorcode[order[3]]} in phase {order[2]}{fired}: "
-               f"{'' if well else 'WRONG, '}{how} ({seconds:.1f} s)")
+               f"{'' if well else 'WRONG, '}{' / '.join(how.splitlines())} ({seconds:.1f} s)")
         print(row, file=report, flush=True)
         if not well:
             wrong.append(row)
