@@ -16,7 +16,7 @@ namespace ravo::platform {
 namespace {
 
 // Long enough for nearly every command, short enough for a message to wait.
-constexpr std::chrono::microseconds slice{1000};
+constexpr std::chrono::microseconds slice{250};
 
 management_session *first = nullptr;
 management_session *last = nullptr;
