@@ -326,6 +326,7 @@ ssize_t osal_recvfrom(int, void *buffer, std::size_t size, int flags, sockaddr *
     return got;
 }
 
+void osal_gather(int, osal_refused) {}
 ssize_t osal_recvmsg(int, msghdr *, int) {
     return -1;
 }

@@ -125,6 +125,7 @@ ssize_t osal_recvfrom(int, void *, std::size_t, int, sockaddr *, socklen_t *) {
     errno = EAGAIN;
     return -1;
 }
+void osal_gather(int, osal_refused) {}
 ssize_t osal_recvmsg(int, msghdr *, int) {
     errno = EAGAIN;
     return -1;
