@@ -50,8 +50,7 @@ struct FileRules : testing::Test {
     // Returns the errno of a call under the rules, 0 when it succeeds, 200 when there are no rules.
     int ruled(const std::function<long()> &call) const {
         return child::run([&] {
-                   if (!file_rules_install({.written = {folder + "/own", folder + "/none"}, .read = {folder + "/read"}})
-                            .empty())
+                   if (file_rules_install({.written = {folder + "/own", folder + "/none"}, .read = {folder + "/read"}}))
                        return 200;
                    return call() >= 0 ? 0 : errno;
                })
