@@ -291,8 +291,7 @@ void packet_rings::devices_changed(const std::function<bool(int kernel_ifindex)>
 // What the kernel cannot be told now it is told with the next look.
 void packet_rings::apply() {
     if (!stale_ || group_.busy()) return;
-    stale_ = false;
-    group_.change(rules());
+    stale_ = !group_.change(rules());
 }
 
 void packet_rings::look() {

@@ -82,10 +82,10 @@ int fan_out::set(const std::vector<fan_out_rule> &rules) {
     return install(first_, program_of(rules));
 }
 
-// A change that fails leaves frames where they go now, which serves as well.
-void fan_out::change(const std::vector<fan_out_rule> &rules) {
+// What the kernel refuses leaves frames where they go now, which serves as well.
+bool fan_out::change(const std::vector<fan_out_rule> &rules) {
     const int fd = ::fcntl(first_, F_DUPFD_CLOEXEC, 0);
-    if (fd < 0) return;
+    if (fd < 0) return false;
     busy_->store(true, std::memory_order_release);
     const auto work = [fd, program = program_of(rules), busy = busy_] {
         (void)install(fd, program);
@@ -93,6 +93,7 @@ void fan_out::change(const std::vector<fan_out_rule> &rules) {
         busy->store(false, std::memory_order_release);
     };
     if (start_thread(work) != 0) work();
+    return true;
 }
 
 unsigned fan_out::shared_member_of(int kernel_ifindex) {

@@ -34,7 +34,8 @@ class fan_out {
     // Says where frames go from now on. Returns 0, or the reason as errno.
     int set(const std::vector<fan_out_rule> &rules);
     // The same without waiting until every processor has seen it, as `set` may have to. One change at a time.
-    void change(const std::vector<fan_out_rule> &rules);
+    // Returns whether it was begun; without a descriptor to spare it is not.
+    [[nodiscard]] bool change(const std::vector<fan_out_rule> &rules);
     // Whether the last change may still be under way.
     bool busy() const { return busy_->load(std::memory_order_acquire); }
 

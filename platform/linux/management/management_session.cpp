@@ -80,7 +80,8 @@ void on_idle(evutil_socket_t /*fd*/, short /*what*/, void *arg) {
     }
     guarded(*s, [s] {
         const auto minutes = static_cast<long>(std::lround(s->settings->idle_seconds / 60));
-        refuse(*s, protocol::refusal::idle, "it was not used for " + std::to_string(minutes) + " minutes");
+        refuse(*s, protocol::refusal::idle,
+               "it was not used for " + std::to_string(minutes) + (minutes == 1 ? " minute" : " minutes"));
     });
 }
 
