@@ -16,7 +16,13 @@ from ravolab.process import wait_for
 from ravolab.relay import BUILD
 
 DEVICES = ("vlan2", "vlan7", "vlan30", "vlan100", "vlan4094")
-QUIET_START = r"RAVO: installSignalHandlers \d+ sig=11\nravod \S+: \d+ VLAN interfaces?, \d+ ports?; \d+ lines? of \S+ applied\n"
+QUIET_START = (r"RAVO: installSignalHandlers \d+ sig=11\n"
+               r"ravod \S+: \d+ VLAN interfaces?, \d+ ports?; \d+ lines? of \S+ applied\n")
+
+
+def quiet_start(daemon):
+    """The log, which a thread of the daemon writes, has what every start says, and nothing else."""
+    wait_for(lambda: re.fullmatch(QUIET_START, daemon.log), 30, lambda: f"a quiet start, but:\n{daemon.log}\nso none")
 
 
 @pytest.fixture
@@ -108,7 +114,7 @@ def test_a_random_configuration_comes_back_whole(daemon, number):
     assert daemon.sh("-c", "write memory") == f"Saved as {daemon.startup}\n"
     assert daemon.sh("-c", "show startup-config") == before["show running-config"]
     daemon.restart()
-    assert re.fullmatch(QUIET_START, daemon.log)
+    quiet_start(daemon)
     after = records(daemon)
     for command, shown in before.items():
         assert after[command] == shown, command
@@ -142,7 +148,7 @@ def test_a_file_without_room_on_its_disk_stays_as_it_was(daemon):
     for command in ("write memory", "write", "copy running-config startup-config"):
         assert daemon.sh("-c", command, status=1) == f"% {reason}\n"
         assert daemon.sh("-c", "show startup-config") == saved
-    assert f"configuration not saved: {reason}\n" in daemon.log
+    wait_for(lambda: f"configuration not saved: {reason}\n" in daemon.log, 30, "the line in the log")
     assert reason in daemon.sh("-c", "show logging")
     # With room again a save succeeds.
     daemon.sh("-c", "reset relay", "-c", "write memory")
@@ -165,7 +171,7 @@ def test_what_is_no_file_is_neither_replaced_nor_erased(daemon):
     daemon.startup = daemon.folder / "folder"
     daemon.startup.mkdir()
     daemon.start()
-    assert f"{daemon.startup}: cannot be read: Is a directory\n" in daemon.log
+    wait_for(lambda: f"{daemon.startup}: cannot be read: Is a directory\n" in daemon.log, 30, "the line in the log")
     for command, verb in (("write memory", "written"), ("write erase", "erased")):
         assert daemon.sh("-c", command, status=1) == f"% {daemon.startup} cannot be {verb}: it is a folder\n"
     # The daemon has a /dev/null of its own here, which is safe to lose.
@@ -173,7 +179,7 @@ def test_what_is_no_file_is_neither_replaced_nor_erased(daemon):
     daemon.startup = daemon.folder / "null"
     subprocess.run(["mknod", daemon.startup, "c", "1", "3"], check=True)
     daemon.start()
-    assert re.fullmatch(QUIET_START, daemon.log)
+    quiet_start(daemon)
     for command, verb in (("write memory", "written"), ("write erase", "erased")):
         assert daemon.sh("-c", command, status=1) == \
             f"% {daemon.startup} cannot be {verb}: it is a device or the like, not a file\n"
@@ -183,7 +189,7 @@ def test_what_is_no_file_is_neither_replaced_nor_erased(daemon):
     assert daemon.process.stop() == 0
     daemon.startup = "/dev/null"
     daemon.start()
-    assert re.fullmatch(QUIET_START, daemon.log)
+    quiet_start(daemon)
 
 
 def test_a_saved_file_is_private_and_its_predecessors_kept(daemon):
@@ -220,7 +226,7 @@ def test_who_is_killed_while_saving_leaves_the_old_or_the_new_file(daemon):
         assert found in (old, new)
         outcomes.append(found == new)
         daemon.start()
-        wait_for(lambda: re.fullmatch(QUIET_START, daemon.log), 30, lambda: f"a quiet start, but:\n{daemon.log}\nso none")
+        quiet_start(daemon)
         assert daemon.sh("-c", "show running-config").encode() == found
     print(f"{sum(outcomes)} of 30 saves were done when the daemon was killed")
 
@@ -301,7 +307,8 @@ def test_a_check_finds_what_the_relay_refuses_and_leaves_the_system_alone(daemon
         assert faults_found(daemon) == expected
         if daemon.process is None:
             daemon.start()
-    assert [line for line in daemon.log.splitlines() if place in line] == expected
+    wait_for(lambda: [line for line in daemon.log.splitlines() if place in line] == expected, 30,
+             lambda: f"{expected}, but:\n{daemon.log}\nso faults")
     assert daemon.startup.read_text() == before and os.listdir(daemon.startup.parent) == [daemon.startup.name]
 
 
@@ -313,8 +320,9 @@ def test_names_of_devices_are_known_to_a_check(daemon):
     expected = [f'{daemon.startup}:3: invalid input at "downlink", column 11: interface downlink']
     assert faults_found(daemon, "--switch", switch) == expected
     daemon.start("--switch", switch)
+    applied = rf"^ravod \S+: 6 VLAN interfaces, 0 ports; 2 lines of {daemon.startup} applied, 1 not$"
+    wait_for(lambda: re.search(applied, daemon.log, re.M), 30, lambda: f"what was applied:\n{daemon.log}")
     assert [line for line in daemon.log.splitlines() if line.startswith(str(daemon.startup))] == expected
-    assert re.search(rf"^ravod \S+: 6 VLAN interfaces, 0 ports; 2 lines of {daemon.startup} applied, 1 not$", daemon.log, re.M)
 
 
 def test_settings_in_force_are_no_faults(daemon):
@@ -327,7 +335,7 @@ def test_settings_in_force_are_no_faults(daemon):
     daemon.startup.write_text("\n".join(lines) + "\n")
     assert faults_found(daemon) == []
     daemon.start()
-    assert re.fullmatch(QUIET_START, daemon.log)
+    quiet_start(daemon)
     running = daemon.sh("-c", "show running-config")
     assert daemon.sh("-c", "copy startup-config running-config") == ""
     assert daemon.sh("-c", "show running-config") == running
@@ -356,7 +364,7 @@ def test_reset_brings_back_the_defaults(daemon):
     assert daemon.sh("-c", "reset relay") == ""
     assert records(daemon) == fresh
     assert json.loads(daemon.sh("-c", "show ip dhcp relay detail | json"))["sockets"] == fresh_sockets
-    assert "relay reset by root\n" in daemon.log
+    wait_for(lambda: "relay reset by root\n" in daemon.log, 30, "the line in the log")
 
 
 def test_copy_brings_back_what_was_saved_and_erase_removes_it(daemon):

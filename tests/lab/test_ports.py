@@ -121,6 +121,7 @@ def test_without_a_folder_nothing_is_remembered_and_the_log_says_so_once(daemon)
     plug(daemon, "left", "right")
     daemon.start(*daemon.options, "--state", "/dev/null/state")
     line = "state: /dev/null/state cannot be used, numbers of ports and saved versions are not remembered: Not a directory\n"
+    wait_for(lambda: line in daemon.log, 30, "the line in the log")
     assert daemon.log.count(line) == 1
     daemon.namespace.ip("link del left")
     restart(daemon, *daemon.options, "--state", "/dev/null/state")

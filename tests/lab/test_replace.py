@@ -189,7 +189,8 @@ def test_what_is_not_confirmed_goes_back(daemon):
     replace(daemon, "ip dhcp relay hops 9\n", "--confirm", "1")
     restarted(time.time() - 5)
     assert "hops 6" in running(daemon)
-    assert "not confirmed in time, the one before is in force again: 2 lines changed" in daemon.log
+    back = "not confirmed in time, the one before is in force again: 2 lines changed"
+    wait_for(lambda: back in daemon.log, 30, "the line in the log")
 
 
 def test_versions_and_differences(daemon):
