@@ -62,10 +62,14 @@ struct KeptTransactions : testing::Test {
         for (const kept_transaction &each : open()) all.push_back(each.xid);
         return all;
     }
-    void overwrite(std::size_t at, const std::string &bytes) const {
+    // Turns every bit of the byte at `at`: whatever stood there, something else stands there now.
+    void tear(std::size_t at) const {
         std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekg(static_cast<std::streamoff>(at));
+        const int byte = file.get();
         file.seekp(static_cast<std::streamoff>(at));
-        file << bytes;
+        file.put(static_cast<char>(~byte));
+        ASSERT_TRUE(file.good());
     }
 };
 
@@ -120,7 +124,7 @@ TEST_F(KeptTransactions, ATornEntryIsMissingAlone) {
         for (std::uint32_t number = 0; number < 3; ++number)
             kept_transactions_put(number, {.xid = 10 + number, .port = 5123, .seconds = 300, .since = now});
         kept_transactions_close();
-        overwrite(header + entry_size + byte, "\x5A");
+        tear(header + entry_size + byte);
         EXPECT_THAT(ids(), ElementsAre(10, 12)) << byte;
     }
 }
