@@ -28,13 +28,13 @@
 #include "books/pcapng.h"
 #include "boundary.h"
 #include "channel/channel.h"
+#include "channel/kept_gate.h"
 #include "cli/command_line.h"
 #include "commands/commands.h"
 #include "configuration/configuration.h"
 #include "confinement/confinement.h"
 #include "confinement/daemon_user.h"
 #include "confinement/trusted_file.h"
-#include "gate/gate.h"
 #include "interfaces/nsm_feed.h"
 #include "inventory/inventory.h"
 #include "inventory/switch_description.h"
@@ -140,7 +140,7 @@ void open_inventory(const platform::frame_options &options) {
     platform::trap_remove_stale();
     give_up_rights(options, description);
     platform::nsm_follow_inventory();
-    platform::gate_set_lender(options.gate_socket);
+    platform::kept_gate_begin(options.gate_socket);
     platform::channel_know_relay(platform::relay_data());
     describe(description);
     remember_ports();

@@ -1,12 +1,14 @@
 # SPDX-License-Identifier: Apache-2.0
 """A network in a booted machine: a VLAN's bridge with one port, a client behind it, and a server beyond an uplink."""
 
+import itertools
 import re
 
 from machine import Failed
 
 ADDRESS = r"10\.10\.0\.1\d\d"
 SERVER = "192.0.2.11"
+NUMBERS = itertools.count(1)  # of the server's units: a transient one that was stopped may stay loaded for a while
 # A bridge a VLAN; the port and the uplink are ends of cables, and the other ends are in namespaces of the client and the server.
 PARTS = f"""set -e
 ip netns add client
@@ -40,11 +42,11 @@ def build(machine):
 def start_server(machine):
     machine.start_program("nsenter --net=/run/netns/server dnsmasq --no-daemon --port=0 --conf-file=/dev/null --log-dhcp --no-ping "
                           "--dhcp-leasefile=/run/leases --dhcp-authoritative --dhcp-range=10.10.0.100,10.10.0.199,255.255.255.0,1h",
-                          "dhcp-server")
+                          f"dhcp-server-{next(NUMBERS)}")
 
 
 def stop_server(machine):
-    machine.run("systemctl stop dhcp-server")
+    machine.run("systemctl stop 'dhcp-server-*'")
 
 
 def lease(machine, tries=15):
@@ -53,7 +55,7 @@ def lease(machine, tries=15):
     found = re.search(rf"lease of ({ADDRESS}) obtained from {re.escape(SERVER)}", done.stdout)
     if done.returncode != 0 or not found:
         known = "; ".join(f"{command}: {machine.try_(command).stdout.strip()[-700:]}" for command in (
-            "ravosh -c 'show ip dhcp relay client'", "ravosh -c 'show interfaces brief'", "journalctl -u dhcp-server -o cat -n 5"))
+            "ravosh -c 'show ip dhcp relay client'", "ravosh -c 'show interfaces brief'", "journalctl -u 'dhcp-server-*' -o cat -n 5"))
         raise Failed(f"udhcpc got nothing: {done.stdout.strip()[-300:]}; {known}")
     return found[1]
 

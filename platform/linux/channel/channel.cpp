@@ -30,6 +30,7 @@
 #include "channel/channel_frame.h"
 #include "channel/given_socket.h"
 #include "channel/guard.h"
+#include "channel/kept_gate.h"
 #include "channel/limits.h"
 #include "channel/packet_rings.h"
 #include "channel/queue_bound.h"
@@ -394,6 +395,7 @@ int fail_open(int reason) {
 
 // The devices are let in before frames pass the gate, so that of those that come in all the while none is missed.
 int open_at_gate(open_channel &c) {
+    kept_gate_take_over();
     if (const int reason = c.at.prepare(); reason != 0) return reason;
     c.at.set_room(c.bound.room());
     c.taps.follow(c.at, limits);
@@ -491,6 +493,7 @@ int channel_close() {
     end_channel(*channel);
     channel->rings.forget();
     store_forget(stored_holder);
+    kept_gate_forget();
     channel.reset();
     return 0;
 }

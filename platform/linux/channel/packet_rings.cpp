@@ -164,6 +164,10 @@ fault packet_rings::take_over_all(std::vector<descriptor> left, bool apart) {
     return apart ? take_over_group(std::move(left.back())) : fault{};
 }
 
+bool packet_rings::were_apart() {
+    return store_has(stored_names(true).front());
+}
+
 bool packet_rings::take_over(bool apart) {
     const std::vector<std::string> names = stored_names(apart);
     std::vector<descriptor> left;

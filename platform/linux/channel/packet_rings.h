@@ -46,6 +46,8 @@ class packet_rings {
     // Takes over what a daemon before kept: its first ring, or all of several; they receive already. apart: which of
     // the two is wanted. Returns whether it is there. What speaks against it is written to the log, and it is closed.
     bool take_over(bool apart);
+    // Tells whether several sockets wait for that.
+    static bool were_apart();
     // Has them kept for the next daemon, which finds there what nobody took; or no more.
     void keep();
     void forget();

@@ -7,6 +7,7 @@
 #include "gate/gate.h"
 
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,6 +25,9 @@ constexpr std::uint64_t told_together = 8;       // messages
 
 std::string lender;
 descriptor asked;  // the lender, for the gate to come
+gate_keeper keeper = nullptr;
+gate_objects left_over;  // of the daemon before, for the gate to come
+bool was_refused = false;
 
 std::size_t page_size() {
     static const auto size = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
@@ -45,21 +49,71 @@ std::uint32_t high_half(std::uint64_t word) {
     return static_cast<std::uint32_t>(word >> 32);
 }
 
+// The kernel's objects are no files: memory of one that is shorter than it says cannot be mapped.
+bool is_object(const descriptor &fd) {
+    struct stat status {};
+    return ::fstat(fd.get(), &status) == 0 && (status.st_mode & S_IFMT) == 0;
+}
+
+// A socket that takes the program has the program; one of another kind of program would be refused.
+bool is_program(const descriptor &fd) {
+    const descriptor trial(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const int number = fd.get();
+    return ::setsockopt(trial.get(), SOL_SOCKET, SO_ATTACH_BPF, &number, sizeof number) == 0;
+}
+
+fault look_at_left(const gate_objects &left) {
+    for (const descriptor *each : {&left.program, &left.devices, &left.ports, &left.limited_by_tag, &left.queue})
+        if (!is_object(*each)) return {"it is another kind of descriptor"};
+    const mapping devices(left.devices.get(), sizeof(gate_devices) * GATE_DEVICE_BUCKETS);
+    const mapping tags(left.limited_by_tag.get(), sizeof(gate_tag_count) * GATE_TAG_COUNTS);
+    const mapping last_ports(left.ports.get(), page_size(), sizeof(gate_port) * GATE_PORTS - page_size());
+    const mapping queue(left.queue.get(), page_size());
+    if (!devices || !tags || !last_ports || !queue || !is_program(left.program))
+        return {"its parts are not what they should be"};
+    if (load_word(static_cast<gate_queue *>(queue.get())->program) != gate_program_number())
+        return {"it is another version's"};
+    return {};
+}
+
 }  // namespace
 
 // ---- Setting up ----
 
 void gate_set_lender(const std::string &path) {
     lender = path;
+    asked = {};
+}
+
+void gate_ask_early() {
     std::string refusal;  // is said when a gate is wanted and asks again
     asked = gate_may_load() ? descriptor() : gate_ask(lender, &refusal);
+}
+
+void gate_set_keeper(gate_keeper keep) {
+    keeper = keep;
+}
+
+fault gate_take_over(gate_objects left) {
+    if (fault wrong = look_at_left(left)) return wrong;
+    left_over = std::move(left);
+    return {};
+}
+
+void gate_refused_before() {
+    was_refused = true;
 }
 
 // What it may load itself, else what it is lent.
 gate_objects gate::find_objects() {
     gate_objects own = gate_load();
-    if (own) return own;
     const int refused = errno;
+    const bool in_vain = std::exchange(was_refused, false);
+    if (own) return own;
+    if (in_vain) {
+        refusal_ = "it did so before the restart, and is asked again when relaying is switched on";
+        return {};
+    }
     if (!asked) asked = gate_ask(lender, &refusal_);
     gate_objects lent = gate_take(std::exchange(asked, {}), &refusal_);
     if (!lent && refusal_.empty()) refusal_ = std::strerror(refused);
@@ -67,7 +121,9 @@ gate_objects gate::find_objects() {
 }
 
 bool gate::enter_kernel() {
-    gate_objects objects = find_objects();
+    gate_objects objects = std::exchange(left_over, {});
+    const bool is_left = static_cast<bool>(objects);
+    if (!is_left) objects = find_objects();
     if (!objects) return false;
     mapping devices(objects.devices.get(), sizeof(gate_devices) * GATE_DEVICE_BUCKETS);
     mapping tags(objects.limited_by_tag.get(), sizeof(gate_tag_count) * GATE_TAG_COUNTS);
@@ -76,13 +132,39 @@ bool gate::enter_kernel() {
         refusal_ = std::strerror(errno);
         return false;
     }
-    program_ = std::move(objects.program);
-    ports_ = std::move(objects.ports);
     limited_by_tag_ = std::move(tags);
     queue_ = std::move(queue);
-    taken_ = load_word(this->queue()->taken);
     devices_ = std::move(devices);
+    store(this->queue()->program, gate_program_number());
+    if (is_left)
+        begin_anew();
+    else if (keeper != nullptr)
+        keeper(objects);
+    taken_ = load_word(this->queue()->taken);
+    program_ = std::move(objects.program);
+    ports_ = std::move(objects.ports);
     return true;
+}
+
+// What the daemon before wrote and counted is forgotten. Its devices stay until ours are let in, so that nothing is
+// missed meanwhile.
+void gate::begin_anew() {
+    for (std::size_t i = 0; i < GATE_TAG_COUNTS; ++i) {
+        gate_tag_count &slot = kernel_tags()[i];
+        if (load_word(slot.tag) == 0) continue;
+        store(slot.count, 0);
+        __atomic_store_n(&slot.tag, 0, __ATOMIC_RELEASE);
+    }
+    store(queue()->taken, load_word(queue()->passed));
+    auto *const table = static_cast<gate_devices *>(devices_.get());
+    for (std::size_t i = 0; i < GATE_DEVICE_BUCKETS; ++i)
+        for (__u64 &slot : table[i].slots)
+            if (load_word(slot) != 0) strangers_.insert(&slot);
+}
+
+void gate::drop_strangers() {
+    for (__u64 *const slot : strangers_) store(*slot, 0);
+    strangers_.clear();
 }
 
 int gate::prepare() {
@@ -96,6 +178,7 @@ int gate::attach(int fd) {
     if (!queue_)
         if (const int reason = prepare(); reason != 0) return reason;
     const descriptor program = std::move(program_);
+    drop_strangers();
     if (const int number = program.get(); program) {
         if (::setsockopt(fd, SOL_SOCKET, SO_ATTACH_BPF, &number, sizeof number) == 0) return 0;
         refusal_ = std::strerror(errno);
@@ -148,7 +231,12 @@ int gate::let_in(int kernel_ifindex, std::size_t place) {
     if (!in_kernel()) return 0;
     const auto device = static_cast<std::uint32_t>(kernel_ifindex);
     __u64 *slot = device_slot(device);
+    if (slot == nullptr && !strangers_.empty()) {
+        drop_strangers();
+        slot = device_slot(device);
+    }
     if (slot == nullptr) return ENOSPC;
+    strangers_.erase(slot);
     store(*slot, word_of(device, static_cast<std::uint32_t>(place)));
     return 0;
 }

@@ -12,11 +12,13 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include "base/mapping.h"
 #include "base/owners.h"
+#include "fault.h"
 #include "gate/gate_records.h"
 
 namespace ravo::platform {
@@ -24,8 +26,21 @@ namespace ravo::platform {
 struct gate_objects;
 
 // Says where a gate asks for its program when it may not load it itself: the path of a socket (gate_objects.h). Empty,
-// as at first: nowhere. For the first gate it is asked at once, as the lender may have to be started.
+// as at first: nowhere.
 void gate_set_lender(const std::string &path);
+// Asks for the first gate at once, and waits for nothing, as the lender may have to be started.
+void gate_ask_early();
+
+// The gate outlasts the process when somebody keeps its objects: he is told of those of each gate that is made anew,
+// which stay the gate's. NULL, as at first: nobody.
+using gate_keeper = void (*)(const gate_objects &objects);
+void gate_set_keeper(gate_keeper keep);
+// Gives what the daemon before had, for the next gate to be made of: what passed it waits at the daemon's socket, and
+// nobody need be asked. The fault, if any: why they are not taken.
+fault gate_take_over(gate_objects left);
+// Says that the daemon before had no program, for the next gate: who may not load it himself does not ask for it again,
+// as that takes its time.
+void gate_refused_before();
 
 // What a port may send.
 struct port_rate {
@@ -95,6 +110,8 @@ class gate {
     __u64 *device_slot(std::uint32_t device) const;
     gate_objects find_objects();
     bool enter_kernel();
+    void begin_anew();
+    void drop_strangers();
     bool map_place(std::size_t place);
     void forget_tags(std::size_t place);
 
@@ -104,6 +121,7 @@ class gate {
     descriptor ports_;
     mapping limited_by_tag_;
     std::string refusal_;
+    std::unordered_set<__u64 *> strangers_;  // devices that the daemon before let in, where they stand
 
     mapping queue_;
     std::uint64_t taken_ = 0;     // out of the queue

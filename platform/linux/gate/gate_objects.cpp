@@ -52,15 +52,6 @@ bool is_whole(const gate_objects &o) {
     return o.program && o.devices && o.ports && o.limited_by_tag && o.queue;
 }
 
-// A number that another program has not, in all likelihood (FNV-1a).
-std::uint64_t program_number() {
-    std::size_t size = 0;
-    const auto *elf = static_cast<const unsigned char *>(gate_program::elf_bytes(&size));
-    std::uint64_t number = 0xCBF29CE484222325;
-    for (std::size_t i = 0; i < size; ++i) number = (number ^ elf[i]) * 0x100000001B3;
-    return number;
-}
-
 // ---- Lending ----
 
 // Room for a control message with all descriptors.
@@ -139,7 +130,7 @@ gate_objects receive(int fd, std::string *refusal) {
         return {};
     }
     gate_objects objects = take_descriptors(message);
-    if (size != sizeof said || said.program != program_number())
+    if (size != sizeof said || said.program != gate_program_number())
         *refusal = "its lender is of another version";
     else if (said.reason != 0)
         *refusal = std::strerror(said.reason);
@@ -150,6 +141,14 @@ gate_objects receive(int fd, std::string *refusal) {
 }
 
 }  // namespace
+
+std::uint64_t gate_program_number() {  // FNV-1a of its bytes
+    std::size_t size = 0;
+    const auto *elf = static_cast<const unsigned char *>(gate_program::elf_bytes(&size));
+    std::uint64_t number = 0xCBF29CE484222325;
+    for (std::size_t i = 0; i < size; ++i) number = (number ^ elf[i]) * 0x100000001B3;
+    return number;
+}
 
 bool gate_may_load() {
     __user_cap_header_struct who{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
@@ -183,7 +182,7 @@ gate_objects gate_load() {
 
 fault gate_lend(int fd) {
     const gate_objects objects = gate_load();
-    answer said{.program = program_number(), .reason = objects ? 0 : errno, .spare = 0};
+    answer said{.program = gate_program_number(), .reason = objects ? 0 : errno, .spare = 0};
     iovec bytes{.iov_base = &said, .iov_len = sizeof said};
     descriptor_room room;
     msghdr message{};

@@ -10,6 +10,7 @@
 #ifndef PLATFORM_LINUX_GATE_GATE_OBJECTS_H
 #define PLATFORM_LINUX_GATE_GATE_OBJECTS_H
 
+#include <cstdint>
 #include <string>
 
 #include "base/owners.h"
@@ -27,6 +28,9 @@ struct gate_objects {
 
     explicit operator bool() const { return static_cast<bool>(program); }
 };
+
+// The number of this version's program, which that of another version has not, in all likelihood.
+std::uint64_t gate_program_number();
 
 // Tells whether the process has the right to load programs.
 bool gate_may_load();

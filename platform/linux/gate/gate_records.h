@@ -32,9 +32,10 @@ struct gate_port {
 
 /* The queue, which all ports share. */
 struct gate_queue {
-    __u64 room;  /* messages it may hold; written by the daemon */
-    __u64 taken; /* messages taken out; written by the daemon */
-    __u64 spare1[6];
+    __u64 room;    /* messages it may hold; written by the daemon */
+    __u64 taken;   /* messages taken out; written by the daemon */
+    __u64 program; /* the number of the program that the maps belong to; stands here in every version */
+    __u64 spare1[5];
     __u64 passed; /* messages let in; written by the program */
     __u64 spare2[7];
 };

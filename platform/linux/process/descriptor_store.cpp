@@ -88,6 +88,10 @@ void store_begin() {
     for (const char *variable : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"}) (void)unsetenv(variable);
 }
 
+bool store_has(const std::string &name) {
+    return std::any_of(given.begin(), given.end(), [&](const given_descriptor &each) { return each.name == name; });
+}
+
 descriptor store_take(const std::string &name) {
     const auto is_it = [&](const given_descriptor &each) { return each.name == name; };
     const auto found = std::find_if(given.begin(), given.end(), is_it);

@@ -16,6 +16,9 @@ namespace ravo::platform {
 // Takes what the process was given into its hands; before it opens anything of its own.
 void store_begin();
 
+// Tells whether a descriptor of this name was given that nobody took.
+bool store_has(const std::string &name);
+
 // The descriptor of this name; none when none was given, or several. It is kept on, unless it is forgotten.
 descriptor store_take(const std::string &name);
 

@@ -24,6 +24,10 @@ std::map<std::string, ravo::platform::descriptor> stored;  // in place of an ini
 
 namespace ravo::platform {
 
+bool store_has(const std::string &name) {
+    return stored.count(name) != 0;
+}
+
 descriptor store_take(const std::string &name) {
     const auto found = stored.find(name);
     return found == stored.end() ? descriptor() : descriptor(::fcntl(found->second.get(), F_DUPFD_CLOEXEC, 0));

@@ -98,6 +98,17 @@ TEST_F(DescriptorStore, EachIsTakenByItsName) {
     EXPECT_EQ(told(), "nothing");
 }
 
+TEST_F(DescriptorStore, TellsWhatIsThereToBeTaken) {
+    EXPECT_EQ(child::run([&] {
+                  begin("packets", "1");
+                  say(std::string(store_has("packets") ? "there" : "gone") + (store_has("udp") ? " there" : " gone"));
+                  (void)store_take("packets");
+                  say(store_has("packets") ? "there" : "gone");
+                  return 0;
+              }).told,
+              "there gone\ngone\n");
+}
+
 TEST_F(DescriptorStore, OfSeveralWithOneNameNoneIsTaken) {
     const std::string line = "ravod: it was given a descriptor \"packets\" that it does not use; it is closed\n";
     EXPECT_EQ(child::run([&] {
