@@ -68,6 +68,21 @@ arrival framed(const octets &message, const frame_fields &fields) {
     return result;
 }
 
+std::size_t waiting = 0;  // copies
+
+void enter_waiting() {
+    waiting = 0;
+    ravo::platform::books_enter_waiting();
+}
+
+void wait() {
+    using namespace ravo::platform;
+    if (waiting == books_waiting_limit) books_settle_waiting();
+    if (!books_may_wait()) return;
+    (void)books_wait();
+    ++waiting;
+}
+
 void name_source(const arrival &what, sockaddr *from, socklen_t *from_length) {
     std::array<std::uint8_t, OSAL_CHANNEL_NAME_SIZE> record{};
     std::memcpy(record.data() + OSAL_CHANNEL_PORT, &what.port, sizeof what.port);
@@ -144,6 +159,7 @@ void set_xid(octets &bytes, std::size_t message_at, std::uint32_t xid) {
 
 void start_box(const settings &wanted) {
     ravo::platform::books_close();
+    ravo::platform::books_on_wait(enter_waiting);
     ravo_db_init();
     ravo_agent agent{};
     ravo_db_agent_get(&agent);
@@ -233,6 +249,7 @@ ssize_t osal_recvmsg(int, msghdr *, int) {
 }
 
 ssize_t osal_sendto(int, const void *, std::size_t size, int, const sockaddr *, socklen_t) {
+    bench::wait();
     ++bench::sent;
     return static_cast<ssize_t>(size);
 }
@@ -240,6 +257,7 @@ ssize_t osal_sendto(int, const void *, std::size_t size, int, const sockaddr *, 
 void osal_gather(int, osal_refused) {}
 
 ssize_t osal_sendmsg(int, const msghdr *msg, int) {
+    bench::wait();
     ++bench::sent;
     std::size_t size = 0;
     for (std::size_t i = 0; i < msg->msg_iovlen; ++i) size += msg->msg_iov[i].iov_len;

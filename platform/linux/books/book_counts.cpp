@@ -87,6 +87,18 @@ void begin_anew() {
     counts->size = sizeof(all_counts);
 }
 
+// Calls a function with the counters of all messages, of a VLAN and of a port.
+template <typename function>
+inline void each_counters(std::uint16_t vlan, std::uint32_t port_ifindex, function add) {
+    add(counts->total);
+    if (vlan != 0 && vlan < counted_vlans) add(counts->of_vlan[vlan]);
+    const std::uint16_t known = port_row_known(rows, port_ifindex);
+    if (known != 0 && known < kept_count_ports) [[likely]]
+        add(counts->of_port[known].counters);
+    else if (book_counters *of_port = counts_of_port(port_ifindex))
+        add(*of_port);
+}
+
 }  // namespace
 
 fault counts_open(const std::string &path) {
@@ -113,6 +125,24 @@ void counts_close() {
     forget_rows();
 }
 
+void counts_add(std::uint16_t vlan, const book_entry &message, std::uint32_t sent) {
+    const std::uint8_t type = message.type < BOOK_TYPES ? message.type : std::uint8_t{0};
+    each_counters(vlan, message.port_ifindex, [&, type](book_counters &counters) {
+        ++counters.received;
+        ++counters.by_outcome[message.outcome];
+        counters.sent += sent;
+        counters.by_type[type] += message.has_message ? 1 : 0;
+        counters.rebroadcast += message.rebroadcast ? 1 : 0;
+    });
+}
+
+void counts_add(std::uint16_t vlan, std::uint32_t port_ifindex, relay_outcome outcome, std::uint64_t messages) {
+    each_counters(vlan, port_ifindex, [=](book_counters &counters) {
+        counters.received += messages;
+        counters.by_outcome[outcome] += messages;
+    });
+}
+
 std::uint32_t counts_restarts() {
     return counts->restarts;
 }
@@ -126,9 +156,6 @@ book_counters *counts_of_vlan(std::uint16_t vlan) {
 }
 
 book_counters *counts_of_port(std::uint32_t port_ifindex) {
-    const std::uint16_t known = port_row_known(rows, port_ifindex);
-    if (known != 0 && known < kept_count_ports) [[likely]]
-        return &counts->of_port[known].counters;
     const std::uint16_t row = port_row(rows, port_ifindex, UINT16_MAX);
     if (row == 0) return nullptr;
     if (row >= kept_count_ports + more_ports.size()) {

@@ -26,6 +26,12 @@ void counts_close();
 // How often the daemon was started anew since the counts began.
 std::uint32_t counts_restarts();
 
+// Counts in total, for a VLAN and for a port, which is made when it is first heard of; for what is no VLAN or no port,
+// in total alone. sent: copies of the message.
+void counts_add(std::uint16_t vlan, const book_entry &message, std::uint32_t sent);
+// The same for messages of which nothing but their outcome is known.
+void counts_add(std::uint16_t vlan, std::uint32_t port_ifindex, relay_outcome outcome, std::uint64_t messages);
+
 book_counters &counts_total();
 book_counters *counts_of_vlan(std::uint16_t vlan);  // NULL for what is no VLAN
 // Of a port, made when it is first heard of. NULL without a port, and when there is no memory for them.

@@ -18,12 +18,12 @@ namespace {
 
 constexpr std::size_t default_size = 4096;
 constexpr std::size_t most_ports = 4096;  // with a share of their own; others have one together
-constexpr std::uint32_t nobody = 0xFFFFFFFF;
+constexpr std::uint32_t ends = 0;         // the slot that closes the list of all into a ring
 
 struct slot {
     book_entry entry;
-    std::uint32_t newer = nobody, older = nobody;  // of all
-    std::uint32_t port_newer = 0;                  // of the same port; of its newest it means nothing
+    std::uint32_t newer = ends, older = ends;  // of all
+    std::uint32_t port_newer = 0;              // of the same port; of its newest it means nothing
 };
 
 // The messages of a port; without any, newest and oldest mean nothing.
@@ -33,9 +33,8 @@ struct share {
 };
 
 std::size_t size = default_size;
-std::unique_ptr<slot[]> slots = std::make_unique<slot[]>(default_size);
-std::uint32_t filled = 0;  // slots that hold a message
-std::uint32_t newest = nobody;
+std::unique_ptr<slot[]> slots = std::make_unique<slot[]>(default_size + 1);
+std::uint32_t filled = 0;  // slots that hold a message: those from 1 on
 port_rows rows;
 std::array<share, most_ports> shares;
 std::uint16_t most = 0;       // the row that has most, or nearly
@@ -45,41 +44,35 @@ constexpr std::size_t forgotten_at_once = 4096;
 
 void look_for_most(std::uint16_t changed) {
     looked_at = static_cast<std::uint16_t>(looked_at + 1U < rows.rows ? looked_at + 1U : 0U);
-    std::uint32_t held = shares[most].held;
-    for (const std::uint16_t row : {changed, looked_at}) {
-        if (shares[row].held <= held) continue;
-        held = shares[row].held;
-        most = row;
-    }
-}
-
-void unlink(const slot &which) {
-    (which.newer == nobody ? newest : slots[which.newer].older) = which.older;
-    if (which.older != nobody) slots[which.older].newer = which.newer;
+    if (shares[changed].held > shares[most].held) most = changed;
+    if (shares[looked_at].held > shares[most].held) most = looked_at;
 }
 
 // Takes the oldest message of a port out. Returns its slot.
-std::uint32_t take_oldest(share &of) {
+std::uint32_t take_oldest(slot *all, share &of) {
     const std::uint32_t number = of.oldest;
-    of.oldest = slots[number].port_newer;
+    const slot &taken = all[number];
+    of.oldest = taken.port_newer;
     --of.held;
-    unlink(slots[number]);
+    all[taken.newer].older = taken.older;
+    all[taken.older].newer = taken.newer;
     return number;
 }
 
 // A slot for a new message of a port.
-std::uint32_t find_slot(share &of) {
-    if (filled < size) return filled++;
-    return take_oldest(of.held >= shares[most].held ? of : shares[most]);
+std::uint32_t find_slot(slot *all, share &of) {
+    if (filled < size) return ++filled;
+    share &largest = shares[most];
+    return take_oldest(all, of.held >= largest.held ? of : largest);
 }
 
-void link(std::uint32_t number, share &of) {
-    slot &made = slots[number];
-    made.newer = nobody;
-    made.older = newest;
-    if (newest != nobody) slots[newest].newer = number;
-    newest = number;
-    (of.held == 0 ? of.oldest : slots[of.newest].port_newer) = number;
+void link(slot *all, std::uint32_t number, share &of) {
+    const std::uint32_t before = all[ends].older;
+    all[number].newer = ends;
+    all[number].older = before;
+    all[before].newer = number;
+    all[ends].older = number;
+    (of.held == 0 ? of.oldest : all[of.newest].port_newer) = number;
     of.newest = number;
     ++of.held;
 }
@@ -88,7 +81,7 @@ void link(std::uint32_t number, share &of) {
 
 bool recorder_set_size(std::size_t messages) {
     try {
-        slots = std::make_unique<slot[]>(messages);
+        slots = std::make_unique<slot[]>(messages + 1);
         size = messages;
     } catch (const std::bad_alloc &) {
         return false;
@@ -99,13 +92,13 @@ bool recorder_set_size(std::size_t messages) {
 
 void recorder_clear() {
     filled = 0;
-    newest = nobody;
+    slots[ends].newer = slots[ends].older = ends;
     shares.fill({});
 }
 
 std::size_t recorder_forget(const std::array<std::uint8_t, 6> &client, std::size_t first) {
     const std::size_t end = std::min<std::size_t>(filled, first + forgotten_at_once);
-    for (std::size_t i = first; i < end; ++i)  // the slot stays where it is, until it is the oldest
+    for (std::size_t i = first + 1; i <= end; ++i)  // the slot stays where it is, until it is the oldest
         if (slots[i].entry.client == client) slots[i].entry = {};
     return end < filled ? end : 0;
 }
@@ -117,14 +110,15 @@ std::size_t recorder_size() {
 void recorder_keep(const book_entry &entry) {
     const std::uint16_t row = port_row(rows, entry.port_ifindex, most_ports);
     share &of = shares[row];
-    const std::uint32_t number = find_slot(of);
-    slots[number].entry = entry;
-    link(number, of);
+    slot *const all = slots.get();
+    const std::uint32_t number = find_slot(all, of);
+    all[number].entry = entry;
+    link(all, number, of);
     look_for_most(row);
 }
 
 void recorder_each(const std::function<void(const book_entry &entry)> &visit) {
-    for (std::uint32_t number = newest; number != nobody; number = slots[number].older)
+    for (std::uint32_t number = slots[ends].older; number != ends; number = slots[number].older)
         if (slots[number].entry.number != 0) visit(slots[number].entry);
 }
 

@@ -25,14 +25,11 @@ struct waiting_line {
 
 constexpr std::size_t waiting_room = 16384;
 
-log_subject subject;
-bool in_hand = false;
 std::string_view user;
 std::array<char, waiting_room> waiting;  // records, each with its text behind it
-std::size_t waiting_bytes = 0;
 
 void send_waiting(std::string_view fields) {
-    const std::size_t end = std::exchange(waiting_bytes, 0);
+    const std::size_t end = std::exchange(log_in_hand.waiting_bytes, 0);
     for (std::size_t at = 0; at < end;) {
         waiting_line line;
         std::memcpy(&line, waiting.data() + at, sizeof line);
@@ -45,10 +42,11 @@ void send_waiting(std::string_view fields) {
 // Returns false when there is no room for the line.
 bool keep(int level, std::string_view text) {
     const waiting_line line{level, static_cast<std::uint32_t>(text.size())};
-    if (waiting_bytes + sizeof line + text.size() > waiting.size()) return false;
-    std::memcpy(waiting.data() + waiting_bytes, &line, sizeof line);
-    std::copy_n(text.data(), text.size(), waiting.data() + waiting_bytes + sizeof line);
-    waiting_bytes += sizeof line + text.size();
+    std::size_t &bytes = log_in_hand.waiting_bytes;
+    if (bytes + sizeof line + text.size() > waiting.size()) return false;
+    std::memcpy(waiting.data() + bytes, &line, sizeof line);
+    std::copy_n(text.data(), text.size(), waiting.data() + bytes + sizeof line);
+    bytes += sizeof line + text.size();
     return true;
 }
 
@@ -56,32 +54,12 @@ void add(std::string *out, const char *name, std::string_view value) {
     out->append(name).append("=").append(value).append("\n");
 }
 
-// Apart from log_subject_end, which each message calls.
-[[gnu::noinline]] void send_waiting_with(std::string_view outcome) {
-    send_waiting(log_fields(subject, outcome, user));
-}
-
 }  // namespace
 
-void log_subject_begin(const log_subject &now) {
-    if (waiting_bytes != 0) log_subject_end({});
-    subject = now;
-    in_hand = true;
-}
+log_hand log_in_hand;
 
-void log_subject_end(std::string_view outcome) {
-    if (waiting_bytes != 0) [[unlikely]]
-        send_waiting_with(outcome);
-    subject = {};
-    in_hand = false;
-}
-
-bool log_subject_waits() {
-    return waiting_bytes != 0;
-}
-
-const log_subject &log_subject_now() {
-    return subject;
+void log_send_waiting(std::string_view outcome) {
+    send_waiting(log_fields(log_in_hand.about, outcome, user));
 }
 
 log_user::log_user(std::string_view name) : before_(std::exchange(user, name)) {}
@@ -119,8 +97,8 @@ void log_send_with_fields(int level, std::string_view line) {
         target_send(level, line, {});
         return;
     }
-    if (in_hand && keep(level, line)) return;
-    const std::string fields = log_fields(subject, {}, user);
+    if (log_in_hand.is_one && keep(level, line)) return;
+    const std::string fields = log_fields(log_in_hand.about, {}, user);
     send_waiting(fields);
     target_send(level, line, fields);
 }

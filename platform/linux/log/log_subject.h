@@ -5,6 +5,7 @@
 #define PLATFORM_LINUX_LOG_LOG_SUBJECT_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -18,14 +19,37 @@ struct log_subject {
     bool has_client = false;
 };
 
-// Lines from here on are about this message, until log_subject_end.
-void log_subject_begin(const log_subject &subject);
-// The message is done with. outcome: the word for what became of it, empty when there is none.
-void log_subject_end(std::string_view outcome);
+// What these functions, which each message calls, keep.
+struct log_hand {
+    log_subject about;
+    bool is_one = false;
+    std::size_t waiting_bytes = 0;  // of lines about it
+};
+extern log_hand log_in_hand;
+
+// Sends the lines that wait for an outcome, with it.
+void log_send_waiting(std::string_view outcome);
+
 // Whether lines about the message wait for its outcome.
-bool log_subject_waits();
+inline bool log_subject_waits() {
+    return log_in_hand.waiting_bytes != 0;
+}
+// Lines from here on are about this message, until log_subject_end.
+inline void log_subject_begin(const log_subject &subject) {
+    if (log_subject_waits()) log_send_waiting({});
+    log_in_hand.about = subject;
+    log_in_hand.is_one = true;
+}
+// The message is done with. outcome: the word for what became of it, empty when there is none.
+inline void log_subject_end(std::string_view outcome) {
+    if (log_subject_waits()) log_send_waiting(outcome);
+    log_in_hand.about = {};
+    log_in_hand.is_one = false;
+}
 // The message in hand; without one a subject that nothing is known of.
-const log_subject &log_subject_now();
+inline const log_subject &log_subject_now() {
+    return log_in_hand.about;
+}
 
 // Sets who is asked before a warning of the relay about the message in hand is written. Where the answer is that the
 // message is an ordinary one, the line is a trace.
