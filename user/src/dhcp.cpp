@@ -78,10 +78,10 @@ void note(const chain &walk, dhcp_notes *notes) {
     }
 }
 
-// Codes at which the walk does something else than go on.
+// Codes at which the walk does something else than go past an option.
 constexpr auto noticed = [] {
     std::array<bool, 256> codes{};
-    for (const std::uint8_t code : {optEND, optMESSAGE_TYPE, optVENDOR_CLASS, optCLIENT_ID, optAGENT})
+    for (const std::uint8_t code : {optPAD, optEND, optMESSAGE_TYPE, optVENDOR_CLASS, optCLIENT_ID, optAGENT})
         codes[code] = true;
     return codes;
 }();
@@ -90,23 +90,23 @@ constexpr auto noticed = [] {
 // noted can change: the processor keeps it at hand.
 bool walk_to_end(chain *from, dhcp_notes *notes) {
     chain walk = *from;
-    while (walk.at < walk.limit) {
+    // Of what is longer than one byte the length byte stands inside.
+    while (walk.at + 1 < walk.limit) {
         const std::uint8_t code = walk.options[walk.at];
-        if (code == optPAD) {
-            ++walk.at;
-            continue;
-        }
         if (noticed[code]) {
-            if (code == optEND) {
-                notes->end = static_cast<std::int32_t>(walk.at);
-                from->at = walk.at + 1;
-                return true;
+            if (code == optEND) break;
+            if (code == optPAD) {
+                ++walk.at;
+                continue;
             }
             if (walk.at + 2 < walk.limit) note(walk, notes);
         }
-        if (!step(&walk)) return false;
+        walk.at += walk.options[walk.at + 1] + std::size_t{2};
     }
-    return false;
+    if (walk.at >= walk.limit || walk.options[walk.at] != optEND) return false;
+    notes->end = static_cast<std::int32_t>(walk.at);
+    from->at = walk.at + 1;
+    return true;
 }
 
 // Tells whether what is left is a chain that ends with the limit; most often it is padding alone.

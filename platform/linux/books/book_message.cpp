@@ -47,16 +47,26 @@ void keep_option82(bytes data, book_entry &entry) {
 
 // One of the options that the books keep. Of several message types and option 82s the first counts, as for the relay.
 void keep_option(std::uint8_t code, bytes data, bool *has_type, book_message &m) {
-    if (code == option_type && !data.empty() && !std::exchange(*has_type, true)) m.entry.type = data.front();
-    if (code == option_server && data.size() == sizeof m.identifier)
-        std::memcpy(&m.identifier, data.data(), sizeof m.identifier);
-    if (code == option_agent && !m.entry.has_option82) keep_option82(data, m.entry);
+    switch (code) {
+        case option_type:
+            if (!data.empty() && !std::exchange(*has_type, true)) m.entry.type = data.front();
+            break;
+        case option_server:
+            if (data.size() == sizeof m.identifier) std::memcpy(&m.identifier, data.data(), sizeof m.identifier);
+            break;
+        case option_agent:
+            if (!m.entry.has_option82) keep_option82(data, m.entry);
+            break;
+        default:
+            break;
+    }
 }
 
-// Codes at which the walk does something else than go on.
+// Codes at which the walk does something else than go past an option.
 constexpr auto noticed = [] {
     std::array<bool, 256> codes{};
-    for (const std::uint8_t code : {option_end, option_type, option_server, option_agent}) codes[code] = true;
+    for (const std::uint8_t code : {option_pad, option_end, option_type, option_server, option_agent})
+        codes[code] = true;
     return codes;
 }();
 
@@ -67,16 +77,16 @@ void read_options(bytes options, book_message &m) {
     bool has_type = false;
     for (std::size_t at = 0; at + 1 < end;) {
         const std::uint8_t code = all[at];
-        if (code == option_pad) {
-            ++at;
-            continue;
-        }
-        const std::size_t next = at + 2 + all[at + 1];
+        const std::size_t length = all[at + 1];
         if (noticed[code]) {
-            if (code == option_end || next > end) return;
-            keep_option(code, options.subspan(at + 2, next - at - 2), &has_type, m);
+            if (code == option_pad) {
+                ++at;
+                continue;
+            }
+            if (code == option_end || length > end - at - 2) return;
+            keep_option(code, {all + at + 2, length}, &has_type, m);
         }
-        at = next;
+        at += 2 + length;
     }
 }
 
