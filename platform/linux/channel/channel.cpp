@@ -152,6 +152,7 @@ std::uint16_t vlan_of_relay_address(std::span<const std::uint8_t> message) {
 // Asks the guards about a message; what one stops is dropped. Returns whether it may pass.
 bool passes_guards(const tap &from, const ring_frame &received, const dhcp_frame &frame, const ingress &in) {
     const std::span<const std::uint8_t> message = frame.udp.subspan(channel_udp_header_size);
+    if (!guard.minds(message)) return true;
     const relay_outcome outcome = guard.judge({from.name, from.uplink, in, received.bytes, frame.ip_part, message});
     if (outcome == OUTCOME_NONE) return true;
     if (outcome == OUTCOME_CORE_ASSERTION)

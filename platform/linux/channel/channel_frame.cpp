@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace ravo::platform {
 namespace {
@@ -56,13 +57,18 @@ class byte_reader {
     bool failed_ = false;
 };
 
-// Adds a word as the machine holds it; a carry out of 64 bits counts as 1.
+// A word as the machine holds it.
 template <typename Word>
-inline void add(std::uint64_t *sum, const std::uint8_t *from) {
+inline std::uint64_t word_at(const std::uint8_t *from) {
     Word word;
     std::memcpy(&word, from, sizeof word);
-    *sum += word;
-    *sum += *sum < word ? 1 : 0;
+    return word;
+}
+
+// A carry out of 64 bits counts as 1.
+inline std::uint64_t plus(std::uint64_t sum, std::uint64_t word) {
+    const bool carry = __builtin_add_overflow(sum, word, &sum);
+    return sum + (carry ? 1 : 0);
 }
 
 // RFC 1071: a ones' complement sum may be built in any word size and byte order and folded at the end. The bytes must
@@ -72,17 +78,16 @@ std::uint64_t add_words(std::uint64_t sum, bytes of) {
     std::size_t left = of.size();
     std::uint64_t other = 0;  // two sums do not wait for each other
     for (; left >= 32; at += 32, left -= 32) {
-        add<std::uint64_t>(&sum, at);
-        add<std::uint64_t>(&other, at + 8);
-        add<std::uint64_t>(&sum, at + 16);
-        add<std::uint64_t>(&other, at + 24);
+        sum = plus(sum, word_at<std::uint64_t>(at));
+        other = plus(other, word_at<std::uint64_t>(at + 8));
+        sum = plus(sum, word_at<std::uint64_t>(at + 16));
+        other = plus(other, word_at<std::uint64_t>(at + 24));
     }
-    for (; left >= 8; at += 8, left -= 8) add<std::uint64_t>(&sum, at);
-    for (; left >= 2; at += 2, left -= 2) add<std::uint16_t>(&sum, at);
-    const std::uint8_t last[2] = {left != 0 ? *at : std::uint8_t{0}, 0};  // a zero follows an odd one
-    add<std::uint16_t>(&other, last);
-    sum += other;
-    return sum + (sum < other ? 1 : 0);
+    for (; left >= 8; at += 8, left -= 8) sum = plus(sum, word_at<std::uint64_t>(at));
+    if ((left & 4) != 0) other = plus(other, word_at<std::uint32_t>(std::exchange(at, at + 4)));
+    if ((left & 2) != 0) other = plus(other, word_at<std::uint16_t>(std::exchange(at, at + 2)));
+    const std::uint8_t last[2] = {(left & 1) != 0 ? *at : std::uint8_t{0}, 0};  // a zero follows an odd one
+    return plus(plus(sum, word_at<std::uint16_t>(last)), other);
 }
 
 bool sums_to_ones(std::uint64_t sum) {
@@ -93,17 +98,17 @@ bool sums_to_ones(std::uint64_t sum) {
 }
 
 // RFC 768: over a pseudo header of both addresses, protocol and length, then the datagram.
-bool udp_checksum_holds(bytes addresses, bytes datagram) {
-    std::uint64_t sum = htons(protocol_udp);
-    sum += htons(static_cast<std::uint16_t>(datagram.size()));
-    return sums_to_ones(add_words(add_words(sum, addresses), datagram));
+bool udp_checksum_holds(std::uint64_t addresses, bytes datagram) {
+    const std::uint64_t rest = htons(protocol_udp) + std::uint64_t{htons(static_cast<std::uint16_t>(datagram.size()))};
+    return sums_to_ones(add_words(plus(addresses, rest), datagram));
 }
 
 std::uint16_t u16_at(bytes of, std::size_t at) {
     return static_cast<std::uint16_t>(of.data()[at] << 8 | of.data()[at + 1]);
 }
 
-frame_result decode_udp(bytes addresses, bytes payload, const frame_aux &aux, dhcp_frame *out) {
+// addresses: both, as they stand in the IPv4 header.
+frame_result decode_udp(std::uint64_t addresses, bytes payload, const frame_aux &aux, dhcp_frame *out) {
     constexpr std::size_t destination_at = 2, length_at = 4, checksum_at = 6;  // RFC 768
     if (payload.size() < channel_udp_header_size) return frame_result::truncated;
     if (u16_at(payload, destination_at) != dhcp_server_port) return frame_result::not_ours;
@@ -118,7 +123,7 @@ frame_result decode_udp(bytes addresses, bytes payload, const frame_aux &aux, dh
 
 frame_result decode_ipv4(bytes packet, const frame_aux &aux, dhcp_frame *out) {
     constexpr std::size_t length_at = 2, fragment_at = 6, protocol_at = 9;  // RFC 791 section 3.1
-    constexpr std::size_t addresses_at = 12, addresses_size = 8;
+    constexpr std::size_t addresses_at = 12;
     if (packet.size() < ip_header_min) return frame_result::truncated;
     const std::uint8_t version_ihl = packet.front();
     const std::size_t total_length = u16_at(packet, length_at);
@@ -131,7 +136,7 @@ frame_result decode_ipv4(bytes packet, const frame_aux &aux, dhcp_frame *out) {
 
     out->ip_part = packet.subspan(ip_header_min - channel_ip_part_size, channel_ip_part_size);
     const bytes payload = packet.first(total_length).subspan(header_length);
-    return decode_udp(packet.subspan(addresses_at, addresses_size), payload, aux, out);
+    return decode_udp(word_at<std::uint64_t>(packet.data() + addresses_at), payload, aux, out);
 }
 
 }  // namespace

@@ -12,8 +12,6 @@
 #include <cstring>
 #include <iterator>
 
-#include "channel/dhcp_view.h"
-
 namespace ravo::platform {
 namespace {
 

@@ -13,6 +13,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "channel/dhcp_view.h"
 #include "channel/guard_transactions.h"
 #include "inventory/inventory.h"
 #include "inventory/switch_description.h"
@@ -44,6 +45,10 @@ class guards {
     relay_outcome judge(const guarded_message &m);
     // Takes note that a reply was delivered: its transaction is not open any more.
     void delivered(std::span<const std::uint8_t> message);
+    // Whether a message may be one that is stopped.
+    bool minds(std::span<const std::uint8_t> message) const {
+        return any_ || (!message.empty() && message.front() == dhcp_bootreply);
+    }
     // Whether anybody needs to be told.
     bool follows_transactions() const { return on_.transactions; }
 

@@ -31,7 +31,7 @@ class packet_ring {
   public:
     // capacity: frames that the ring has room for; a multiple of 128.
     explicit packet_ring(std::size_t capacity) : capacity_(capacity) {}
-    packet_ring(packet_ring &&) = delete;
+    packet_ring(packet_ring &&) = default;
     // Closes the socket without waiting until every processor has let go of it, as the kernel does.
     ~packet_ring();
 

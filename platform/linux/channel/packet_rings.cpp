@@ -62,6 +62,7 @@ int packet_rings::open_members() {
     constexpr std::size_t count = fan_out::shared + own_rings;
     std::array<int, count> reasons{};
     std::latch opened(count);
+    members_.reserve(count);  // they stay where they are
     for (std::size_t i = 0; i < count; ++i) {
         member &m = members_.emplace_back(apart_capacity);
         m.own = i >= fan_out::shared;

@@ -116,7 +116,7 @@ class packet_rings {
     void apply();
     void leave_apart();
 
-    std::deque<member> members_;
+    std::vector<member> members_;
     std::size_t last_ = 0;  // whose frame was taken last
     int crowded_by_ = 0;
     fan_out group_;

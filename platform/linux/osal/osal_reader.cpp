@@ -27,25 +27,27 @@ struct reader {
 };
 
 std::unordered_map<void *, std::unique_ptr<reader>> readers;
+unsigned deleted = 0;  // how many were
 
 constexpr int messages_per_wakeup = 32;  // then commands, timers and netlink get their turn
 
 // The channel's handler is called for each message, as many as others can be kept waiting for, and only when there is
 // one. The handler may delete its own reader: nothing of it is touched once the handler was entered. What is sent
 // meanwhile leaves at the end.
-void serve_channel(int fd, void *key, osal_read_handler handler, void *handler_arg) {
+void serve_channel(int fd, osal_read_handler handler, void *handler_arg) {
+    const unsigned deleted_before = deleted;
     ravo::platform::batch_begin();
     for (int served = 0; served < messages_per_wakeup && ravo::platform::channel_next(); ++served) {
         handler(fd, handler_arg);
         ravo::platform::channel_done();
-        if (!ravo::platform::channel_owns(fd) || !readers.contains(key)) break;
+        if (deleted != deleted_before || !ravo::platform::channel_owns(fd)) break;
     }
     ravo::platform::batch_end();
 }
 
 void on_readable(evutil_socket_t fd, short /*what*/, void *arg) {
     const auto *self = static_cast<const reader *>(arg);
-    if (ravo::platform::channel_owns(fd)) return serve_channel(fd, arg, self->handler, self->arg);
+    if (ravo::platform::channel_owns(fd)) return serve_channel(fd, self->handler, self->arg);
     self->handler(fd, self->arg);
     ravo::platform::books_close();
 }
@@ -82,6 +84,7 @@ void *OSAL_ZEBOS_Add_Read_Socket_Thread(void **handle, const char *name, osal_re
 
 void OSAL_ZEBOS_Delete_Read_Socket_Thread(void **handle) {
     readers.erase(*handle);
+    ++deleted;
     *handle = nullptr;
 }
 

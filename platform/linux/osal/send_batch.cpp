@@ -117,6 +117,16 @@ void tell_of_refused() {
 }  // namespace
 
 void batch_open() {
+    for (std::size_t at = 0; at < limit; ++at) {
+        parts[at].iov_base = bytes[at].data();
+        headers[at].msg_hdr = {.msg_name = &names[at],
+                               .msg_namelen = 0,
+                               .msg_iov = &parts[at],
+                               .msg_iovlen = 1,
+                               .msg_control = nullptr,
+                               .msg_controllen = 0,
+                               .msg_flags = 0};
+    }
     books_on_wait(batch_flush);
     log_before_line(batch_flush);
 }
@@ -140,12 +150,8 @@ ssize_t batch_add(send_lanes &lanes, std::uint32_t destination, std::span<const 
     const std::size_t length = put_together(from, bytes[count]);
     if (length == 0) return 0;
     std::memcpy(&names[count], to, to_length);
-    parts[count] = {.iov_base = bytes[count].data(), .iov_len = length};
-    headers[count] = {};
-    headers[count].msg_hdr.msg_name = &names[count];
+    parts[count].iov_len = length;
     headers[count].msg_hdr.msg_namelen = to_length;
-    headers[count].msg_hdr.msg_iov = &parts[count];
-    headers[count].msg_hdr.msg_iovlen = 1;
     copies[count] = {.lanes = &lanes,
                      .destination = destination,
                      .message = books_wait(),

@@ -344,7 +344,9 @@ TEST_P(Channel, WhatTheQueueHasNoRoomForIsCounted) {
     EXPECT_EQ(ravo::platform::channel_lost(), sent - delivered);
     ravo::platform::channel_forget_lost();
     EXPECT_EQ(ravo::platform::channel_lost(), 0U);
-    expect_delivered(c1, {});
+    // Who filled a queue may have one of its own now, whose timer makes the descriptor readable from time to time.
+    c1.send(frame_fields{});
+    EXPECT_EQ(hex(receive().message), hex(delivery_of({})));
 }
 
 // A port that floods leaves room to others, and its own replies too: the work on their requests is done. Without a gate

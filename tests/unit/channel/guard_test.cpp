@@ -147,6 +147,7 @@ class Guard : public testing::Test {
         const octets message = message_of(what);
         const relay_outcome outcome = guards_.judge(
             {what.device, what.uplink, {.vlan = what.vlan, .port_ifindex = what.port}, frame, ip, message});
+        EXPECT_TRUE(outcome == OUTCOME_NONE || guards_.minds(message)) << "nobody would have asked";
         return outcome == OUTCOME_NONE ? "passes" : std::string(outcome_word(outcome));
     }
     // What becomes of a message with the guard off, and with it on.
