@@ -30,7 +30,7 @@ _SOCKETS = {"socket": (EMFILE, EACCES), "socketpair": (EMFILE,), "bind": (ENOMEM
             "recvmsg": (ENOBUFS, EINTR, EAGAIN), "recvmmsg": (ENOMEM, EINTR, EAGAIN), "if_nameindex": (ENOBUFS,)}
 _WAITING = {"poll": (ENOMEM, EINTR), "epoll_create1": (EMFILE,), "epoll_ctl": (ENOMEM,), "epoll_wait": (EINTR,),
             "eventfd": (EMFILE,), "timerfd_create": (EMFILE,), "timerfd_settime": (EINVAL,), "nanosleep": (EINTR,),
-            "clock_nanosleep": (EINTR,), "sigtimedwait": (EINTR, EAGAIN), "sigwaitinfo": (EINTR,)}
+            "clock_nanosleep": (EINTR,), "sigtimedwait": (EINTR, EAGAIN), "signalfd": (EMFILE,)}
 _MEMORY = {"mmap": (ENOMEM,), "mmap64": (ENOMEM,), "munmap": (ENOMEM,), "mprotect": (ENOMEM,), "madvise": (EAGAIN,),
            "setenv": (ENOMEM,), "unsetenv": (EINVAL,), "getrandom": (EINTR,)}
 _PROCESS = {"fork": (EAGAIN,), "execv": (ENOENT,), "waitpid": (EINTR,), "kill": (EPERM,), "prctl": (EPERM,),

@@ -20,6 +20,7 @@ from soaking import LONG, note, pick
 sys.path.insert(0, str(Path(__file__).parent / "trouble"))
 
 from test_soak import CONFIGURATION  # noqa: E402
+from test_supervise import SUPERVISE, daemon_of  # noqa: E402
 from troubles import ManyClients  # noqa: E402
 
 HERE = Path(__file__).parent
@@ -88,6 +89,26 @@ def test_nobody_has_to_ask_again(bare_lab, service, how, request):
     assert len(found["again"]) <= (0 if how == "orderly" else len(moments))
     assert service.stored() == kept
     assert not any(gap == 0 for gap in gaps), "something was restarted"
+
+
+def test_supervisor_keeps_what_comes_meanwhile(bare_lab):
+    relay = bare_lab.start_relay(options=SUPERVISE, log_level="warning",
+                                 startup_config=CONFIGURATION.format(bare_lab.server_host(2).address))
+    daemon = daemon_of(relay)
+    clients = ManyClients(bare_lab, ports=(3, 4), clients=CLIENTS, rate=RATE, again=4000 * PATIENCE)
+    time.sleep(CLIENTS / RATE if LONG else 0.3)
+    for _ in range(RESTARTS):
+        os.kill(daemon, signal.SIGKILL)
+        daemon = daemon_of(relay, other_than=daemon)
+        time.sleep(2 if LONG else 0.2)
+    found = clients.stop()
+    gaps = [ms for _, ms in found["gaps"]]
+    note(f"{RESTARTS} times killed under --supervise, {CLIENTS} clients and {RATE} leases a second",
+         f"{len(found['again'])} of {found['leases']} leases needed a message again; nobody heard anything for "
+         f"{max(gaps, default=0):.0f} ms at most")
+    assert found["leases"] > 0 and found["unfinished"] == 0
+    assert len(found["again"]) <= RESTARTS, "the message in hand may die with the daemon, and no other"
+    assert relay.stop() == 0
 
 
 def test_what_is_given_is_looked_at(service):

@@ -49,7 +49,7 @@ void on_retry(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) {
 }
 
 void tell_late() {
-    while (!late.empty() && init_system_tell(late.front().text, late.front().fd.get())) late.pop_front();
+    while (!late.empty() && init_system_tell_store(late.front().text, late.front().fd.get())) late.pop_front();
     if (late.empty()) return;
     if (retry == nullptr) retry.reset(evtimer_new(loop_base(), on_retry, nullptr));
     if (retry != nullptr) event_add(retry.get(), &retry_interval);
@@ -57,7 +57,7 @@ void tell_late() {
 
 // fd: stays the caller's; -1: none.
 void tell(const std::string &text, int fd = -1) {
-    if (late.empty() && init_system_tell(text, fd)) return;
+    if (late.empty() && init_system_tell_store(text, fd)) return;
     if (late.size() == most_late)
         return log_line(log_level_warning, "the init system does not listen: \"%s\" is not told to it",
                         text.substr(text.rfind('\n') + 1).c_str());

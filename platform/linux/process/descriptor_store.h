@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Descriptors that outlast the process: the init system keeps them while no daemon runs, so that what the kernel queues
-// at them meanwhile is not lost, and gives them to the next start (FileDescriptorStoreMax=, sd_notify(3)).
+// Descriptors that outlast the process: the init system keeps them while no daemon runs, or the supervisor does
+// (supervisor.h), so that what the kernel queues at them meanwhile is not lost, and gives them to the next start
+// (FileDescriptorStoreMax=, sd_notify(3)).
 //
 // Who keeps one gives it a name, and asks for it by that name at the next start. What comes back may be of another
 // version or of somebody else: whoever takes a descriptor looks at it before he trusts it.

@@ -62,6 +62,22 @@ void put_descriptor(int fd, msghdr &message, descriptor_room &room) {
     std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
 }
 
+int keeper = -1;  // of descriptors, unless it is the init system
+
+// Returns false when there is no room for it now. to: NULL for a socket that is connected.
+bool send_to(int out, sockaddr_un *to, socklen_t length, const std::string &text, int fd) {
+    iovec bytes{.iov_base = const_cast<char *>(text.data()), .iov_len = text.size()};
+    descriptor_room room;
+    msghdr message{};
+    message.msg_name = to;
+    message.msg_namelen = length;
+    message.msg_iov = &bytes;
+    message.msg_iovlen = 1;
+    if (fd >= 0) put_descriptor(fd, message, room);
+    if (::sendmsg(out, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return true;
+    return errno != EAGAIN && errno != ENOBUFS && errno != ENOMEM;
+}
+
 // What another process was given says nothing about this one.
 bool is_for_us(const char *name) {
     return std::getenv(name) == nullptr || number_from(name) == getpid();
@@ -75,17 +91,15 @@ bool init_system_tell(const std::string &text, int fd) {
     const socklen_t length = name == nullptr ? 0 : read_address(name, &address);
     if (length == 0) return true;
     const descriptor out(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (!out) return false;
-    iovec bytes{.iov_base = const_cast<char *>(text.data()), .iov_len = text.size()};
-    descriptor_room room;
-    msghdr message{};
-    message.msg_name = &address;
-    message.msg_namelen = length;
-    message.msg_iov = &bytes;
-    message.msg_iovlen = 1;
-    if (fd >= 0) put_descriptor(fd, message, room);
-    if (::sendmsg(out.get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return true;
-    return errno != EAGAIN && errno != ENOBUFS && errno != ENOMEM;
+    return out && send_to(out.get(), &address, length, text, fd);
+}
+
+bool init_system_tell_store(const std::string &text, int fd) {
+    return keeper < 0 ? init_system_tell(text, fd) : send_to(keeper, nullptr, 0, text, fd);
+}
+
+void init_system_stores_at(int socket) {
+    keeper = socket;
 }
 
 std::uint64_t init_system_watchdog() {

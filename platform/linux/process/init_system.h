@@ -16,6 +16,13 @@ namespace ravo::platform {
 // goes with it; -1: none.
 bool init_system_tell(const std::string &text, int fd = -1);
 
+// The same for what the keeper of descriptors is told: the init system, or the supervisor.
+bool init_system_tell_store(const std::string &text, int fd = -1);
+
+// Says that a supervisor keeps descriptors, and where it hears of them: a connected socket of packets, which stays the
+// caller's.
+void init_system_stores_at(int socket);
+
 // How many descriptors it gave to this process, from number 3 on (sd_listen_fds(3)).
 std::size_t init_system_descriptors();
 

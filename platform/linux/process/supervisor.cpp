@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// The child says a letter through a pipe whose number it finds in its environment: its exit status alone would not tell
-// a report of a fault, which ends with 1, from a start that failed.
+// The child says a letter through a socket whose number it finds in its environment: its exit status alone would not
+// tell a report of a fault, which ends with 1, from a start that failed. What it wants to have kept goes the same way.
 #include "process/supervisor.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
@@ -17,8 +20,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string_view>
+#include <utility>
 
 #include "base/owners.h"
+#include "process/init_system.h"
+#include "process/kept_descriptors.h"
 
 namespace ravo::platform {
 
@@ -27,31 +34,34 @@ namespace {
 using std::chrono::milliseconds;
 using clock = std::chrono::steady_clock;
 
-constexpr const char *pipe_name = "RAVO_SUPERVISOR";
+constexpr const char *ear_name = "RAVO_SUPERVISOR";
 constexpr char is_ready = 'r', crashes = 'c';
 constexpr milliseconds short_life{1000};
 constexpr int failed_status = 1, signal_status = 128, no_exec_status = 127;
-constexpr int configuration_status = 78;  // of a start that ends at a file
+constexpr int configuration_status = 78;      // of a start that ends at a file
+constexpr std::size_t most_with_message = 4;  // descriptors; one is wanted
 
 // ---- The child's side ----
 
 int ear = -1;  // of the supervisor; -1: there is none
 
 // What else the variable may name is none of ours to write to.
-bool is_pipe(int fd) {
-    struct stat status {};
-    return fd > STDERR_FILENO && fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode);
+bool is_ear(int fd) {
+    int type = 0;
+    socklen_t length = sizeof type;
+    return fd > STDERR_FILENO && getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &length) == 0 && type == SOCK_SEQPACKET;
 }
 
 void say(char letter) {
-    if (ear >= 0) (void)!write(ear, &letter, 1);
+    if (ear >= 0) (void)!send(ear, &letter, 1, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 // ---- The supervisor's side ----
 
 struct child {
     pid_t pid = -1;
-    descriptor said;  // what it said can be read here
+    descriptor said;      // what it says can be read here
+    bool silent = false;  // and there will be no more of it
     clock::time_point since;
     bool ready = false;
     bool crashed = false;
@@ -60,21 +70,27 @@ struct child {
 struct state {
     child now;
     sigset_t awaited{}, before{};
+    descriptor signals;  // those that are awaited
+    kept_descriptors kept;
     bool stopping = false;
     bool served = false;  // some child was ready
     unsigned deaths = 0;  // at once, in a row
 };
 
-[[noreturn]] void become(const std::string &program, const std::vector<std::string> &words, int pipe, pid_t parent,
-                         const sigset_t &mask) {
+[[noreturn]] void become(const std::string &program, const std::vector<std::string> &words, int its_ear, pid_t parent,
+                         const state &s) {
     (void)prctl(PR_SET_PDEATHSIG, SIGTERM, 0, 0, 0);
     if (getppid() != parent) _exit(failed_status);
-    (void)fcntl(pipe, F_SETFD, 0);
-    (void)setenv(pipe_name, std::to_string(pipe).c_str(), 1);
+    const int place = s.kept.hand_over(its_ear);
+    if (place < 0) {
+        (void)dprintf(STDERR_FILENO, "ravod: what is kept cannot be handed over: %s\n", std::strerror(errno));
+        _exit(failed_status);
+    }
+    (void)setenv(ear_name, std::to_string(place).c_str(), 1);
     std::vector<char *> arguments = {const_cast<char *>("ravod")};
     for (const std::string &word : words) arguments.push_back(const_cast<char *>(word.c_str()));
     arguments.push_back(nullptr);
-    sigprocmask(SIG_SETMASK, &mask, nullptr);
+    sigprocmask(SIG_SETMASK, &s.before, nullptr);
     execv(program.c_str(), arguments.data());
     (void)dprintf(STDERR_FILENO, "ravod: %s cannot be started: %s\n", program.c_str(), std::strerror(errno));
     _exit(no_exec_status);
@@ -83,27 +99,58 @@ struct state {
 // Returns 0 or the reason.
 int start(state &s, const std::string &program, const std::vector<std::string> &words) {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return errno;
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) return errno;
     s.now = {.pid = -1, .said = descriptor(ends[0]), .since = clock::now()};
     const descriptor theirs(ends[1]);
     const pid_t parent = getpid();
     s.now.pid = fork();
-    if (s.now.pid == 0) become(program, words, theirs.get(), parent, s.before);
+    if (s.now.pid == 0) become(program, words, theirs.get(), parent, s);
     return s.now.pid > 0 ? 0 : errno;
 }
 
-void listen(child &c) {
-    char letters[64];
-    for (ssize_t got; (got = read(c.said.get(), letters, sizeof letters)) > 0;)
-        for (ssize_t i = 0; i < got; ++i) {
-            c.ready = c.ready || letters[i] == is_ready;
-            c.crashed = c.crashed || letters[i] == crashes;
+// Takes what came with a message, whatever it is, so that nothing stays open unnoticed.
+std::vector<descriptor> take_descriptors(msghdr &message) {
+    std::vector<descriptor> taken;
+    for (cmsghdr *header = CMSG_FIRSTHDR(&message); header != nullptr; header = CMSG_NXTHDR(&message, header)) {
+        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
+        for (std::size_t at = 0; CMSG_LEN(at + sizeof(int)) <= header->cmsg_len; at += sizeof(int)) {
+            int fd = -1;
+            std::memcpy(&fd, CMSG_DATA(header) + at, sizeof fd);
+            taken.emplace_back(fd);
         }
+    }
+    return taken;
+}
+
+// One thing that the child says: a letter, or what is to be kept. Returns false when there is none.
+bool hear(state &s) {
+    std::array<char, 512> text;
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(most_with_message * sizeof(int))> room;
+    iovec bytes{.iov_base = text.data(), .iov_len = text.size()};
+    msghdr message{};
+    message.msg_iov = &bytes;
+    message.msg_iovlen = 1;
+    message.msg_control = room.data();
+    message.msg_controllen = room.size();
+    const ssize_t size = recvmsg(s.now.said.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    if (size < 0) return errno == EINTR;
+    std::vector<descriptor> came = take_descriptors(message);
+    s.now.silent = size == 0;
+    if (size <= 0) return false;
+    s.now.ready = s.now.ready || text[0] == is_ready;
+    s.now.crashed = s.now.crashed || text[0] == crashes;
+    s.kept.take(std::string_view(text.data(), static_cast<std::size_t>(size)), std::move(came));
+    return true;
+}
+
+void listen(state &s) {
+    while (s.now.said && !s.now.silent && hear(s)) {
+    }
 }
 
 // A child that has no handler yet would be ended by a hangup; what it is to read again it reads then anyway.
 void pass_on(state &s, int signal) {
-    listen(s.now);
+    listen(s);
     if (signal == SIGHUP && !s.now.ready) return;
     s.stopping = s.stopping || signal != SIGHUP;
     if (s.now.pid > 0) (void)kill(s.now.pid, signal);
@@ -122,11 +169,20 @@ bool collect(state &s, int *status) {
     }
 }
 
+// The next signal; 0: none.
+int next_signal(const state &s) {
+    signalfd_siginfo info{};
+    return read(s.signals.get(), &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
+}
+
 int wait_for_end(state &s) {
     for (int status = 0;;) {
-        siginfo_t info{};
-        const int signal = sigwaitinfo(&s.awaited, &info);
-        if (signal > 0 && signal != SIGCHLD) pass_on(s, signal);
+        std::array<pollfd, 2> heard{{{.fd = s.signals.get(), .events = POLLIN, .revents = 0},
+                                     {.fd = s.now.silent ? -1 : s.now.said.get(), .events = POLLIN, .revents = 0}}};
+        (void)poll(heard.data(), heard.size(), -1);  // who cannot wait looks
+        listen(s);
+        for (int signal; (signal = next_signal(s)) != 0;)
+            if (signal != SIGCHLD) pass_on(s, signal);
         if (collect(s, &status)) return status;
     }
 }
@@ -171,11 +227,14 @@ std::string line_of(int status, milliseconds life, milliseconds wait) {
            in_time(wait);
 }
 
-void await_signals(state &s) {
+// Returns 0 or the reason.
+int await_signals(state &s) {
     (void)std::signal(SIGCHLD, SIG_DFL);  // who started us may not have wanted to hear of his
     sigemptyset(&s.awaited);
     for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) sigaddset(&s.awaited, signal);
     sigprocmask(SIG_BLOCK, &s.awaited, &s.before);
+    s.signals.reset(signalfd(-1, &s.awaited, SFD_CLOEXEC | SFD_NONBLOCK));
+    return s.signals ? 0 : errno;
 }
 
 }  // namespace
@@ -189,7 +248,10 @@ milliseconds supervisor_wait(unsigned deaths) {
 int supervise(const std::string &program, const std::vector<std::string> &words,
               const std::function<void(const std::string &line)> &tell) {
     state s;
-    await_signals(s);
+    if (const int failed = await_signals(s); failed != 0) {
+        tell(std::string("ravod: its supervisor cannot wait for signals: ") + std::strerror(failed));
+        return failed_status;
+    }
     for (;;) {
         if (const int failed = start(s, program, words); failed != 0) {
             const std::string line =
@@ -201,7 +263,7 @@ int supervise(const std::string &program, const std::vector<std::string> &words,
             continue;
         }
         const int status = wait_for_end(s);
-        listen(s.now);
+        listen(s);
         s.served = s.served || s.now.ready;
         if (s.stopping || !is_crash(s, status)) return exit_status(status);
         const auto life = std::chrono::duration_cast<milliseconds>(clock::now() - s.now.since);
@@ -214,13 +276,14 @@ int supervise(const std::string &program, const std::vector<std::string> &words,
 }
 
 void supervised_begins() {
-    const char *text = std::getenv(pipe_name);
+    const char *text = std::getenv(ear_name);
     int fd = -1;
     if (text != nullptr) (void)std::from_chars(text, text + std::strlen(text), fd);
-    if (!is_pipe(fd)) return;
+    if (!is_ear(fd)) return;
     ear = fd;
     (void)fcntl(fd, F_SETFD, FD_CLOEXEC);
-    (void)unsetenv(pipe_name);
+    (void)unsetenv(ear_name);
+    init_system_stores_at(fd);
 }
 
 void supervised_is_ready() {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A daemon that starts its successor when it dies, where there is no init system to do that (ravod --supervise).
 //
-// The supervisor is a process of its own, which does nothing but wait, and execs the daemon as its child. It starts it
+// The supervisor is a process of its own, which does nothing but wait, and execs the daemon as its child. It keeps
+// descriptors for it, as an init system does (descriptor_store.h), and gives them to the next. It starts it
 // again at once when it crashed; not when it was stopped, and not when it could not start at first. Only when it dies
 // at once again and again, or cannot be started any more, the next start waits, up to a few seconds.
 #ifndef PLATFORM_LINUX_PROCESS_SUPERVISOR_H

@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,7 +19,9 @@
 #include <iterator>
 #include <string>
 
+#include "base/owners.h"
 #include "child.h"
+#include "process/init_system.h"
 
 namespace {
 
@@ -135,6 +139,21 @@ TEST_F(SupervisorOf, WhoDiesAtOnceAgainAndAgainIsStartedLater) {
                                           "ravod: ended with SIGKILL after [0-9]+ ms, started again in 200 ms\n"));
 }
 
+TEST_F(SupervisorOf, WhatIsToBeKeptIsGivenToTheNext) {
+    const std::string keep =
+        "python3 -c 'import os, socket, array\n"
+        "ear = socket.socket(fileno=int(os.environ[\"RAVO_SUPERVISOR\"]))\n"
+        "ear.sendmsg([b\"FDSTORE=1\\nFDNAME=kept\"], [(1, 1, array.array(\"i\", [7]))])'";
+    const child::result result = run("if [ $runs = 1 ]; then echo hello >file; exec 7<file; " + keep +
+                                     "; kill -KILL $$; fi\n"
+                                     "echo $LISTEN_FDS $LISTEN_FDNAMES $(cat <&3) >&2; [ $LISTEN_PID = $$ ] || exit 3\n"
+                                     "[ $runs = 2 ] && kill -KILL $$; exit 0");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.told, MatchesRegex("ravod: ended with SIGKILL .*\n1 kept hello\nravod: ended with SIGKILL .*\n"
+                                          "1 kept\n"))
+        << "the second one has read it";
+}
+
 TEST_F(SupervisorOf, SignalsToStopArePassedOn) {
     for (const char *signal : {"TERM", "INT"}) {
         const child::result result = run(std::string("trap 'exit 7' ") + signal + "; say r; kill -" + signal +
@@ -164,20 +183,28 @@ TEST_F(SupervisorOf, AStopEndsTheWait) {
 
 TEST_F(SupervisorOf, TheChildFindsItsSupervisor) {
     int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
     setenv("RAVO_SUPERVISOR", std::to_string(ends[1]).c_str(), 1);
     supervised_begins();
     EXPECT_EQ(std::getenv("RAVO_SUPERVISOR"), nullptr) << "no child of its own is to find it";
     supervised_is_ready();
     supervised_crashes();
-    char said[3] = {};
-    EXPECT_EQ(read(ends[0], said, 2), 2);
-    EXPECT_STREQ(said, "rc");
+    for (const char letter : {'r', 'c'}) {
+        char said[3] = {};
+        EXPECT_EQ(read(ends[0], said, 2), 1);
+        EXPECT_EQ(said[0], letter);
+    }
+    const descriptor file(memfd_create("file", MFD_CLOEXEC));
+    EXPECT_TRUE(init_system_tell_store("FDSTORE=1\nFDNAME=x", file.get()));
+    char said[64] = {};
+    EXPECT_EQ(read(ends[0], said, sizeof said), 18);
+    EXPECT_STREQ(said, "FDSTORE=1\nFDNAME=x");
+    init_system_stores_at(-1);
     close(ends[0]);
     close(ends[1]);
 }
 
-TEST_F(SupervisorOf, WhatIsNoPipeIsNotWrittenTo) {
+TEST_F(SupervisorOf, WhatIsNoSupervisorIsNotWrittenTo) {
     const child::result result = child::run([&] {
         for (const char *name : {"", "x", "2", "-1", "99"}) {
             setenv("RAVO_SUPERVISOR", name, 1);
