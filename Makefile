@@ -13,7 +13,7 @@
 #   make trouble  what one client notes of the trouble others make, and a table of it (build/trouble.json)
 #   make soak     half an hour of kills (SOAK_KILLS: 200), restarts, changes, storms, clocks, full disks and a million clients, and a table of it
 #   make faults   every system call of the daemon fails once, each in a life of its own; minutes (build/faults.txt)
-#   make mutate   small changes of the relay, each of which its unit tests have to notice; hours (MUTATE_ARGS=dhcp: one source)
+#   make mutate   small changes of the relay, each of which its unit tests have to notice; about half an hour (MUTATE_ARGS=dhcp: one source)
 #   make cross    the relay's unit tests for a 32-bit and for a big-endian processor (CROSS_ARGS=i686: one of them)
 #   make fuzz     the fuzzers, FUZZ_SECONDS each (60)
 #   make fuzz-coverage  which lines the fuzzers' corpora reach, by room

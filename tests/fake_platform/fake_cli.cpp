@@ -21,6 +21,7 @@ std::vector<std::string> installs;
 std::vector<cli_element *> installed_elements;
 cli_config_writer installed_writer = nullptr;
 cli_reset installed_reset = nullptr;
+std::string ifmode_asked;
 
 namespace {
 
@@ -156,6 +157,7 @@ void reset_cli() {
     installed_elements.clear();
     installed_writer = nullptr;
     installed_reset = nullptr;
+    ifmode_asked.clear();
 }
 
 }  // namespace fake
@@ -189,7 +191,8 @@ int if_range_cli_init(cli_tree *) {
     return 0;
 }
 
-int cli_get_ifmode(const char *) {
+int cli_get_ifmode(const char *name) {
+    fake::ifmode_asked = name != nullptr ? name : "(null)";
     return CLI_MODE_INTERFACE;
 }
 

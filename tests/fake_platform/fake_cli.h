@@ -69,6 +69,9 @@ extern std::vector<cli_element *> installed_elements;
 extern cli_config_writer installed_writer;
 extern cli_reset installed_reset;
 
+// The name of which the last cli_get_ifmode was asked.
+extern std::string ifmode_asked;
+
 // The command tree that the fake platform hands out.
 struct cli_globals *cli_globals_of_platform();
 

@@ -115,9 +115,9 @@ void reset_interfaces() {
 }  // namespace fake
 
 std::uint32_t if_utl_ifname_to_ifindex(const char *name) {
-    if (const std::uint32_t vlan = fake::vlan_of(name); vlan != 0) return fake::vlan_base + vlan;
-    const auto found = fake::names.find(name);
-    return found == fake::names.end() ? 0 : found->second;
+    if (const auto found = fake::names.find(name); found != fake::names.end()) return found->second;
+    const std::uint32_t vlan = fake::vlan_of(name);
+    return vlan != 0 ? fake::vlan_base + vlan : 0;
 }
 
 int if_utl_ifindex_to_ifname(std::uint32_t ifindex, char *name) {

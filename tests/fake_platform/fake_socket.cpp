@@ -19,6 +19,8 @@ std::vector<std::string> socket_calls;
 std::vector<datagram> datagrams;
 std::vector<frame> frames;
 int channel_flags = 0;
+std::size_t udp_parts = 0;
+int udp_flags = 0;
 
 namespace {
 
@@ -41,6 +43,14 @@ int noted(const std::string &call, int result) {
 int result_on(op operation, int fd) {
     if (const auto result = scripted(operation)) return *result;
     if (sockets.count(fd) == 1) return 0;
+    errno = EBADF;
+    return -1;
+}
+
+// The same of a call whose result is a number of bytes: nothing when it is to do its work.
+std::optional<int> bytes_on(op operation, int fd) {
+    if (const auto result = scripted(operation)) return result;
+    if (sockets.count(fd) == 1) return std::nullopt;
     errno = EBADF;
     return -1;
 }
@@ -183,7 +193,7 @@ int osal_close(int fd) {
 
 ssize_t osal_recvfrom(int fd, void *buffer, std::size_t size, int flags, sockaddr *from, socklen_t *from_length) {
     fake::channel_flags = flags;
-    if (const int result = fake::result_on(fake::op::recvfrom, fd); result != 0) return result;
+    if (const auto result = fake::bytes_on(fake::op::recvfrom, fd)) return *result;
     if (fake::channel_queue.empty()) {
         errno = EAGAIN;
         return -1;
@@ -200,8 +210,8 @@ ssize_t osal_recvfrom(int fd, void *buffer, std::size_t size, int flags, sockadd
     return static_cast<ssize_t>((flags & MSG_TRUNC) != 0 ? message.payload.size() : held);
 }
 
-ssize_t osal_recvmsg(int fd, msghdr *msg, int) {
-    if (const int result = fake::result_on(fake::op::recvmsg, fd); result != 0) return result;
+ssize_t osal_recvmsg(int fd, msghdr *msg, int flags) {
+    if (const auto result = fake::bytes_on(fake::op::recvmsg, fd)) return *result;
     if (fake::udp_queue.empty()) {
         errno = EAGAIN;
         return -1;
@@ -209,6 +219,8 @@ ssize_t osal_recvmsg(int fd, msghdr *msg, int) {
     const fake::udp_message message = fake::udp_queue.front();
     fake::udp_queue.pop_front();
 
+    fake::udp_parts = msg->msg_iovlen;
+    fake::udp_flags = flags;
     std::size_t copied = 0;
     for (std::size_t i = 0; i < msg->msg_iovlen; ++i) {
         const iovec &part = msg->msg_iov[i];
@@ -229,7 +241,7 @@ ssize_t osal_recvmsg(int fd, msghdr *msg, int) {
 }
 
 ssize_t osal_sendto(int fd, const void *buffer, std::size_t size, int flags, const sockaddr *to, socklen_t to_length) {
-    if (const int result = fake::result_on(fake::op::sendto, fd); result != 0) return result;
+    if (const auto result = fake::bytes_on(fake::op::sendto, fd)) return *result;
     fake::datagrams.push_back({fd, fake::address_text(to, to_length), fake::copy_bytes(buffer, size), flags});
     return static_cast<ssize_t>(size);
 }
@@ -239,7 +251,7 @@ void osal_gather(int fd, osal_refused refused) {
 }
 
 ssize_t osal_sendmsg(int fd, const msghdr *msg, int flags) {
-    if (const int result = fake::result_on(fake::op::sendmsg, fd); result != 0) return result;
+    if (const auto result = fake::bytes_on(fake::op::sendmsg, fd)) return *result;
     fake::frame sent{};
     sent.fd = fd;
     sent.flags = flags;

@@ -107,6 +107,8 @@ void put_udp(udp_message message);
 extern int channel_flags;  // flags of the last osal_recvfrom
 std::size_t channel_waiting();
 std::size_t udp_waiting();
+extern std::size_t udp_parts;  // that the last osal_recvmsg was given
+extern int udp_flags;          // and its flags
 
 // ---- Readers ----
 

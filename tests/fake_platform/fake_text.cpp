@@ -35,7 +35,8 @@ std::string address_text(const sockaddr *address, socklen_t length) {
     std::memcpy(&in, address, sizeof in);
     char text[INET_ADDRSTRLEN];
     inet_ntop(AF_INET, &in.sin_addr, text, sizeof text);
-    return std::string(text) + ":" + std::to_string(ntohs(in.sin_port));
+    const std::string longer = length == sizeof in ? "" : " in " + std::to_string(length) + " bytes";
+    return std::string(text) + ":" + std::to_string(ntohs(in.sin_port)) + longer;
 }
 
 std::uint32_t address(const char *text) {

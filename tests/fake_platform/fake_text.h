@@ -21,7 +21,8 @@ std::string format_text(const char *format, va_list arguments);
 // Copies memory.
 bytes copy_bytes(const void *data, std::size_t size);
 
-// An address as text: "192.0.2.1:67" for IPv4, "family N" for any other.
+// An address as text: "192.0.2.1:67" for IPv4, with " in N bytes" behind it when it is given more than it has, "family
+// N" for any other.
 std::string address_text(const sockaddr *address, socklen_t length);
 
 // "192.0.2.1" as an address in network byte order.

@@ -17,7 +17,7 @@ struct result_text {
 };
 
 // deliberate: blanks at the end, "exitsted" and "dound" are what users and their scripts know.
-constexpr std::array<result_text, 11> result_texts = {{
+constexpr auto result_texts = std::to_array<result_text>({
     {RAVO_ERR_NO_IF, "No dhcp relay if existed "},
     {RAVO_ERR_NO_IP,
      "Can not set dhcp relay config of this interface \n% please set IP address on this interface first"},
@@ -30,7 +30,7 @@ constexpr std::array<result_text, 11> result_texts = {{
     {RAVO_ERR_NO_MEMORY, "Memory not enough "},
     {RAVO_ERR_SAME_CONFIG, "Set the same configuration current configuration"},
     {RAVO_ERR_SOCKET, "Socket fail"},
-}};
+});
 
 }  // namespace
 

@@ -127,7 +127,6 @@ std::uint32_t ravo_client_id_bytes(const char *digits, std::uint8_t *out, std::u
         if (pending) {
             if (bytes < size) out[bytes] = static_cast<std::uint8_t>(high << 4 | digit_value(*digit));
             ++bytes;
-            high = 0;
         } else {
             high = digit_value(*digit);
         }

@@ -24,6 +24,12 @@ TEST(Checksum, AddsBigEndianWords) {
     EXPECT_EQ(checksumAdd(hex("ff ff ff ff").data(), 4, 0), 0xFFFF);
 }
 
+TEST(Checksum, FoldsUntilNothingIsLeftAbove16Bits) {
+    // As the machine's words, in either byte order, these carry once more after all others.
+    EXPECT_EQ(checksumAdd(hex("ff ff ff ff 10 00 f0 ff").data(), 8, 0), 0x0100);
+    EXPECT_EQ(checksumAdd(hex("ff f0 00 10 ff ff ff ff").data(), 8, 0), 0x0001);
+}
+
 TEST(Checksum, TakesAnOddLastByteAsTheHighOne) {
     EXPECT_EQ(checksumAdd(hex("12").data(), 1, 0), 0x1200);
     EXPECT_EQ(checksumAdd(hex("12 34 56").data(), 3, 0), 0x1234 + 0x5600);

@@ -4,9 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <memory>
-
+#include "guarded_bytes.h"
 #include "packet_relay.h"
 
 namespace {
@@ -62,10 +60,8 @@ message with_op(std::uint8_t op) {
 }
 
 int options_valid(const bytes &area) {
-    // A block of its own of exactly this size, so that a read outside it is seen.
-    const auto exact = std::make_unique<std::uint8_t[]>(area.size());
-    std::copy(area.begin(), area.end(), exact.get());
-    return isValidOptions(exact.get(), static_cast<std::int32_t>(area.size()));
+    packet::guarded_bytes exact(area);  // a read outside it is seen
+    return isValidOptions(exact.data(), static_cast<std::int32_t>(area.size()));
 }
 
 // ---- Layout ----
@@ -381,12 +377,14 @@ TEST_F(Dhcp, NotesTellWhetherThereAreIdentifiers) {
 }
 
 TEST_F(Dhcp, NotesOfAValidAreaAreThoseOfItsChain) {
-    for (const bytes &options : {hex("35 01 03 52 03 01 01 07 ff"), hex("35 01 03 ff 00 00"), hex("ff 35 01 03")}) {
+    for (const bytes &options : {hex("35 01 03 52 03 01 01 07 ff"), hex("35 01 03 ff 00 00"), hex("ff 35 01 03"),
+                                 hex("35 00 ff"), hex("52 00 ff"), hex("52 01 01 ff"), hex("3d 00 ff")}) {
         held_message held(packet::join({bytes(236, 0), packet::cookie, options}));
         dhcp_notes notes;
         const auto size = static_cast<std::int32_t>(options.size() + 4);
         ASSERT_EQ(dhcp_note_valid_options(held.options(), size, &notes), 1);
         EXPECT_EQ(row_of(notes), notes_of(options));
+        EXPECT_EQ(notes.identified, identified_by(options));
     }
 }
 

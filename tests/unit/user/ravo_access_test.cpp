@@ -140,8 +140,12 @@ TEST_F(RavoAccess, ARecordIsMadeWithItsNumberAndKeptWhenThereIsOne) {
 
 TEST_F(RavoAccess, LocalRelayIsSetOnceAndToldSo) {
     ravo_agent agent{};
+    set_setting(&ravo_agent::hops, 9);
+    set_setting(&ravo_agent::policy, 3);
     EXPECT_EQ(ravo_access.local_relay_set(0), 0);
     EXPECT_EQ(ravo_access.local_relay_set(7), 1);
+    EXPECT_EQ(settings_now().hops, 9u);  // the other settings stay
+    EXPECT_EQ(settings_now().policy, 3u);
     ravo_db_agent_get(&agent);
     EXPECT_EQ(agent.local_relay_enable, 1u);
     EXPECT_EQ(ravo_access.local_relay_set(1), 0);

@@ -67,6 +67,7 @@ TEST_F(RavoCliInterface, NoOption60TakesItsCriteriaFromTheCountOfWords) {
         {{"address", "10.0.0.1"}, "13"},
         {{"string", "phone", "exact-match"}, "123"},
         {{"partial-match", "address", "10.0.0.1"}, "013"},
+        {{"exact-match", "address", "10.0.0.1"}, "123"},
         {{"string", "camera", "address", "10.0.0.2"}, "012"},
         {{"string", "camera", "partial-match", "address", "10.0.0.1"}, "013"},
         {{"string", "camera", "exact-match", "address", "10.0.0.1"}, "0123"},

@@ -236,6 +236,7 @@ TEST_F(RavoCliConfig, InterfaceSelectsTheInterfaceAndItsMode) {
         EXPECT_EQ(session.run(ravo_cmd_interface, {word}), 0) << word;
         EXPECT_EQ(session.context.ifp, ifp) << word;
         EXPECT_EQ(session.context.mode, 34) << word;
+        EXPECT_EQ(fake::ifmode_asked, word);
         EXPECT_EQ(session.text(), "") << word;
     }
 }

@@ -87,6 +87,7 @@ TEST_F(RavoCliShow, SummaryOfInterfacesServersAndTrust) {
     uncounted.server_count = 0;  // no block; its server is counted in the total
     store(uncounted);
     store(vlan_record(11));
+    store(vlan_record(13, {"10.0.0.8"}));
     iface last = vlan_record(12, {"10.0.0.4", "10.0.0.5", "10.0.0.6", "10.0.0.7"});
     last.trusted = 1;
     store(last);
@@ -106,7 +107,14 @@ TEST_F(RavoCliShow, SummaryOfInterfacesServersAndTrust) {
                                       {3, " 10.0.0.6 "},
                                       {3, " 10.0.0.7 "},
                                       {1, "\n"},
-                                      {4, "7", 7},
+                                      {1, "\n"},
+                                      {3, "vlan13 Relay IP Address\n"},
+                                      {3, " 10.0.0.8 "},
+                                      {3, " 0.0.0.0 "},
+                                      {3, " 0.0.0.0 "},
+                                      {3, " 0.0.0.0 "},
+                                      {1, "\n"},
+                                      {4, "8", 7},
                                       {1, "\n"},
                                       {1, "\nList of Trusted sources of relay agent information option:"},
                                       {1, "\n"},

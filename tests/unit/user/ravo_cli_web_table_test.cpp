@@ -93,6 +93,9 @@ TEST_F(RavoCliTable, AnAddressThatIsNotConfiguredEndsTheWalk) {
 TEST_F(RavoCliTable, AnAddressKeyIsExactWhenTheInterfaceHasTheServer) {
     expect_rows(ravo_cmd_show_addr_tbl, {"1034", "10.0.0.3"},
                 {address_row(1034, "10.0.0.3"), address_row(1044, "10.0.0.1")}, /*exact=*/true);
+    expect_rows(ravo_cmd_show_addr_tbl, {"1034", "10.0.0.1"},
+                {address_row(1034, "10.0.0.1"), address_row(1034, "10.0.0.3"), address_row(1044, "10.0.0.1")},
+                /*exact=*/true);
     expect_rows(ravo_cmd_show_addr_tbl, {"1034", "10.0.0.9"}, {}, /*exact=*/true);
     expect_rows(ravo_cmd_show_addr_tbl, {"1035", "10.0.0.1"}, {}, /*exact=*/true);
     expect_rows(ravo_cmd_show_addr_tbl, {"1039", "10.0.0.1"}, {}, /*exact=*/true);
@@ -106,6 +109,30 @@ TEST_F(RavoCliTable, AnAddressKeyOfZeroIsExactWhenTheInterfaceHasAnEmptySlot) {
     ravo_if_del_all_if();
     store(vlan_record(10, {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"}));
     expect_rows(ravo_cmd_show_addr_tbl, {"1034", "0.0.0.0"}, {}, /*exact=*/true);
+}
+
+TEST_F(RavoCliTable, ANameOfOneCharacterIsAName) {
+    iface record = record_named("8");
+    record.ifindex = 7000;
+    record.server_db[0] = fake::address("10.0.0.8");
+    store(record);
+    fake::add_name("8", 7000);
+    expect_rows(ravo_cmd_show_addr_tbl, {"7000", "10.0.0.8"},
+                {address_row(7000, "10.0.0.8"), address_row(1034, "10.0.0.1"), address_row(1034, "10.0.0.3"),
+                 address_row(1044, "10.0.0.1")},
+                /*exact=*/true);
+}
+
+TEST_F(RavoCliTable, OnlyPlainServersHaveRows) {
+    ravo_if_del_all_if();
+    iface record = vlan_record(10, {"0.0.0.0", "0.0.0.0", "0.0.0.0", "10.0.0.4"});
+    record.opt60_count = 1;
+    record.opt60_hosts[0].used = 1;
+    record.opt60_hosts[0].server = fake::address("10.0.0.9");
+    store(record);
+    expect_rows(ravo_cmd_show_addr_tbl, {"0", "0.0.0.0"}, {address_row(1034, "10.0.0.4")});
+    expect_rows(ravo_cmd_show_addr_tbl, {"1034", "10.0.0.4"}, {});
+    expect_rows(ravo_cmd_show_addr_tbl, {"1034", "0.0.0.1"}, {}, /*exact=*/true);
 }
 
 TEST_F(RavoCliTable, TrustedInterfacesAreWalkedFromTheFirst) {

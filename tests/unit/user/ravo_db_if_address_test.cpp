@@ -78,6 +78,20 @@ TEST_F(RavoDbIf, ALookUpOfAddressZeroFindsARecordWithoutAddress) {
     EXPECT_EQ(found_by("0.0.0.0"), "vlan20");
 }
 
+TEST_F(RavoDbIf, AnAddressIsNotTakenForAnotherThatWasLookedForBefore) {
+    fake::print_from(200);
+    add(with_address("vlan10", "192.0.2.1"));
+    const std::uint32_t known = fake::address("192.0.2.1");
+    ASSERT_EQ(found_by("192.0.2.1"), "vlan10");
+    iface record;
+    for (std::uint32_t other = 0; other < 5000; ++other) {
+        ASSERT_EQ(ravo_if_ifinfo_get_by_addr(&record, htonl(0x0A000000 + other)), 0) << other;
+        if (other % 1000 == 0) {
+            ASSERT_EQ(ravo_if_ifinfo_get_by_addr(&record, known), 1) << other;
+        }
+    }
+}
+
 TEST_F(RavoDbIf, OfSeveralRecordsTheFirstInOrderIsFound) {
     add(with_address("vlan30", "192.0.2.1"));
     add(with_address("vlan10", "192.0.2.1"));
@@ -305,6 +319,21 @@ TEST_F(AddressIndex, KeepsARecordThatTheTreeWouldNotGive) {
     EXPECT_EQ(0, ravo_db_if_delete("vlan10"));
     iface found;
     EXPECT_EQ(1, ravo_if_ifinfo_get_by_addr(&found, record.if_ip));
+}
+
+TEST_F(AddressIndex, StartsEmptyAgainWhenTheTreeKeptARecord) {
+    iface record = vlan_record(10);
+    record.if_ip = fake::address("192.0.2.1");
+    EXPECT_EQ(ravo_db_if_add(&record), 1);
+    iface found;
+    ASSERT_EQ(ravo_if_ifinfo_get_by_addr(&found, record.if_ip), 1);
+    fake::script(fake::op::avl_remove);
+    ravo_db_exit();
+    fake::reset_memory();  // what the tree kept is lost
+    ravo_db_init();
+    EXPECT_EQ(ravo_if_ifinfo_get_by_addr(&found, fake::address("192.0.2.1")), 0);
+    EXPECT_FALSE(stored_record("vlan10").has_value());
+    EXPECT_EQ(ravo_db_if_view(1034), nullptr);
 }
 
 TEST_F(AddressIndex, StartsEmptyAgain) {

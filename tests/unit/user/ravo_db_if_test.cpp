@@ -7,7 +7,9 @@
 #include <map>
 #include <random>
 
+#include "guarded_bytes.h"
 #include "memmgr.h"
+#include "packet_message.h"
 #include "relay_fixture.h"
 
 using testing::ElementsAre;
@@ -51,6 +53,8 @@ TEST_F(RavoDbIf, NamesAreOrderedByTheNumberAtTheirEnd) {
         {"eth0/12", "vlan12", 0},  // the last run of digits
         {"vlan1a", "vlan0", 0},    // no digits at the end
         {"vlan", "", 0},
+        {"7", "vlan7", 0},  // the number alone
+        {"7a8", "vlan8", 0},
         {"vlan65546", "vlan10", 0},  // modulo 65536
         {"vlan32767", "vlan1", 1},
         {"vlan32768", "vlan1", -1},  // signed: -32768
@@ -61,6 +65,12 @@ TEST_F(RavoDbIf, NamesAreOrderedByTheNumberAtTheirEnd) {
         const ravo_if_key b = ravo_db_if_key(pair.b);
         EXPECT_EQ(ravo_db_if_compare(&a, &b), pair.expected) << pair.a << " " << pair.b;
     }
+}
+
+TEST_F(RavoDbIf, ANameThatFillsItsFieldEndsThere) {
+    packet::guarded_bytes name(packet::text("aaaaaaaaaaaaaaaaaaa42"));
+    ASSERT_EQ(name.size(), sizeof iface::name);
+    EXPECT_EQ(ravo_db_if_key(reinterpret_cast<const char *>(name.data())).number, 42);
 }
 
 TEST_F(RavoDbIf, AMissingArgumentSortsFirst) {
@@ -99,6 +109,10 @@ TEST_F(RavoDbIfUnstarted, WithoutATreeEverythingFailsSilently) {
     EXPECT_EQ(ravo_if_ifinfo_get_by_addr(&record, 0), 0);
     EXPECT_EQ(RAVO_IF_Fill_Info(&record, ifp), 0);
     EXPECT_EQ(ravo_if_del_all_if(), 0);
+    fake::add_name("port9999", 9999);
+    EXPECT_EQ(ravo_db_if_view(1034), nullptr);
+    EXPECT_EQ(ravo_db_if_view(9999), nullptr);
+    EXPECT_EQ(ravo_if_view_by_addr(0), nullptr);
     EXPECT_THAT(fake::printed, IsEmpty());
 }
 
@@ -214,6 +228,26 @@ TEST_F(RavoDbIf, AWalkGoesOnBehindARecordThatHasGone) {
         }
     }
     EXPECT_THAT(seen, testing::ElementsAre("vlan10", "vlan20", "vlan30"));
+}
+
+TEST_F(RavoDbIf, DeletingANameThatNoRecordCanHaveDeletesNothing) {
+    add(record_named("vlan10"));
+    EXPECT_EQ(ravo_db_if_delete("aaaaaaaaaaaaaaaaaaa10"), 1);  // its first 20 characters fit, its number is 10
+    EXPECT_EQ(ravo_db_if_delete("aaaaaaaaaaaaaaaaaaa10b"), 1);
+    EXPECT_THAT(stored_names(), ElementsAre("vlan10"));
+}
+
+TEST_F(RavoDbIf, WhatIsFoundIsToldByOne) {
+    add(record_named("vlan10"));
+    add(record_named("vlan20"));
+    iface record;
+    EXPECT_EQ(ravo_db_if_get_first(&record), 1);
+    EXPECT_EQ(ravo_db_if_get(&record), 1);
+    EXPECT_EQ(ravo_db_if_get_or_new(&record), 1);
+    EXPECT_EQ(ravo_db_if_go_on(&record), 1);
+    EXPECT_STREQ(record.name, "vlan20");
+    EXPECT_EQ(ravo_db_if_go_on(&record), 0);
+    EXPECT_STREQ(record.name, "vlan20");
 }
 
 TEST_F(RavoDbIf, GetNextOfAnotherNameOfTheSameNumberGivesTheSuccessor) {

@@ -47,6 +47,9 @@ TEST_F(RavoDbXid, ComparesUnsigned) {
     EXPECT_EQ(ravo_db_xid_compare(&small, &large), -1);
     EXPECT_EQ(ravo_db_xid_compare(&large, &small), 1);
     EXPECT_EQ(ravo_db_xid_compare(&large, &large), 0);
+    EXPECT_EQ(ravo_db_xid_compare(nullptr, &large), -1);
+    EXPECT_EQ(ravo_db_xid_compare(&large, nullptr), -1);
+    EXPECT_EQ(ravo_db_xid_compare(nullptr, nullptr), -1);
 }
 
 TEST_F(RavoDbXid, OneComesBeforeTheLargestNumber) {
@@ -62,6 +65,7 @@ TEST_F(RavoDbXidUnstarted, WithoutATreeEverythingFails) {
     EXPECT_EQ(ravo_db_xid_get(&entry), 0);
     EXPECT_EQ(ravo_db_xid_get_first(&entry), 0);
     EXPECT_EQ(ravo_db_xid_get_next(&entry), 0);
+    EXPECT_EQ(ravo_db_xid_go_on(&entry), 0);
     EXPECT_EQ(ravo_db_xid_delete(&entry), 0);
     EXPECT_EQ(ravo_db_xid_expire(&entry), 0);
     EXPECT_THAT(fake::printed, IsEmpty());
@@ -85,6 +89,11 @@ TEST_F(RavoDbXid, WithoutAnArgumentEverythingFails) {
     EXPECT_EQ(ravo_db_xid_go_on(nullptr), 0);
     EXPECT_EQ(ravo_db_xid_delete(nullptr), 0);
     EXPECT_EQ(ravo_db_xid_expire(nullptr), 0);
+    update(entry_of(10));  // nor with something to go on to
+    EXPECT_EQ(ravo_db_xid_go_on(nullptr), 0);
+    EXPECT_EQ(ravo_db_xid_get_next(nullptr), 0);
+    EXPECT_EQ(ravo_db_xid_delete(nullptr), 0);
+    EXPECT_THAT(walk(), ElementsAre(10u));
 }
 
 // ---- Walk ----
@@ -183,6 +192,15 @@ TEST_F(RavoDbXid, ARefreshWithAnArmedMarkDeletesTheTimerFirst) {
     EXPECT_EQ(ravo_db_xid_update(&copy), 1);
     EXPECT_THAT(fake::timer_calls, ElementsAre("create ravo 300 s, repeat 1", "delete", "create ravo 300 s, repeat 1"));
     EXPECT_EQ(fake::timers().size(), 1u);
+}
+
+TEST_F(RavoDbXid, ANewEntryWithAnArmedMarkDeletesATimerFirst) {
+    xid_entry entry = entry_of(1);
+    entry.expiry.armed = 1;
+    EXPECT_EQ(ravo_db_xid_update(&entry), 1);
+    EXPECT_THAT(fake::timer_calls, ElementsAre("delete", "create ravo 300 s, repeat 1"));
+    EXPECT_EQ(ravo_db_xid_get_first(&entry), 1);
+    EXPECT_EQ(entry.xid, 1u);
 }
 
 TEST_F(RavoDbXid, UpdateFailsWithoutMemory) {

@@ -2,6 +2,7 @@
 // Frames towards clients, byte for byte.
 #include "ravo_if_client.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -95,6 +96,24 @@ TEST_F(Client, FrameLeavesByItsInterfaceWithTheIngressRecord) {
                        .to_ip = "192.0.2.50",
                        .payload = encode(offer())},
                       {.ifindex = 5118, .vlan = 0xDEADBEEF, .port = 0x80000001});
+    EXPECT_THAT(fake::traces(101), testing::Contains("iface->if_ip 10.9.8.7\n"));
+    EXPECT_THAT(fake::traces(101), testing::Contains("iface->if_mac 02.aa.bb.cc.dd.ee, iface->if_maclen=6\n"));
+}
+
+TEST_F(Client, AllOfTheHeaderThatTheCallerDoesNotSetIsWritten) {
+    bytes frame(42, 0xFF);
+    const bytes destination = hex("02 c1 1e 00 00 01");
+    std::copy(destination.begin(), destination.end(), frame.begin());
+    packet::store16(frame, 12, 0x0800);
+    const bytes to_ip = hex("c0 00 02 32");
+    std::copy(to_ip.begin(), to_ip.end(), frame.begin() + 30);
+    packet::store16(frame, 34, 67);
+    packet::store16(frame, 36, 68);
+    fake::forget();
+    held_message held(encode(offer()));
+    const iface relay = packet::record();
+    sendEtherFrame(&relay, frame.data(), held.data(), held.length, origin);
+    expect_only_frame({.to_ip = "192.0.2.50", .payload = encode(offer())});
 }
 
 TEST_F(Client, MessagesOfEveryLengthAreSummed) {
@@ -134,6 +153,19 @@ TEST_F(Client, FailedSendIsTracedAndNotRepeated) {
                                   {101, "iface->if_ip 192.0.2.1\n"},
                                   {101, "iface->if_mac 00.00.5e.00.53.01, iface->if_maclen=6\n"}};
     EXPECT_EQ(fake::traces(), expected);
+    expect_outcomes({OUTCOME_SEND_FAILED});
+}
+
+TEST_F(Client, ASendOfAnyBytesCountsAsOne) {
+    fake::script(fake::op::sendmsg, {.result = 1});
+    deliver(offer());
+    EXPECT_EQ(fake::traces(104), std::vector<std::string>{});
+    EXPECT_THAT(fake::traces(101), testing::Contains("sendEtherFrame (#): raw_sock_fd=101, res 1"));
+    expect_outcomes({OUTCOME_DELIVERED});
+    fake::script(fake::op::sendmsg, {.error = ENETDOWN, .result = 0});
+    deliver(offer());
+    EXPECT_EQ(fake::traces(104),
+              std::vector<std::string>{"sendEtherFrame (#): raw_sock_fd=101, sendmsg error Network is down\n"});
     expect_outcomes({OUTCOME_SEND_FAILED});
 }
 

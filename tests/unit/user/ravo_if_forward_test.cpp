@@ -307,6 +307,14 @@ TEST_F(Forwarding, ASendThatTakesNoByteCountsAsFailed) {
     EXPECT_THAT(fake::outcomes, ElementsAre(OUTCOME_SEND_FAILED));
 }
 
+TEST_F(Forwarding, ASendThatTakesAByteCountsAsDone) {
+    plain(0, "192.0.2.1");
+    fake::script(fake::op::sendto, {.result = 1});
+    send({});
+    EXPECT_THAT(fake::traces(failure), IsEmpty());
+    EXPECT_THAT(fake::outcomes, ElementsAre(OUTCOME_RELAYED));
+}
+
 TEST_F(Forwarding, ClosedSocketIsAFailedSend) {
     plain(3, "192.0.2.1");
     ravo_if_close_all_fd();

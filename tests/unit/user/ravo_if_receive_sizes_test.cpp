@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -134,6 +135,40 @@ TEST_F(Channel, LongerMessageWhoseEndOptionIsCutOffIsDropped) {
                    packet::end()};
     EXPECT_EQ(outcome_of_received(packet::channel_bytes(encode(msg))), OUTCOME_BAD_OPTIONS);
     expect_silence();
+}
+
+// Whether the last message got an option 82 behind which there are zeros: its trace goes on behind the message.
+bool zeros_behind_option() {
+    const trace_lines expected = packet::dump_lines(packet::part_of(packet::option82(), 2, 18));
+    const trace_lines traces = fake::traces();
+    return std::search(traces.begin(), traces.end(), expected.begin(), expected.end()) != traces.end();
+}
+
+message named(std::size_t size) {
+    message msg;
+    msg.options = {type(1), opt(12, bytes(size, 'a')), packet::end()};
+    return msg;
+}
+
+TEST_F(Channel, NothingOfALongerMessageIsLeftBehindAShorterOne) {
+    packet::store();
+    packet::set({.option_state = 1});
+    receive(encode(named(154)));
+    for (int i = 0; i < 2; ++i) {  // the second time behind what the relay added to the first
+        fake::forget();
+        receive(encode(named(140)));
+        EXPECT_TRUE(zeros_behind_option()) << i;
+    }
+}
+
+TEST_F(Channel, NothingOfADatagramThatCouldNotBeTakenIsLeftInTheBuffer) {
+    packet::store();
+    packet::set({.option_state = 1});
+    fake::put_udp({.payload = bytes(1024, 0x41), .from_family = AF_INET6});
+    ravo_if_listen_hdlr(103, nullptr);
+    fake::forget();
+    receive(encode(typed(1)));
+    EXPECT_TRUE(zeros_behind_option());
 }
 
 TEST_F(Channel, NothingOfAnEarlierMessageIsLeftInTheBuffer) {

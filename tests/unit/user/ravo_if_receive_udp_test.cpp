@@ -39,6 +39,7 @@ void receive(const bytes &msg, const told &from = {}) {
          .controls = {fake::pktinfo_control(from.ifindex, from.spec_dst, fake::address(from.destination.c_str()))}});
     ravo_if_listen_hdlr(fd, nullptr);
     EXPECT_EQ(fake::udp_waiting(), 0U);
+    EXPECT_EQ(fake::udp_flags, 0);
 }
 
 message typed(std::uint8_t value) {

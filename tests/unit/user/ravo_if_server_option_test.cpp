@@ -68,6 +68,16 @@ TEST_F(RavoServerOption, AVendorHostIsADuplicateByTextRuleAndServerTogether) {
     EXPECT_EQ(record.opt60_count, 4u);
 }
 
+TEST_F(RavoServerOption, AVendorHostWithoutATextHasAnEmptyOne) {
+    iface record = vlan_record(10);
+    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, nullptr, 0, "10.0.0.1"), RAVO_OK);
+    iface expected = vlan_record(10);
+    expected.opt60_hosts[0] = vendor_host("", 0, "10.0.0.1");
+    expected.opt60_count = 1;
+    EXPECT_EQ(describe(record), describe(expected));
+    EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(&record, nullptr, 0, "10.0.0.1"), RAVO_ERR_SERVER_EXISTS);
+}
+
 TEST_F(RavoServerOption, FindsVendorHosts) {
     iface record = vlan_record(10);
     record.opt60_hosts[1] = vendor_host("phone", 1, "10.0.0.1");

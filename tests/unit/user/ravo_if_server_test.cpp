@@ -87,6 +87,8 @@ TEST_F(RavoServer, AnInvalidAddressOrNoRecordIsAnAddressError) {
         EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(&record, "0102", text), RAVO_ERR_SERVER_IP) << text;
     }
     EXPECT_EQ(RAVO_IF_Add_Server_Host(nullptr, "10.0.0.1"), RAVO_ERR_SERVER_IP);
+    EXPECT_EQ(fake::traces(101).back(),
+              "RAVO_IF_Add_Server_Host (#): Add server 10.0.0.1 to interface (null) and ifindex=0\n");
     EXPECT_EQ(RAVO_IF_Add_Option60_Server_Host(nullptr, "phone", 0, "10.0.0.1"), RAVO_ERR_SERVER_IP);
     EXPECT_EQ(RAVO_IF_Add_Option61_Server_Host(nullptr, "0102", "10.0.0.1"), RAVO_ERR_SERVER_IP);
     EXPECT_EQ(describe(record), describe(before));

@@ -87,6 +87,39 @@ TEST_F(Sockets, ChannelResultsAreOneDescriptorAndZero) {
     EXPECT_EQ(ravo_if_create_l2_fd(), 100);
 }
 
+TEST_F(Sockets, DescriptorZeroIsADescriptor) {
+    fake::count_descriptors_from(0);
+    EXPECT_EQ(ravo_if_create_l2_fd(), 1);
+    EXPECT_EQ(ravo_if_create_l2_fd(), 0);
+    ASSERT_EQ(fake::readers.size(), 1U);
+    EXPECT_EQ(fake::readers[0].fd, 0);
+    ravo_if_close_all_fd();
+    EXPECT_EQ(fake::socket_calls, (strings{"socket(24, 3, 0) = 0", "close(0) = 0"}));
+    for (int i = 0; i < 2; ++i) {  // the second time they are open
+        fake::count_descriptors_from(0);
+        EXPECT_EQ(RAVO_IF_Create_fd(), 0U);
+    }
+    EXPECT_EQ(ravo_raw_sock_fd, 1);
+}
+
+TEST_F(Sockets, RawSocketMayBeDescriptorZero) {
+    fake::script(fake::op::socket, {.error = EAFNOSUPPORT});
+    fake::count_descriptors_from(0);
+    EXPECT_EQ(RAVO_IF_Create_fd(), 0U);
+    EXPECT_EQ(RAVO_IF_Create_fd(), 0U);
+    EXPECT_EQ(ravo_raw_sock_fd, 0);
+    EXPECT_EQ(ravo_server_sock_fd, 1);
+    ravo_if_close_all_fd();
+}
+
+TEST_F(Sockets, ServerSocketMayBeDescriptorZero) {
+    fake::count_descriptors_from(0);
+    EXPECT_EQ(ravo_if_create_server_tx_socket(), 0);
+    EXPECT_EQ(ravo_if_create_server_tx_socket(), 0);
+    EXPECT_EQ(RAVO_IF_Create_fd(), 0U);
+    EXPECT_EQ(ravo_server_sock_fd, 0);
+}
+
 TEST_F(Sockets, ChannelReaderThatCannotBeRegisteredIsNotNoticed) {
     fake::script(fake::op::add_reader);
     EXPECT_EQ(ravo_if_create_l2_fd(), 1);

@@ -64,7 +64,7 @@ TEST_F(RavoNsm, AKnownInterfaceIsRefreshedAndKeepsItsSettings) {
     record.ifindex = 1;
     record.in_use = 0;
     EXPECT_EQ(ravo_db_if_add(&record), 1);
-    ravo_nsm_if_up(fake::add_vlan(10, {{"192.0.2.1"}}));
+    EXPECT_EQ(ravo_nsm_if_up(fake::add_vlan(10, {{"192.0.2.1"}})), 0);
     const iface now = *stored_record("vlan10");
     EXPECT_EQ(now.trusted, 1u);
     EXPECT_EQ(now.in_use, 0u);
@@ -106,7 +106,7 @@ class RavoNsmAddress : public Relay {
     void SetUp() override {
         Relay::SetUp();
         vlan10 = fake::add_vlan(10, {{"192.0.2.1"}, {"192.0.2.2", 1}, {"192.0.2.3", 4}, {"192.0.2.4"}});
-        ravo_nsm_if_up(vlan10);
+        EXPECT_EQ(ravo_nsm_if_up(vlan10), 0);
         fake::forget();
     }
 
@@ -135,6 +135,13 @@ TEST_F(RavoNsmAddress, RemovingThePrimaryAddressKeepsARecordWithServers) {
                     101, "ravo_nsm_if_down (#) address 192.0.2.1 for interface vlan10 is about to be deleted\n"}));
 }
 
+TEST_F(RavoNsmAddress, OneServerKeepsTheRecord) {
+    change_record([](iface &record) { record.server_count = 1; });
+    EXPECT_EQ(ravo_nsm_if_addr_delete(fake::connected_of(vlan10, "192.0.2.1")), 0);
+    ASSERT_TRUE(stored_record("vlan10").has_value());
+    EXPECT_EQ(stored_record("vlan10")->if_ip, 0u);
+}
+
 TEST_F(RavoNsmAddress, RemovingThePrimaryAddressDeletesARecordWithOption60HostsOnly) {
     change_record([](iface &record) {
         record.opt60_count = 1;
@@ -146,7 +153,7 @@ TEST_F(RavoNsmAddress, RemovingThePrimaryAddressDeletesARecordWithOption60HostsO
 
 TEST_F(RavoNsmAddress, OnlyTheServerCountIsAsked) {
     change_record([](iface &record) { record.server_db[0] = fake::address("10.0.0.1"); });
-    ravo_nsm_if_addr_delete(fake::connected_of(vlan10, "192.0.2.1"));
+    EXPECT_EQ(ravo_nsm_if_addr_delete(fake::connected_of(vlan10, "192.0.2.1")), 0);
     EXPECT_THAT(stored_names(), IsEmpty());
 }
 

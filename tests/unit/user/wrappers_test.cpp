@@ -143,6 +143,19 @@ TEST_F(Wrappers, PacketInformationIsCopiedAsItIs) {
     EXPECT_EQ(words(got.info), (three{1124, 5185, 0x01020304}));
 }
 
+TEST_F(Wrappers, AnEmptyDatagramHasItsPacketInformationToo) {
+    const received got = receive({.payload = {}, .controls = {fake::pktinfo_control(1124, 5185, 0x01020304)}});
+    EXPECT_EQ(got.count, 0);
+    EXPECT_EQ(words(got.info), (three{1124, 5185, 0x01020304}));
+}
+
+TEST_F(Wrappers, ADatagramIsTakenIntoTheOneBufferGiven) {
+    const received got = receive({.payload = bytes(100, 7)}, /*with_info=*/true, /*room=*/64);
+    EXPECT_EQ(fake::udp_parts, 1U);
+    EXPECT_EQ(fake::udp_flags, 0);
+    EXPECT_BYTES(bytes(64, 7), packet::part_of(got.data, 0, 64));
+}
+
 TEST_F(Wrappers, PacketInformationIsZeroWithoutControlData) {
     const received got = receive({.payload = {1}});
     EXPECT_EQ(got.count, 1);
