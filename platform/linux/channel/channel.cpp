@@ -85,6 +85,7 @@ std::int64_t clock_ns() {
 }
 
 std::unique_ptr<open_channel> channel;
+int channel_fd = -1;  // while it is open
 port_limits limits;
 guards guard(clock_ns);
 std::uint64_t lost = 0;            // messages that the queue had no room for
@@ -418,6 +419,7 @@ int open_at_gate(open_channel &c) {
 
 // Ends what the channel does for others, and counts what is left to count.
 void end_channel(open_channel &c) {
+    channel_fd = -1;
     books_close();
     trap_release();
     inventory_on_change(nullptr);
@@ -458,11 +460,12 @@ int channel_open() {
         if (channel) tally(*channel);
     });
     inventory_on_change(follow_devices);
-    return c.rings.fd();
+    channel_fd = c.rings.fd();
+    return channel_fd;
 }
 
 bool channel_owns(int fd) {
-    return channel && fd >= 0 && channel->rings.fd() == fd;
+    return fd >= 0 && fd == channel_fd;
 }
 
 bool channel_next() {

@@ -141,16 +141,6 @@ frame_result decode_ipv4(bytes packet, const frame_aux &aux, dhcp_frame *out) {
 
 }  // namespace
 
-frame_aux channel_frame_aux(const tpacket_auxdata &aux) {
-    frame_aux result;
-    result.tagged = (aux.tp_status & TP_STATUS_VLAN_VALID) != 0;
-    if (result.tagged) result.tci = aux.tp_vlan_tci;
-    if (result.tagged && (aux.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0) result.tpid = aux.tp_vlan_tpid;
-    result.checksum_not_ready = (aux.tp_status & TP_STATUS_CSUMNOTREADY) != 0;
-    result.checksum_valid = (aux.tp_status & TP_STATUS_CSUM_VALID) != 0;
-    return result;
-}
-
 frame_result channel_frame_decode(std::span<const std::uint8_t> frame, const frame_aux &aux, dhcp_frame *out) {
     byte_reader reader(frame);
     *out = {};
@@ -187,7 +177,10 @@ std::size_t channel_frame_copy(const dhcp_frame &frame, void *buffer, std::size_
     auto *to = static_cast<std::uint8_t *>(buffer);
     const std::size_t from_ip = std::min(size, frame.ip_part.size());
     const std::size_t from_udp = std::min(size - from_ip, frame.udp.size());
-    if (from_ip != 0) std::memcpy(to, frame.ip_part.data(), from_ip);
+    if (from_ip == channel_ip_part_size) [[likely]]
+        std::copy_n(frame.ip_part.data(), channel_ip_part_size, to);
+    else if (from_ip != 0)
+        std::memcpy(to, frame.ip_part.data(), from_ip);
     if (from_udp != 0) std::memcpy(to + from_ip, frame.udp.data(), from_udp);
     return frame.ip_part.size() + frame.udp.size();
 }

@@ -30,8 +30,17 @@ struct frame_aux {
     bool checksum_valid = false;      // the device or the kernel has verified the UDP checksum
 };
 
-// Translates the kernel's record of a received frame.
-frame_aux channel_frame_aux(const tpacket_auxdata &aux);
+// Translates what the kernel's record of a received frame says, a tpacket_auxdata or a slot of a ring.
+template <typename Record>
+frame_aux channel_frame_aux(const Record &record) {
+    const bool tagged = (record.tp_status & TP_STATUS_VLAN_VALID) != 0;
+    const bool has_tpid = tagged && (record.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0;
+    return {.tagged = tagged,
+            .tpid = has_tpid ? record.tp_vlan_tpid : std::uint16_t{0x8100},
+            .tci = tagged ? record.tp_vlan_tci : std::uint16_t{0},
+            .checksum_not_ready = (record.tp_status & TP_STATUS_CSUMNOTREADY) != 0,
+            .checksum_valid = (record.tp_status & TP_STATUS_CSUM_VALID) != 0};
+}
 
 enum class frame_result {
     ok,

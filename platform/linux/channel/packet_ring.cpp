@@ -56,14 +56,6 @@ int request_ring(int fd, std::size_t capacity) {
     return ::setsockopt(fd, SOL_PACKET, PACKET_RX_RING, &request, sizeof request);
 }
 
-frame_aux aux_of(const tpacket2_hdr &header) {
-    tpacket_auxdata aux{};
-    aux.tp_status = header.tp_status;
-    aux.tp_vlan_tci = header.tp_vlan_tci;
-    aux.tp_vlan_tpid = header.tp_vlan_tpid;
-    return channel_frame_aux(aux);
-}
-
 // The number of the frame's turn, 0 for one that was not taken yet.
 std::uint32_t turn_of(const tpacket2_hdr &slot) {
     std::uint32_t turn;
@@ -213,7 +205,7 @@ bool packet_ring::take(ring_frame *out) {
     if (header.tp_mac > slot_size || header.tp_snaplen > slot_size - header.tp_mac) header.tp_snaplen = 0;
     out->bytes =
         header.tp_snaplen == 0 ? std::span<const std::uint8_t>() : std::span(bytes + header.tp_mac, header.tp_snaplen);
-    out->aux = aux_of(header);
+    out->aux = channel_frame_aux(header);
     out->kernel_ifindex = device_of(bytes);
     out->time_us = header.tp_sec * second_us + header.tp_nsec / 1000;
     out->cut = header.tp_snaplen < header.tp_len;

@@ -217,7 +217,7 @@ void packet_rings::follow_leader(member &m, int kernel_ifindex) {
 
 bool packet_rings::take(ring_frame *out) {
     crowded_by_ = 0;
-    members_[last_].ring.give_back();
+    if (members_.size() > 1) members_[last_].ring.give_back();  // else taking does
     for (std::size_t tried = 0; tried < members_.size(); ++tried) {
         last_ = last_ + 1 == members_.size() ? 0 : last_ + 1;
         member &m = members_[last_];

@@ -54,9 +54,7 @@ std::size_t find_empty(send_lanes &lanes) {
 
 }  // namespace
 
-int lanes_socket(send_lanes &lanes, std::uint32_t destination) {
-    if (lanes.owned == 0) [[likely]]
-        return lanes.common;
+int lanes_owned_socket(send_lanes &lanes, std::uint32_t destination) {
     const std::size_t lane = lane_of(lanes, destination);
     if (lane == send_lane_limit) return lanes.common;
     const int fd = lanes.sockets[lane].get();

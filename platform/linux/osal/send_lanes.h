@@ -37,7 +37,10 @@ struct send_lanes {
 };
 
 // The socket for the next message to a destination.
-int lanes_socket(send_lanes &lanes, std::uint32_t destination);
+int lanes_owned_socket(send_lanes &lanes, std::uint32_t destination);
+inline int lanes_socket(send_lanes &lanes, std::uint32_t destination) {
+    return lanes.owned == 0 ? lanes.common : lanes_owned_socket(lanes, destination);
+}
 
 // Another socket for it when that one was full, or -1: the message is to be dropped.
 int lanes_other_socket(send_lanes &lanes, std::uint32_t destination);
