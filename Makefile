@@ -200,4 +200,4 @@ install-built:
 	done
 
 clean:
-	rm -rf build build-cross build-mutate build-check build-coverage build-debug build-clang build-fuzz build-fuzz-coverage build-package lab-artifacts .pytest_cache
+	rm -rf build build-cross build-mutate build-check build-coverage build-debug build-sanitized build-clang build-fuzz build-fuzz-coverage build-package lab-artifacts .pytest_cache

@@ -19,14 +19,7 @@
 
 #include "base/threads.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define RAVO_SANITIZED_STACKS 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define RAVO_SANITIZED_STACKS 1
-#endif
-#endif
-#ifdef RAVO_SANITIZED_STACKS
+#ifdef RAVO_ADDRESS_SANITIZER
 #include <sanitizer/common_interface_defs.h>
 #endif
 
@@ -36,7 +29,7 @@ namespace {
 
 using steady = std::chrono::steady_clock;
 
-#ifdef RAVO_SANITIZED_STACKS
+#ifdef RAVO_ADDRESS_SANITIZER
 constexpr std::size_t stack_size = std::size_t{2} << 20;  // its frames are several times as large
 #else
 constexpr std::size_t stack_size = std::size_t{256} << 10;
@@ -50,13 +43,13 @@ struct stack_marks {
 };
 
 void leaving([[maybe_unused]] void **kept, [[maybe_unused]] const void *bottom, [[maybe_unused]] std::size_t size) {
-#ifdef RAVO_SANITIZED_STACKS
+#ifdef RAVO_ADDRESS_SANITIZER
     __sanitizer_start_switch_fiber(kept, bottom, size);
 #endif
 }
 
 void arrived([[maybe_unused]] void *kept, [[maybe_unused]] const void **bottom, [[maybe_unused]] std::size_t *size) {
-#ifdef RAVO_SANITIZED_STACKS
+#ifdef RAVO_ADDRESS_SANITIZER
     __sanitizer_finish_switch_fiber(kept, bottom, size);
 #endif
 }

@@ -38,7 +38,7 @@ struct confinement_wishes {
 
 // Whether system calls are filtered too: a build with sanitizers looks at its own threads when it ends, for which it
 // needs calls that the relay's work does not.
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef RAVO_ADDRESS_SANITIZER
 inline constexpr bool confinement_filters_calls = false;
 #else
 inline constexpr bool confinement_filters_calls = true;

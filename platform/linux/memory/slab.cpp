@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <cstring>
 
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef RAVO_ADDRESS_SANITIZER
 #include <sanitizer/asan_interface.h>
 #endif
 
@@ -157,13 +157,13 @@ constexpr std::size_t blocks_in(std::size_t kind) {
 static_assert(blocks_in(slab_sizes - 1) * slab_size(slab_sizes - 1) == span_size);
 
 void hide([[maybe_unused]] void *block, [[maybe_unused]] std::size_t size) {
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef RAVO_ADDRESS_SANITIZER
     ASAN_POISON_MEMORY_REGION(block, size);
 #endif
 }
 
 void reveal([[maybe_unused]] void *block, [[maybe_unused]] std::size_t size) {
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef RAVO_ADDRESS_SANITIZER
     ASAN_UNPOISON_MEMORY_REGION(block, size);
 #endif
 }

@@ -34,7 +34,7 @@ using ravo::platform::switch_description;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr std::uint32_t port_1_1 = 5121, port_1_2 = 5122;
+constexpr std::uint32_t port_1_1 = 5121;
 
 void limit(const described_limit &limits) {
     switch_description description;

@@ -18,7 +18,7 @@ namespace {
 using namespace ravo::platform;
 
 // The sanitizer has memory and addresses of its own for every block, so that nothing is told about them.
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef RAVO_ADDRESS_SANITIZER
 constexpr bool memory_is_ours_alone = false;
 #else
 constexpr bool memory_is_ours_alone = true;

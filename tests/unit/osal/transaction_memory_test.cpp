@@ -45,7 +45,7 @@ std::size_t resident_now() {
 }
 
 TEST(TransactionMemory, AMillionTakeLittleMemoryAndGiveItBack) {
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef RAVO_ADDRESS_SANITIZER
     GTEST_SKIP() << "the sanitizer has memory of its own for every block";
 #endif
     constexpr std::uint32_t million = 1000000;

@@ -9,8 +9,6 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr const char *same = "% Set the same configuration current configuration\n";
-
 struct interface_row {
     const char *name;
     cli_handler handler;

@@ -9,8 +9,6 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr const char *same = "% Set the same configuration current configuration\n";
-
 // ---- Option 60 ----
 
 opt60_host vendor_host(const char *vendor, std::uint32_t rule, const char *server) {

@@ -16,7 +16,7 @@ std::uint64_t allocated = 0;  // calls since the start
 
 }  // namespace
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef RAVO_ADDRESS_SANITIZER
 
 // The sanitizer's own allocator tells of each call.
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void *, std::size_t),
