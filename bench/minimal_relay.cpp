@@ -18,6 +18,7 @@
 #include <unordered_map>
 
 #include "dhcp_bytes.h"
+#include "udp_tap.h"
 
 namespace {
 
@@ -28,22 +29,8 @@ namespace {
 
 // IPv4 without options, UDP, destination port 67, on any device.
 int open_tap() {
-    static sock_filter code[] = {
-        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 12), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETH_P_IP, 0, 5),
-        BPF_STMT(BPF_LD | BPF_B | BPF_ABS, 23), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, IPPROTO_UDP, 0, 3),
-        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 36), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 67, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, 0xFFFF),      BPF_STMT(BPF_RET | BPF_K, 0),
-    };
-    const sock_fprog filter{sizeof code / sizeof *code, code};
-    const int fd = socket(AF_PACKET, SOCK_RAW, 0);
-    const int on = 1;
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ETH_P_IP);
-    if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter) != 0 ||
-        setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on) != 0 ||
-        bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-        fail("packet socket");
+    const int fd = open_udp_tap({.port = 67, .protocol = ETH_P_IP});
+    if (fd < 0) fail("packet socket");
     return fd;
 }
 

@@ -13,7 +13,6 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <getopt.h>
-#include <linux/filter.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
@@ -31,6 +30,7 @@
 #include <vector>
 
 #include "dhcp_bytes.h"
+#include "udp_tap.h"
 
 namespace {
 
@@ -60,23 +60,9 @@ void widen(int fd) {
 
 // A packet socket for the clients on all devices that sees frames to UDP port 68 only.
 int open_clients() {
-    static sock_filter code[] = {
-        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 12), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETH_P_IP, 0, 5),
-        BPF_STMT(BPF_LD | BPF_B | BPF_ABS, 23), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, IPPROTO_UDP, 0, 3),
-        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 36), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 68, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, 0xFFFF),      BPF_STMT(BPF_RET | BPF_K, 0),
-    };
-    const sock_fprog filter{sizeof code / sizeof *code, code};
-    const int on = 1;
-    const int fd = socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK, 0);
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ETH_P_ALL);
-    if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter) != 0 ||
-        setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on) != 0)
-        fail("packet socket");
+    const int fd = open_udp_tap({.port = 68, .flags = SOCK_NONBLOCK});
+    if (fd < 0) fail("packet socket");
     widen(fd);
-    if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) fail("bind");
     return fd;
 }
 

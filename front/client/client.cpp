@@ -242,23 +242,20 @@ answer request_status(connection &c, const protocol::bytes &request, std::uint32
 
 }  // namespace
 
-connection_ptr open(const open_options &options, std::string *reason) {
+fault open(const open_options &options, connection_ptr *opened) {
+    opened->reset();
     connection_ptr c(new connection);
     c->path = options.socket;
-    const fault wrong = reach(options.socket, &c->fd);
-    if (wrong) {
-        *reason = options.socket + ": " + wrong.text;
-        return nullptr;
-    }
+    if (const fault wrong = reach(options.socket, &c->fd)) return {options.socket + ": " + wrong.text};
     const auto limit = steady_clock::now() + std::chrono::seconds(options.timeout_seconds);
     const protocol::bytes hello = protocol::hello_frame(
         {protocol::version, static_cast<std::uint8_t>(options.privilege), static_cast<std::uint8_t>(options.mode)});
     const handlers nobody;
     exchange x{&nobody};
     const answer a = converse(*c, hello, x, event::welcome, limit);
-    if (a.outcome == outcome::answered) return c;
-    *reason = a.reason;
-    return nullptr;
+    if (a.outcome != outcome::answered) return {a.reason};
+    *opened = std::move(c);
+    return {};
 }
 
 const session_state &state(const connection &c) {
@@ -297,21 +294,19 @@ int descriptor(const connection &c) {
     return c.fd;
 }
 
-bool attend(connection &c, const handlers &to, std::string *reason) {
+fault attend(connection &c, const handlers &to) {
+    if (c.fd < 0) return {c.path + ": not connected"};
     exchange x{&to};
     receive got = receive::some;
-    while (c.fd >= 0 && got == receive::some) {
+    while (got == receive::some) {
         got = receive_some(c);
         const event seen = take_frames(c, x);
         // Nothing was asked, so nothing but lines of the log may come.
-        if (seen != event::other) {
-            *reason = seen == event::refused ? lost(c, x.refusal).reason : answer_of(c, event::malformed, x).reason;
-            return false;
-        }
+        if (seen == event::refused) return {lost(c, x.refusal).reason};
+        if (seen != event::other) return {answer_of(c, event::malformed, x).reason};
     }
-    if (got == receive::nothing) return true;
-    if (c.fd >= 0) *reason = lost(c, "ravod has closed the connection").reason;
-    return false;
+    if (got == receive::nothing) return {};
+    return {lost(c, "ravod has closed the connection").reason};
 }
 
 }  // namespace ravo::client

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The client side of the management socket, for the programs in front of the daemon.
 //
-//     std::string reason;
-//     ravo::client::connection_ptr daemon = ravo::client::open({.socket = path}, &reason);
-//     if (daemon == nullptr) ...;  // reason: one line
+//     ravo::client::connection_ptr daemon;
+//     if (const ravo::fault wrong = ravo::client::open({.socket = path}, &daemon)) ...;  // wrong.text: one line
 //     std::string text;
 //     const auto answer = ravo::client::run(*daemon, {.line = "show ip dhcp relay"},
 //                                           {.text = [&](std::string_view piece) { text += piece; }});
@@ -21,6 +20,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "fault.h"
 
 namespace ravo::client {
 
@@ -44,9 +45,9 @@ struct open_options {
     int timeout_seconds = 10;  // for connecting and the daemon's welcome
 };
 
-// Connects and opens a session. Returns NULL and one line in *reason (which begins with the socket's path) when the
-// daemon cannot be reached or refuses.
-connection_ptr open(const open_options &options, std::string *reason);
+// Connects and opens a session. The fault, which begins with the socket's path, says why the daemon cannot be reached
+// or refuses; *opened is NULL then.
+fault open(const open_options &options, connection_ptr *opened);
 
 // What the daemon says of the session; up to date after each request.
 struct session_state {
@@ -113,9 +114,9 @@ answer complete(connection &c, std::string_view line, std::vector<std::string> *
 // The connection's descriptor, readable when the daemon has sent something or gone; -1 once the connection is lost.
 int descriptor(const connection &c);
 
-// Handles what has come without a request (lines of the log), without waiting. Returns false when the connection is
-// lost, with the reason.
-bool attend(connection &c, const handlers &to, std::string *reason);
+// Handles what has come without a request (lines of the log), without waiting. The fault, which begins with the
+// socket's path, says why the connection is lost.
+fault attend(connection &c, const handlers &to);
 
 }  // namespace ravo::client
 

@@ -169,10 +169,8 @@ int run_batch(const shell_options &options) {
         }
     }
     batch b{options};
-    std::string reason;
-    b.daemon = open({.socket = options.socket}, &reason);
-    if (b.daemon == nullptr) {
-        complain(reason);
+    if (const fault wrong = open({.socket = options.socket}, &b.daemon)) {
+        complain(wrong.text);
         return exit_unreachable;
     }
     for (std::size_t i = 0; i < options.commands.size() && !b.over; ++i) run_line(b, options.commands[i], {});

@@ -48,14 +48,14 @@ fault read_file(const std::string &path, std::string *text) {
     return wrong;
 }
 
-// Runs one line. Returns its result, or -1 when there is no answer any more.
-int run_line(connection &daemon, const std::string &line, std::string *printed, std::string *reason) {
+// Runs one line. The fault says why there is no answer any more, and no result then.
+fault run_line(connection &daemon, const std::string &line, std::string *printed, int *result) {
     handlers to;
     to.text = [&](std::string_view piece) { *printed += piece; };
     const answer a = run(daemon, {.line = line}, to);
-    if (a.outcome == outcome::answered) return a.result;
-    *reason = a.reason;
-    return -1;
+    if (a.outcome != outcome::answered) return {a.reason};
+    *result = a.result;
+    return {};
 }
 
 // Faults in lines are reported as those of the file, everything else as it came.
@@ -72,16 +72,16 @@ void tell(const std::string &name, std::string_view printed) {
     }
 }
 
-// Sends the text. Returns the result of the last line, -1 when there is no answer.
-int send(connection &daemon, std::string_view text, std::string *printed, std::string *reason) {
+// Sends the text. *result: of the last line that was sent.
+fault send(connection &daemon, std::string_view text, std::string *printed, int *result) {
     while (!text.empty()) {
         std::string line(text.substr(0, text.find('\n')));
         text.remove_prefix(std::min(text.size(), line.size() + 1));
         if (line == last_line) line = " .";  // no command either, and not the end
-        const int result = run_line(daemon, line, printed, reason);
-        if (result != 0) return result;
+        fault wrong = run_line(daemon, line, printed, result);
+        if (wrong || *result != 0) return wrong;
     }
-    return run_line(daemon, std::string(last_line), printed, reason);
+    return run_line(daemon, std::string(last_line), printed, result);
 }
 
 // The number of the first line that is longer than the daemon takes one, 0 when there is none.
@@ -98,21 +98,22 @@ std::size_t line_too_long(std::string_view text) {
 
 int run_replace(const shell_options &options) {
     const std::string name = options.replace == "-" ? "standard input" : options.replace;
-    std::string text, reason, printed;
+    std::string text, printed;
     if (const fault wrong = read_file(options.replace, &text)) return complain(name + ": cannot read: " + wrong.text);
     if (const std::size_t number = line_too_long(text)) {
         std::fprintf(stderr, "%s:%zu: longer than %zu bytes\n", name.c_str(), number, protocol::max_command_line);
         return exit_failed;
     }
-    const connection_ptr daemon = open({.socket = options.socket}, &reason);
-    if (daemon == nullptr) return complain(reason);
+    connection_ptr daemon;
+    if (const fault wrong = open({.socket = options.socket}, &daemon)) return complain(wrong.text);
     std::string command = "configure replace terminal";
     if (options.dry_run) command += " dry-run";
     if (options.confirm != 0) command += " confirm " + std::to_string(options.confirm);
-    int result = run_line(*daemon, command, &printed, &reason);
-    if (result == 0) result = send(*daemon, text, &printed, &reason);
+    int result = 1;
+    fault lost = run_line(*daemon, command, &printed, &result);
+    if (!lost && result == 0) lost = send(*daemon, text, &printed, &result);
     tell(name, printed);
-    if (result < 0) return complain(reason);
+    if (lost) return complain(lost.text);
     if (std::fflush(stdout) != 0) return complain("cannot write to standard output");
     return result == 0 ? exit_good : exit_failed;
 }

@@ -62,11 +62,10 @@ void lose(shell &sh) {
     sh.page = -1;
 }
 
-bool reach(shell &sh, std::string *reason) {
-    sh.daemon = open({.socket = sh.socket, .timeout_seconds = 2}, reason);
-    if (sh.daemon == nullptr) return false;
-    take_state(sh);
-    return true;
+fault reach(shell &sh) {
+    fault wrong = open({.socket = sh.socket, .timeout_seconds = 2}, &sh.daemon);
+    if (!wrong) take_state(sh);
+    return wrong;
 }
 
 constexpr std::string_view lost_line = "% Connection to ravod lost; trying again.\n";
@@ -75,13 +74,12 @@ constexpr std::string_view back_line = "% Connected to ravod again.\n";
 // Called while a line is being typed, when the daemon sent something or, without a connection, every second.
 void attend_daemon(shell &sh) {
     std::string text;
-    std::string reason;
     if (sh.daemon == nullptr) {
-        if (reach(sh, &reason)) text = back_line;
+        if (!reach(sh)) text = back_line;
     } else {
         handlers to;
         to.monitor = [&text](std::string_view line) { text += terminal_safe(line) + "\n"; };
-        if (!attend(*sh.daemon, to, &reason)) {
+        if (attend(*sh.daemon, to)) {
             lose(sh);
             text += lost_line;
         }
@@ -91,14 +89,13 @@ void attend_daemon(shell &sh) {
 
 // Makes sure that there is a daemon to talk to, and tells when there is none.
 bool have_daemon(shell &sh) {
-    std::string reason;
     if (sh.daemon != nullptr) return true;
-    if (reach(sh, &reason)) {
-        terminal_write(back_line);
-        return true;
+    if (const fault wrong = reach(sh)) {
+        tell("% Not connected: " + wrong.text);
+        return false;
     }
-    tell("% Not connected: " + reason);
-    return false;
+    terminal_write(back_line);
+    return true;
 }
 
 // ---- Commands ----
@@ -236,9 +233,8 @@ int run_shell(const shell_options &options) {
     sh.socket = options.socket;
     sh.host = host_name();
     sh.history_file = history_path();
-    std::string reason;
-    if (!reach(sh, &reason)) {
-        std::fprintf(stderr, "ravosh: %s\n", reason.c_str());
+    if (const fault wrong = reach(sh)) {
+        std::fprintf(stderr, "ravosh: %s\n", wrong.text.c_str());
         return exit_unreachable;
     }
     sh.line = editor_open(host_of(sh));

@@ -245,10 +245,10 @@ bool gate_may_load() {
 gate_objects gate_load() {
     return {};
 }
-descriptor gate_ask(const std::string &, std::string *) {
+fault gate_ask(const std::string &, descriptor *) {
     return {};
 }
-gate_objects gate_take(const descriptor &, std::string *) {
+fault gate_take(const descriptor &, gate_objects *) {
     return {};
 }
 

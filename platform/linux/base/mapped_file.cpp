@@ -26,17 +26,17 @@ const char *fault_of(int file) {
 
 }  // namespace
 
-mapping map_own_file(const std::string &path, std::size_t size, std::string *why_not) {
-    why_not->clear();
+fault map_own_file(const std::string &path, std::size_t size, mapping *mapped) {
+    *mapped = mapping();
     const descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
-    if (!file) return *why_not = std::strerror(errno), mapping();
-    if (const char *reason = fault_of(file.get())) return *why_not = reason, mapping();
+    if (!file) return {std::strerror(errno)};
+    if (const char *reason = fault_of(file.get())) return {reason};
     // A write into a page for which there is no room would end the daemon.
     if (const int failed = posix_fallocate(file.get(), 0, static_cast<off_t>(size)); failed != 0)
-        return *why_not = std::strerror(failed), mapping();
-    mapping mapped(file.get(), size);
-    if (!mapped) *why_not = std::strerror(errno);
-    return mapped;
+        return {std::strerror(failed)};
+    *mapped = mapping(file.get(), size);
+    if (!*mapped) return {std::strerror(errno)};
+    return {};
 }
 
 }  // namespace ravo::platform

@@ -7,13 +7,14 @@
 #include <string>
 
 #include "base/mapping.h"
+#include "fault.h"
 
 namespace ravo::platform {
 
 // Maps a file of this size, which is made, mode 0600 and all zeros, when it is missing. Its room is taken from the disk
 // at once. What belongs to another user, what others may use, and what is no plain file is refused: they could cut it
-// short. Owns nothing when that fails; *why_not then says why, else it is empty.
-[[nodiscard]] mapping map_own_file(const std::string &path, std::size_t size, std::string *why_not);
+// short. The fault, without the path, says why *mapped owns nothing.
+fault map_own_file(const std::string &path, std::size_t size, mapping *mapped);
 
 }  // namespace ravo::platform
 

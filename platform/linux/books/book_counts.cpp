@@ -103,9 +103,8 @@ inline void each_counters(std::uint16_t vlan, std::uint32_t port_ifindex, functi
 
 fault counts_open(const std::string &path) {
     if (room || rows.rows > 1) counts_close();  // what was never used is not touched
-    std::string why_not;
-    room = map_own_file(path, sizeof(all_counts), &why_not);
-    if (!room) return {path + ": counts of messages begin anew with each start: " + why_not};
+    if (const fault wrong = map_own_file(path, sizeof(all_counts), &room))
+        return {path + ": counts of messages begin anew with each start: " + wrong.text};
     counts = static_cast<all_counts *>(room.get());
     const bool is_new = counts->magic == 0;
     const bool is_ours = counts->magic == magic && counts->size == sizeof(all_counts);

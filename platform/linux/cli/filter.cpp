@@ -75,9 +75,10 @@ bool read_stage(std::string_view text, filter_stage *out, filter_fault *fault) {
     }
     if (fault->kind != filter_fault::none) return false;
     if (typed.empty()) return true;
-    out->what = pattern_read(typed, &fault->reason);
-    if (out->what == nullptr) fault->kind = filter_fault::pattern;
-    return out->what != nullptr;
+    const ravo::fault wrong = pattern_read(typed, &out->what);
+    fault->reason = wrong.text;
+    if (wrong) fault->kind = filter_fault::pattern;
+    return !wrong;
 }
 
 // ---- Lines ----

@@ -63,19 +63,19 @@ class reader {
     reader(std::string_view text, pattern *out) : text_(text), out_(out) {}
 
     // What is wrong with the text; nothing when it is a pattern.
-    std::string read() {
+    fault read() {
         const part whole = alternatives();
         out_->first = whole.first;
         out_->last = whole.last;
         out_->empty = whole.empty;
-        return fault_;
+        return wrong_;
     }
 
   private:
-    [[nodiscard]] bool more() const { return fault_.empty() && at_ < text_.size(); }
+    [[nodiscard]] bool more() const { return !wrong_ && at_ < text_.size(); }
     [[nodiscard]] bool comes(char c) const { return more() && text_[at_] == c; }
     void fail(const char *why) {
-        if (fault_.empty()) fault_ = why;
+        if (!wrong_) wrong_ = {why};
     }
 
     // A ")" that ends no group is a character like others.
@@ -298,7 +298,7 @@ class reader {
     std::size_t at_ = 0;
     std::size_t depth_ = 0;   // groups that are open
     std::size_t places_ = 0;  // so far
-    std::string fault_;
+    fault wrong_;
 };
 
 // ---- Holding it against a line ----
@@ -334,13 +334,14 @@ void cross_gap(const pattern &what, const place_set &open, place_set *reached) {
 
 }  // namespace
 
-std::unique_ptr<pattern> pattern_read(std::string_view text, std::string *fault) {
-    fault->clear();
-    if (text.size() > pattern_limit) *fault = "longer than " + std::to_string(pattern_limit) + " characters";
-    if (text.find('\0') != std::string_view::npos) *fault = "it holds a NUL character";
-    auto out = std::make_unique<pattern>();
-    if (fault->empty()) *fault = reader(text, out.get()).read();
-    return fault->empty() ? std::move(out) : nullptr;
+fault pattern_read(std::string_view text, std::unique_ptr<pattern> *out) {
+    out->reset();
+    if (text.find('\0') != std::string_view::npos) return {"it holds a NUL character"};
+    if (text.size() > pattern_limit) return {"longer than " + std::to_string(pattern_limit) + " characters"};
+    auto read = std::make_unique<pattern>();
+    fault wrong = reader(text, read.get()).read();
+    if (!wrong) *out = std::move(read);
+    return wrong;
 }
 
 bool pattern_matches(const pattern &what, std::string_view line) {

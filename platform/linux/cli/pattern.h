@@ -15,6 +15,8 @@
 #include <string>
 #include <string_view>
 
+#include "fault.h"
+
 namespace ravo::cli {
 
 // Most characters of a pattern, and so the most places in it that take a character of a line.
@@ -44,8 +46,8 @@ struct pattern {
     bool empty = false;                           // it matches where nothing is
 };
 
-// Reads a pattern. Returns null and says what is wrong with the text in *fault when it is none.
-std::unique_ptr<pattern> pattern_read(std::string_view text, std::string *fault);
+// Reads a pattern. The fault says what is wrong with a text that is none; *out is null then.
+fault pattern_read(std::string_view text, std::unique_ptr<pattern> *out);
 
 // Tells whether a part of the line matches.
 [[nodiscard]] bool pattern_matches(const pattern &what, std::string_view line);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The program's counts stand in memory that it shares with the daemon, mapped page by page as devices come, so that
-// taking a message out of the queue costs two stores and no system call; no look at the program's maps takes a system
-// call, and so none takes a right. Outside the kernel the same records are the
-// daemon's own, and the same rule is applied to them (admit).
+// The program's counts are in memory that it shares with the daemon, mapped page by page as devices come, so that
+// taking a message out of the queue costs two stores and no system call. No look at the program's maps takes a system
+// call, and so none takes a right. Outside the kernel the same records are the daemon's own, and the same rule is
+// applied to them (admit).
 
 #include "gate/gate.h"
 
@@ -82,12 +82,12 @@ fault look_at_left(const gate_objects &left) {
 
 void gate_set_lender(const std::string &path) {
     lender = path;
-    asked = {};
+    asked.reset();
 }
 
 void gate_ask_early() {
-    std::string refusal;  // is said when a gate is wanted and asks again
-    asked = gate_may_load() ? descriptor() : gate_ask(lender, &refusal);
+    asked.reset();
+    if (!gate_may_load()) (void)gate_ask(lender, &asked);  // a refusal is said when a gate is wanted and asks again
 }
 
 void gate_set_keeper(gate_keeper keep) {
@@ -114,9 +114,11 @@ gate_objects gate::find_objects() {
         refusal_ = "it did so before the restart, and is asked again when relaying is switched on";
         return {};
     }
-    if (!asked) asked = gate_ask(lender, &refusal_);
-    gate_objects lent = gate_take(std::exchange(asked, {}), &refusal_);
-    if (!lent && refusal_.empty()) refusal_ = std::strerror(refused);
+    fault wrong;
+    if (!asked) wrong = gate_ask(lender, &asked);
+    gate_objects lent;
+    if (!wrong) wrong = gate_take(std::exchange(asked, {}), &lent);
+    if (!lent) refusal_ = wrong ? wrong.text : std::strerror(refused);
     return lent;
 }
 

@@ -18,6 +18,8 @@
 #include <memory>
 #include <utility>
 
+#include "base/descriptor_message.h"
+
 namespace ravo::platform {
 namespace {
 
@@ -54,21 +56,9 @@ bool is_whole(const gate_objects &o) {
 
 // ---- Lending ----
 
-// Room for a control message with all descriptors.
-struct alignas(cmsghdr) descriptor_room {
-    std::array<char, CMSG_SPACE(object_count * sizeof(int))> bytes{};
-};
-
-void put_descriptors(const gate_objects &objects, msghdr &message, descriptor_room &room) {
-    const std::array<int, object_count> fds{objects.program.get(), objects.devices.get(), objects.ports.get(),
-                                            objects.limited_by_tag.get(), objects.queue.get()};
-    message.msg_control = room.bytes.data();
-    message.msg_controllen = room.bytes.size();
-    cmsghdr *header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(sizeof fds);
-    std::memcpy(CMSG_DATA(header), fds.data(), sizeof fds);
+std::array<int, object_count> descriptors_of(const gate_objects &objects) {
+    return {objects.program.get(), objects.devices.get(), objects.ports.get(), objects.limited_by_tag.get(),
+            objects.queue.get()};
 }
 
 // ---- Borrowing ----
@@ -115,29 +105,22 @@ gate_objects take_descriptors(msghdr &message) {
     return {std::move(taken[0]), std::move(taken[1]), std::move(taken[2]), std::move(taken[3]), std::move(taken[4])};
 }
 
-gate_objects receive(int fd, std::string *refusal) {
+fault receive(int fd, gate_objects *lent) {
     answer said{};
     iovec bytes{.iov_base = &said, .iov_len = sizeof said};
-    descriptor_room room;
+    descriptor_room<object_count> room;
     msghdr message{};
     message.msg_iov = &bytes;
     message.msg_iovlen = 1;
-    message.msg_control = room.bytes.data();
-    message.msg_controllen = room.bytes.size();
+    use_room(message, room);
     const ssize_t size = ::recvmsg(fd, &message, MSG_CMSG_CLOEXEC);
-    if (size <= 0) {
-        *refusal = size < 0 && errno == EAGAIN ? "its lender does not answer" : "its lender is gone";
-        return {};
-    }
+    if (size <= 0) return {size < 0 && errno == EAGAIN ? "its lender does not answer" : "its lender is gone"};
     gate_objects objects = take_descriptors(message);
-    if (size != sizeof said || said.program != gate_program_number())
-        *refusal = "its lender is of another version";
-    else if (said.reason != 0)
-        *refusal = std::strerror(said.reason);
-    else if (!objects)
-        *refusal = "its lender sent no descriptors";
-    if (!refusal->empty()) return {};
-    return objects;
+    if (size != sizeof said || said.program != gate_program_number()) return {"its lender is of another version"};
+    if (said.reason != 0) return {std::strerror(said.reason)};
+    if (!objects) return {"its lender sent no descriptors"};
+    *lent = std::move(objects);
+    return {};
 }
 
 }  // namespace
@@ -184,26 +167,30 @@ fault gate_lend(int fd) {
     const gate_objects objects = gate_load();
     answer said{.program = gate_program_number(), .reason = objects ? 0 : errno, .spare = 0};
     iovec bytes{.iov_base = &said, .iov_len = sizeof said};
-    descriptor_room room;
+    descriptor_room<object_count> room;
     msghdr message{};
     message.msg_iov = &bytes;
     message.msg_iovlen = 1;
-    if (objects) put_descriptors(objects, message, room);
+    if (objects) {
+        use_room(message, room);
+        put_descriptors(message, descriptors_of(objects));
+    }
     if (::sendmsg(fd, &message, MSG_NOSIGNAL) == sizeof said) return {};
     return {says("cannot lend the gate's program")};
 }
 
-descriptor gate_ask(const std::string &path, std::string *refusal) {
-    descriptor lender = reach(path);
-    if (!lender && errno != ENOENT) *refusal = says(path.c_str());
-    if (!lender || is_root(lender.get())) return lender;
-    *refusal = path + " is not root's";
-    return {};
+fault gate_ask(const std::string &path, descriptor *lender) {
+    *lender = reach(path);
+    if (!*lender) return errno == ENOENT ? fault{} : fault{says(path.c_str())};
+    if (is_root(lender->get())) return {};
+    lender->reset();
+    return {path + " is not root's"};
 }
 
-gate_objects gate_take(const descriptor &lender, std::string *refusal) {
+fault gate_take(const descriptor &lender, gate_objects *lent) {
+    *lent = {};
     if (!lender) return {};
-    return receive(lender.get(), refusal);
+    return receive(lender.get(), lent);
 }
 
 }  // namespace ravo::platform

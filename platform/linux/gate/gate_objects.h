@@ -38,13 +38,13 @@ bool gate_may_load();
 // Loads them. Empty and errno when the kernel refuses that.
 gate_objects gate_load();
 
-// Asks the lender that listens at this path and waits for nothing. None when nobody can be asked or it is not root's;
-// *refusal then says why, and stays empty when there is no lender at all.
-descriptor gate_ask(const std::string &path, std::string *refusal);
+// Asks the lender that listens at this path and waits for nothing. The fault says why nobody can be asked, or that it
+// is not root's. No lender at all is no fault: *lender is none then, too.
+fault gate_ask(const std::string &path, descriptor *lender);
 
-// Takes what was asked for, as long as that takes but at most a few seconds. Empty when it is refused; *refusal then
-// says why.
-gate_objects gate_take(const descriptor &lender, std::string *refusal);
+// Takes what was asked for, as long as that takes but at most a few seconds. The fault says why it is refused; without
+// a lender *lent is empty as well.
+fault gate_take(const descriptor &lender, gate_objects *lent);
 
 // Answers who is at the other end of a socket: loads a program with its maps and sends them, or why the kernel refuses
 // them. The fault, if any: why it could not answer.

@@ -101,9 +101,8 @@ fault read_table(const std::string &path, std::vector<kept_transaction> *found) 
 fault kept_transactions_open(const std::string &path, std::vector<kept_transaction> *found) {
     kept_transactions_close();
     found->clear();
-    std::string why_not;
-    room = map_own_file(path, sizeof(table), &why_not);
-    if (!room) return {path + ": open transactions do not outlast the daemon: " + why_not};
+    if (const fault wrong = map_own_file(path, sizeof(table), &room))
+        return {path + ": open transactions do not outlast the daemon: " + wrong.text};
     fault told = read_table(path, found);
     room.rest();
     return told;

@@ -6,7 +6,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstddef>
@@ -15,6 +14,7 @@
 #include <optional>
 #include <string_view>
 
+#include "base/descriptor_message.h"
 #include "base/owners.h"
 
 namespace ravo::platform {
@@ -47,33 +47,21 @@ std::optional<std::uint64_t> number_from(const char *name) {
     return value;
 }
 
-// Room for a control message with one descriptor.
-struct alignas(cmsghdr) descriptor_room {
-    std::array<char, CMSG_SPACE(sizeof(int))> bytes{};
-};
-
-void put_descriptor(int fd, msghdr &message, descriptor_room &room) {
-    message.msg_control = room.bytes.data();
-    message.msg_controllen = room.bytes.size();
-    cmsghdr *header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(sizeof fd);
-    std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
-}
-
 int keeper = -1;  // of descriptors, unless it is the init system
 
 // Returns false when there is no room for it now. to: NULL for a socket that is connected.
 bool send_to(int out, sockaddr_un *to, socklen_t length, const std::string &text, int fd) {
     iovec bytes{.iov_base = const_cast<char *>(text.data()), .iov_len = text.size()};
-    descriptor_room room;
+    descriptor_room<1> room;
     msghdr message{};
     message.msg_name = to;
     message.msg_namelen = length;
     message.msg_iov = &bytes;
     message.msg_iovlen = 1;
-    if (fd >= 0) put_descriptor(fd, message, room);
+    if (fd >= 0) {
+        use_room(message, room);
+        put_descriptors(message, {&fd, 1});
+    }
     if (::sendmsg(out, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return true;
     return errno != EAGAIN && errno != ENOBUFS && errno != ENOMEM;
 }

@@ -11,8 +11,6 @@
 // monotonic clock), its client and its device's number, and "gaps": for each time of 10 ms and more without a message
 // for any client when it began and how many milliseconds it took.
 #include <arpa/inet.h>
-#include <linux/filter.h>
-#include <linux/if_packet.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -26,6 +24,7 @@
 #include <string>
 
 #include "dhcp_client.h"
+#include "udp_tap.h"
 
 namespace {
 
@@ -190,23 +189,9 @@ void widen(int fd) {
 int open_device(const std::string &where) {
     const std::size_t colon = where.rfind(':');
     if (colon == std::string::npos || !enter_namespace(where.substr(0, colon).c_str())) fail(where);
-    static sock_filter code[] = {
-        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 12), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETH_P_IP, 0, 5),
-        BPF_STMT(BPF_LD | BPF_B | BPF_ABS, 23), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, IPPROTO_UDP, 0, 3),
-        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 36), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 68, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, 0xFFFF),      BPF_STMT(BPF_RET | BPF_K, 0),
-    };
-    const sock_fprog filter{sizeof code / sizeof *code, code};
-    const int on = 1;
-    const int fd = socket(AF_PACKET, SOCK_RAW, 0);
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ETH_P_ALL);
-    address.sll_ifindex = static_cast<int>(if_nametoindex(where.c_str() + colon + 1));
-    if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter) != 0 ||
-        setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &on, sizeof on) != 0 ||
-        bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-        fail(where);
+    const auto device = static_cast<int>(if_nametoindex(where.c_str() + colon + 1));
+    const int fd = device == 0 ? -1 : open_udp_tap({.port = 68, .device = device});
+    if (fd < 0) fail(where);
     widen(fd);
     return fd;
 }

@@ -19,16 +19,16 @@ using ravo::cli::pattern_matches;
 using ravo::cli::pattern_read;
 
 bool found(const std::string &text, const std::string &line) {
-    std::string fault;
-    const std::unique_ptr<pattern> read = pattern_read(text, &fault);
-    EXPECT_EQ(fault, "") << text;
+    std::unique_ptr<pattern> read;
+    EXPECT_EQ(pattern_read(text, &read).text, "") << text;
     return read != nullptr && pattern_matches(*read, line);
 }
 
 std::string fault_of(const std::string &text) {
-    std::string fault;
-    EXPECT_EQ(pattern_read(text, &fault), nullptr) << text;
-    return fault;
+    std::unique_ptr<pattern> read;
+    std::string why = pattern_read(text, &read).text;
+    EXPECT_EQ(read, nullptr) << text;
+    return why;
 }
 
 TEST(Pattern, FindsWhatItSays) {
@@ -81,9 +81,9 @@ TEST(Pattern, AnyTextIsReadOrRefused) {
         std::string text;
         for (std::size_t left = random() % (pattern_limit + 2); left > 0; --left)
             text += static_cast<char>(random() % 256);
-        std::string fault;
-        const std::unique_ptr<pattern> read = pattern_read(text, &fault);
-        EXPECT_EQ(read == nullptr, !fault.empty());
+        std::unique_ptr<pattern> read;
+        const ravo::fault wrong = pattern_read(text, &read);
+        EXPECT_EQ(read == nullptr, static_cast<bool>(wrong));
         if (read != nullptr) (void)pattern_matches(*read, text);
     }
 }
@@ -105,9 +105,9 @@ TEST(Pattern, IsTheOneOfTheCLibrary) {
         if (std::regex_search(text, back_reference)) continue;  // refused here
         regex_t theirs;
         const bool good = regcomp(&theirs, text.c_str(), REG_EXTENDED | REG_NOSUB) == 0;
-        std::string fault;
-        const std::unique_ptr<pattern> ours = pattern_read(text, &fault);
-        ASSERT_EQ(ours != nullptr, good) << text << ": " << fault;
+        std::unique_ptr<pattern> ours;
+        const ravo::fault wrong = pattern_read(text, &ours);
+        ASSERT_EQ(ours != nullptr, good) << text << ": " << wrong.text;
         for (int t = 0; good && t < 8; ++t, ++compared) {
             std::string line;
             for (std::size_t left = pick(8); left > 0; --left) line += "ab_1 .-"[pick(7)];
@@ -127,9 +127,8 @@ TEST(Pattern, TakesItsTimeWhateverItIs) {
           std::string("(.*.*.*.*.*.*.*.*.*.*.*.*.*.*.*.*)*b"),
           std::string("(a?a?a?a?a?a?a?a?a?a?a?a?a?a?a?a?a?a?a?a?)+b"), std::string(64, '(') + std::string(64, ')'),
           std::string("a") + std::string(127, '+')}) {
-        std::string fault;
-        const std::unique_ptr<pattern> read = pattern_read(text, &fault);
-        ASSERT_NE(read, nullptr) << text << fault;
+        std::unique_ptr<pattern> read;
+        ASSERT_EQ(pattern_read(text, &read).text, "") << text;
         const auto begin = std::chrono::steady_clock::now();
         for (int i = 0; i < 10; ++i) (void)pattern_matches(*read, line);
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2)) << text;

@@ -121,7 +121,11 @@ struct Client : testing::Test {
         if (listener >= 0) close(listener);
         listener = -1;
     }
-    client::connection_ptr open() { return client::open({.socket = path, .timeout_seconds = 20}, &reason); }
+    client::connection_ptr open(int timeout_seconds = 20) {
+        client::connection_ptr opened;
+        reason = client::open({.socket = path, .timeout_seconds = timeout_seconds}, &opened).text;
+        return opened;
+    }
 };
 
 // What handlers were given, one line each.
@@ -231,7 +235,7 @@ TEST_F(Client, TellsWhyTheDaemonCannotBeReached) {
 
 TEST_F(Client, GivesUpOnADaemonThatDoesNotAnswer) {
     listener = listen_on(path);
-    EXPECT_EQ(client::open({.socket = path, .timeout_seconds = 0}, &reason), nullptr);
+    EXPECT_EQ(open(/*timeout_seconds=*/0), nullptr);
     EXPECT_EQ(reason, path + ": ravod does not answer");
 }
 
@@ -281,13 +285,14 @@ TEST_F(Client, HandsOnLinesOfTheLogThatComeWithAStatus) {
     ASSERT_NE(c, nullptr) << reason;
     heard h;
     EXPECT_EQ(client::run(*c, {.line = "show"}, h.to).result, 0);
-    std::string why;
-    while (client::attend(*c, h.to, &why)) {
+    ravo::fault why;
+    while (!(why = client::attend(*c, h.to))) {
         pollfd wait{client::descriptor(*c), POLLIN, 0};
         poll(&wait, 1, -1);
     }
     EXPECT_THAT(h.lines, ElementsAre("log a", "log b"));
-    EXPECT_EQ(why, path + ": ravod has closed the connection");
+    EXPECT_EQ(why.text, path + ": ravod has closed the connection");
+    EXPECT_EQ(client::attend(*c, h.to).text, path + ": not connected");
 }
 
 TEST_F(Client, GivesUpWhenCancelled) {

@@ -32,7 +32,12 @@ using ravo::platform::gate_take;
 constexpr uid_t somebody = 65534;
 
 gate_objects borrow(const std::string &path, std::string *refusal) {
-    return gate_take(gate_ask(path, refusal), refusal);
+    descriptor lender;
+    gate_objects lent;
+    ravo::fault wrong = gate_ask(path, &lender);
+    if (!wrong) wrong = gate_take(lender, &lent);
+    *refusal = wrong.text;
+    return lent;
 }
 
 // A lender at a path that serves one asker.
