@@ -2,7 +2,7 @@
 // Numbers of front-panel ports.
 //
 // A port is in a module (slot) and has an interface number made of both: 5120 + 64 * (module - 1) + port. That
-// relation, its range and its text "module/port" stand here once, for the platform and the daemon alike. Nothing here
+// relation, its range and its text "module/port" are here once, for the platform and the daemon alike. Nothing here
 // calls a service or allocates.
 #ifndef PLATFORM_PORT_NUMBER_H
 #define PLATFORM_PORT_NUMBER_H

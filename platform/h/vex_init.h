@@ -33,8 +33,8 @@ typedef int (*vex_init_commands)(struct cli_globals *globals);
 typedef int (*vex_init_nsm)(struct nsm_globals *globals);
 typedef int (*vex_init_start)(void *a, void *b);
 
-// Returns the registration record, all words zero. The record belongs to the frame and lives as long as
-// the process; there is one.
+// Returns the registration record, all words zero. The record belongs to the frame and lives as long as the
+// process; there is one.
 uintptr_t *VEX_INIT_alloc(void);
 
 // Runs the daemon: reads the options of the process, sets up logging and the event loop, calls the three

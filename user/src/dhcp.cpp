@@ -43,7 +43,7 @@ struct chain {
     std::size_t limit;
 };
 
-// Goes past an option that is longer than one byte. Returns false when its length byte would stand outside.
+// Goes past an option that is longer than one byte. Returns false when its length byte would be outside.
 inline bool step(chain *walk) {
     if (walk->at + 1 == walk->limit) return false;
     walk->at += walk->options[walk->at + 1] + std::size_t{2};
@@ -60,7 +60,7 @@ inline void skip_padding(chain *walk) {
     while (walk->at < walk->limit && walk->options[walk->at] == optPAD) ++walk->at;
 }
 
-// Notes one of the options that later steps ask for, all of whose first three bytes stand inside.
+// Notes one of the options that later steps ask for, whose first three bytes are all inside.
 void note(const chain &walk, dhcp_notes *notes) {
     const std::uint8_t *option = walk.options + walk.at;
     switch (*option) {

@@ -247,7 +247,7 @@ int ravo_cmd_get_basic(struct cli *cli, int, char **) {
     settings.check = agent.check;
     settings.hops = agent.hops;
     if (agent.policy <= RAVO_POLICY_KEEP) settings.policy = agent.policy;
-    (void)UIB_WEB_Msg_Send(cli, &settings, sizeof settings);  // fails only when nobody is left to be told
+    (void)UIB_WEB_Msg_Send(cli, &settings, sizeof settings);  // fails only when nobody is left to read it
     return 0;
 }
 
@@ -261,7 +261,7 @@ int ravo_cmd_get_interface(struct cli *cli, int argc, char **argv) {
     std::memcpy(settings.name, (*walk).name, sizeof iface::name);
     settings.trusted = (*walk).trusted != 0 ? 1 : 0;
     join_servers(*walk, agent.hops, &settings);
-    (void)UIB_WEB_Msg_Send(cli, &settings, sizeof settings);  // fails only when nobody is left to be told
+    (void)UIB_WEB_Msg_Send(cli, &settings, sizeof settings);  // fails only when nobody is left to read it
     return 0;
 }
 

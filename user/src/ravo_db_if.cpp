@@ -3,10 +3,10 @@
 //
 // Every interface on which relaying is configured, or which came up, has one record in an ordered tree. Records are
 // copied in and out whole; only the packet path reads them where they are stored, while nothing changes them. It looks
-// interfaces up by number and by address. Beside the tree stands an index by VLAN id, and one by address, before which
-// the last record found is tried, and then what the index answered before. Several records may bear one address (0
-// above all); the one that comes first in tree order is then meant, so that index is ordered by address and, within it,
-// by the tree's key.
+// interfaces up by number and by address, for which there are two indexes beside the tree. By address, the record that
+// was found last is tried first, then what the index answered before, then the index. Several records may have one
+// address (0 above all); the one that comes first in tree order is then meant, so that index is ordered by address and,
+// within it, by the tree's key.
 #include "ravo_db_if.h"
 
 #include <array>

@@ -2,7 +2,7 @@
 // Option 82 of requests, and a look at options 60 and 61.
 //
 // The relay writes an option 82 (RFC 3046) of fixed form: a circuit id naming VLAN, module and port where the request
-// came in, and a remote id with the relaying interface's hardware address. Messages stand in a message_buffer, whose
+// came in, and a remote id with the relaying interface's hardware address. Messages are in a message_buffer, whose
 // spare room ends every walk.
 #include "ravo_if_option.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Descriptors and counters of the relay engine. They stand below everything that sends or receives: senders read the
-// descriptors, ravo_if_socket opens them, and what ends the relay's service closes them here.
+// Descriptors and counters of the relay engine, below everything that sends or receives: senders read the descriptors,
+// ravo_if_socket opens them, and what ends the relay's service closes them here.
 #include "ravo_if_state.h"
 
 #include "osal.h"
@@ -26,7 +26,7 @@ void close_socket(int &fd) {
 
 }  // namespace
 
-// deliberate: the counters stand in another order than the message types.
+// deliberate: the counters have another order than the message types.
 void ravo_count_message(std::uint8_t type) {
     static constexpr std::uint32_t ravo_rx_counter_table::*counter_of[] = {
         nullptr,

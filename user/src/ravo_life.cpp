@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Start and reset of the relay's data. They stand above the databases and the sockets, which know nothing of each
-// other. Transactions outlive a reset: their replies may still come, and they end by themselves.
+// Start and reset of the relay's data, above the databases and the sockets, which know nothing of each other.
+// Transactions outlive a reset: their replies may still come, and they end by themselves.
 #include "ravo_life.h"
 
 #include "ravo_db.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The counters of the books: in total, of each VLAN, of each port. They stand in a mapped file, so that they go on
+// The counters of the books: in total, of each VLAN, of each port. They are in a mapped file, so that they go on
 // where the daemon before left them; counting is the same as in any other memory.
 #ifndef PLATFORM_LINUX_BOOKS_BOOK_COUNTS_H
 #define PLATFORM_LINUX_BOOKS_BOOK_COUNTS_H

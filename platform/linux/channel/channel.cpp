@@ -88,8 +88,8 @@ std::unique_ptr<open_channel> channel;
 int channel_fd = -1;  // while it is open
 port_limits limits;
 guards guard(clock_ns);
-std::uint64_t lost = 0;            // messages that the queue had no room for
-std::uint64_t forgotten_lost = 0;  // of these, those that are not told any more
+std::uint64_t lost = 0;            // messages that the queue had no room for, or only later than they are of use
+std::uint64_t forgotten_lost = 0;  // of these, those that are not reported any more
 
 // The outcome of a frame that is dropped for what it is, OUTCOME_NONE for what is no message at all.
 relay_outcome outcome_of(frame_result result) {
@@ -119,7 +119,7 @@ void drop(relay_outcome outcome, const ring_frame &received, const ingress &in, 
     books_drop(outcome, in.vlan, in.port_ifindex, received.bytes, message, tag_of(received.aux), received.time_us);
 }
 
-// Drops a broken frame; its place is told as far as it can be known.
+// Drops a broken frame; its port and VLAN are said as far as they can be known.
 void drop_frame(const ring_frame &received, frame_result result) {
     constexpr std::uint16_t vid_bits = 0x0FFF;
     const relay_outcome outcome = outcome_of(result);

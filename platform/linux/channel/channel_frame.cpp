@@ -4,8 +4,8 @@
 // believed only after they were held against the bytes that arrived: the frame may be longer than the IPv4 packet
 // (Ethernet pads to 60 bytes), and the packet longer than the datagram, never the other way round.
 //
-// The kernel has usually taken the VLAN tag out of the frame and tells it beside. A tag can still stand inside: behind
-// another one, or when a device driver hands the frame up as it was.
+// The kernel has usually taken the VLAN tag out of the frame and hands it over separately. A frame can still hold a
+// tag: behind the one that was taken out, or when a device driver hands the frame up as it was.
 
 #include "channel/channel_frame.h"
 

@@ -21,7 +21,7 @@ inline constexpr std::size_t channel_headers_size = channel_ip_part_size + chann
 // The largest frame there is: Ethernet header, one inline tag, an IPv4 packet of 65535 bytes.
 inline constexpr std::size_t channel_frame_max = 14 + 4 + 65535;
 
-// What the kernel told about a frame beside its bytes.
+// What the kernel says of a frame besides its bytes.
 struct frame_aux {
     bool tagged = false;              // a VLAN tag was taken out of the frame
     std::uint16_t tpid = 0x8100;      // the tag's protocol, host byte order

@@ -176,8 +176,8 @@ bool guards::is_one_client_too_many(const guarded_message &m, std::uint32_t most
 
 // ---- What the relay can answer only by ending ----
 
-// Local relay with the check off: the relay takes a reply for a request there, and asserts that it is one. Told by the
-// relay's own ladder, step by step, so that what it would drop before goes on to be dropped by it.
+// Local relay with the check off: the relay takes a reply for a request there, and asserts that it is one. The checks
+// are those that the relay makes before that, in its order, so that what it would drop anyway is left for it to drop.
 bool guards::ends_relay(const guarded_message &m) const {
     const dhcp_view dhcp(m.message);
     if (relay_ == nullptr || dhcp.giaddr() != 0 || !dhcp.is_plain_chain()) return false;

@@ -2,7 +2,7 @@
 // The guards: checks of a message that the channel adds to the relay's own, for switches whose ports say who is behind
 // them. Each is off unless the switch description asks for it, and has an outcome of its own.
 //
-// One is on unless it is asked to be off: a reply that the relay can only answer by ending does not reach it.
+// One is on unless it is switched off: a reply that the relay can only answer by ending does not reach it.
 #ifndef PLATFORM_LINUX_CHANNEL_GUARD_H
 #define PLATFORM_LINUX_CHANNEL_GUARD_H
 
@@ -49,7 +49,7 @@ class guards {
     bool minds(std::span<const std::uint8_t> message) const {
         return any_ || (!message.empty() && message.front() == dhcp_bootreply);
     }
-    // Whether anybody needs to be told.
+    // Whether delivered() is of any use: a guard remembers transactions.
     bool follows_transactions() const { return on_.transactions; }
 
   private:

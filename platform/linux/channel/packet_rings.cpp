@@ -293,7 +293,7 @@ void packet_rings::devices_changed(const std::function<bool(int kernel_ifindex)>
     apply();
 }
 
-// What the kernel cannot be told now it is told with the next look.
+// What the kernel does not take now it is given again with the next look.
 void packet_rings::apply() {
     if (!stale_ || group_.busy()) return;
     stale_ = !group_.change(rules());

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// While the queue stands the relay does nothing but serve it, so that the messages it takes meanwhile are all it can.
+// While there is a standing queue the relay does nothing but serve it, so the messages that it takes in that time are
+// as many as it can take.
 #include "channel/queue_bound.h"
 
 #include <algorithm>

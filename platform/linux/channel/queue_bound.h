@@ -2,9 +2,9 @@
 // How many messages may wait to be read.
 //
 // A burst may fill the whole queue: it is over soon, and its clients would rather wait a little than ask again. What
-// goes on for longer is overload, and then a long queue helps nobody: all wait, and as many are lost. So a queue that
-// stands, which is neither empty nor short for a tenth of a second, is cut in half, and again after the next tenth,
-// down to what is read in 2 ms. It is whole again once it has not stood for a second.
+// goes on for longer is overload, and then a long queue helps nobody: all wait, and as many are lost. So a standing
+// queue, one that is neither empty nor short for a tenth of a second, is cut in half, and again after the next tenth,
+// down to what is read in 2 ms. It has its whole room again when it was not a standing one for a second.
 #ifndef PLATFORM_LINUX_CHANNEL_QUEUE_BOUND_H
 #define PLATFORM_LINUX_CHANNEL_QUEUE_BOUND_H
 
@@ -50,9 +50,9 @@ class queue_bound {
     std::int64_t patience_us_ = endless;
     std::uint64_t taken_ = 0;
     bool emptied_ = true;           // since the last look
-    std::int64_t since_us_ = 0;     // the queue has stood from then on
-    std::uint64_t taken_then_ = 0;  //
-    std::int64_t stood_us_ = 0;     // when it had last stood for long enough
+    std::int64_t since_us_ = 0;     // when it was last empty or short, or was cut
+    std::uint64_t taken_then_ = 0;  // messages that had been taken out then
+    std::int64_t stood_us_ = 0;     // when it was last cut
 };
 
 }  // namespace ravo::platform

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Help texts of words that many commands begin with; those of one command stand beside its row.
+// Help texts of words that many commands begin with; those of one command are in its row.
 #ifndef PLATFORM_LINUX_CLI_HELP_TEXTS_H
 #define PLATFORM_LINUX_CLI_HELP_TEXTS_H
 

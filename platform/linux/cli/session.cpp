@@ -99,7 +99,7 @@ void session_delete::operator()(session *s) const {
     if (s->monitor != 0) platform::log_remove_listener(s->monitor);
     s->gone = true;
     session_cancel(*s);
-    (void)session_interrupt(*s);  // nobody is left to be told the result
+    (void)session_interrupt(*s);  // nobody is left to read the result
     delete s;
 }
 

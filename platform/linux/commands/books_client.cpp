@@ -75,7 +75,7 @@ int show_client(struct cli *cli, int /*argc*/, char **argv) {
     return 0;
 }
 
-// Forgets a client, or all: how they stand, and their messages.
+// Forgets a client, or all: how they are doing, and their messages.
 int clear_clients(struct cli *cli, int argc, char **argv) {
     if (argc == 0) {
         platform::clients_forget();

@@ -91,7 +91,7 @@ void add_all_unsent(json_writer &out) {
     json_close(out, ']');
 }
 
-// As the relay's log has it, and as its bytes stand in the message, for those who look at captures.
+// As the relay's log has it, and as its bytes are in the message, for those who look at captures.
 void add_xid(json_writer &out, std::uint32_t xid) {
     json_string(out, "xid", xid_text(xid));
     const std::array<std::uint8_t, 4> bytes = {static_cast<std::uint8_t>(xid >> 24),

@@ -52,8 +52,7 @@ inline constexpr int saved_versions = 5;
 void unconfirmed_resume();
 void unconfirmed_end();
 
-// Removes a file, or what a symbolic link leads to; PATH.1 stays. That there is no such file is no
-// fault.
+// Removes a file, or what a symbolic link leads to; PATH.1 stays. That there is no such file is no fault.
 fault erase_file(const std::string &path);
 
 // Why a path may be neither replaced nor erased: something else than an ordinary file is there, such as /dev/null.

@@ -3,7 +3,7 @@
 //
 // The lines go through a session like any others, which hands their settings over here. Those of an interface the
 // relay judges itself: they are given to a record of an interface that there is not, whose number no VLAN has, and read
-// back from it; so the rules of its tables stand in one place. The global ones are few and have no rules.
+// back from it; so the rules of its tables are in one place. The global ones are few and have no rules.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>

@@ -142,7 +142,7 @@ bool drop_addresses(interface_object *object, const std::vector<address_record> 
         expected = at + 1;
     }
     bool lost_primary = false;
-    for (std::size_t at = list.size(); at-- > 0;) {  // secondary addresses stand last and go first
+    for (std::size_t at = list.size(); at-- > 0;) {  // secondary addresses are last in the list and go first
         if (stays[at]) continue;
         lost_primary = lost_primary || is_primary(list[at]->pub);
         tell(address_delete_hook, list[at]->pub);

@@ -68,7 +68,7 @@ void log_line_comes(int level);
 void log_line(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 // Tells whether a line of the print service is to be written. When it is to be held back but its text is wanted, *like
-// is set to what log_held_like is to be told with it, else to 0.
+// is set to what log_held_like is to be given with it, else to 0.
 bool log_lets_through(int level, const char *format, va_list arguments, std::uint64_t *like);
 void log_held_like(std::uint64_t like, int level, std::string_view text);
 

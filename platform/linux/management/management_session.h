@@ -36,9 +36,9 @@ struct management_session_delete {
 };
 using management_session_ptr = std::unique_ptr<management_session, management_session_delete>;
 
-// Opens a session on an accepted, non-blocking socket. number: names it in the log; on_end: called
-// from the event loop, once, when the session is to be deleted (it may be deleted in that call). settings must outlive
-// it. Returns NULL when there is no memory.
+// Opens a session on an accepted, non-blocking socket. number: names it in the log; on_end: called from
+// the event loop, once, when the session is to be deleted (it may be deleted in that call). settings must outlive it.
+// Returns NULL when there is no memory.
 using management_on_end = void (*)(management_session *s);
 management_session_ptr management_session_open(descriptor fd, unsigned number, const management_peer &peer,
                                                const management_rights &rights, const management_settings &settings,

@@ -2,7 +2,7 @@
 // Small blocks of memory, a million of them: without a word of bookkeeping each, and given back to the system when they
 // are free.
 //
-// Blocks of one size stand side by side in spans of 64 KiB, and all spans in one region of addresses. Where a block
+// Blocks of one size lie side by side in spans of 64 KiB, and all spans in one region of addresses. Where a block
 // begins, and how large it is, follows from any address in it. The region is reserved when the first block is asked for
 // and becomes memory as it is filled; a span that holds no block any more goes back to the system, but for a few.
 #ifndef PLATFORM_LINUX_MEMORY_SLAB_H

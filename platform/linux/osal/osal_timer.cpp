@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Timers, keyed by the address of the daemon's timer object. Those that count, a million of equal duration, stand in
+// Timers, keyed by the address of the daemon's timer object. Those that count, a million of equal duration, are in
 // records of the daemon's memory and are served by queues (timer_queue.h). Any other object gets an event of the loop's
 // own, in an ordered table by address.
 #include <arpa/inet.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Nothing here takes memory once the handlers stand. The relay's report ends in a quick exit, which runs nothing but
+// Nothing here takes memory once the handlers are set. The relay's report ends in a quick exit, which runs nothing but
 // what was asked for by that name: the handlers of ordinary exits, and the ends of static records, would give memory
 // back.
 #include "process/crash_signals.h"

@@ -32,7 +32,7 @@ struct given_descriptor {
 std::vector<given_descriptor> given;
 std::set<std::string> kept;
 
-// What the init system had no room for when it was to be told; it is told later, in the same order.
+// What the init system had no room for; it is sent again later, in the same order.
 struct late_word {
     std::string text;
     descriptor fd;

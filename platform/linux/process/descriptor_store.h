@@ -23,8 +23,8 @@ bool store_has(const std::string &name);
 // The descriptor of this name; none when none was given, or several. It is kept on, unless it is forgotten.
 descriptor store_take(const std::string &name);
 
-// Has a descriptor kept under a name, which must be no other's; nothing where no init system keeps any. One that is
-// busy is told a little later. fd: stays the caller's.
+// Has a descriptor kept under a name, which must be no other's; where no init system keeps any, nothing happens. An
+// init system that is busy is asked again a little later. fd: stays the caller's.
 void store_keep(const std::string &name, int fd);
 
 // Has what is kept under this name closed, unless nothing is.
@@ -33,7 +33,7 @@ void store_forget(const std::string &name);
 // Closes what nobody took, with a line in the log for each, and has it forgotten.
 void store_end_of_start();
 
-// Ends the telling of what the init system had no room for; before the loop goes.
+// Gives up on what the init system had no room for; to be called before the loop ends.
 void store_close();
 
 }  // namespace ravo::platform

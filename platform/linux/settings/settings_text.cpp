@@ -44,8 +44,8 @@ std::string plain_lines(const relay_interface &iface) {
     return out;
 }
 
-// deliberate: a table's empty entries are not written. Its hosts are all asked, each once, whichever entry they stand
-// in, so after a restart they may stand closer together; lines that only fill entries and empty them again would say
+// deliberate: a table's empty entries are not written. Its hosts are all asked, each once, whichever entry they are
+// in, so after a restart they may be closer together; lines that only fill entries and empty them again would say
 // nothing to who reads the configuration.
 std::string extra_lines(const relay_interface &iface, bool trust_all) {
     std::string out;
