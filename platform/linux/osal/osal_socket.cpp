@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The daemon's sockets. Most calls are the system's own; five things differ from them. Address family 24 is the
+// The daemon's sockets. Most calls are the system's own; six things differ from them. Address family 24 is the
 // layer-2 channel. The socket on the DHCP client port, from which requests go to servers, gets a filter that refuses
 // everything: it only sends, and replies reach the relay through the channel, so a copy in its queue would never be
 // read. Frames are addressed by the switch's interface numbers, which are translated to the kernel's on their way out.
-// What the daemon would end over is tried again when the kernel lacks something for a moment. And sending never waits:
-// what the kernel has no room for is dropped and counted, and one slow server or VLAN does not take the room of the
-// others (send_lanes.h).
+// What the daemon would end over is tried again when the kernel lacks something for a moment. Sending never waits: what
+// the kernel has no room for is dropped and counted, and one slow server or VLAN does not take the room of the others
+// (send_lanes.h). And what is sent while messages are handled may leave together (send_batch.h).
 
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
