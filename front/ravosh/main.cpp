@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // ravosh: the command line of the daemon. It only talks to the management socket; it runs no other program, so it can
 // be somebody's login shell.
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -12,19 +11,10 @@
 #include "options.h"
 #include "replace.h"
 #include "shell.h"
-
-namespace {
-
-// A standard stream that was closed must not be the connection to the daemon. Reading and writing it goes on failing.
-void fill_standard_streams() {
-    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-}
-
-}  // namespace
+#include "streams.h"
 
 int main(int argc, char **argv) {
-    fill_standard_streams();
+    ravo::client::fill_standard_streams();
     ravo::client::shell_options options;
     const ravo::fault wrong = ravo::client::parse_options({argv + (argc > 0 ? 1 : 0), argv + argc}, &options);
     if (wrong) {

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // ravo-snmp: the relay for SNMP managers. A sub-agent: the system's master agent has the port, the communities and the
 // users, and asks this program for the relay's objects.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include "agent.h"
 #include "options.h"
+#include "streams.h"
 
 namespace {
 
@@ -17,16 +15,10 @@ constexpr int exit_good = 0;
 constexpr int exit_failed = 1;
 constexpr int exit_usage = 2;
 
-// A standard stream that was closed must not be a connection.
-void fill_standard_streams() {
-    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-}
-
 }  // namespace
 
 int main(int argc, char **argv) {
-    fill_standard_streams();
+    ravo::client::fill_standard_streams();
     ravo::snmp::snmp_options options;
     const ravo::fault wrong = ravo::snmp::parse_options({argv + (argc > 0 ? 1 : 0), argv + argc}, &options);
     if (wrong) {

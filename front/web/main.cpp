@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // ravo-web: the web page, the JSON interface and the metrics of the relay. It talks to the daemon through its
 // management socket, as the shell does, and to nothing else.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -13,18 +10,13 @@
 #include "options.h"
 #include "password_prompt.h"
 #include "server.h"
+#include "streams.h"
 
 namespace {
 
 constexpr int exit_good = 0;
 constexpr int exit_failed = 1;
 constexpr int exit_usage = 2;
-
-// A standard stream that was closed must not be a connection.
-void fill_standard_streams() {
-    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
-}
 
 // --set-password and --account-role: changes the accounts' file.
 int change_accounts(const ravo::web::web_options &options) {
@@ -46,7 +38,7 @@ int change_accounts(const ravo::web::web_options &options) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    fill_standard_streams();
+    ravo::client::fill_standard_streams();
     ravo::web::web_options options;
     const ravo::fault wrong = ravo::web::parse_options({argv + (argc > 0 ? 1 : 0), argv + argc}, &options);
     if (wrong) {

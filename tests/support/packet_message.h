@@ -98,6 +98,13 @@ struct message {
     bytes magic = cookie;
 };
 
+// A client's message of this type, with no other option.
+inline message typed(std::uint8_t value) {
+    message msg;
+    msg.options = {type(value), end()};
+    return msg;
+}
+
 inline void put16(bytes &to, unsigned value) {
     to.push_back(static_cast<std::uint8_t>(value >> 8));
     to.push_back(static_cast<std::uint8_t>(value));

@@ -142,6 +142,19 @@ inline std::vector<std::uint32_t> difference(const std::vector<std::uint32_t> &a
 
 inline const std::vector<std::uint32_t> nothing_counted(8, 0);
 
+// What one message of each type counts, from type 1 on. Shown are DISCOVER, OFFER, REQUEST, ACK, DECLINE, NAK, INFORM,
+// RELEASE, in this order.
+inline const std::vector<std::vector<std::uint32_t>> counted_by_type = {
+    {1, 0, 0, 0, 0, 0, 0, 0},  // 1 DISCOVER
+    {0, 1, 0, 0, 0, 0, 0, 0},  // 2 OFFER
+    {0, 0, 1, 0, 0, 0, 0, 0},  // 3 REQUEST
+    {0, 0, 0, 0, 1, 0, 0, 0},  // 4 DECLINE
+    {0, 0, 0, 1, 0, 0, 0, 0},  // 5 ACK
+    {0, 0, 0, 0, 0, 1, 0, 0},  // 6 NAK
+    {0, 0, 0, 0, 0, 0, 0, 1},  // 7 RELEASE
+    {0, 0, 0, 0, 0, 0, 1, 0},  // 8 INFORM
+};
+
 // The trace of a new option 82: 60 bytes from its data on.
 inline std::vector<fake::line> dump_lines(const bytes &behind_code_and_length) {
     std::vector<fake::line> result = {{101, "addAgentOption (#):(index/value/hex)\n"}};

@@ -21,17 +21,12 @@ using packet::opt;
 using packet::receive;
 using packet::text;
 using packet::type;
+using packet::typed;
 
 using strings = std::vector<std::string>;
 using trace_lines = std::vector<fake::line>;
 
 class Channel : public packet::relay_test {};
-
-message typed(std::uint8_t value) {
-    message msg;
-    msg.options = {type(value), packet::end()};
-    return msg;
-}
 
 relay_outcome outcome_of_received(const bytes &received) {
     fake::forget();

@@ -19,6 +19,7 @@ using packet::message;
 using packet::opt;
 using packet::text;
 using packet::type;
+using packet::typed;
 
 using trace_lines = std::vector<fake::line>;
 
@@ -42,12 +43,6 @@ void receive(const bytes &msg, const told &from = {}) {
     EXPECT_EQ(fake::udp_flags, 0);
 }
 
-message typed(std::uint8_t value) {
-    message msg;
-    msg.options = {type(value), packet::end()};
-    return msg;
-}
-
 trace_lines one(int level, const std::string &line) {
     return {{level, line}};
 }
@@ -63,20 +58,10 @@ trace_lines reception(const std::string &dst, int ifindex, std::size_t size) {
 }
 
 TEST_F(UdpPath, EachMessageTypeHasItsCounter) {
-    const std::vector<std::vector<std::uint32_t>> rows = {
-        {1, 0, 0, 0, 0, 0, 0, 0},  // 1 DISCOVER
-        {0, 1, 0, 0, 0, 0, 0, 0},  // 2 OFFER
-        {0, 0, 1, 0, 0, 0, 0, 0},  // 3 REQUEST
-        {0, 0, 0, 0, 1, 0, 0, 0},  // 4 DECLINE
-        {0, 0, 0, 1, 0, 0, 0, 0},  // 5 ACK
-        {0, 0, 0, 0, 0, 1, 0, 0},  // 6 NAK
-        {0, 0, 0, 0, 0, 0, 0, 1},  // 7 RELEASE
-        {0, 0, 0, 0, 0, 0, 1, 0},  // 8 INFORM
-    };
-    for (std::size_t row = 0; row < rows.size(); ++row) {
+    for (std::size_t row = 0; row < packet::counted_by_type.size(); ++row) {
         const auto before = packet::counters();
         receive(encode(typed(static_cast<std::uint8_t>(row + 1))));
-        EXPECT_EQ(packet::difference(packet::counters(), before), rows[row]) << "type " << row + 1;
+        EXPECT_EQ(packet::difference(packet::counters(), before), packet::counted_by_type[row]) << "type " << row + 1;
     }
 }
 
