@@ -89,9 +89,8 @@ void connection_waits(connection_table *table, int fd) {
     row->since = clock::now();
 }
 
-void connections_look(connection_table *table) {
+void connections_look(connection_table *table, clock::time_point now) {
     forget_gone(table);
-    const auto now = clock::now();
     for (const connection_row &row : table->rows) {
         if (row.stream || now - row.since < (row.serving ? answer_time : request_time)) continue;
         ++table->slow;

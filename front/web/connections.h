@@ -42,8 +42,8 @@ void connection_begins(connection_table *table, int fd);
 void connection_serves(connection_table *table, int fd, bool stream = false);
 void connection_waits(connection_table *table, int fd);
 
-// Forgets those that are gone, and ends those that are too slow. To be called every second.
-void connections_look(connection_table *table);
+// Forgets those that are gone, and ends those that are too slow by this time. To be called every second.
+void connections_look(connection_table *table, std::chrono::steady_clock::time_point now);
 
 // The address at the other end of a socket, "" when it is not known; IPv4 as such, also when it came in over IPv6.
 std::string peer_address(int fd);

@@ -129,7 +129,7 @@ void on_fresh(evutil_socket_t /*fd*/, short /*what*/, void *arg) {
 void on_second(evutil_socket_t /*fd*/, short /*what*/, void *arg) {
     auto *s = static_cast<server *>(arg);
     ++s->seconds;
-    connections_look(&s->connections);
+    connections_look(&s->connections, std::chrono::steady_clock::now());
     daemon_tidy(*s->daemon);
     refresh_accounts(*s);
     const unsigned every = s->streams.empty() ? idle_look : watched_look;
