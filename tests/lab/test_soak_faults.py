@@ -2,7 +2,7 @@
 """What goes wrong around a daemon: the clock jumps, the disk is full, descriptors run out; and a million clients.
 
 `make soak` does it for longer. Servers that do not answer, addresses that nobody answers for, routes that are missing and uplinks
-that are down: test_dead_servers, test_one_of_two_servers_is_down (test_relay_servers.py), test_slow_vlan; devices that fail and come
+that are down: test_dead_servers, test_one_of_two_servers_is_down (test_relay_servers.py), test_ways_lost.py, test_slow_vlan; devices that fail and come
 back: test_life.py.
 """
 
