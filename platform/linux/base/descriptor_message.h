@@ -8,6 +8,9 @@
 #include <array>
 #include <cstddef>
 #include <span>
+#include <vector>
+
+#include "base/owners.h"
 
 namespace ravo::platform {
 
@@ -27,6 +30,9 @@ void use_room(msghdr &message, descriptor_room<Count> &room) {
 // Puts descriptors, as many as there is room for, into the control message of a message that uses a room. They stay the
 // caller's.
 void put_descriptors(msghdr &message, std::span<const int> fds);
+
+// Takes what came with a message, whatever it is, so that nothing stays open unnoticed.
+std::vector<descriptor> take_descriptors(msghdr &message);
 
 }  // namespace ravo::platform
 

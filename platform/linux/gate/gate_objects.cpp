@@ -17,6 +17,7 @@
 #include <cstring>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "base/descriptor_message.h"
 
@@ -88,20 +89,9 @@ descriptor reach(const std::string &path) {
     return fd;
 }
 
-// Takes what came, whatever it is, so that nothing stays open unnoticed.
-gate_objects take_descriptors(msghdr &message) {
-    std::array<descriptor, object_count> taken;
-    std::size_t count = 0;
-    for (cmsghdr *header = CMSG_FIRSTHDR(&message); header != nullptr; header = CMSG_NXTHDR(&message, header)) {
-        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
-        for (std::size_t at = 0; CMSG_LEN(at + sizeof(int)) <= header->cmsg_len; at += sizeof(int)) {
-            int fd = -1;
-            std::memcpy(&fd, CMSG_DATA(header) + at, sizeof fd);
-            descriptor owned(fd);
-            if (count++ < object_count) taken[count - 1] = std::move(owned);
-        }
-    }
-    if (count != object_count || (message.msg_flags & MSG_CTRUNC) != 0) return {};
+gate_objects objects_of(msghdr &message) {
+    std::vector<descriptor> taken = take_descriptors(message);
+    if (taken.size() != object_count || (message.msg_flags & MSG_CTRUNC) != 0) return {};
     return {std::move(taken[0]), std::move(taken[1]), std::move(taken[2]), std::move(taken[3]), std::move(taken[4])};
 }
 
@@ -115,7 +105,7 @@ fault receive(int fd, gate_objects *lent) {
     use_room(message, room);
     const ssize_t size = ::recvmsg(fd, &message, MSG_CMSG_CLOEXEC);
     if (size <= 0) return {size < 0 && errno == EAGAIN ? "its lender does not answer" : "its lender is gone"};
-    gate_objects objects = take_descriptors(message);
+    gate_objects objects = objects_of(message);
     if (size != sizeof said || said.program != gate_program_number()) return {"its lender is of another version"};
     if (said.reason != 0) return {std::strerror(said.reason)};
     if (!objects) return {"its lender sent no descriptors"};

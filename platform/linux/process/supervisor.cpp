@@ -23,6 +23,7 @@
 #include <string_view>
 #include <utility>
 
+#include "base/descriptor_message.h"
 #include "base/owners.h"
 #include "process/init_system.h"
 #include "process/kept_descriptors.h"
@@ -108,30 +109,15 @@ int start(state &s, const std::string &program, const std::vector<std::string> &
     return s.now.pid > 0 ? 0 : errno;
 }
 
-// Takes what came with a message, whatever it is, so that nothing stays open unnoticed.
-std::vector<descriptor> take_descriptors(msghdr &message) {
-    std::vector<descriptor> taken;
-    for (cmsghdr *header = CMSG_FIRSTHDR(&message); header != nullptr; header = CMSG_NXTHDR(&message, header)) {
-        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
-        for (std::size_t at = 0; CMSG_LEN(at + sizeof(int)) <= header->cmsg_len; at += sizeof(int)) {
-            int fd = -1;
-            std::memcpy(&fd, CMSG_DATA(header) + at, sizeof fd);
-            taken.emplace_back(fd);
-        }
-    }
-    return taken;
-}
-
 // One thing that the child says: a letter, or what is to be kept. Returns false when there is none.
 bool hear(state &s) {
     std::array<char, 512> text;
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(most_with_message * sizeof(int))> room;
+    descriptor_room<most_with_message> room;
     iovec bytes{.iov_base = text.data(), .iov_len = text.size()};
     msghdr message{};
     message.msg_iov = &bytes;
     message.msg_iovlen = 1;
-    message.msg_control = room.data();
-    message.msg_controllen = room.size();
+    use_room(message, room);
     const ssize_t size = recvmsg(s.now.said.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
     if (size < 0) return errno == EINTR;
     std::vector<descriptor> came = take_descriptors(message);

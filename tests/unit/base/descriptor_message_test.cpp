@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <array>
 #include <vector>
 
 #include "base/owners.h"
@@ -16,11 +16,12 @@ namespace {
 using ravo::platform::descriptor;
 using ravo::platform::descriptor_room;
 using ravo::platform::put_descriptors;
+using ravo::platform::take_descriptors;
 using ravo::platform::use_room;
 
 // Sends a byte and these descriptors through a socket; what comes out at its other end.
 template <std::size_t Count>
-std::vector<int> pass(const std::array<int, Count> &fds) {
+std::vector<descriptor> pass(const std::array<int, Count> &fds) {
     int ends[2];
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
     const descriptor near(ends[0]), far(ends[1]);
@@ -37,28 +38,26 @@ std::vector<int> pass(const std::array<int, Count> &fds) {
     descriptor_room<Count> taken;
     use_room(message, taken);
     EXPECT_EQ(recvmsg(far.get(), &message, MSG_CMSG_CLOEXEC), 1);
-    const cmsghdr *header = CMSG_FIRSTHDR(&message);
-    EXPECT_EQ(header->cmsg_level, SOL_SOCKET);
-    EXPECT_EQ(header->cmsg_type, SCM_RIGHTS);
-    std::vector<int> out((header->cmsg_len - CMSG_LEN(0)) / sizeof(int));
-    std::memcpy(out.data(), CMSG_DATA(header), out.size() * sizeof(int));
-    return out;
+    return take_descriptors(message);
 }
 
 TEST(DescriptorMessage, OneOrMoreArriveInTheirOrder) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     const descriptor reads(ends[0]), writes(ends[1]);
-    const std::vector<int> one = pass(std::array{reads.get()});
+    const std::vector<descriptor> one = pass(std::array{reads.get()});
     ASSERT_EQ(one.size(), 1U);
-    const descriptor other_reads(one[0]);
-    const std::vector<int> both = pass(std::array{writes.get(), other_reads.get()});
+    const std::vector<descriptor> both = pass(std::array{writes.get(), one[0].get()});
     ASSERT_EQ(both.size(), 2U);
-    const descriptor last_writes(both[0]), last_reads(both[1]);
-    EXPECT_EQ(write(last_writes.get(), "ravo", 4), 4);
+    EXPECT_EQ(write(both[0].get(), "ravo", 4), 4);
     char text[8] = {};
-    EXPECT_EQ(read(last_reads.get(), text, sizeof text), 4);
+    EXPECT_EQ(read(both[1].get(), text, sizeof text), 4);
     EXPECT_STREQ(text, "ravo");
+}
+
+TEST(DescriptorMessage, WithoutDescriptorsThereIsNothingToTake) {
+    msghdr message{};
+    EXPECT_TRUE(take_descriptors(message).empty());
 }
 
 }  // namespace
