@@ -106,7 +106,8 @@ uint32_t if_utl_ifname_to_ifindex(const char *name) {
 int if_utl_ifindex_to_ifname(uint32_t ifindex, char *name) {
     const uint32_t number = ifindex - IF_UTL_VLAN_BASE;
     const bool is_vlan = number >= 1 && number <= 4094;
-    std::snprintf(name, IF_UTL_NAME_SIZE, is_vlan ? "vlan%u" : "", number);
+    name[0] = '\0';
+    if (is_vlan) std::snprintf(name, IF_UTL_NAME_SIZE, "vlan%u", number);
     return is_vlan ? 1 : 0;
 }
 
