@@ -150,6 +150,9 @@ void reset_sockets() {
     channel_queue.clear();
     udp_queue.clear();
     readers.clear();
+    channel_flags = 0;
+    udp_parts = 0;
+    udp_flags = 0;
     next_descriptor = first_descriptor;
 }
 

@@ -36,7 +36,7 @@ TEST_F(RavoAccess, SettingsAreCopiedWhole) {
     agent.relay_enable = 1;
     agent.option_state = 1;
     agent.policy = RAVO_POLICY_KEEP;
-    agent.check = 0;
+    agent.check = 2;  // as it is stored
     agent.hops = 9;
     agent.local_relay_enable = 1;
     agent.local_relay_vlan[0] = 30;
@@ -50,7 +50,7 @@ TEST_F(RavoAccess, SettingsAreCopiedWhole) {
     EXPECT_EQ(out->relay_enable, 1u);
     EXPECT_EQ(out->option_state, 1u);
     EXPECT_EQ(out->policy, 3u);
-    EXPECT_EQ(out->check, 0u);
+    EXPECT_EQ(out->check, 2u);
     EXPECT_EQ(out->hops, 9u);
     EXPECT_EQ(out->trust_all, 1u);
     EXPECT_EQ(out->local_relay_enable, 1u);

@@ -160,7 +160,8 @@ TEST_F(Channel, NothingOfADatagramThatCouldNotBeTakenIsLeftInTheBuffer) {
     packet::store();
     packet::set({.option_state = 1});
     fake::put_udp({.payload = bytes(1024, 0x41), .from_family = AF_INET6});
-    ravo_if_listen_hdlr(103, nullptr);
+    ravo_if_listen_hdlr(ravo_server_sock_fd, nullptr);
+    EXPECT_EQ(fake::udp_waiting(), 0U);
     fake::forget();
     receive(encode(typed(1)));
     EXPECT_TRUE(zeros_behind_option());

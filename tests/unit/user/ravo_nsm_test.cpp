@@ -199,6 +199,19 @@ TEST_F(RavoNsmAddress, RemovingAnAddressOfAnUnknownInterfaceIsTraced) {
                             fake::line{101, "ravo_nsm_if_down (#): interface vlan10 not found in interface DB\n"}));
 }
 
+TEST_F(RavoNsmAddress, WhateverComesOfAnAddressThatGoesTheResultIsZero) {
+    EXPECT_EQ(ravo_nsm_if_down(fake::connected_of(vlan10, "192.0.2.4")), 0);  // not the recorded one
+    change_record([](iface &record) { record.server_count = 1; });
+    EXPECT_EQ(ravo_nsm_if_down(fake::connected_of(vlan10, "192.0.2.1")), 0);  // the record stays
+    ravo_nsm_if_up(vlan10);
+    change_record([](iface &record) { record.server_count = 0; });
+    fake::script(fake::op::avl_remove);
+    EXPECT_EQ(ravo_nsm_if_down(fake::connected_of(vlan10, "192.0.2.1")), 0);  // it cannot be deleted
+    EXPECT_EQ(ravo_nsm_if_down(fake::connected_of(vlan10, "192.0.2.1")), 0);  // it is deleted
+    EXPECT_THAT(stored_names(), IsEmpty());
+    EXPECT_EQ(ravo_nsm_if_down(fake::connected_of(vlan10, "192.0.2.1")), 0);  // there is none
+}
+
 TEST_F(RavoNsmAddress, RemovingAnAddressOfAnotherTypeIsIgnored) {
     vlan10->hw_type = 6;
     EXPECT_EQ(ravo_nsm_if_addr_delete(fake::connected_of(vlan10, "192.0.2.1")), 0);
