@@ -78,7 +78,7 @@ void ravo_db_if_init();
 // Frees every record and the tree.
 void ravo_db_if_exit();
 
-// What a record is known by: the number that the last run of decimal digits in its name forms, modulo 65536.
+// What a record is known by: the number that its name ends in, modulo 65536; 0 for a name that ends in no digit.
 struct ravo_if_key {
     std::int16_t number;
     std::int16_t none = 0;  // what is looked for in a tree has four bytes at least
