@@ -133,7 +133,7 @@ def restart_under_load(machine):
     """1000 clients at 500 leases a second do not notice five restarts"""
     tool = machine.folder / "packages/many_clients"
     source = Path(__file__).resolve().parents[1] / "lab/trouble/many_clients.cpp"
-    subprocess.run(["c++", "-std=c++20", "-O1", "-static", source, "-o", tool], check=True)
+    subprocess.run(["c++", "-std=c++20", "-O1", "-static", "-I", source.parents[2] / "support", source, "-o", tool], check=True)
     expect(shown(machine, "NFileDescriptorStore") in ("7", "14"), f"{shown(machine, 'NFileDescriptorStore')} descriptors are kept")
     net.stop_server(machine)
     machine.run(f"systemd-run --quiet --collect --unit=clients --property=StandardOutput=truncate:/run/clients /packages/many_clients "
