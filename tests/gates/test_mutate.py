@@ -86,9 +86,9 @@ def bench(tmp_path, monkeypatch):
     (tmp_path / "user/src").mkdir(parents=True)
     (tmp_path / "user/src/half.cpp").write_text(HALF)
     (tmp_path / "judge.cpp").write_text(JUDGE)
-    folder = tmp_path / "bench"
-    folder.mkdir()
-    made = run.Bench(folder, {"half": ["g++", "-O1", "-fPIC"]})
+    compiler = run.Compiler(run.folder_in(tmp_path, "headers"), {"half": ["g++", "-fPIC"]})
+    folder = run.folder_in(tmp_path, "bench")
+    made = run.Bench(folder, compiler)
     assert made.link()
     subprocess.run(["g++", tmp_path / "judge.cpp", "-o", tmp_path / "judge", folder / run.LIBRARY], check=True)
     return made, [run.Program(tmp_path / "judge", 0.1)]
@@ -119,6 +119,20 @@ def test_a_mutant_leaves_nothing_behind(bench):
     verdicts(made, order)
     assert (made.folder / "half.o").read_bytes() == before
     assert made.link() and run.run_program(order[0].path, made.folder, 20)
+
+
+def test_a_loop_without_end_is_ended_by_its_processor_time(tmp_path):
+    (tmp_path / "loop.cpp").write_text("int main() { for (volatile int turn = 0;; turn = 1 - turn) {} }\n")
+    subprocess.run(["g++", "loop.cpp", "-o", "loop"], cwd=tmp_path, check=True)
+    assert not run.run_program(tmp_path / "loop", tmp_path, 1)
+
+
+def test_what_the_optimising_compiler_makes_the_same_of_is_the_same(bench):
+    made, order = bench
+    text = HALF.replace("return n / 2;", "if (n < 0) n += 0;\n    return n / 2;")
+    (run.ROOT / "user/src/half.cpp").write_text(text)
+    mutant = next(mutant for mutant in mutants.mutants(text) if mutant.after == "if (n < 0) n -= 0;")
+    assert made.try_mutant("half", text, mutant, lambda *_: order).verdict == "same"
 
 
 def test_too_many_survivors_fail(bench, monkeypatch, tmp_path, capsys):
@@ -164,16 +178,27 @@ int twice(int n) {
 """
 
 
-def test_only_who_runs_a_function_is_asked(tmp_path):
+def test_only_who_runs_a_line_is_asked(tmp_path):
     (tmp_path / "sums.cpp").write_text(TWICE)
     words = {"sums": ["g++", "-fPIC"]}
     subprocess.run(["g++", "-shared", "-fPIC", "-Wl,-soname,libsums.so", "sums.cpp", "-o", "libsums.so"], cwd=tmp_path,
                    check=True)
-    for name, body in {"halves": "half(4) - 2", "twices": "twice(2) - 4", "dies": "(fork(), twice(2) - 4)"}.items():
-        (tmp_path / f"{name}.cpp").write_text(f"#include <unistd.h>\nint half(int), twice(int);\nint main() {{ return {body}; }}\n")
+    dies = "(fork() == 0 && half(4) == 2 ? abort() : (void)wait(nullptr), twice(2) - 4)"
+    for name, body in {"halves": "half(4) - 2", "twices": "twice(2) - 4", "dies": dies}.items():
+        (tmp_path / f"{name}.cpp").write_text("#include <stdlib.h>\n#include <sys/wait.h>\n#include <unistd.h>\n"
+                                              f"int half(int), twice(int);\nint main() {{ return {body}; }}\n")
         subprocess.run(["g++", f"{name}.cpp", "-o", name, "libsums.so"], cwd=tmp_path, check=True)
     programs = [tmp_path / name for name in ("halves", "twices", "dies")]
-    found = reached.Reached(words, {"sums": tmp_path / "sums.cpp"}, programs, tmp_path, "libsums.so")
-    assert found.programs("sums", 2) == {"halves", "dies"}, "what a child runs that dies is not counted"
+    found = reached.Reached(words, {"sums": tmp_path / "sums.cpp"}, programs, "libsums.so")
+    assert found.programs("sums", 2) == {"halves", "dies"}, "what a child runs that is aborted is counted"
     assert found.programs("sums", 5) == {"twices", "dies"}
     assert found.programs("sums", 99) == {"halves", "twices", "dies"}, "outside of functions all are asked"
+
+
+def test_what_survived_is_tried_again(monkeypatch, tmp_path):
+    monkeypatch.setattr(run, "BUILD", tmp_path)
+    work = [("half", HALF, mutant) for mutant in mutants.mutants(HALF)]
+    kept = [run.Result("half", work[0][2], "survived"), run.Result("half", work[2][2], "killed", "judge")]
+    (tmp_path / "results").write_text("".join(result.line() + "\n" for result in kept))
+    run.forget_survivors()
+    assert run.results_before(work) == ([kept[1]], [*work[:2], *work[3:]])
