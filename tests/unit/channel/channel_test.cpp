@@ -290,13 +290,11 @@ TEST_P(Channel, ABurstIsDeliveredOnceAndInOrder) {
     const far_end c1("c1");
     for (unsigned i = 0; i < 1000; ++i)
         c1.send(frame_fields{.identification = i, .message = message_of(236 + i % 300)});
-    std::vector<octets> read;  // looked at afterwards: who reads slowly is in overload, and loses some
-    for (unsigned i = 0; i < 1000; ++i) {
-        // One message a wake-up, as the daemon reads: the channel must be readable before each.
-        ASSERT_TRUE(readable(fd(), wait_limit_ms)) << i;
-        read.push_back(receive_now().message);
-    }
-    expect_nothing_more();
+    // Looked at afterwards: who reads slowly is in overload, and loses some. Each is waited for, and not taken at once:
+    // a port that fills a queue may have one of its own, whose timer makes the descriptor readable from time to time.
+    std::vector<octets> read;
+    for (unsigned i = 0; i < 1000; ++i) read.push_back(receive().message);
+    EXPECT_EQ(receive_now().result, -1);
     for (unsigned i = 0; i < 1000; ++i) {
         const frame_fields expected{.identification = i, .message = message_of(236 + i % 300)};
         ASSERT_EQ(hex(read[i]), hex(delivery_of(expected))) << i;
