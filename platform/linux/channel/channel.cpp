@@ -58,6 +58,7 @@ constexpr std::size_t spare_slots = 64;  // of the ring, for what passes the gat
 constexpr std::int64_t second_ns = 1'000'000'000;
 constexpr std::int64_t flood_interval_ns = 1'000'000;
 constexpr unsigned flood_messages = 4;  // over the limit within the interval
+constexpr std::int64_t look_out_ns = 5'000;
 constexpr timespec rest{.tv_sec = 0, .tv_nsec = 200'000};
 constexpr timeval tally_interval{.tv_sec = 1, .tv_usec = 0};
 
@@ -472,6 +473,15 @@ bool channel_next() {
     if (!channel) return false;
     if (!channel->in_hand) channel->in_hand = fetch(*channel);
     return channel->in_hand;
+}
+
+// Where the kernel does not hold ports to their limits, frames are rather left to gather.
+bool channel_look_out() {
+    if (!channel || !channel->at.in_kernel()) return false;
+    const std::int64_t until = clock_ns() + look_out_ns;
+    while (channel->rings.first_is_empty())
+        if (clock_ns() > until) return false;
+    return true;
 }
 
 ssize_t channel_receive(void *buffer, std::size_t size, int flags, struct sockaddr *from, socklen_t *from_length) {

@@ -30,6 +30,9 @@ bool channel_owns(int fd);
 // received. Returns whether there is one. When there is none and the descriptor is readable still, others shall have
 // their turn first.
 bool channel_next();
+// Looks out for a frame, for a few microseconds. To sleep and to be woken takes as long, so this is for when a message
+// was just handled. Returns whether a frame waits.
+bool channel_look_out();
 // Receives the message in hand, or the next one, in the layout of osal.h; -1 and EAGAIN when there is none.
 ssize_t channel_receive(void *buffer, std::size_t size, int flags, struct sockaddr *from, socklen_t *from_length);
 // The message that was received last is done with: closes its book.

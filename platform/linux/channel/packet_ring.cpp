@@ -166,6 +166,10 @@ fault packet_ring::take_over(descriptor socket) {
     return {"nobody knows where its ring begins"};
 }
 
+bool packet_ring::is_empty() const {
+    return !is_filled(*slot(taken_ ? behind(at_) : at_));
+}
+
 std::size_t packet_ring::waiting() const {
     std::size_t count = 0;
     while (count < capacity_ && is_filled(*slot((at_ + count) % capacity_))) ++count;

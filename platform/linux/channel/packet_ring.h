@@ -54,7 +54,8 @@ class packet_ring {
     // Gives the frame taken last back now.
     void give_back();
 
-    // How many frames wait.
+    // Whether a frame waits behind the one taken last, and how many do.
+    bool is_empty() const;
     std::size_t waiting() const;
     std::size_t capacity() const { return capacity_; }
 

@@ -64,7 +64,8 @@ class packet_rings {
     // until the next call. Returns whether there was one.
     bool take(ring_frame *out);
 
-    // How many frames wait.
+    // Whether the first ring has no frame waiting; how many wait in all.
+    bool first_is_empty() const { return members_.front().ring.is_empty(); }
     std::size_t waiting() const;
 
     // Whether the device of the frame taken last fills a ring that it shares.

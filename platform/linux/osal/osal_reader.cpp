@@ -31,16 +31,25 @@ unsigned deleted = 0;  // how many were
 
 constexpr int messages_per_wakeup = 32;  // then commands, timers and netlink get their turn
 
+// Whether there is another message. When none waits, what was sent so far leaves before it is looked out for one.
+bool find_another_message() {
+    if (ravo::platform::channel_next()) return true;
+    ravo::platform::batch_flush();
+    return ravo::platform::channel_look_out() && ravo::platform::channel_next();
+}
+
 // The channel's handler is called for each message, as many as others can be kept waiting for, and only when there is
 // one. The handler may delete its own reader: nothing of it is touched once the handler was entered. What is sent
-// meanwhile leaves at the end.
+// meanwhile leaves when no message waits, or at the end.
 void serve_channel(int fd, osal_read_handler handler, void *handler_arg) {
     const unsigned deleted_before = deleted;
     ravo::platform::batch_begin();
-    for (int served = 0; served < messages_per_wakeup && ravo::platform::channel_next(); ++served) {
+    bool found = ravo::platform::channel_next();
+    for (int served = 1; found; ++served) {
         handler(fd, handler_arg);
         ravo::platform::channel_done();
         if (deleted != deleted_before || !ravo::platform::channel_owns(fd)) break;
+        found = served < messages_per_wakeup && find_another_message();
     }
     ravo::platform::batch_end();
 }

@@ -31,6 +31,7 @@ using channel_frames::frame_of;
 using channel_frames::hex;
 using channel_frames::octets;
 using ravo::platform::channel_close;
+using ravo::platform::channel_look_out;
 using ravo::platform::channel_open;
 using ravo::platform::channel_owns;
 
@@ -233,6 +234,19 @@ TEST_P(ChannelLife, LeavesPort67ToAProgramThatHasIt) {
     ASSERT_TRUE(readable(again, wait_limit_ms));
     EXPECT_EQ(hex(receive_now().message), hex(delivery_of({})));
     ::close(other);
+}
+
+// Where the relay itself refuses what is over the limits, frames are left to gather.
+TEST_P(ChannelLife, LooksOutForFramesWhereTheKernelHoldsPortsToTheirLimits) {
+    const bool looks = GetParam() == channel_box::way_in::kernel;
+    EXPECT_FALSE(channel_look_out());
+    far_end("c1").send(frame_fields{});
+    ASSERT_TRUE(readable(fd(), wait_limit_ms));
+    EXPECT_EQ(channel_look_out(), looks);
+    EXPECT_EQ(hex(receive_now().message), hex(delivery_of({})));
+    EXPECT_FALSE(channel_look_out()) << "the frame that was taken last waits no more";
+    EXPECT_EQ(channel_close(), 0);
+    EXPECT_FALSE(channel_look_out());
 }
 
 INSTANTIATE_TEST_SUITE_P(WaysIn, ChannelLife, testing::Values(channel_box::way_in::kernel, channel_box::way_in::daemon),
