@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// The frames of the management socket, as docs/management-protocol.md tells: one definition for the daemon and for
-// the programs that talk to it.
+// The frames of the management socket, as docs/management-protocol.md describes them: one definition for the daemon and
+// for the programs that talk to it.
 //
 // A frame is a type (one byte), the length of its payload (four bytes, big-endian) and the payload. Every message has a
 // record here, a function that makes its whole frame, and a function that reads its payload, which takes nothing that
 // is longer or shorter than it must be.
-#ifndef FRONT_PROTOCOL_MANAGEMENT_PROTOCOL_H
-#define FRONT_PROTOCOL_MANAGEMENT_PROTOCOL_H
+#ifndef PROTOCOL_MANAGEMENT_PROTOCOL_H
+#define PROTOCOL_MANAGEMENT_PROTOCOL_H
 
 #include <cstddef>
 #include <cstdint>
@@ -19,13 +19,13 @@
 
 namespace ravo::protocol {
 
-inline constexpr std::uint32_t magic = 0x5241564F;  // "RAVO": what is spoken here
+inline constexpr std::uint32_t magic = 0x5241564F;  // "RAVO": begins a hello and a welcome
 inline constexpr std::uint16_t version = 1;
 inline constexpr std::size_t head_size = 5;
 inline constexpr std::size_t max_request = 64 * 1024;    // payload of a frame to the daemon
 inline constexpr std::size_t max_reply = 1024 * 1024;    // payload of a frame from the daemon
 inline constexpr std::size_t max_command_line = 0x8000;  // bytes of a command line
-inline constexpr std::size_t max_name = 64;              // bytes of a name of a person
+inline constexpr std::size_t max_name = 64;              // bytes of the name in a behalf frame
 inline constexpr std::size_t max_output_piece = 0x8000;  // longer text is sent in several frames
 
 enum class frame_type : std::uint8_t {
@@ -150,13 +150,13 @@ inline std::optional<ask_message> read_ask(std::span<const std::uint8_t> payload
     return m;
 }
 
-// End a command that goes on; without one it is nothing.
+// End a command that runs or goes on; without one nothing happens.
 inline bytes interrupt_frame() {
     return make_frame(frame_type::interrupt);
 }
 
-// On whose behalf the session's commands come, as a program knows its own users: a name for the audit lines, which goes
-// with the peer's user and gives no rights.
+// On whose behalf the session's next commands are given, when a program has users of its own: a name for the audit
+// lines, which have it beside the peer's user. It gives no rights.
 inline bytes behalf_frame(std::string_view name) {
     return make_frame(frame_type::behalf, name);
 }
@@ -203,7 +203,7 @@ inline std::optional<welcome_message> read_welcome(std::span<const std::uint8_t>
 
 enum class refusal : std::uint8_t {
     not_permitted = 1,  // the peer's user may not use the daemon
-    too_many = 2,       // every session is taken
+    too_many = 2,       // no session is free, of all or of those that one user may have
     other_version = 3,  // the hello's version is not spoken here
     malformed = 4,      // a frame that breaks the protocol
     too_slow = 5,       // a frame or a hello that did not come in time

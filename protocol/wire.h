@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Checked reading and writing of big-endian fields in a frame's payload.
-#ifndef FRONT_PROTOCOL_WIRE_H
-#define FRONT_PROTOCOL_WIRE_H
+#ifndef PROTOCOL_WIRE_H
+#define PROTOCOL_WIRE_H
 
 #include <cstddef>
 #include <cstdint>

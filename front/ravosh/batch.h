@@ -10,7 +10,7 @@ namespace ravo::client {
 // Exit statuses.
 inline constexpr int exit_good = 0;
 inline constexpr int exit_failed = 1;       // a command failed
-inline constexpr int exit_unreachable = 2;  // no daemon, or wrong usage
+inline constexpr int exit_unreachable = 2;  // no daemon, wrong usage, or a file or standard output that failed
 
 // Runs the commands of -c, then those of the file, or of standard input when neither is given, in one session.
 // Standard output gets what the daemon printed and nothing else. Returns the exit status.

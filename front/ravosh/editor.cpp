@@ -43,12 +43,12 @@ constexpr int second_ms = 1000;
 
 volatile sig_atomic_t interrupted = 0;
 volatile sig_atomic_t resized = 0;
-volatile sig_atomic_t told_to_end = 0;
+volatile sig_atomic_t end_wanted = 0;
 
 void on_signal(int number) {
     if (number == SIGINT) interrupted = 1;
     if (number == SIGWINCH) resized = 1;
-    if (number == SIGTERM || number == SIGHUP) told_to_end = 1;
+    if (number == SIGTERM || number == SIGHUP) end_wanted = 1;
 }
 
 void catch_signals() {
@@ -224,7 +224,7 @@ char *show_prompt(EditLine *line) {
 // Waits for the keyboard and serves what else happens meanwhile. Returns false when there will be no more keys.
 bool wait_for_key(editor &e) {
     for (;;) {
-        if (told_to_end != 0) return false;
+        if (end_wanted != 0) return false;
         if (resized != 0) {
             resized = 0;
             el_resize(e.line);
@@ -333,7 +333,7 @@ void editor_show_above(editor &e, std::string_view text) {
 bool editor_take_interrupt() {
     const bool was = interrupted != 0;
     interrupted = 0;
-    return was || told_to_end != 0;
+    return was || end_wanted != 0;
 }
 
 }  // namespace ravo::client

@@ -43,7 +43,7 @@ fault take_minutes(const std::string &value, int *out) {
     return {"option --confirm needs minutes from 1 to 1440, not \"" + value + "\""};
 }
 
-// The options around files, of which take_option is one part and this the other.
+// Reads an option of --replace, the rest of take_option; what is none of these is unknown.
 fault take_replace_option(const std::vector<std::string> &words, std::size_t *at, shell_options *out) {
     const std::string &word = words[*at];
     std::string value;

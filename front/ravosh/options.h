@@ -19,7 +19,7 @@ struct shell_options {
     bool has_replace = false;
     std::string replace;  // a file whose text becomes the running configuration; "-": standard input
     bool dry_run = false;
-    int confirm = 0;  // minutes until the old one is in force again, 0: it is not
+    int confirm = 0;  // minutes until the old one is in force again unless this one is confirmed, 0: it stays
     bool version = false;
     bool help = false;
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The file is read whole before the daemon hears of it: what cannot be read to its end is no configuration.
+// The file is read whole before anything is sent to the daemon: what cannot be read to its end is no configuration.
 #include "replace.h"
 
 #include <fcntl.h>
@@ -58,8 +58,8 @@ fault run_line(connection &daemon, const std::string &line, std::string *printed
     return {};
 }
 
-// Faults in lines are reported as those of the file, everything else as it came.
-void tell(const std::string &name, std::string_view printed) {
+// Prints what the daemon answered: faults in lines as those of the file, everything else as it came.
+void print_answer(const std::string &name, std::string_view printed) {
     constexpr std::string_view mark = "% line ";
     while (!printed.empty()) {
         const std::string_view line = printed.substr(0, printed.find('\n'));
@@ -112,7 +112,7 @@ int run_replace(const shell_options &options) {
     int result = 1;
     fault lost = run_line(*daemon, command, &printed, &result);
     if (!lost && result == 0) lost = send(*daemon, text, &printed, &result);
-    tell(name, printed);
+    print_answer(name, printed);
     if (lost) return complain(lost.text);
     if (std::fflush(stdout) != 0) return complain("cannot write to standard output");
     return result == 0 ? exit_good : exit_failed;

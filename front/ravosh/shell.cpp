@@ -50,7 +50,7 @@ std::string prompt(const shell &sh) {
     return sh.host + sh.prompt_text;
 }
 
-void tell(std::string_view line) {
+void show_line(std::string_view line) {
     terminal_write(terminal_safe(line) + "\n");
 }
 
@@ -87,11 +87,11 @@ void attend_daemon(shell &sh) {
     if (!text.empty()) editor_show_above(*sh.line, text);
 }
 
-// Makes sure that there is a daemon to talk to, and tells when there is none.
+// Makes sure that there is a daemon to talk to. Returns false, and shows why, when there is none.
 bool have_daemon(shell &sh) {
     if (sh.daemon != nullptr) return true;
     if (const fault wrong = reach(sh)) {
-        tell("% Not connected: " + wrong.text);
+        show_line("% Not connected: " + wrong.text);
         return false;
     }
     terminal_write(back_line);
@@ -116,7 +116,8 @@ std::size_t page_length(const shell &sh) {
 bool is_exit(std::string_view line) {
     constexpr std::string_view blanks = " \t";
     const std::size_t first = std::min(line.find_first_not_of(blanks), line.size());
-    return line.substr(first, line.find_last_not_of(blanks) + 1 - first) == "exit";
+    const std::string_view word = line.substr(first, line.find_last_not_of(blanks) + 1 - first);
+    return word == "exit" || word == "quit";
 }
 
 // Runs a line and shows the answer. Returns false when the session is over.
@@ -147,7 +148,7 @@ bool run_typed(shell &sh, const std::string &line) {
     if (sh.daemon != nullptr && a.outcome == outcome::answered) take_state(sh);
     page_text(terminal_safe(shift_caret(text, prompt_width)), page_length(sh), editor_take_interrupt);
     if (a.outcome == outcome::answered) return !state(*sh.daemon).closed;
-    tell(a.outcome == outcome::cancelled ? "% Given up; the session begins anew." : "% " + a.reason);
+    show_line(a.outcome == outcome::cancelled ? "% Given up; the session begins anew." : "% " + a.reason);
     lose(sh);
     return true;
 }

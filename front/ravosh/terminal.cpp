@@ -69,7 +69,7 @@ void terminal_write(std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
         if (written < 0 && errno == EINTR) continue;
-        if (written < 0) return;  // the terminal has gone; reading from it tells so too
+        if (written < 0) return;  // the terminal has gone, which the next reading from it finds out too
         text.remove_prefix(static_cast<std::size_t>(written));
     }
 }

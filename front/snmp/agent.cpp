@@ -32,8 +32,8 @@ namespace ravo::snmp {
 
 namespace {
 
-constexpr int reconnect_seconds =
-    2;  // between two tries to reach a master agent, and between looks whether it is there
+// Between two tries to reach a master agent, and between two checks whether it is still there.
+constexpr int reconnect_seconds = 2;
 constexpr std::chrono::seconds look_every{5};
 
 // A set that was done in a request and may have to be undone.
@@ -48,7 +48,7 @@ struct agent {
     std::string base_text;
     bool connected = false;  // with the master agent
     relay_source_ptr relay;
-    notices told;
+    notices sent;
     std::map<netsnmp_request_info *, done_write> done;
 };
 
@@ -264,7 +264,7 @@ void send_notice(const server_row &row, bool silent) {
 
 void look() {
     agent &a = the_agent();
-    if (refresh(*a.relay, part::servers)) look_at_servers(&a.told, *source_of(*a.relay).relay, send_notice);
+    if (refresh(*a.relay, part::servers)) look_at_servers(&a.sent, *source_of(*a.relay).relay, send_notice);
 }
 
 // ---- The loop ----
@@ -332,14 +332,14 @@ void settle_library(const snmp_options &options) {
         netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, options.agentx.c_str());
 }
 
-int on_connected(int /*major*/, int /*minor*/, void * /*told*/, void * /*ours*/) {
+int on_connected(int /*major*/, int /*minor*/, void * /*theirs*/, void * /*ours*/) {
     the_agent().connected = true;
     std::fprintf(stderr, "ravo-snmp: snmpd asks for %s here\n", the_agent().base_text.c_str());
     client::notify_manager("STATUS=snmpd is there");
     return SNMPERR_SUCCESS;
 }
 
-int on_disconnected(int /*major*/, int /*minor*/, void * /*told*/, void * /*ours*/) {
+int on_disconnected(int /*major*/, int /*minor*/, void * /*theirs*/, void * /*ours*/) {
     if (!the_agent().connected || ending != 0) return SNMPERR_SUCCESS;
     the_agent().connected = false;
     std::fputs("ravo-snmp: snmpd is gone; it is looked for every few seconds\n", stderr);
@@ -348,7 +348,7 @@ int on_disconnected(int /*major*/, int /*minor*/, void * /*told*/, void * /*ours
 }
 
 // The library has an interval of its own, and sets it when it likes: some versions in init_agent, some in init_snmp.
-int set_interval(int /*major*/, int /*minor*/, void * /*told*/, void * /*ours*/) {
+int set_interval(int /*major*/, int /*minor*/, void * /*theirs*/, void * /*ours*/) {
     netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, reconnect_seconds);
     return SNMPERR_SUCCESS;
 }
@@ -363,7 +363,7 @@ void follow_master() {
 }
 
 // The library says nothing of use when it finds no master agent at its start.
-void tell_no_master(const snmp_options &options) {
+void report_no_master(const snmp_options &options) {
     const std::string line = no_master_text(options.agentx);
     std::fprintf(stderr, "ravo-snmp: %s\n", line.c_str());
     client::notify_manager(("STATUS=" + line).c_str());
@@ -395,7 +395,7 @@ int serve(const snmp_options &options) {
     }
     init_snmp("ravo-snmp");
     client::notify_manager("READY=1");
-    if (!the_agent().connected) tell_no_master(options);
+    if (!the_agent().connected) report_no_master(options);
     loop();
     client::notify_manager("STOPPING=1");
     snmp_shutdown("ravo-snmp");

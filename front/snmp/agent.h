@@ -7,7 +7,7 @@
 
 namespace ravo::snmp {
 
-// Serves until it is told to end. Returns the exit status; what is wrong goes to standard error.
+// Serves until SIGTERM or SIGINT. Returns the exit status; what is wrong goes to standard error.
 int serve(const snmp_options &options);
 
 }  // namespace ravo::snmp

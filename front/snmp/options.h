@@ -24,9 +24,11 @@ struct snmp_options {
 // Reads the command line. The fault, if any: what is wrong.
 fault parse_options(const std::vector<std::string> &words, snmp_options *out);
 
-// Reads "1.3.6.1.4.1.99" (a leading dot is taken too): 2 to 100 numbers. Returns false for what is no identifier.
+// Reads "1.3.6.1.4.1.99" (a leading dot is taken too): 2 to 64 numbers, of which the first is at most 2 and the second
+// below 40. Returns false for what is no identifier.
 bool read_oid(std::string_view text, oid_text *out);
 
+// The text of --help.
 const char *help_text();
 
 }  // namespace ravo::snmp

@@ -86,7 +86,7 @@ struct picture {
     std::uint32_t transactions_total = 0;
 };
 
-// The command that tells a part, and the view it is asked in.
+// The command that shows a part, and the view it is asked in.
 std::string_view command_of(part wanted);
 std::uint8_t view_of(part wanted);
 

@@ -95,7 +95,7 @@ bool refresh(relay_source &s, part wanted) {
     const auto begun = clock::now();
     client::reply got = ask(l, std::string(command_of(wanted)), view_of(wanted));
     if (wanted == part::settings && got.answered) add_trusted_count(l, &got);
-    // A daemon that does not know the command has nothing to tell: an empty part, and no fault.
+    // Of a daemon that does not know the command the part is empty; that is no fault.
     const bool known = got.answered && got.result == 0;
     state.there = got.answered && (!known || take_part(&s.picture, wanted, got));
     state.at = clock::now();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where the picture comes from: the daemon, asked when somebody asks for a part that is not there or too old. Asking
-// waits, but never longer than a master agent has patience.
+// Where the picture comes from: the daemon, which is asked when a part is wanted that is not there or too old. Asking
+// waits for the answer, but never longer than a master agent waits for ours.
 #ifndef FRONT_SNMP_RELAY_SOURCE_H
 #define FRONT_SNMP_RELAY_SOURCE_H
 
@@ -31,10 +31,10 @@ source source_of(relay_source &s);
 bool refresh(relay_source &s, part wanted);
 
 // Runs these lines in a session of their own that begins in privileged execution mode, until one fails. Returns the
-// answer to the last one that ran. What is known is old then.
+// answer to the last one that ran. All parts of the picture are fetched anew after that.
 client::reply change(relay_source &s, const std::vector<std::string> &lines);
 
-// Descriptors that tell of the daemon's end, to be watched for reading: -1 for none.
+// Descriptors that become readable when the daemon ends: -1 for none.
 std::array<int, 2> descriptors_of(const relay_source &s);
 // Handles what came there.
 void attend(relay_source &s);

@@ -21,26 +21,26 @@ constexpr std::size_t longest_address = 64;
 constexpr const char *configure = "configure terminal";
 constexpr const char *trusted_command = "show ip dhcp relay information trusted-sources | json";
 
-void tell_audit(const exchange &x, const std::string &what, const std::string &came_to) {
+void log_audit(const exchange &x, const std::string &what, const std::string &came_to) {
     log_line("audit: user " + x.who.user + " from " + x.address + ": " + what + ": " + came_to);
 }
 
 void refuse(exchange &x, const std::string &what, const refusal &r) {
-    tell_audit(x, what, "refused, " + std::to_string(r.code));
+    log_audit(x, what, "refused, " + std::to_string(r.code));
     respond_fault(x, r.status, std::string(r.text), r.code);
 }
 
 void fail(exchange &x, const std::string &what, int status, const std::string &text) {
-    tell_audit(x, what, text);
+    log_audit(x, what, text);
     respond_fault(x, status, text);
 }
 
 void succeed(exchange &x, const std::string &what) {
-    tell_audit(x, what, "done");
+    log_audit(x, what, "done");
     respond_json(x, 200, {{"done", true}});
 }
 
-// Tells what the last line of a change came to.
+// Answers with what the last line of a change came to.
 void respond_change(exchange &x, const std::string &what, const answers &got) {
     const client::reply &last = got.back();
     if (!last.answered) return fail(x, what, 503, last.reason);

@@ -57,7 +57,7 @@ std::string digits_only(const std::string &text) {
     return out;
 }
 
-// Hands the daemon's document on, or tells that it is not there.
+// Hands the daemon's document on, or answers that it is not there.
 void pass_on(const exchange_ptr &x, const std::string &command) {
     daemon_document(*x->owner->daemon, command, fresh_enough, [x](const document_ptr &doc) {
         if (doc->there && !doc->cut)

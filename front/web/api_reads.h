@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// GET /api/v1/...: what the daemon's documents say, for the page and for programs. docs/web.md tells them all.
+// GET /api/v1/...: what the daemon's documents say, for the page and for programs. docs/web.md lists them all.
 #ifndef FRONT_WEB_API_READS_H
 #define FRONT_WEB_API_READS_H
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Two links: show commands run in privileged execution mode, but that of transactions, which is one of configuration
-// mode. A change has a link of its own, so that its modes and its lines stay together, and the daemon's log has one
-// session for it.
+// Show commands have two links: one in privileged execution mode, and one in configuration mode for the command that
+// shows transactions. A change has a link of its own, so that its modes and its lines stay together, and the daemon's
+// log has one session for it.
 #include "daemon.h"
 
 #include <event2/event.h>

@@ -36,11 +36,12 @@ struct daemon_delete {
 };
 using daemon_ptr = std::unique_ptr<daemon, daemon_delete>;
 
+// base: the event loop, which must outlive it; socket: the daemon's. Connects when something is asked.
 daemon_ptr daemon_make(struct event_base *base, const std::string &socket);
 
 // Hands on what the command prints: what is known when it is not older than this, else what the daemon answers now. A
-// document that took the daemon long to make is kept for longer, so that it has at least twenty times as long to
-// itself.
+// document that took the daemon long to make is kept for twenty times as long, but not for more than 30 s, so that the
+// daemon has most of its time for other work.
 void daemon_document(daemon &d, const std::string &command, std::chrono::milliseconds age, on_document use);
 
 // One change, in the name of this user: these lines, in a session of their own that begins in privileged execution

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Configurations are sections: lines without an indent, with indented lines below them. Sections are compared by their
-// first line, lines within one as sets in order; that is exact for configurations, where a line is there once in its
-// section, and takes time in proportion to their size.
+// Configurations are sections: each begins with its "interface" line and goes up to "!", "exit" or the next one; lines
+// outside of these are a section without a first line. Sections are compared by their first line, lines within one by
+// whether the other text has them too. That is exact for configurations, where a line is there once in its section, and
+// takes time in proportion to their size.
 #include "difference.h"
 
 #include <algorithm>
@@ -13,7 +14,7 @@ namespace ravo::web {
 namespace {
 
 struct section {
-    std::string head;  // empty: lines that stand alone
+    std::string head;  // empty: lines outside of sections
     std::vector<std::string> lines;
 };
 
@@ -22,7 +23,6 @@ bool counts(std::string_view line) {
     return first != std::string_view::npos && line[first] != '!' && line != "end";
 }
 
-// Lines that open a section have lines below them, by indent or by what the daemon's sections begin with.
 bool opens_section(std::string_view line) {
     return line.starts_with("interface ");
 }

@@ -10,7 +10,7 @@
 namespace ravo::web {
 
 // The lines that lead from one text to the other, in order: "-" and a line that goes, "+" and one that comes, " " and
-// the section line ("interface vlan10") that such lines stand below. Comment lines ("!") and empty ones do not count.
+// the section line ("interface vlan10") that such lines are below. Comment lines ("!") and empty ones do not count.
 std::vector<std::string> difference(std::string_view before, std::string_view after);
 
 }  // namespace ravo::web

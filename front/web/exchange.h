@@ -42,7 +42,7 @@ struct header {
     std::string value;
 };
 
-// Takes over a request of the HTTP library.
+// Takes over a request of the HTTP library. Until it is answered the exchange lives, whoever holds it or not.
 exchange_ptr exchange_open(server *owner, struct evhttp_request *request);
 
 // A header of the request, "" without one.

@@ -24,7 +24,7 @@ json counts_json(const named_counts &counts) {
 void take_total(server &s, const counted &total) {
     s.looking = false;
     history_take(&s.past, std::time(nullptr), total);
-    tell_streams(s);
+    send_to_streams(s);
 }
 
 // A daemon that does not count types by VLAN has its eight receive counters.
@@ -46,7 +46,7 @@ void take_statistics(server &s, const document_ptr &doc) {
     if (doc->there) (void)read_statistics(doc->text, reader);  // what cannot be read is no row of the history
     if (!total) {
         s.looking = false;
-        tell_streams(s);
+        send_to_streams(s);
     } else if (total->types.empty()) {
         daemon_document(*s.daemon, detail_command, fresh_enough,
                         [&s, total](const document_ptr &detail) { take_receive_counters(s, *total, *detail); });
@@ -55,7 +55,7 @@ void take_statistics(server &s, const document_ptr &doc) {
     }
 }
 
-// Ends the streams of those who are not signed in any more. To watch counts as using the session.
+// Ends the streams of those who are not signed in any more. Watching counts as using the session.
 void keep_streams(server &s) {
     const auto now = std::chrono::steady_clock::now();
     const std::list<exchange_ptr> open = s.streams;
@@ -95,13 +95,13 @@ json now_json(const server &s) {
             {"daemon", health_json(s, state.connected, state.reason)}};
 }
 
-void tell_streams(server &s) {
+void send_to_streams(server &s) {
     keep_streams(s);
     if (s.streams.empty()) return;
     const std::string data = now_json(s).dump(-1, ' ', false, json::error_handler_t::replace);
     // A stream that ends takes itself off the list.
-    const std::list<exchange_ptr> told = s.streams;
-    for (const exchange_ptr &x : told)
+    const std::list<exchange_ptr> open = s.streams;
+    for (const exchange_ptr &x : open)
         if (!stream_event(*x, "now", data)) s.streams.remove(x);
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The looks at the daemon that nobody asked for: what the history is made of, and what pages are sent.
+// The regular looks at the daemon: what the history is made of, and what open pages are sent.
 #ifndef FRONT_WEB_LOOK_H
 #define FRONT_WEB_LOOK_H
 
@@ -9,7 +9,7 @@ namespace ravo::web {
 
 inline constexpr std::size_t most_streams = 32;
 
-// Asks the daemon for its counters, and tells the pages when they are there.
+// Asks the daemon for its counters; when they are there, they go into the history and to the pages.
 void look_at_daemon(server &s);
 
 // The newest row of the history, the totals and the daemon's state, as pages are sent it.

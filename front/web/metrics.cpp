@@ -174,8 +174,8 @@ struct server_samples {
 constexpr std::uint64_t limits_us[] = {500,    1000,   2500,   5000,    10000,   25000,  50000,
                                        100000, 250000, 500000, 1000000, 2500000, 5000000};
 
-// Buckets as the daemon tells them: [{"le_us", "count"}], not cumulated, without those of 0; what was slower than all
-// limits has none.
+// times: {"buckets": [{"le_us", "count"}]} as the daemon shows them: not cumulated, without those of 0. What was slower
+// than all limits has no "le_us".
 void add_histogram(std::string &out, const std::string &labels, const json &times) {
     const auto buckets = times.find("buckets");
     if (buckets == times.end()) return;

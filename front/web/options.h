@@ -32,6 +32,7 @@ struct web_options {
 // Reads the command line and judges what goes together. The fault, if any: what is wrong.
 fault parse_options(const std::vector<std::string> &words, web_options *out);
 
+// The text of --help.
 const char *help_text();
 
 }  // namespace ravo::web

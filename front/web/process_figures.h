@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the kernel tells of another process.
+// What the kernel says about another process.
 #ifndef FRONT_WEB_PROCESS_FIGURES_H
 #define FRONT_WEB_PROCESS_FIGURES_H
 

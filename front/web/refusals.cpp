@@ -9,7 +9,7 @@ constexpr int bad_address = 422;
 constexpr int conflict = 409;
 constexpr int not_there = 404;
 
-// deliberate: the texts stand as the command line has them, to the last blank.
+// deliberate: the texts are as the command line has them, to the last blank.
 constexpr refusal rows[] = {
     {302020, bad_address, "DHCP relay server ip error "},
     {302021, conflict,

@@ -60,7 +60,8 @@ bool is_plain_word(std::string_view word, std::size_t longest);
 // Dotted IPv4 text in its one usual form ("192.0.2.11").
 bool is_ipv4(std::string_view text);
 
-// A hardware address with six pairs of digits between ":", "-" or none, as the daemon takes it; in lower case with ":".
+// A hardware address: twelve hexadecimal digits, with ":", "-" and "." anywhere between them. Returns it in lower case
+// with ":" between pairs; nothing for another text.
 std::optional<std::string> read_mac(std::string_view text);
 
 // The host in an authority ("localhost:8067", "[::1]:80"), without its port; empty for a broken one.

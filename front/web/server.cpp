@@ -39,8 +39,8 @@ namespace {
 constexpr int silence_seconds = 20;  // of a connection, reading or writing
 constexpr std::size_t largest_header = 8192;
 constexpr std::size_t shortest_token = 16;
-constexpr int idle_look = 10;  // seconds between two looks at the daemon without a page that is told
-constexpr int watched_look = 2;
+constexpr int idle_look = 10;    // seconds between two looks at the daemon while no page is open
+constexpr int watched_look = 2;  // the same while one is
 
 // ---- Files ----
 

@@ -57,12 +57,12 @@ struct server {
     sign_in_guard guard;
 
     history past;
-    std::list<exchange_ptr> streams;  // pages that are told what happens
+    std::list<exchange_ptr> streams;  // of pages that are open: they are sent what happens
     unsigned seconds = 0;             // since the start
     bool looking = false;             // the daemon was asked for the history and has not answered
 };
 
-// Serves until it is told to end. Returns the exit status; what is wrong goes to standard error.
+// Serves until SIGTERM or SIGINT. Returns the exit status; what is wrong goes to standard error.
 int serve(const web_options &options);
 
 // One line to standard error, for the journal. Bytes that are not printable are written as "?".
@@ -71,8 +71,8 @@ void log_line(const std::string &text);
 // Reads the accounts again when their file has changed; sessions of accounts that are no more end.
 void refresh_accounts(server &s);
 
-// Tells the pages what is counted now.
-void tell_streams(server &s);
+// Sends the pages what is counted now.
+void send_to_streams(server &s);
 
 }  // namespace ravo::web
 

@@ -40,7 +40,7 @@ void drop_before(std::vector<moment> *times, moment limit) {
     std::erase_if(*times, [&](moment t) { return t <= limit; });
 }
 
-// Room for one more address: those whose failures are old go, then the one that failed first.
+// Makes room for one more address: those whose failures are old go, then the one whose last failure is the oldest.
 void make_room(sign_in_guard *guard, moment now) {
     for (auto row = guard->failures.begin(); row != guard->failures.end();) {
         drop_before(&row->second, now - failure_time);

@@ -33,12 +33,14 @@ struct session_table {
     std::vector<session> rows;
 };
 
-// Begins a session. The user's oldest, or the one not used for longest, goes when there are too many.
+// Begins a session. When there are too many, of this user or in all, the one of these that was not used for longest
+// ends.
 const session &begin_session(session_table *table, const account &who, moment now);
 
 // The session of this cookie, or null. It counts as used.
 const session *find_session(session_table *table, std::string_view id, moment now);
 
+// Ends the session of this cookie, if there is one.
 void end_session(session_table *table, std::string_view id);
 
 // Ends the sessions whose account is gone or has another password or role now, and those that are over.
@@ -57,10 +59,11 @@ struct sign_in_guard {
 // Seconds until this address may try again, 0: now. Counts the try: checking a password is work, so that no more than
 // a few are checked a second whoever asks.
 int sign_in_wait(sign_in_guard *guard, const std::string &address, moment now);
+// The password was wrong: counts a failure. It was right: forgets those of the address.
 void sign_in_failed(sign_in_guard *guard, const std::string &address, moment now);
 void sign_in_good(sign_in_guard *guard, const std::string &address);
 
-// 32 random bytes as digits.
+// 32 random bytes as hexadecimal digits.
 std::string random_name();
 
 }  // namespace ravo::web

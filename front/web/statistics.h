@@ -22,7 +22,7 @@ struct counted {
     std::uint64_t sent = 0;
     std::uint64_t lost = 0;  // in the total only
     named_counts outcomes;   // "relayed", ...
-    named_counts types;      // "discover", ...; empty when the daemon does not tell them
+    named_counts types;      // "discover", ...; empty when the daemon does not count them
 };
 
 // Calls use with each element of the array that is this member of the document. Elements and members behind a fault in

@@ -6,7 +6,7 @@
     lease = client.wait_lease()
     client.release()
 
-Each asks at once and, where it can be told so, not again for ten seconds: on a busy machine a second question would
+Each asks at once and, where it has an option for that, not again for ten seconds: on a busy machine a second question would
 only blur what is seen of the first. Each runs in a mount and PID namespace of its own with a script of the lab, which
 writes what the client learned to a file and sets the address on the client's own device; nothing of the host is
 touched.
@@ -92,7 +92,7 @@ class Client:
         self.script.chmod(0o755)
 
     def steps(self):
-        """What the script was told so far, as dictionaries."""
+        """What the client handed the script so far, as dictionaries."""
         lines = self.events.read_text().splitlines() if self.events.exists() else []
         return [dict(word.split("=", 1) for word in line.split(" ")) for line in lines]
 

@@ -248,7 +248,7 @@ def frame_header(source_mac, destination_mac, source, destination, payload, *, s
 
 
 def relayed_request(message, giaddr, information=b""):
-    """What a server must get for a client's request: one hop more, the relay's address, option 82 where END stood."""
+    """What a server must get for a client's request: one hop more, the relay's address, option 82 where END was."""
     end = decode_dhcp(message).end
     return (message[:3] + bytes((message[3] + 1,)) + message[4:24] + packed(giaddr) + message[28:end] + information
             + b"\xff" + (b"" if information else message[end + 1:]))

@@ -94,7 +94,7 @@ class Lab:
     uplink_address = "192.0.2.1"
 
     def __init__(self, name="lab", servers=2):
-        """servers: how many server hosts stand on the uplink VLAN."""
+        """servers: how many server hosts are on the uplink VLAN."""
         self.name = name
         self.folder = None
         self.switch = None
@@ -267,7 +267,7 @@ class Lab:
         self._fresh &= used
 
     def save(self, folder):
-        """Keep what tells why something failed: captures, logs, configurations, the running configuration."""
+        """Keep what shows why something failed: captures, logs, configurations, the running configuration."""
         folder = Path(folder)
         folder.mkdir(parents=True, exist_ok=True)
         for number, capture in enumerate(self.captures, 1):

@@ -31,7 +31,7 @@ class LabError(Exception):
 def wait_for(condition, timeout, what, interval=0.01):
     """Call condition() until it returns something true, and return that. LabError after timeout seconds.
 
-    what: the thing waited for, as the end of "no ... within N seconds", or a function that tells it.
+    what: the thing waited for, as the end of "no ... within N seconds", or a function that returns it.
     """
     timeout *= PATIENCE
     end = time.monotonic() + timeout

@@ -124,7 +124,7 @@ def test_by_the_path_of_a_file(daemon):
     outside.write_text(f"{secret}\n")
     (folder / "link").symlink_to(outside)
     (folder / "pipe").symlink_to("/dev/zero")
-    place = f"does not stand in {folder}, from where configurations are read\n"
+    place = f"is not in {folder}, from where configurations are read\n"
     for path in (outside, folder / "link", folder / "pipe", folder / ".." / "outside", daemon.folder / "no" / "file",
                  "/etc/shadow", "/nowhere"):
         assert ran(daemon, "-c", f"configure replace {path}", status=1)[0] == f"% {path} {place}"

@@ -98,7 +98,7 @@ inline std::vector<std::string> messages_in(const std::string &page) {
     return lines;
 }
 
-// How a block of counters begins of which nothing has counted.
+// How a block of counters begins for which nothing was counted.
 inline constexpr char empty_block[] =
     "  received                          0  messages that came in\n"
     "  sent                              0  copies sent to servers and clients\n"

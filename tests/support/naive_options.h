@@ -88,10 +88,10 @@ inline std::optional<std::uint8_t> message_type(const held &message) {
     return {};
 }
 
-// What is told of the first option 82.
+// What there is to know of the first option 82.
 struct agent_found {
     bool present = false;
-    std::size_t circuit = 0;  // where its data stands, 0 unless that begins with a circuit id
+    std::size_t circuit = 0;  // where its data begins, 0 unless that begins with a circuit id
     std::uint8_t type = 0;    // the last message type before it
     bool typed = false;       // there was one
 };
@@ -129,7 +129,7 @@ inline identifiers identify(const held &message) {
     return out;
 }
 
-// What stands before the first zero byte.
+// What is before the first zero byte.
 inline std::string text_of(const bytes &data) {
     return {data.begin(), std::find(data.begin(), data.end(), 0)};
 }

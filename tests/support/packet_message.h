@@ -121,7 +121,7 @@ inline void put_address(bytes &to, const std::string &address) {
     put32(to, ntohl(in.s_addr));
 }
 
-// The message as it stands in its datagram.
+// The message as its datagram carries it.
 inline bytes encode(const message &msg) {
     bytes data = {msg.op, msg.htype, msg.hlen, msg.hops};
     put32(data, msg.xid);
@@ -146,7 +146,7 @@ inline message reply_message(const std::vector<bytes> &options) {
     return msg;
 }
 
-// The transaction id as the relay keeps it: the four bytes as they stand.
+// The transaction id as the relay keeps it: the four bytes in the order of the message.
 inline std::uint32_t stored_xid(const message &msg) {
     return htonl(msg.xid);
 }

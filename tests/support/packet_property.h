@@ -31,7 +31,7 @@ inline void forget_transactions() {
     while (ravo_db_xid_get_first(&entry) == 1) (void)ravo_db_xid_delete(&entry);
 }
 
-// Hands a message to the handler of the channel and tells what the message's outcome is.
+// Hands a message to the handler of the channel. Returns the message's outcome.
 inline relay_outcome outcome_of(const bytes &received, std::uint16_t vlan, std::uint32_t port) {
     fake::forget();
     fake::put_channel({received, port, vlan});

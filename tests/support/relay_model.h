@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the relay has to do with a message, told a second time: a model that shares no code with it. It takes one
+// What the relay has to do with a message, written a second time: a model that shares no code with it. It takes one
 // message of the packet channel with the place it came in, and answers with all that must leave the switch for it, byte
 // for byte. It knows messages and settings and nothing else, so a byte that comes from anywhere else shows.
 #ifndef RELAY_MODEL_H
@@ -30,7 +30,7 @@ struct client_host {
     bytes server;
 };
 
-// The settings of a VLAN interface; addresses are 4 bytes as they stand in messages.
+// The settings of a VLAN interface; addresses are 4 bytes in the order of messages.
 struct interface {
     std::uint16_t vlan = 0;
     bytes address = bytes(4);
@@ -113,7 +113,7 @@ class model {
         std::uint64_t until;
     };
 
-    std::map<bytes, transaction> open_ = {};  // by xid, as it stands in messages
+    std::map<bytes, transaction> open_ = {};  // by xid, its bytes in the order of messages
     std::uint64_t now_ = 0;
 
     bool passes_header(const naive::held &data) const {

@@ -15,7 +15,7 @@ let shown = null;
 let events = null;
 let turn = 0;
 
-function tellGone(text) {
+function showGone(text) {
   gone.hidden = !text;
   gone.textContent = text || "";
 }
@@ -53,12 +53,12 @@ function listen() {
     state.now = JSON.parse(event.data);
     const up = state.now.daemon.status === "up";
     const back = up && !gone.hidden;
-    tellGone(up ? "" : `The relay does not answer: ${state.now.daemon.reason || "it is not there"}. This page goes on by itself when it is back.`);
+    showGone(up ? "" : `The relay does not answer: ${state.now.daemon.reason || "it is not there"}. This page goes on by itself when it is back.`);
     if (back) show();
     else if (shown && shown.now) shown.now(state.now);
   });
   events.addEventListener("error", () => {
-    tellGone("The connection to the web server is broken. This page goes on by itself when it is back.");
+    showGone("The connection to the web server is broken. This page goes on by itself when it is back.");
     if (events.readyState === EventSource.CLOSED) setTimeout(async () => {
       try {
         const session = await get("/session");
@@ -75,7 +75,7 @@ function signIn(reason) {
   leave();
   ++turn;
   if (events) { events.close(); events = null; }
-  tellGone("");
+  showGone("");
   document.getElementById("top").hidden = true;
   document.title = "Sign in · ravo";
   const user = el("input", { type: "text", id: "user", name: "user", autocomplete: "username", required: true, autocapitalize: "none" });

@@ -27,7 +27,7 @@ function sumOf(member) {
   return sums;
 }
 
-// The names to draw: known order first, what is left by size; beyond eight the small ones become one.
+// The names to draw: those of the known order first, the others by size; eight at most, the others are left out.
 function namesOf(sums, order) {
   const rest = Object.keys(sums).filter((n) => !order.includes(n)).sort((a, b) => sums[b] - sums[a]);
   return [...order.filter((n) => sums[n]), ...rest].slice(0, slots);
@@ -67,7 +67,7 @@ function chips(s) {
 }
 
 function silence(row) {
-  const seconds = row.silent_seconds ?? row.silent_s ?? row.silent;
+  const seconds = row.silent_seconds;
   if (!row.asked) return el("span", { class: "soft" }, "not asked yet");
   if (typeof seconds !== "number" || seconds <= 0) return row.answered ? el("span", { class: "good" }, "answers") : el("span", { class: "soft" }, "no answer yet");
   return el("span", { class: "bad" }, `silent for ${duration(seconds)}`);
@@ -85,7 +85,7 @@ function servers(value) {
 function advice(value) {
   const list = value.advice || [];
   if (!list.length) return el("p", { class: "good" }, "Nothing to advise: everything is as it should be.");
-  const text = (a) => (typeof a === "string" ? [a] : [el("b", {}, a.what || a.problem || a.text || ""), a.remedy || a.do ? el("div", { class: "soft" }, a.remedy || a.do) : null]);
+  const text = (a) => [el("b", {}, a.what || ""), a.remedy ? el("div", { class: "soft" }, a.remedy) : null];
   return el("ul", { class: "list advice" }, list.map((a) => el("li", {}, el("span", { class: "dot" }), el("div", {}, text(a)))));
 }
 

@@ -71,7 +71,7 @@ struct command_traits {
     audience who = audience::operators;
     json_handler json = nullptr;   // null: no document
     const char *schema = nullptr;  // name of the document's schema: docs/schema/NAME.schema.json
-    held_check held = nullptr;     // null: what it says is said when a file is replayed too
+    held_check held = nullptr;     // null: when it is refused in a replayed file, that is a fault in any case
     bool judged = true;            // false: a check of a file passes it over, as it cannot be tried without effect
     bool has_line = false;         // its argument is a line of its own, which output filters are for
     bool stands_for = false;       // another word for a command, which it runs: that one is guarded and recorded
@@ -108,7 +108,7 @@ void expect_commands(struct cli_tree *tree, std::span<const known_command> rows)
 using value_offer = std::function<void(std::string_view typed, std::vector<std::string> *out)>;
 void offer_values(const std::string &token, value_offer offer);
 
-// The known commands that have not been installed; a daemon that was taken for another has some.
+// The known commands that the daemon has not installed. A daemon that the rows were not written for leaves some out.
 std::vector<std::string> missing_commands();
 
 }  // namespace ravo::cli

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Command definitions are text for people ("no ip dhcp relay address [A.B.C.D]"); here they become items, and words are
-// held against them.
+// Command definitions are text for people ("no ip dhcp relay address [A.B.C.D]"); here they become items, and typed
+// words are compared with them.
 //
 // A command is a row of items. Most hold one token; a group in brackets holds several and may be left out; a choice
 // holds keywords of which one is typed. Walking the row with optional items skipped gives the tokens that may come

@@ -163,7 +163,7 @@ int run_reset() {
     if (reset == nullptr) return 1;
     const int result = reset();
     for (const std::function<void()> &listener : reset_listeners()) listener();
-    platform::nsm_deliver_existing();  // the daemon forgot them, and the system will not tell of them again
+    platform::nsm_deliver_existing();  // the daemon forgot them, and the kernel does not report them again
     return result;
 }
 

@@ -33,8 +33,8 @@ struct caller {
     audience who = audience::operators;
 };
 
-// Holds a line's words against the commands that a caller may give in a mode: those of the mode, and those of others
-// that only look.
+// Compares a line's words with the commands that a caller may give in a mode: those of the mode, and those of other
+// modes that only look. line: the text that the words were split from; LINE takes its rest.
 match match_line(const cli_tree &tree, int mode, const caller &by, const std::vector<word> &words,
                  std::string_view line);
 

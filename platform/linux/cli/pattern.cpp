@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// A pattern becomes an automaton whose states are its places, the characters as they stand in it: which place may be
-// first, which last, and which may follow which. Repetitions only add arrows, so the automaton is never larger than the
-// text. A line is run through it with the set of all places that what was read so far can have ended at; what has to be
-// tried for a character is at most each place once, whatever the pattern.
+// A pattern becomes an automaton whose states are its places. A place is a character of the pattern, or what is written
+// for one ("[a-z]", "\w"); the automaton knows which place may be first, which last, and which may follow which.
+// Repetitions only add more of the latter, so the automaton is never larger than the text. A line is run through it
+// with the set of all places at which what was read so far can have ended; for a character each place is tried at most
+// once, whatever the pattern.
 //
-// Anchors and edges of words are places too, which take no character but hold in the gap between two.
+// Anchors and edges of words are places too. They take no character but ask something of the gap between two, and are
+// tried again until a gap leads to no further place.
 #include "cli/pattern.h"
 
 #include <cctype>
@@ -31,7 +33,7 @@ bool place_set::any() const {
 
 namespace {
 
-// All that may follow places of a set.
+// Calls with each place of a set, in their order in the pattern.
 template <typename use>
 void each_place(const place_set &places, use call) {
     for (std::size_t i = 0; i < places.words.size(); ++i)
@@ -301,9 +303,9 @@ class reader {
     fault wrong_;
 };
 
-// ---- Holding it against a line ----
+// ---- Matching a line ----
 
-// The places that hold in the gap before a character.
+// The places whose condition holds in the gap before a character.
 place_set holding(const pattern &what, std::string_view line, std::size_t at) {
     const bool before = at > 0 && is_word(static_cast<unsigned char>(line[at - 1]));
     const bool behind = at < line.size() && is_word(static_cast<unsigned char>(line[at]));

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Patterns of output filters, held against lines in bounded time and memory.
+// Patterns of output filters, matched against lines in bounded time and memory.
 //
 // They are POSIX extended regular expressions over bytes, with the usual escapes of GNU ("\w", "\W", "\s", "\S", "\b",
-// "\B", "\<", "\>", "\`", "\'"), without back-references and repetition counts. A pattern of n characters takes at most
-// n steps for each character of a line, and a few kilobytes.
+// "\B", "\<", "\>", "\`", "\'"), without back-references and repetition counts. A pattern of n characters takes a few
+// kilobytes, and for each character of a line at most n steps; with anchors or edges of words, n for each of these.
 #ifndef PLATFORM_LINUX_CLI_PATTERN_H
 #define PLATFORM_LINUX_CLI_PATTERN_H
 

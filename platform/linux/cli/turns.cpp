@@ -60,7 +60,7 @@ struct turns {
     std::function<void()> work;
     std::byte *memory = nullptr;  // the page below the stack, and the stack
     std::size_t memory_size = 0;
-    ucontext_t here{};  // how far the work is
+    ucontext_t here{};  // where the work goes on
     ucontext_t loop{};  // where the event loop waits for the turn's end
     stack_marks marks;
     steady::time_point due;  // when the turn is over
@@ -114,7 +114,7 @@ void prepare(turns &task) {
 }  // namespace
 
 void turns_delete::operator()(turns *task) const {
-    if (task == current) return;  // the process ends by this task, on whose stack we stand
+    if (task == current) return;  // the process ends by this task, on whose stack this runs
     if (task->begun && !task->done && !process_ends) {
         task->given_up = true;
         (void)turns_go_on(*task, std::chrono::microseconds(0));
@@ -124,8 +124,8 @@ void turns_delete::operator()(turns *task) const {
 }
 
 turns_ptr turns_begin(std::function<void()> work) {
-    // Told before whatever holds tasks is destroyed, as that was there before the first task.
-    [[maybe_unused]] static const int told = std::atexit([] { process_ends = true; });
+    // Runs before whatever holds tasks is destroyed, as that was constructed before the first task was made.
+    [[maybe_unused]] static const int registered = std::atexit([] { process_ends = true; });
     turns_ptr task(new turns);
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     const std::size_t size = stack_size + page;

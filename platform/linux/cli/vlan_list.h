@@ -16,7 +16,7 @@ namespace ravo::cli {
 // The fault, if any: what is wrong, naming the item; *out is then unchanged.
 fault read_vlan_list(std::string_view text, std::vector<std::uint16_t> *out);
 
-// The list of VLAN ids that stand in order, as ranges where they follow each other; empty for none.
+// The text of a list of VLAN ids in ascending order, as ranges where they follow each other; empty for none.
 std::string vlan_list_text(const std::vector<std::uint16_t> &vlans);
 
 }  // namespace ravo::cli

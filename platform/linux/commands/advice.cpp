@@ -74,10 +74,10 @@ void on_server_addresses(const advice_facts &facts, list &out) {
         for (const std::uint32_t server : all_servers(iface)) {
             const std::string fault = fault_of_server(facts, server);
             if (fault.empty()) continue;
-            const bool is_road = facts.unreachable.contains(server) && fault.ends_with("leads");
-            out.push_back({is_road ? "no-route" : "bad-server",
+            const bool no_route = facts.unreachable.contains(server) && fault.ends_with("leads");
+            out.push_back({no_route ? "no-route" : "bad-server",
                            "server " + ipv4_text(server) + " of interface " + iface.name + " is " + fault,
-                           is_road ? "add a route to it" : "configure the address of a DHCP server"});
+                           no_route ? "add a route to it" : "configure the address of a DHCP server"});
         }
     }
 }

@@ -19,7 +19,7 @@ struct advice {
     std::string remedy;  // what to do
 };
 
-// What advice is given from.
+// What advice is derived from.
 struct advice_facts {
     relay_settings settings{};
     std::vector<relay_interface> interfaces;        // the relay's records
@@ -28,7 +28,7 @@ struct advice_facts {
     std::set<std::uint32_t> own_addresses;          // of this host, network byte order
     std::set<std::uint32_t> unreachable;            // servers to which no route leads
     std::vector<std::string> guessed_ports;         // devices that got the next free number
-    std::vector<std::string> waiting;               // interfaces whose settings wait
+    std::vector<std::string> waiting;               // interfaces that are not there, and for which settings wait
     std::uint64_t unknown_tags = 0;                 // messages with a tag that no interface has
     std::uint64_t lost = 0;                         // messages that came too fast
     std::int64_t now_us = 0;                        // microseconds since 1970
@@ -38,14 +38,14 @@ struct advice_facts {
     bool remembers = true;                          // there is a state folder
 };
 
-// What is to be said of these facts; in the order of its weight.
+// The advice that follows from these facts, the gravest trouble first; empty when all is well.
 std::vector<advice> advice_on(const advice_facts &facts);
 
-// The facts as they are.
+// Collects the facts of this moment. With many interfaces others have their turns meanwhile (cli/turns.h).
 advice_facts advice_gather();
 
 // Writes a line to the log for each that was not there the last time.
-void advice_tell(const std::vector<advice> &all);
+void advice_report(const std::vector<advice> &all);
 
 }  // namespace ravo::cli
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The command that gives advice, and the look every 10 s that tells the log what is new.
+// The command that gives advice, and the check every 10 s that writes new advice to the log.
 #include <algorithm>
 #include <set>
 #include <string>
@@ -20,7 +20,7 @@ namespace {
 
 constexpr timeval every = {.tv_sec = 10, .tv_usec = 0};
 
-std::set<std::string> told;  // kind and subject of what the log has heard of
+std::set<std::string> reported;  // kind and subject of what is in the log already
 platform::event_ptr look;
 
 int show_advice(struct cli *cli, int /*argc*/, char ** /*argv*/) {
@@ -49,14 +49,14 @@ int advice_json(struct cli * /*cli*/, int /*argc*/, char ** /*argv*/, json_write
     return 0;
 }
 
-// A number in the words would make the same trouble a new one each time.
+// What advice is about. Where its text has a count, the kind alone: with each new count it would be new advice.
 std::string subject_of(const advice &each) {
     const bool counted = each.kind == "unknown-vlan" || each.kind == "messages-lost";
     return counted ? each.kind : each.kind + ": " + each.what;
 }
 
 void on_look(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) {
-    advice_tell(advice_on(advice_gather()));
+    advice_report(advice_on(advice_gather()));
 }
 
 constexpr command_row rows[] = {
@@ -69,16 +69,16 @@ constexpr command_row rows[] = {
 
 }  // namespace
 
-void advice_tell(const std::vector<advice> &all) {
+void advice_report(const std::vector<advice> &all) {
     std::set<std::string> now;
     for (const advice &each : all) {
         const std::string subject = subject_of(each);
         now.insert(subject);
-        // What is said at the start, or right after each change, needs no second word.
-        if (each.kind == "not-remembered" || each.kind == "not-saved" || told.contains(subject)) continue;
+        // The log has the first since the start, and the second would follow each change.
+        if (each.kind == "not-remembered" || each.kind == "not-saved" || reported.contains(subject)) continue;
         platform::log_line(platform::log_level_warning, "advice: %s; %s", each.what.c_str(), each.remedy.c_str());
     }
-    told = std::move(now);
+    reported = std::move(now);
 }
 
 void advice_begin() {

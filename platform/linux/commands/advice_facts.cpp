@@ -69,7 +69,7 @@ void take_inventory(advice_facts &facts) {
     for (const waiting_interface &each : kept_waiting()) facts.waiting.push_back("vlan" + std::to_string(each.vlan));
 }
 
-// Whether the kernel knows a road to a server; nothing is sent.
+// Whether the kernel has a route to a server; nothing is sent.
 bool is_reachable(const platform::descriptor &probe, std::uint32_t server) {
     sockaddr_in to{};
     to.sin_family = AF_INET;
@@ -79,7 +79,7 @@ bool is_reachable(const platform::descriptor &probe, std::uint32_t server) {
     return errno != ENETUNREACH && errno != EHOSTUNREACH;
 }
 
-void take_roads(advice_facts &facts) {
+void take_routes(advice_facts &facts) {
     const platform::descriptor probe(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!probe) return;
     std::set<std::uint32_t> seen;  // many interfaces have the same
@@ -164,7 +164,7 @@ advice_facts advice_gather() {
     take_relay(facts);
     take_books(facts);
     take_inventory(facts);
-    take_roads(facts);
+    take_routes(facts);
     facts.trap = has_trap();
     facts.other_server = is_port_taken();
     facts.saved = is_saved();

@@ -75,7 +75,7 @@ int show_client(struct cli *cli, int /*argc*/, char **argv) {
     return 0;
 }
 
-// Forgets a client, or all: how they are doing, and their messages.
+// Forgets one client or all of them: their states, and their messages in the recorder.
 int clear_clients(struct cli *cli, int argc, char **argv) {
     if (argc == 0) {
         platform::clients_forget();
@@ -91,7 +91,7 @@ int clear_clients(struct cli *cli, int argc, char **argv) {
     return 0;
 }
 
-// Clients for completion: as many as can be looked through.
+// Clients for completion: no more than a person can look through.
 void offer_clients(std::string_view typed, std::vector<std::string> *out) {
     constexpr std::size_t most = 100;
     std::size_t offered = 0;

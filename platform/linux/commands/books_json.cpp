@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Documents on what became of messages, and on interfaces. They are written from the books and the inventory, never
-// from the text that people get.
+// Documents about what became of messages, and about clients. They are written from the books, never from the text that
+// people get.
 #include "commands/books_json.h"
 
 #include <cstdlib>
@@ -41,7 +41,7 @@ void add_counters(json_writer &out, const platform::book_counters &counters, boo
         json_number(out, platform::outcome_word(outcome), number(counters.by_outcome[outcome]));
     }
     json_close(out, '}');
-    // What has no type, or one that there is not, is what the others leave of "received".
+    // Messages without a type, or with an unknown one, are what is missing from the sum of these to "received".
     constexpr std::string_view types[platform::BOOK_TYPES] = {"",    "discover", "offer",   "request", "decline",
                                                               "ack", "nak",      "release", "inform"};
     json_open(out, "types", '{');

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The platform's own show commands as JSON; the relay's are in relay_json.h.
 //
-// Members keep their names and meanings; more may be added. What is not known is left out. docs/json.md tells them all.
+// Members keep their names and meanings; more may be added. What is not known is left out. docs/json.md lists them all.
 #ifndef PLATFORM_LINUX_COMMANDS_BOOKS_JSON_H
 #define PLATFORM_LINUX_COMMANDS_BOOKS_JSON_H
 

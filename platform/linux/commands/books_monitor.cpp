@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Commands that show messages as they are done with, and that write them to a capture file.
+// Commands that show each message as soon as the relay has dealt with it, and that write them to a capture file.
 //
 // The command's handler begins a watch on the books and returns; the session stays in the command until it is
 // interrupted, or until the capture is full or cannot be written. All of the watch belongs to the session: it ends with

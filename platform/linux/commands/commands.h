@@ -11,14 +11,14 @@ struct cli_tree;
 
 namespace ravo::cli {
 
-// Installs all commands of this room, and tells the library what is known of the relay's. To be called once, before the
-// daemon installs its own.
+// Installs all commands of this room, and hands the library what the platform knows of the relay's own. To be called
+// once, before the daemon installs those.
 void install_platform_commands(cli_tree *tree);
 
 void expect_relay_commands(cli_tree *tree);         // relay_commands.cpp
 void install_exec_commands(cli_tree *tree);         // session, log level, reset
 void install_log_monitor_commands(cli_tree *tree);  // the log at a terminal
-void install_show_commands(cli_tree *tree);         // version, history, log
+void install_show_commands(cli_tree *tree);         // version, history, privilege, log, services, all for support
 void install_interface_commands(cli_tree *tree);    // interfaces, ports and their numbers
 void install_other_words(cli_tree *tree);           // other words for commands, help
 void install_kept_commands(cli_tree *tree);         // settings of interfaces that are not there
@@ -27,10 +27,10 @@ void install_statistics_commands(cli_tree *tree);   // what became of messages
 void install_client_commands(cli_tree *tree);       // the clients seen lately
 void install_server_commands(cli_tree *tree);       // how servers answer
 void install_crash_commands(cli_tree *tree);        // messages that ended the daemon
-void install_monitor_commands(cli_tree *tree);      // messages as they are done with
+void install_monitor_commands(cli_tree *tree);      // each message as soon as it was dealt with
 void install_advice_commands(cli_tree *tree);       // what is wrong, and what to do
 
-// Begins and ends to look every 10 s for what is wrong, and to tell the log what is new.
+// Begins and ends to look every 10 s for what is wrong, and to write to the log what was not there the last time.
 void advice_begin();
 void advice_end();
 

@@ -4,7 +4,6 @@
 #include <string>
 
 #include "base/text.h"
-
 #include "cli/command_row.h"
 #include "cli/help_texts.h"
 #include "cli/session.h"
@@ -15,7 +14,7 @@ namespace ravo::cli {
 
 namespace {
 
-// What the relay begins with.
+// The relay's settings after start-up.
 constexpr char usual_hops[] = "ip dhcp relay hops 4";
 constexpr char usual_policy[] = "ip dhcp relay information policy replace";
 

@@ -75,7 +75,7 @@ std::int64_t add_trusted(json_writer &out, const relay_access &relay) {
     return total;
 }
 
-// xid: as it is in the message.
+// xid: in network byte order, as in the message. The first member is this number as the relay prints it.
 void add_xid(json_writer &out, std::uint32_t xid) {
     char text[9];
     std::snprintf(text, sizeof text, "%X", static_cast<unsigned>(xid));

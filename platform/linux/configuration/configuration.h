@@ -39,24 +39,25 @@ int replay_file(const std::string &path, bool optional, bool check_only,
 std::string extra_section(std::string_view daemon_text);
 
 // Replaces a file by this text so that, whatever happens meanwhile, the file holds its old or its new text, whole, and
-// on the disk before the function returns. What the file held before is kept as PATH.1. A symbolic link is
-// followed. The fault, if any: one line with the reason; the file is then untouched.
-// versions: how many of the files before are kept, as PATH.1, the last one, to PATH.5.
+// on the disk before the function returns. A symbolic link is followed. mode: of the files that are made. versions: how
+// many earlier texts are kept beside it, the last one as PATH.1, the one before that as PATH.2 and so on. The fault, if
+// any: one line with the reason; the file is then untouched.
 fault save_file(const std::string &path, std::string_view text, mode_t mode = 0600, int versions = 1);
 
 // Versions of the saved configuration that are kept beside the one in use.
 inline constexpr int saved_versions = 5;
 
-// A configuration that goes back by itself unless it is confirmed in time (unconfirmed.h): at a start, what is left of
-// the time goes on, and what is left of an earlier daemon's is made up for. At the end the time stops being looked at.
+// For a configuration that goes back by itself unless it is confirmed in time (unconfirmed.h). At a start: its time
+// goes on where the daemon before was ended, and when it has run out meanwhile the configuration goes back at once. At
+// the end: the timer is removed, the file with the time stays.
 void unconfirmed_resume();
 void unconfirmed_end();
 
 // Removes a file, or what a symbolic link leads to; PATH.1 stays. That there is no such file is no fault.
 fault erase_file(const std::string &path);
 
-// Why a path may be neither replaced nor erased: something else than an ordinary file is there, such as /dev/null.
-// A path where nothing is may.
+// Why a path may be neither replaced nor erased: something else than an ordinary file is there, such as /dev/null. No
+// fault when an ordinary file is there, or nothing.
 fault not_a_file(const std::string &path);
 
 // Most bytes that a file of commands may have.

@@ -2,7 +2,7 @@
 // Files of commands, read and replaced.
 //
 // A file is never written in place: its successor is written beside it, brought to the disk, and takes its name in one
-// step; then the folder is brought to the disk too. The predecessor is kept by the same road under its own name.
+// step; then the folder is brought to the disk too. The predecessor is kept in the same way under a name of its own.
 // Whoever is killed on the way leaves at most a file ".new" behind, which the next save takes over. Where the path is a
 // symbolic link, all this happens where it leads: who links the configuration to a disk wants it there.
 #include <fcntl.h>
@@ -28,7 +28,8 @@ using platform::replace_file;
 
 namespace {
 
-// Each version takes the next one's name, the last one goes. Whoever is killed on the way leaves a number out.
+// Each version takes the next one's name, the last one is lost. A process that is killed meanwhile leaves a gap in the
+// numbers.
 void age_versions(const std::string &path, int versions) {
     for (int number = versions - 1; number >= 1; --number)
         (void)rename((path + "." + std::to_string(number)).c_str(), (path + "." + std::to_string(number + 1)).c_str());
@@ -47,7 +48,7 @@ int keep_predecessor(const std::string &path, std::string_view text, mode_t mode
     return replace_file(path + ".1", old, mode);
 }
 
-// Of a file that could not be written or removed.
+// What helps when a file could not be written; empty when the error says it.
 std::string remedy(const std::string &path, int error) {
     if (error == EACCES || error == EPERM)
         return "; user " + std::to_string(geteuid()) + ", as whom the daemon runs, must own the folder " +

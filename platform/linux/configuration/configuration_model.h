@@ -16,7 +16,7 @@
 
 namespace ravo::cli {
 
-// What is configured. As made it has the relay's defaults.
+// What is configured. A new one is as the relay is without any settings.
 struct configuration {
     bool relay = false;
     bool option82 = false;
@@ -52,7 +52,7 @@ struct difference_line {
     std::string text;
 };
 std::vector<difference_line> difference(const configuration &first, const configuration &second);
-// How many of the lines have a sign.
+// How many of the lines are in one of the two alone.
 std::size_t count_changes(const std::vector<difference_line> &lines);
 
 // The commands that make one configuration the other, to be run from global configuration mode on while all that waits

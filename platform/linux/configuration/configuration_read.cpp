@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reading a configuration without setting anything.
 //
-// The lines go through a session like any others, which hands their settings over here. Those of an interface the
-// relay judges itself: they are given to a record of an interface that there is not, whose number no VLAN has, and read
-// back from it; so the rules of its tables are in one place. The global ones are few and have no rules.
+// The lines go through a session like any others, which hands their settings over here. Settings of an interface are
+// judged by the relay itself: they are made in the record of an interface that does not exist, whose number no VLAN
+// has, and read back from it; so the rules of the relay's tables are written once. The global settings are few and have
+// no rules.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -40,7 +41,7 @@ class workbench {
         return &ifp_;
     }
 
-    // Has the settings of this interface in it from now on.
+    // Puts the settings of this interface into the record, in place of another one's.
     void take(std::uint16_t vlan, const configuration &from) {
         if (vlan == vlan_) return;
         clear();
@@ -186,7 +187,7 @@ int take_setting(reader &r, const relay_call &call, const std::function<int()> &
     int result = run();
     call.s.ifp = entered;
     const relay_access *relay = platform::relay_data();
-    // What is so already is no fault, and a command that took something away tells that other servers are left.
+    // A setting that is made already is no fault.
     if (result != 0 && call.traits.held != nullptr && relay != nullptr &&
         call.traits.held({*relay, call.arguments, r.bench.ifp()->name}))
         result = 0;

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The way from the running configuration to another one is a row of ordinary commands. What they say is no verdict, as
-// some refuse what is so already and some tell how many servers are left: at the end the running configuration is
-// compared with what was wanted, and where it differs the same road leads back.
+// The way from the running configuration to another one is a row of ordinary commands. Their results do not show
+// whether that worked, as some refuse what is so already and some return how many servers are left. So the running
+// configuration is compared with the wanted one at the end, and where they differ the one before is put back in the
+// same way.
 #include "configuration/replace.h"
 
 #include "cli/session.h"

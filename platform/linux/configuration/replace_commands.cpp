@@ -74,10 +74,10 @@ int carry_out(session &s, const configuration &before, const configuration &want
     return 0;
 }
 
-// Where a text is, for what is said of its lines.
+// Where a text comes from, for messages about its lines.
 struct text_source {
     std::string place = "line ";  // what is before the number of a line
-    bool is_open = true;          // what is in a line may be said
+    bool is_open = true;          // messages may quote a line
 };
 
 int replace_by(session &s, std::string_view text, const replace_wish &wish, const text_source &from = {}) {
@@ -113,8 +113,8 @@ const std::string &startup_path() {
     return platform::frame_get_options().startup_config;
 }
 
-// Why a file may not be read for somebody: what is elsewhere than the saved configuration is not theirs because it
-// is the daemon's. Nor is it said what is there and what is not.
+// Why a file may not be read for somebody: the daemon can read files that are not for everybody who may give this
+// command, so it reads those beside the saved configuration alone. Nor is it said which others exist.
 fault refuse_place(const std::string &path) {
     if (!path.starts_with('/')) return {"\"" + path + "\" is no whole path, such as /etc/ravo/FILE"};
     const std::string folder = platform::real_path(platform::folder_of(startup_path()));
@@ -122,8 +122,7 @@ fault refuse_place(const std::string &path) {
     const std::string real = platform::real_path(path);
     const bool inside = !folder.empty() && !at.empty() && platform::is_below(at, folder);
     if (inside && (real.empty() || platform::is_below(real, folder))) return {};
-    return {path + " does not stand in " + platform::folder_of(startup_path()) +
-            ", from where configurations are read"};
+    return {path + " is not in " + platform::folder_of(startup_path()) + ", from where configurations are read"};
 }
 
 // Tells whether everybody may read a file.

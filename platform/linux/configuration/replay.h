@@ -11,8 +11,8 @@
 
 namespace ravo::cli {
 
-// Runs the lines from global configuration mode on. prepare: may change the session before its first line; each: called
-// behind each line. Returns the number of lines that failed, each of which was reported.
+// Runs the lines from global configuration mode on. prepare: may change the session before its first line; each, if
+// given: called after each line. Returns the number of lines that failed, each of which was reported.
 int replay_lines(std::string_view text, const line_report &report, const std::function<void(session &s)> &prepare,
                  const std::function<void(session &s)> &each = {});
 

@@ -14,8 +14,9 @@
 
 namespace ravo::cli {
 
-// Begins the time. before: the configuration to go back to, as text; while an earlier one waits it is that. The fault,
-// if any: one line that says what a restart would do, as nothing is remembered.
+// Begins the time. before: the configuration to go back to, as text; when a configuration is unconfirmed already, the
+// one before that stays what is gone back to. minutes: from now on. The fault, if any: one line that says why this does
+// not outlast a restart; within this life of the daemon the configuration goes back all the same.
 fault unconfirmed_begin(const std::string &before, int minutes);
 
 // The configuration stays. Returns false when none waits to be confirmed.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The socket takes connections and turns each into a session, or refuses it: the peer may be nobody who is allowed in,
-// or there may be too many sessions. Who it is the system is asked for first, off the event loop; root alone is known
-// without asking, and gets in whatever the system does. A session that ends says so from the event loop and is deleted
-// then.
+// or there may be too many sessions. First the system is asked for the names of the peer's user and of the groups, by
+// another thread (management_names.h); root is known without asking, and gets in even when the system does not answer.
+// A session that ends reports that from the event loop, and is deleted then.
 #include "management/management.h"
 
 #include <event2/event.h>
@@ -113,7 +113,7 @@ void decide(descriptor fd, management_peer peer, const known_names &names) {
               "permission denied: user " + peer.user + (names.groups_known ? " is " : ": ") + why);
 }
 
-// Asks who a peer is, and decides then. The connection waits in the answer's own hands.
+// Asks who a peer is, and decides then. Until then the function that takes the answer owns the connection.
 void ask_who(descriptor fd, const management_peer &peer) {
     const auto held = std::make_shared<descriptor>(std::move(fd));
     const bool asked = names_ask(peer.uid, state->settings.names_seconds, [held, peer](const known_names &names) {
@@ -141,7 +141,7 @@ void take_connection(descriptor fd) {
 
 // ---- Connections ----
 
-// The connection stays in the kernel's queue and would wake us for ever: look again a little later.
+// The connection stays in the kernel's queue, and the event would come again at once: look again a little later.
 void pause_connections(int error) {
     log_line(log_level_warning, "management: cannot take a connection now: %s", strerrordesc_np(error));
     event_del(state->readable.get());

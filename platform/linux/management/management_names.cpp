@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The thread takes questions from a list and puts answers on another; an event counter tells the event loop of them.
-// Each question has a timer: when it is over first, it is answered from what was known, and the late answer is only
-// remembered. When the system hangs, all questions end so; the thread hangs alone, and is left behind at the end.
+// The thread takes questions from a list and puts answers on another; an event counter wakes the event loop for them.
+// Each question has a timer: when it is over first, the question is answered from what was known, and the late answer
+// is only remembered. When the system hangs, all questions end so; the thread hangs alone, and is left behind at the
+// end.
 #include "management/management_names.h"
 
 #include <event2/event.h>
@@ -86,7 +87,7 @@ struct answer {
 struct desk {
     std::string viewers, admins;
     name_service service;
-    descriptor told;  // event counter
+    descriptor wake;  // event counter
     std::mutex lock;
     std::condition_variable changed;
     std::deque<question> questions;
@@ -101,7 +102,7 @@ void give(desk &at, answer found) {
     }
     at.changed.notify_all();
     constexpr std::uint64_t once = 1;
-    (void)!write(at.told.get(), &once, sizeof once);
+    (void)!write(at.wake.get(), &once, sizeof once);
 }
 
 void work(const std::shared_ptr<desk> &at) {
@@ -186,7 +187,7 @@ void take_answers() {
     }
 }
 
-void on_told(evutil_socket_t fd, short /*what*/, void * /*arg*/) {
+void on_wake(evutil_socket_t fd, short /*what*/, void * /*arg*/) {
     std::uint64_t times = 0;
     (void)!read(fd, &times, sizeof times);
     try {
@@ -217,9 +218,9 @@ fault names_open(const std::string &viewers, const std::string &admins, name_ser
     made->at->viewers = viewers;
     made->at->admins = admins;
     made->at->service = std::move(service);
-    made->at->told.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!made->at->told) return {std::string("cannot make an event counter: ") + strerrordesc_np(errno)};
-    made->readable.reset(event_new(loop_base(), made->at->told.get(), EV_READ | EV_PERSIST, on_told, nullptr));
+    made->at->wake.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!made->at->wake) return {std::string("cannot make an event counter: ") + strerrordesc_np(errno)};
+    made->readable.reset(event_new(loop_base(), made->at->wake.get(), EV_READ | EV_PERSIST, on_wake, nullptr));
     if (made->readable == nullptr || event_add(made->readable.get(), nullptr) != 0) return {"no memory"};
     if (const int reason = start_thread([at = made->at] { work(at); }); reason != 0)
         return {std::string("cannot start a thread: ") + strerrordesc_np(reason)};

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Names of users and numbers of groups, as the system knows them. It may ask other machines for them, which may not
-// answer; so a thread asks, and whoever waits does so for a limited time and then makes do with what was known before.
+// answer; so a thread asks, and whoever waits does so for a limited time and then gets what was known before.
 #ifndef PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_NAMES_H
 #define PLATFORM_LINUX_MANAGEMENT_MANAGEMENT_NAMES_H
 
@@ -26,7 +26,7 @@ struct known_names {
     bool groups_known = false;  // false: the system has never answered yet
 };
 
-// How the system is asked; tests ask somebody else.
+// How the system is asked; tests bring a service of their own.
 struct name_service {
     std::function<std::string(uid_t)> user;                                 // empty: no such user
     std::function<std::optional<gid_t>(const std::string &name)> group_id;  // none: no such group
@@ -35,7 +35,7 @@ name_service system_names();
 
 // Begins to ask for groups of these names. The fault, if any: why there is no thread for it.
 fault names_open(const std::string &viewers, const std::string &admins, name_service service);
-// What is asked still is answered nobody; a thread that waits for an answer is left behind.
+// Questions that are still open are never answered; a thread that waits for the system is left behind.
 void names_close();
 
 // Asks for a user's name and for both groups. done is called from the event loop, once, within about this time. Returns

@@ -13,15 +13,16 @@
 
 namespace ravo::platform {
 
-// As management_open, with these settings, and with somebody to ask for names.
+// As management_open, with these settings, and with this service that knows names.
 fault management_open_with(const std::string &path, const management_settings &settings,
                            name_service names = system_names());
 
-// Number of sessions that are open, and what there is to say of each, in the order in which they were opened.
+// Number of sessions that are open, and what others may know of each, in the order in which they were opened.
 std::size_t management_sessions();
 std::vector<session_about> management_session_list();
 
-// Ends a session. by: whose wish it is. Returns false when there is none of this number.
+// Ends a session; its client gets the reason. by: the user who asked for that. Returns false when there is no session
+// of this number.
 bool management_session_clear(unsigned number, const std::string &by);
 
 }  // namespace ravo::platform

@@ -191,7 +191,7 @@ waiting_frame look_at_input(const management_session &s) {
     const ev_ssize_t got = evbuffer_copyout(in, head_bytes, sizeof(head_bytes));
     if (got < 0) return {progress::broken};
     const bool first = s.line == nullptr;
-    // Junk is told from a frame by its first byte already.
+    // What is no frame shows that already in its first byte.
     if (first != (head_bytes[0] == static_cast<std::uint8_t>(protocol::frame_type::hello))) return {progress::broken};
     const auto head = protocol::read_head({head_bytes, static_cast<std::size_t>(got)});
     if (!head) return {progress::partial};

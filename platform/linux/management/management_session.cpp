@@ -42,7 +42,7 @@ void guarded(management_session &s, action act) {
     }
 }
 
-void tell_end(const management_session &s) {
+void log_end(const management_session &s) {
     const std::string_view why =
         s.out_of_memory ? "no memory is left for what it asked" : std::string_view(s.end_reason);
     if (s.line != nullptr)
@@ -56,7 +56,7 @@ void tell_end(const management_session &s) {
 
 void on_ended(evutil_socket_t /*fd*/, short /*what*/, void *arg) {
     auto *s = static_cast<management_session *>(arg);
-    tell_end(*s);
+    log_end(*s);
     s->on_end(s);
 }
 
@@ -69,12 +69,19 @@ void on_deadline(evutil_socket_t /*fd*/, short /*what*/, void *arg) {
     });
 }
 
-// Who watches messages, or waits for a command that takes its time, is not idle.
+// How long a session may go on without a request; 0 or less: its time is over. Who watches messages, or waits for a
+// command that takes its time, is not idle.
+double idle_seconds_left(const management_session &s) {
+    if (s.streaming || cli::session_busy(*s.line)) return s.settings->idle_seconds;
+    return s.settings->idle_seconds - std::chrono::duration<double>(std::chrono::steady_clock::now() - s.used).count();
+}
+
+// The limit may have been changed since the timer was set.
 void on_idle(evutil_socket_t /*fd*/, short /*what*/, void *arg) {
     auto *s = static_cast<management_session *>(arg);
-    if (s->line == nullptr) return;
-    if (s->streaming || cli::session_busy(*s->line)) {
-        const timeval time = to_timeval(s->settings->idle_seconds);
+    if (s->line == nullptr || s->settings->idle_seconds <= 0) return;
+    if (const double left = idle_seconds_left(*s); left > 0) {
+        const timeval time = to_timeval(left);
         evtimer_add(s->idle.get(), &time);
         return;
     }

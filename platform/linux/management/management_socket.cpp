@@ -69,7 +69,7 @@ std::string living(const std::string &path, int probe) {
 
 enum class file_state { none, stale, taken };
 
-// Looks who is behind the file. *why: set when it is taken or cannot be used.
+// Finds out whether anybody listens behind the file. *why: set when it is taken or cannot be used.
 file_state probe_file(const std::string &path, fault *why) {
     sockaddr_un address{};
     if (!fill_address(path, &address)) {

@@ -55,6 +55,7 @@ struct management_session {
     std::chrono::steady_clock::time_point used = std::chrono::steady_clock::now();  // the last request
 };
 
+// A time in seconds, not negative, as timers take it.
 timeval to_timeval(double seconds);
 
 // ---- management_output.cpp ----

@@ -5,7 +5,7 @@
 
 namespace ravo::platform {
 
-// Returns false when there is no memory.
+// Begins to give sessions their turns. Returns false when there is no memory.
 [[nodiscard]] bool management_turns_open();
 // All sessions must be gone.
 void management_turns_close();

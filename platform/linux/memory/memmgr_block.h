@@ -29,8 +29,8 @@ inline void *memmgr_side_at(std::uint32_t number) {
 // Calls a function with the side room of each record that is freed. NULL: none.
 void memmgr_on_free(void (*listener)(void *side_room));
 
-// Memory for the platform's own records on the relay's behalf, within the budget. size: more than
-// 128 and at most 1024. Its contents are undefined. NULL when budget or memory is used up.
+// Memory for the platform's own records on the relay's behalf, such as a tree's nodes, within the budget. size: bytes,
+// more than 128 and at most 1024. Its contents are undefined. NULL when budget or memory is used up.
 void *memmgr_take_node(std::size_t size);
 void memmgr_give_node(void *node);
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The region begins with the spans' records, for which the first spans are set aside. A span is full, in the list of
-// those with room for one size, or empty; of the empty ones a few keep their memory, so that a map that breathes does
-// not ask the system for memory at each breath. Free blocks of a span form a list through their first bytes; blocks
-// behind `fresh` have never been given out, so that memory is not touched before it is needed.
+// those with room for one size, or empty; of the empty ones a few keep their memory, so that a tree that grows and
+// shrinks all the time does not ask the system for memory each time. Free blocks of a span form a list through their
+// first bytes; blocks behind `fresh` have never been given out, so that memory is not touched before it is needed.
 #include "memory/slab.h"
 
 #include <sys/mman.h>

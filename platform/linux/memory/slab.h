@@ -20,11 +20,13 @@ constexpr std::size_t slab_size(std::size_t kind) {
     return slab_line << kind;
 }
 
-// Says how many bytes the region is to have room for. Counts until the first block is asked for.
+// Says how many bytes the region is to have room for; 0: as many as it has without a limit. Has no effect once the
+// first block was asked for.
 void slab_reserve(std::size_t bytes);
 
 // Returns a block of slab_size(kind), its contents undefined; NULL when the region is full or the system has no memory.
 void *slab_take(std::size_t kind);
+// Takes back a block of slab_take.
 void slab_give(void *block);
 
 // Tells whether an address lies in the region.

@@ -149,13 +149,13 @@ TEST(Advice, TheLogHearsOfEachOnceUntilItIsGone) {
     const advice trouble{"port-67-taken", "somebody has it", "end it"};
     const advice counted{"messages-lost", "5 messages", "limit them"};
     const advice known{"not-saved", "it is not saved", "save it"};
-    advice_tell({trouble, counted, known});
-    advice_tell({trouble, {"messages-lost", "6 messages", "limit them"}});
+    advice_report({trouble, counted, known});
+    advice_report({trouble, {"messages-lost", "6 messages", "limit them"}});
     EXPECT_THAT(lines, ElementsAre("advice: somebody has it; end it", "advice: 5 messages; limit them"));
-    advice_tell({});
-    advice_tell({trouble});
+    advice_report({});
+    advice_report({trouble});
     EXPECT_THAT(lines, testing::SizeIs(3));
-    advice_tell({});
+    advice_report({});
     ravo::platform::log_remove_listener(listener);
 }
 

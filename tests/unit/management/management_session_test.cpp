@@ -150,6 +150,25 @@ TEST_F(Management, EndsASessionThatNobodyUses) {
     EXPECT_THAT(platform::log_recent(), Contains(EndsWith(" is closed: it was not used for 0 minutes")));
 }
 
+TEST_F(Management, KeepsAnUnusedSessionWhenTheLimitWasRaisedOrTakenAwayMeanwhile) {
+    for (const std::uint32_t minutes : {0u, 1u}) {
+        open({.idle_seconds = 0.05});
+        client c(path);
+        greet(c);
+        platform::management_limit({.idle_minutes = minutes});
+        // The loop serves timers in the order of their times: when this one is over, the session's was.
+        bool over = false;
+        const timeval later{0, 200000};
+        event_base_once(
+            platform::loop_base(), -1, EV_TIMEOUT, [](int, short, void *flag) { *static_cast<bool *>(flag) = true; },
+            &over, &later);
+        EXPECT_TRUE(serve_until([&over] { return over; }));
+        expect_served(c);
+        EXPECT_EQ(management_sessions(), 1U);
+    }
+    platform::management_limit({});
+}
+
 TEST_F(Management, DropsAClientThatStopsReadingAfterAWhile) {
     open({.stall_seconds = 0.1});
     client c(path);
