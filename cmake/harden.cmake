@@ -3,7 +3,7 @@
 #
 # ravo_harden(TARGET...): libraries and programs whose code is ours. Copies of known size are checked, containers check
 # their indexes, what is not initialised is zero, the stack grows page by page and its frames are guarded, indirect calls
-# and returns are marked for the processor's checks; the program may stand anywhere, and its table of calls is read-only
+# and returns are marked for the processor's checks; the program may be loaded anywhere, and its table of calls is read-only
 # from the start. The copies' checks need an optimising build; the sanitizers check the same, and find what zeros hide.
 include(CheckCXXCompilerFlag)
 

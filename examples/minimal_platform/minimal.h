@@ -19,7 +19,7 @@ inline constexpr std::uint16_t vlan = 10;
 // result; a text that nothing installed ends the program.
 int command(const std::string &text, std::vector<std::string> words = {});
 
-// network.cpp: tells the relay's hooks of the interface, as it comes up.
+// network.cpp: reports the interface to the relay's hooks, as it comes up.
 void interface_up();
 // network.cpp: lets a DHCP message to this address (network byte order) come in, and returns what the relay sent for
 // it, empty for nothing.

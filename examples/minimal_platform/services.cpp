@@ -30,7 +30,7 @@ int VEX_INIT_Sys_Init(uintptr_t *record) {
     reinterpret_cast<vex_init_nsm>(record[VEX_INIT_NSM])(nullptr);
     reinterpret_cast<vex_init_start>(record[VEX_INIT_START])(nullptr, nullptr);
     minimal::interface_up();  // hooks wait until the start-up callback has created the databases
-    minimal::exchange();      // where a real platform serves events until told to end
+    minimal::exchange();      // where a real platform serves events until the daemon is to end
     return 0;
 }
 

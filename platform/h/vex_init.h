@@ -39,7 +39,7 @@ uintptr_t *VEX_INIT_alloc(void);
 
 // Runs the daemon: reads the options of the process, sets up logging and the event loop, calls the three
 // callbacks (commands, interfaces, start-up), delivers the interfaces and addresses that exist as events,
-// replays the start-up configuration, opens the management socket, and serves events until told to end.
+// replays the start-up configuration, opens the management socket, and serves events until a signal ends it.
 // record: the record of VEX_INIT_alloc with its words filled. Returns the exit status the frame found: 0
 // after an orderly end. Faults that keep the daemon from starting end the process with status 1 and one
 // line on standard error.

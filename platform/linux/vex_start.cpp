@@ -113,7 +113,7 @@ int check_files(const frame_options &options, const relay_start &relay) {
 
 // ---- --lend-gate ----
 
-// What was asked is answered, also when that is a refusal, which the asker tells.
+// The asker gets an answer also when it is a refusal, and then logs it.
 int lend_gate() {
     unsetenv("NOTIFY_SOCKET");
     const fault wrong = gate_lend(STDIN_FILENO);

@@ -31,7 +31,7 @@ def build_here():
 
 
 def copy_sources(to):
-    """The tree as it stands, what was built left out."""
+    """The tree as it is now, what was built left out."""
     listed = subprocess.run(["git", "-C", REPOSITORY, "ls-files", "-z", "--cached", "--others", "--exclude-standard"], check=True,
                             capture_output=True).stdout
     names = [name for name in os.fsdecode(listed).split("\0") if name and (REPOSITORY / name).is_file()]

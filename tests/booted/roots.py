@@ -20,7 +20,7 @@ HERE_PROGRAMS = {"systemctl": "systemd", "udhcpc": "udhcpc", "dnsmasq": "dnsmasq
 
 
 class Unavailable(Exception):
-    """A machine cannot be booted here; the text tells why."""
+    """A machine cannot be booted here; the text says why."""
 
 
 def need(programs):

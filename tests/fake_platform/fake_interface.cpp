@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Interface objects by number, with stable addresses. The number of a name that is no VLAN interface must be told
-// first.
+// Interface objects by number, with stable addresses. The number of a name that is no VLAN interface must be set first.
 #include "fake_interface.h"
 
 #include <algorithm>

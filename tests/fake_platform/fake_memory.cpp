@@ -29,7 +29,7 @@ struct by_key {
     bool operator()(const void *a, const void *b) const { return compare(a, b) < 0; }
 };
 
-// A platform may read four bytes of every record and key: a sanitizer tells of one that is shorter.
+// A platform may read four bytes of every record and key: a sanitizer reports one that is shorter.
 std::uint32_t beginning_of(const void *key) {
     std::uint32_t beginning = 0;
     std::memcpy(&beginning, key, sizeof beginning);

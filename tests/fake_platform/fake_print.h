@@ -18,7 +18,7 @@ struct line {
 // Printed lines, as they were printed. Lines of level 0 also go to standard error.
 extern std::vector<line> printed;
 
-// The printed lines with the source line that stands behind the function's name replaced by '#':
+// The printed lines with the source line behind the function's name replaced by '#':
 // "ravo_db_if_add (#): ...".
 std::vector<line> traces();
 

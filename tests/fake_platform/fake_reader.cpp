@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Readers are called only when a test makes their descriptor readable. A handle is a number of its own, so that a
-// handle variable which was overwritten is told from the right one.
+// handle variable which was overwritten differs from the right one.
 #include <algorithm>
 #include <cstdint>
 

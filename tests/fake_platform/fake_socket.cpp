@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Descriptors count upward from 100, so that a descriptor in a test's expectation tells which socket is meant and a
+// Descriptors count upward from 100, so that a descriptor in a test's expectation shows which socket is meant and a
 // closed one is never mistaken for an open one.
 #include "fake_socket.h"
 

@@ -122,7 +122,7 @@ int order(const char *function, void *return_address) {
     return table->error;
 }
 
-// How a call tells that it failed.
+// How a call reports that it failed.
 enum class failing { minus_one, null, number, after };
 
 long failed(failing how, int error) {

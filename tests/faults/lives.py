@@ -160,7 +160,7 @@ class Life:
             raise Wrong(f"not back after crash {number}, or without a word of it: {self.log[-1500:]}") from None
 
     def reload(self, description=SWITCH.format(6)):
-        """The switch description read again; a failure is told and tried again, as an operator would."""
+        """The switch description read again; a failure is reported and tried again, as an operator would."""
         self.relay.switch_file.write_text(description)
         for again in (False, True):
             mark = len(self.log)

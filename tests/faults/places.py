@@ -42,7 +42,7 @@ def source(where):
 
 
 def frames_of(program, offsets):
-    """Of each offset behind a call the functions that it stands in: [(source, function)], those put into others first."""
+    """Of each offset behind a call the functions that it is in: [(source, function)], those put into others first."""
     told = output("addr2line", "--exe", program, "--addresses", "--functions", "--inlines", "--demangle",
                   input="".join(f"{offset - 1:#x}\n" for offset in offsets))
     blocks = re.split(r"^0x[0-9a-f]+\n", told, flags=re.M)[1:]

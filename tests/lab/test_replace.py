@@ -103,7 +103,7 @@ def test_the_audit_says_what_became_of_it(daemon):
 
 
 def test_by_the_path_of_a_file(daemon):
-    """A file beside the saved configuration; of what else the daemon could read nothing is told."""
+    """A file beside the saved configuration; nothing is said of what else the daemon could read."""
     folder = daemon.startup.parent
     wanted = folder / "wanted"
     wanted.write_text("ip dhcp relay hops 7\n")

@@ -83,7 +83,7 @@ def drawn(browser):
 
 
 def untold(errors):
-    """Without what a daemon that does not tell its servers and advice yet makes the browser say."""
+    """Without what the browser reports of a daemon that does not show its servers and advice yet."""
     return [line for line in errors if "501 (Not Implemented)" not in line]
 
 

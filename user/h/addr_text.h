@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-// Holds the text of one address, so that several can stand in one line.
+// Holds the text of one address, so that one line can have several.
 struct addr_text {
     char text[INET_ADDRSTRLEN];
 };

@@ -130,7 +130,7 @@ inline void DHCP_eraseOption(std::uint8_t *opt, std::uint8_t *end_opt) {
     if (next <= end_opt) std::memmove(opt, next, static_cast<std::size_t>(end_opt - next) + 1);
 }
 
-// What one walk over a message's options tells. Positions are counted from the first option behind the cookie; -1:
+// What one walk over a message's options finds. Positions are counted from the first option behind the cookie; -1:
 // there is none. What is behind the end option is walked, but not noted.
 struct dhcp_notes {
     std::int32_t type;               // value of the first option 53, -1 for none

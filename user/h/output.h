@@ -33,7 +33,7 @@ const char *addressText(int family, const void *address, char *buffer, std::size
 void appendFormat(char **cursor, std::size_t *room, const char *format, ...) __attribute__((format(printf, 3, 4)));
 // Appends text to destination when it is shorter than *room, which then shrinks.
 void appendText(char *destination, const char *text, std::size_t *room);
-// Writes one line about a received message. length: its bytes, -1 for a failed receive (errno tells why).
+// Writes one line about a received message. length: its bytes, -1 for a failed receive (errno says why).
 void tracePacket(const std::uint8_t *message, ssize_t length, const ravo_pktinfo *info, const struct sockaddr *peer);
 
 #endif

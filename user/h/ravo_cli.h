@@ -66,7 +66,7 @@ int ravo_cmd_show_trust_tbl(struct cli *cli, int argc, char **argv);
 // The code by which the web pages know a result of an operation.
 [[nodiscard]] std::uint32_t ravo_web_code_of(std::uint32_t result);
 
-// Checks that text is a VLAN id, 1 to 4094. Returns 0; 1 when it is none, and then tells the user.
+// Checks that text is a VLAN id, 1 to 4094. Returns 0; 1 when it is none, after it printed that.
 [[nodiscard]] int ravo_check_vlan_id(struct cli *cli, const char *text);
 
 // ravo_cli_write.cpp: writes the relay's section of the running configuration. Returns the number of sections counted.

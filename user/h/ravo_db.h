@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Relay settings, and the result codes of what changes them.
 //
-// All global settings are in one record that is only ever copied whole, in and out. Every change tells the platform
-// whether the relay service runs.
+// All global settings are in one record that is only ever copied whole, in and out. Every change reports to the
+// platform whether the relay service runs.
 #ifndef RAVO_DB_H
 #define RAVO_DB_H
 

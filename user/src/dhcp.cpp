@@ -90,7 +90,7 @@ constexpr auto noticed = [] {
 // noted can change: the processor keeps it at hand.
 bool walk_to_end(chain *from, dhcp_notes *notes) {
     chain walk = *from;
-    // Of what is longer than one byte the length byte stands inside.
+    // An option that is longer than one byte has its length byte inside.
     while (walk.at + 1 < walk.limit) {
         const std::uint8_t code = walk.options[walk.at];
         if (noticed[code]) {

@@ -77,7 +77,7 @@ bool all_hex(const char *digits) {
     return true;
 }
 
-// Checks a client identifier as it was typed, and tells the user what is wrong with it.
+// Checks a client identifier as it was typed, and prints what is wrong with it.
 bool client_id_valid(cli *cli, const char *word) {
     const bool prints = ravo_cli_prints(cli);
     const std::size_t length = std::strlen(word);

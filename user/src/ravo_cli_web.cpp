@@ -187,7 +187,7 @@ int trust_put_row(struct cli *cli, void *key) {
 
 // ---- Changes by the web pages ----
 
-// Reads STATE into the record's trust. Returns false when it is no state, and tells the user.
+// Reads STATE into the record's trust. Returns false, and prints a line, when it is no state.
 bool set_trust(struct cli *cli, const char *state, iface *record) {
     int ok = 0;
     const int value = cmd_str2int(state, &ok);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The relay's way in.
 //
-// While relaying is on, messages come in through the platform's layer-2 channel, which tells the ingress VLAN and port;
+// While relaying is on, messages come in through the platform's layer-2 channel, with their ingress VLAN and port;
 // a message is validated, counted by its type, matched to its interface and handed to local relay and to the relay
 // decisions. The UDP handler does the same for a socket on port 67 that nothing opens in normal operation: both read
 // their message in their own way and then go down one ladder. A message is in a message_buffer from here on, so

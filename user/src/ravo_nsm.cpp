@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Following the switch's interfaces.
 //
-// The platform tells of interfaces that come up or go away and of addresses that come or go. Each VLAN interface that
+// The platform reports interfaces that come up or go away and addresses that come or go. Each VLAN interface that
 // comes up gets a record in the interface database, or its record is refreshed, so that commands and the packet path
 // always find its current number and addresses. A record goes with its interface; it also goes with its primary address
 // unless plain servers are configured on it.
@@ -25,7 +25,7 @@ bool handled(const struct interface *ifp) {
 
 // deliberate: two traces have the format of a hexadecimal number where others have dotted text. What is there is
 // the address as a number, 192.0.2.1 as C0000201. The place of a text in memory would fit the format too, but it would
-// tell nobody which address is meant, and tell everybody who reads the log where the process keeps its data.
+// show nobody which address is meant, and show everybody who reads the log where the process keeps its data.
 unsigned traced_number(const connected &ifc) {
     return ntohl(ifc.address);
 }

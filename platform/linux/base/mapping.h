@@ -14,7 +14,7 @@ class mapping {
   public:
     mapping() = default;
     // Maps bytes of a descriptor for reading and writing, shared with whoever else has them; fd -1: zeroed memory of
-    // the process's own. Owns nothing, and errno tells why, when that fails.
+    // the process's own. Owns nothing, and errno says why, when that fails.
     mapping(int fd, std::size_t size, std::size_t offset = 0) : size_(size) {
         const int flags = fd >= 0 ? MAP_SHARED : MAP_PRIVATE | MAP_ANONYMOUS;
         void *at = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, flags, fd, static_cast<off_t>(offset));

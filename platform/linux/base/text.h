@@ -18,7 +18,7 @@ inline std::string ipv4_text(std::uint32_t address) {
     return inet_ntop(AF_INET, &address, text, sizeof text);
 }
 
-// A text from outside as it may stand in the log or on a terminal: what is no printable ASCII character is shown as
+// A text from outside, made fit for the log or a terminal: what is no printable ASCII character is shown as
 // "?", and of a long one only the beginning.
 inline std::string printable_text(std::string_view text, std::size_t most = 200) {
     std::string out(text.substr(0, most));

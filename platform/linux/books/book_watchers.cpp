@@ -13,7 +13,7 @@ struct watcher_slot {
     books_watcher watcher;
 };
 
-std::list<watcher_slot> slots;  // a list: watchers may come and go while they are told
+std::list<watcher_slot> slots;  // a list: watchers may come and go while they are called
 int next_watcher = 1;
 bool telling = false;
 
@@ -26,7 +26,7 @@ void forget_those_taken_off() {
 
 unsigned watchers = 0;
 
-// A watcher may take itself or another off: it is forgotten once all were told.
+// A watcher may take itself or another off: it is forgotten once all were called.
 void watchers_tell(const book_entry &entry, std::span<const std::uint8_t> frame) {
     telling = true;
     for (watcher_slot &slot : slots)

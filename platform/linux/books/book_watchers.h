@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who is told of each message that is entered into the books (books_watch, books_unwatch).
+// Who is called with each message that is entered into the books (books_watch, books_unwatch).
 #ifndef PLATFORM_LINUX_BOOKS_BOOK_WATCHERS_H
 #define PLATFORM_LINUX_BOOKS_BOOK_WATCHERS_H
 

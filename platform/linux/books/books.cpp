@@ -3,7 +3,7 @@
 //
 // A message is in hand from the moment the channel takes it until the next one is taken or the reader's handler
 // returned. While it is in hand the relay may say its outcome several times; the last word counts. Only when it is
-// closed it is related to its client (client_book.h) and, a reply, to its server (server_book.h). Counters stand in
+// closed it is related to its client (client_book.h) and, a reply, to its server (server_book.h). Counters are in
 // fixed tables (VLANs) or are made once (ports), the memory of the flight recorder is taken when it is set up.
 
 #include "books/books.h"

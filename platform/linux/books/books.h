@@ -3,7 +3,7 @@
 //
 // Every message is opened when the channel takes it, gets its outcome said by the channel or by the relay (outcome.h),
 // and is closed: then it counts, in total, for its VLAN and for its port, it is written into the flight recorder, and
-// whoever watches is told. Nothing is allocated for a message.
+// watchers are called. Nothing is allocated for a message.
 #ifndef PLATFORM_LINUX_BOOKS_BOOKS_H
 #define PLATFORM_LINUX_BOOKS_BOOKS_H
 
@@ -120,7 +120,7 @@ std::optional<std::uint32_t> books_xid_in_hand();
 // What was said of it so far; OUTCOME_NONE without one.
 relay_outcome books_outcome_in_hand();
 
-// Counts messages that were dropped before they could be read. They are in no recorder, and no watcher is told.
+// Counts messages that were dropped before they could be read. They are in no recorder, and no watcher is called.
 void books_count(relay_outcome outcome, std::uint16_t vlan, std::uint32_t port_ifindex, std::uint64_t count);
 
 // Whoever looks at the counters calls books_look before; it calls the listener, for those who count apart from the
@@ -145,7 +145,7 @@ std::size_t books_forget_messages_of(const std::array<std::uint8_t, 6> &client, 
 // The recorder's messages, newest first.
 void books_each_recorded(const std::function<void(const book_entry &entry)> &visit);
 
-// Watchers are told of each message as it is closed. frame: as received, valid during the call. Returns an id.
+// Watchers are called with each message as it is closed. frame: as received, valid during the call. Returns an id.
 using books_watcher = std::function<void(const book_entry &entry, std::span<const std::uint8_t> frame)>;
 int books_watch(books_watcher watcher);
 void books_unwatch(int id);

@@ -29,7 +29,7 @@ inline void end_subject(const book_message &m) {
 // Leaves the message in hand to those that wait.
 void leave_waiting();
 
-// Enters a message into all books and tells who watches. frame: as received, empty where it is gone already.
+// Enters a message into all books and shows it to watchers. frame: as received, empty where it is gone already.
 void enter(const book_message &m, std::span<const std::uint8_t> frame);
 
 }  // namespace ravo::platform

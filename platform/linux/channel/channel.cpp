@@ -259,7 +259,7 @@ bool take_over_udp_port(open_channel &c) {
     return false;
 }
 
-// Takes UDP port 67, without which the kernel would tell servers that nobody is there. The address is bound before it
+// Takes UDP port 67, without which the kernel would answer servers that nobody is there. The address is bound before it
 // is made shareable: deliberate, so that a program that receives on the port already keeps its datagrams.
 void hold_udp_port(open_channel &c) {
     if (take_over_udp_port(c)) return;

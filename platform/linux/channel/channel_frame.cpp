@@ -107,7 +107,7 @@ std::uint16_t u16_at(bytes of, std::size_t at) {
     return static_cast<std::uint16_t>(of.data()[at] << 8 | of.data()[at + 1]);
 }
 
-// addresses: both, as they stand in the IPv4 header.
+// addresses: both, in the order of the IPv4 header.
 frame_result decode_udp(std::uint64_t addresses, bytes payload, const frame_aux &aux, dhcp_frame *out) {
     constexpr std::size_t destination_at = 2, length_at = 4, checksum_at = 6;  // RFC 768
     if (payload.size() < channel_udp_header_size) return frame_result::truncated;

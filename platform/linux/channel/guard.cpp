@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who may say what, by the side on which the port stands: replies come from where servers are, requests from where
+// Who may send what, by what is behind the port: replies come from where servers are, requests from where
 // clients are. What is wrong with a message as such (lengths, flags, options) is left to the relay, which has outcomes
 // for it; a guard that cannot read what it judges by lets the message pass.
 

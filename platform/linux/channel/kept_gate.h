@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The gate's program and maps outlast the process, as the sockets do that they stand in front of: so the next daemon
+// The gate's program and maps outlast the process, as the sockets do that they belong to: so the next daemon
 // need not wait for whoever lends it them, and the limits of ports hold all the while.
 #ifndef PLATFORM_LINUX_CHANNEL_KEPT_GATE_H
 #define PLATFORM_LINUX_CHANNEL_KEPT_GATE_H

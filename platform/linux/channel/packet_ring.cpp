@@ -68,7 +68,7 @@ bool is_filled(const tpacket2_hdr &slot) {
     return (__atomic_load_n(&slot.tp_status, __ATOMIC_ACQUIRE) & TP_STATUS_USER) != 0;
 }
 
-// What a socket that receives for a relay is like, as far as the kernel tells.
+// What a socket that receives for a relay is like, as far as the kernel shows it.
 fault look_at_ring_socket(int fd) {
     if (fault wrong = look_at_socket(fd, AF_PACKET, SOCK_RAW)) return wrong;
     int version = 0;

@@ -15,7 +15,7 @@ void queue_bound::begin(std::int64_t now_us) {
 
 void queue_bound::look(std::int64_t now_us, std::int64_t waited_us) {
     look_idle(now_us);
-    // In overload the bound itself keeps waits short: what tells its end is that the queue runs empty.
+    // In overload the bound itself keeps waits short: it is over when the queue runs empty.
     const bool stands = !std::exchange(emptied_, false) && (overloaded() || waited_us > longest_wait_us);
     if (!stands) return begin(now_us);
     const std::int64_t stood = now_us - since_us_;

@@ -98,8 +98,8 @@ struct help_row {
     std::string text;
 };
 
-// Help for a half-typed line: what can stand in place of the word that the line ends in (when it ends in a blank: the
-// next word). Commands of privilege 31 are never listed.
+// Help for a half-typed line: what the word that the line ends in can become (when it ends in a blank: what the next
+// word can be). Commands of privilege 31 are never listed.
 std::vector<help_row> session_help(session &s, std::string_view line);
 
 // Completions of the last, half-typed word of the line: whole words that continue it (keywords and interface names).

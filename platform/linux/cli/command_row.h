@@ -42,7 +42,7 @@ enum class command_effect {
     session,  // what is the session's own: its place, its privilege, its terminal
     setting,  // a setting of the relay: applied to each interface of a range, judged when a file is only checked
     daemon,   // what the running daemon does, has counted or writes elsewhere
-    files,    // the startup configuration, or all settings by it: may not stand in a file that is replayed
+    files,    // the startup configuration, or all settings by it: is refused in a file that is replayed
 };
 
 // Who may give a command, beside the privilege it asks for.

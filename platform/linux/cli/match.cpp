@@ -86,7 +86,7 @@ bool takes_the_rest(const std::vector<runner> &runners) {
     return !runners.empty() && runners.front().rest != 0;
 }
 
-// Runs the race over the words. Returns false at a word that ends it, *out then tells why.
+// Runs the race over the words. Returns false at a word that ends it, *out then says why.
 bool race(std::vector<runner> *runners, const std::vector<word> &words, std::string_view line, match *out) {
     for (std::size_t i = 0; i < words.size() && !takes_the_rest(*runners); ++i) {
         const std::vector<candidate> steps = best_steps(*runners, words[i]);

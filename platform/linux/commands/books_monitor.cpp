@@ -92,7 +92,7 @@ int stop(message_monitor &monitor) {
     return 0;
 }
 
-// Reads the optional words, each with its value behind it. The fault, if any: the line that tells what is wrong.
+// Reads the optional words, each with its value behind it. The fault, if any: the line that says what is wrong.
 fault read_request(int argc, char **argv, monitor_request *out) {
     for (int i = 0; i + 1 < argc; i += 2) {
         const std::string_view word = argv[i], value = argv[i + 1];

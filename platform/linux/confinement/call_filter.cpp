@@ -2,9 +2,9 @@
 // The list has what the daemon, its libraries and glibc call, by their names: what a machine does not know of them is
 // left out there. Where it matters the arguments are looked at too.
 //
-// A forbidden call raises SIGSYS in the thread that made it. The handler tells the call's name and makes the call fail,
-// as it does for services that an init system filters: a relay that goes on without what it asked for is better than
-// none, and whoever broke in gets no further. Names are noted beforehand, as the handler must not allocate.
+// A forbidden call raises SIGSYS in the thread that made it. The handler prints the call's name and makes the call
+// fail, as it does for services that an init system filters: a relay that goes on without what it asked for is better
+// than none, and whoever broke in gets no further. Names are noted beforehand, as the handler must not allocate.
 #include "confinement/call_filter.h"
 
 #include <linux/sockios.h>
@@ -225,7 +225,7 @@ void tell(unsigned number) {
         length += put_number(number, line + length);
     }
     line[length++] = '\n';
-    // Whoever reads standard error may hang: then nobody is told.
+    // Whoever reads standard error may hang: then the line is lost.
     pollfd out{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
     if (poll(&out, 1, 0) == 1) (void)!write(STDERR_FILENO, line, length);
 }

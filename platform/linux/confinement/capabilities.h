@@ -12,7 +12,7 @@ constexpr std::uint64_t capability_bit(unsigned number) {
     return std::uint64_t{1} << number;
 }
 
-// The permitted set, that is what the process can use; 0 when the kernel does not tell.
+// The permitted set, that is what the process can use; 0 when the kernel does not say.
 [[nodiscard]] std::uint64_t capabilities_permitted();
 
 // Gives up for good all that is not in the set: it is taken from the process and from what it could pass on. What it

@@ -42,7 +42,7 @@ constexpr std::uint64_t never = LANDLOCK_ACCESS_FS_EXECUTE | LANDLOCK_ACCESS_FS_
                                 LANDLOCK_ACCESS_FS_MAKE_FIFO | LANDLOCK_ACCESS_FS_MAKE_BLOCK |
                                 LANDLOCK_ACCESS_FS_MAKE_SYM;
 
-// Libraries, users and groups and who knows them, time zones, devices and what the kernel tells.
+// Libraries, users and groups and the services that know them, time zones, devices, and the kernel's files.
 constexpr const char *system_folders[] = {
     "/etc", "/usr", "/lib", "/lib64", "/proc", "/sys", "/run", "/var/lib/sss", "/var/lib/extrausers"};
 constexpr const char *system_devices[] = {"/dev/null", "/dev/urandom"};

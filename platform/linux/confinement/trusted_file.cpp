@@ -63,11 +63,11 @@ fault folder_fault(const std::string &file, uid_t daemon) {
 fault trusted_file_fault(const std::string &path, uid_t daemon) {
     const std::unique_ptr<char, malloc_free> real(realpath(path.c_str(), nullptr));
     if (real == nullptr && errno == EACCES) return {unreadable(path)};
-    if (real == nullptr) return {};  // who reads it tells why it cannot be found
+    if (real == nullptr) return {};  // whoever reads it reports why it cannot be found
     const std::string file = real.get();
     struct stat status {};
     if (stat(file.c_str(), &status) != 0) return {};
-    if (!S_ISREG(status.st_mode)) return {};  // who reads it tells
+    if (!S_ISREG(status.st_mode)) return {};  // whoever reads it reports that
     if (!is_ours(status.st_uid, daemon)) return {foreign_owner(file, status)};
     fault wrong = open_mode(file, status);
     if (!wrong) wrong = folder_fault(file, daemon);

@@ -23,7 +23,7 @@ constexpr unsigned spread_shift = 32 - fan_out::shared_bits;
 
 constexpr std::uint32_t device_number = static_cast<std::uint32_t>(SKF_AD_OFF + SKF_AD_IFINDEX);
 
-// How the kernel tells of a group.
+// How the kernel describes a group.
 constexpr int number_bits = 0xFFFF;
 constexpr int type_shift = 16;
 constexpr int type_bits = 0xFF;
@@ -49,10 +49,10 @@ int install(int fd, instructions program) {
 }
 
 int ask_group(int fd, int *out) {
-    int told = 0;
-    socklen_t length = sizeof told;
-    if (::getsockopt(fd, SOL_PACKET, PACKET_FANOUT, &told, &length) != 0) return errno;
-    *out = told & number_bits;
+    int value = 0;
+    socklen_t length = sizeof value;
+    if (::getsockopt(fd, SOL_PACKET, PACKET_FANOUT, &value, &length) != 0) return errno;
+    *out = value & number_bits;
     return 0;
 }
 
@@ -68,13 +68,13 @@ int fan_out::join(int fd) {
 }
 
 bool fan_out::take_over(int fd) {
-    int told = 0;
-    socklen_t length = sizeof told;
-    if (::getsockopt(fd, SOL_PACKET, PACKET_FANOUT, &told, &length) != 0) return false;
-    if ((told >> type_shift & type_bits) != PACKET_FANOUT_CBPF) return false;
-    if (first_ >= 0) return (told & number_bits) == group_;
+    int value = 0;
+    socklen_t length = sizeof value;
+    if (::getsockopt(fd, SOL_PACKET, PACKET_FANOUT, &value, &length) != 0) return false;
+    if ((value >> type_shift & type_bits) != PACKET_FANOUT_CBPF) return false;
+    if (first_ >= 0) return (value & number_bits) == group_;
     first_ = fd;
-    group_ = told & number_bits;
+    group_ = value & number_bits;
     return true;
 }
 

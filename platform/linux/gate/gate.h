@@ -31,8 +31,8 @@ void gate_set_lender(const std::string &path);
 // Asks for the first gate at once, and waits for nothing, as the lender may have to be started.
 void gate_ask_early();
 
-// The gate outlasts the process when somebody keeps its objects: he is told of those of each gate that is made anew,
-// which stay the gate's. NULL, as at first: nobody.
+// The gate outlasts the process when somebody keeps its objects. keep: called with those of each gate that is made
+// anew; they stay the gate's. NULL, as at first: nobody keeps them.
 using gate_keeper = void (*)(const gate_objects &objects);
 void gate_set_keeper(gate_keeper keep);
 // Gives what the daemon before had, for the next gate to be made of: what passed it waits at the daemon's socket, and
@@ -121,7 +121,7 @@ class gate {
     descriptor ports_;
     mapping limited_by_tag_;
     std::string refusal_;
-    std::unordered_set<__u64 *> strangers_;  // devices that the daemon before let in, where they stand
+    std::unordered_set<__u64 *> strangers_;  // places in the table of devices that the daemon before let in
 
     mapping queue_;
     std::uint64_t taken_ = 0;     // out of the queue

@@ -8,9 +8,9 @@
 #define GATE_PORTS 16384         /* devices that can be listened on at a time */
 #define GATE_DEVICE_BUCKETS 8192 /* of the table of devices; a power of two */
 #define GATE_DEVICE_SLOTS 8      /* of a bucket: a cache line */
-#define GATE_DEVICE_PROBES 4     /* buckets from a device's own on in which it can stand */
+#define GATE_DEVICE_PROBES 4     /* buckets from a device's own on in which it can be */
 #define GATE_TAG_COUNTS 32768    /* room for pairs of port and VLAN id whose refused messages are counted apart */
-#define GATE_TAG_SLOTS 8         /* of them in a row where one pair can stand; both are powers of two */
+#define GATE_TAG_SLOTS 8         /* of them in a row in which one pair can be; both are powers of two */
 #define GATE_NO_VLAN 4095        /* stands for a tag that can belong to no VLAN interface */
 #define GATE_WHOLE_FRAME 0x40000 /* bytes of an accepted frame, all of them */
 #define GATE_DHCP_SERVER_PORT 67
@@ -34,14 +34,14 @@ struct gate_port {
 struct gate_queue {
     __u64 room;    /* messages it may hold; written by the daemon */
     __u64 taken;   /* messages taken out; written by the daemon */
-    __u64 program; /* the number of the program that the maps belong to; stands here in every version */
+    __u64 program; /* the number of the program that the maps belong to; it is at this place in every version */
     __u64 spare1[5];
     __u64 passed; /* messages let in; written by the program */
     __u64 spare2[7];
 };
 
-/* Where devices have their places: a table that both sides read where it stands, as a look-up by a system call would
- * take a right. The daemon alone writes it, a word at a time. A word is the kernel's device number and, in its lower
+/* Where devices have their places: a table in memory that both sides share, as a look-up by a system call would take a
+ * right. The daemon alone writes it, a word at a time. A word is the kernel's device number and, in its lower
  * half, the place; 0: free. */
 struct gate_devices {
     __u64 slots[GATE_DEVICE_SLOTS];
@@ -59,7 +59,7 @@ struct gate_tag_count {
     __u64 count;
 };
 
-/* The first of the counts among which that of a tag stands. */
+/* The first of the counts among which that of a tag is. */
 static inline __u32 gate_tag_row(__u32 port, __u32 vlan) {
     return (port * 61 + vlan) % (GATE_TAG_COUNTS / GATE_TAG_SLOTS) * GATE_TAG_SLOTS;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The text of a switch description, before it is read as TOML: the parser takes some characters beyond ASCII for
-// impossible where they cannot stand anyway, so it is shown none.
+// impossible, in places where none of them is allowed anyway, so it is shown none.
 #ifndef PLATFORM_LINUX_INVENTORY_DESCRIPTION_TEXT_H
 #define PLATFORM_LINUX_INVENTORY_DESCRIPTION_TEXT_H
 

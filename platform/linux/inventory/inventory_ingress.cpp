@@ -7,7 +7,7 @@
 // devices only, and on each once, so that it sees a message once however many devices it climbs.
 //
 // Servers may be reached over a device of no VLAN. Where such an "uplink" has an address of its own, what comes in on
-// it is for the box, and read there: a reply needs no VLAN, as its destination tells the interface it is for. An uplink
+// it is for the box, and read there: a reply needs no VLAN, as its destination names the interface it is for. An uplink
 // is no port, and has no number.
 //
 // A bridge on the road may refuse the frame: its port is not forwarding, or locked. The relay listens below the bridge,

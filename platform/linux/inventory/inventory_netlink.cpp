@@ -249,7 +249,7 @@ fault open_changes(int receive_buffer, socket_ptr *out) {
         fault wrong = join_group(socket.get(), group);
         if (wrong) return wrong;
     }
-    // Kernels before 5.6 have no such group; they tell most of it by link messages of the bridge family.
+    // Kernels before 5.6 have no such group; they report most of it by link messages of the bridge family.
     (void)join_group(socket.get(), RTNLGRP_BRVLAN);
     *out = std::move(socket);
     return {};

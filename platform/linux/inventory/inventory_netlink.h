@@ -16,7 +16,7 @@ struct nlmsghdr;
 namespace ravo::platform {
 
 // Reads one message, which lies whole in memory: nlmsg_len bytes, and padding to the next multiple of 4. Returns
-// nothing for a message that tells nothing about devices, their VLANs or their IPv4 addresses, and for one that is
+// nothing for a message that is not about devices, their VLANs or their IPv4 addresses, and for one that is
 // malformed.
 std::optional<inventory_change> netlink_parse(const struct nlmsghdr *message);
 
@@ -24,7 +24,7 @@ std::optional<inventory_change> netlink_parse(const struct nlmsghdr *message);
 // the while, so that others may be missing. The fault, if any: the reason of failure.
 fault netlink_read_all(std::vector<inventory_change> *out, bool *complete);
 
-// Whom to tell. Called on the event loop.
+// Who gets the changes. Called on the event loop.
 struct netlink_listener {
     std::function<void(const inventory_change &change)> changed;
     std::function<void(const std::vector<inventory_change> &all)> read_again;  // after changes were lost

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What "show interfaces brief" tells, from the model.
+// What "show interfaces brief" shows, from the model.
 #ifndef PLATFORM_LINUX_INVENTORY_INVENTORY_ROWS_H
 #define PLATFORM_LINUX_INVENTORY_INVENTORY_ROWS_H
 

@@ -16,7 +16,7 @@ namespace ravo::platform {
 // kernel does not answer.
 bool stations_admit(int member, std::uint16_t vlan, const mac_address &station);
 
-// The same of an entry as the kernel tells it; message as in netlink_parse.
+// The same of an entry as the kernel reports it; message as in netlink_parse.
 bool stations_entry_admits(const struct nlmsghdr *message, int member);
 
 }  // namespace ravo::platform

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reads the switch description. The file is read whole, parsed, and then every table is gone through against the list
-// of the keys it may have; each fault is noted with its place, so that one run tells all of them. A description with a
+// of the keys it may have; each fault is noted with its place, so that one run names all of them. A description with a
 // fault is never used in part.
 #include "inventory/switch_description.h"
 #include "base/files.h"

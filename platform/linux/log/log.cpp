@@ -277,7 +277,7 @@ std::string_view log_word_of(int threshold) {
 
 bool log_lets_through(int level, const char *format, va_list arguments, std::uint64_t *like) {
     *like = 0;
-    // What continues a line, or is continued, is no line that could be told from others.
+    // What continues a line, or is continued, is no whole line that could be compared with others.
     if (!holding_back || level < log_level_warning || pending.level >= 0) return true;
     const std::uint64_t key = key_of(format, arguments);
     const hold_verdict verdict = log_hold_judge(hold, key, now_ms());

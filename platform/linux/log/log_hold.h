@@ -35,7 +35,7 @@ struct log_hold {
 
 enum class hold_verdict {
     write,
-    hold_first,  // it is the first that is held back: log_hold_like is to be told its text
+    hold_first,  // it is the first that is held back: log_hold_like is to get its text
     hold,
 };
 

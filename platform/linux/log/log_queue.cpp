@@ -11,7 +11,7 @@ namespace ravo::platform {
 namespace {
 
 void copy_in(log_queue &queue, std::size_t position, const void *from, std::size_t length) {
-    if (length == 0) return;  // what is empty may stand nowhere
+    if (length == 0) return;  // an empty text may be anywhere, NULL too
     const std::size_t at = position % log_queue::room;
     const std::size_t first = std::min(length, log_queue::room - at);
     std::memcpy(queue.bytes.data() + at, from, first);

@@ -16,7 +16,7 @@ namespace ravo::platform {
 
 namespace {
 
-bool (*ordinary)() = nullptr;  // who tells ordinary messages
+bool (*ordinary)() = nullptr;  // whether the message in hand is an ordinary one
 
 struct waiting_line {
     int level;

@@ -85,7 +85,7 @@ bool put_text(int level, std::string_view text) {
     return log_writer_put({.what = queued::text}, text, level == log_level_start);
 }
 
-// Text and what stands before it as one piece. Returns false when the queue has no room for it.
+// Puts a text, with what is before it, into the queue as one piece. Returns false when there is no room for it.
 bool put_joined(int level, std::string_view start, std::string_view text) {
     std::array<char, queue_text_room> room;
     const std::size_t head = std::min(start.size(), room.size());
@@ -96,7 +96,7 @@ bool put_joined(int level, std::string_view start, std::string_view text) {
 }
 
 // Says how many lines are missing here. Returns false while the queue is full: a line that is lost for each one that
-// gets in would tell nobody anything.
+// gets in would help nobody.
 bool put_lost(int level) {
     if (level != log_level_start && !log_writer_has_room()) return false;
     char start[log_stamp_size], text[lost_text_room];

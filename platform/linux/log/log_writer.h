@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The thread that writes the log. Whatever takes the lines may stand still (a pipe whose reader hangs, a slow disk, a
-// busy log daemon): then this thread does, and nothing else. It has no part in anything but what lies in its queue.
+// The thread that writes the log. Whatever takes the lines may hang (a pipe whose reader does not read, a slow disk, a
+// busy log daemon): then this thread waits, and nothing else. It shares nothing with the others but its queue.
 #ifndef PLATFORM_LINUX_LOG_LOG_WRITER_H
 #define PLATFORM_LINUX_LOG_LOG_WRITER_H
 

@@ -43,8 +43,8 @@ void names_close();
 using names_answer = std::function<void(const known_names &names)>;
 [[nodiscard]] bool names_ask(uid_t uid, double seconds, names_answer done);
 
-// Waits for both groups, no longer than this: for the start, when the event loop does not run yet. What the system does
-// not tell in time is a group without members.
+// Waits for both groups, no longer than this many seconds: for the start, when the event loop does not run yet. A group
+// that the system has not found by then has no members.
 management_groups names_wait(double seconds);
 
 }  // namespace ravo::platform

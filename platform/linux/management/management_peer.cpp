@@ -45,7 +45,7 @@ std::string terminal_of(pid_t pid) {
 bool read_groups(int fd, std::vector<gid_t> *groups) {
     const std::size_t before = groups->size();
     socklen_t length = 0;
-    // Without room the kernel only tells how much is needed.
+    // Without room the kernel only says how much is needed.
     if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, nullptr, &length) == 0) return true;
     if (errno != ERANGE) return false;
     groups->resize(before + length / sizeof(gid_t));

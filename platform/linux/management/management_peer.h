@@ -23,7 +23,8 @@ struct management_peer {
     std::string terminal;       // "pts/0", or "-" without one
 };
 
-// Reads the peer of a connected Unix socket, but not its user's name. Returns nothing when the kernel does not tell.
+// Reads the peer of a connected Unix socket, but not its user's name. Returns nothing, and errno, when the kernel
+// refuses that.
 std::optional<management_peer> management_peer_of(int fd);
 
 struct management_rights {

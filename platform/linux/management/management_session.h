@@ -25,7 +25,7 @@ struct management_settings {
     double frame_seconds = 10;      // time for the hello, and for the rest of a frame that has begun to arrive
     double stall_seconds = 30;      // time for a client to read something of what waits for it
     double idle_seconds = 30 * 60;  // time without a request after which a session ends, 0: none
-    double names_seconds = 2;       // time for the system to tell the names of users and groups
+    double names_seconds = 2;       // time for the system to look up users and groups
     std::string viewers = "ravo";   // groups
     std::string admins = "ravo-admin";
 };

@@ -101,11 +101,11 @@ fault read_table(const std::string &path, std::vector<kept_transaction> *found) 
 fault kept_transactions_open(const std::string &path, std::vector<kept_transaction> *found) {
     kept_transactions_close();
     found->clear();
-    if (const fault wrong = map_own_file(path, sizeof(table), &room))
-        return {path + ": open transactions do not outlast the daemon: " + wrong.text};
-    fault told = read_table(path, found);
+    if (const fault unmapped = map_own_file(path, sizeof(table), &room))
+        return {path + ": open transactions do not outlast the daemon: " + unmapped.text};
+    fault wrong = read_table(path, found);
     room.rest();
-    return told;
+    return wrong;
 }
 
 void kept_transactions_close() {

@@ -10,12 +10,13 @@
 
 namespace ravo::platform {
 
-// Tells the init system, without ever waiting for it: the event loop must not stand still because another process does.
-// Returns false when the init system has no room for it now, so that it has to be sent again; true when it was sent, or
-// when there is nobody to send it to. text: lines such as "READY=1"; fd: a descriptor that goes with it; -1: none.
+// Sends text to the init system, without ever waiting for it: the event loop must not hang because another process
+// does. Returns false when the init system has no room for it now, so that it has to be sent again; true when it was
+// sent, or when there is nobody to send it to. text: lines such as "READY=1"; fd: a descriptor that goes with it; -1:
+// none.
 bool init_system_tell(const std::string &text, int fd = -1);
 
-// The same for what the keeper of descriptors is told: the init system, or the supervisor.
+// The same, to whoever keeps descriptors: the init system, or the supervisor.
 bool init_system_tell_store(const std::string &text, int fd = -1);
 
 // Says that a supervisor keeps descriptors, and where it hears of them: a connected socket of packets, which stays the

@@ -16,7 +16,7 @@ namespace {
 constexpr int first_given = 3;
 constexpr std::size_t longest_name = 255;
 
-// What stands behind a word at the beginning of a line; nothing when no line begins so.
+// What is behind a word at the beginning of a line; nothing when no line begins so.
 std::string_view value_of(std::string_view message, std::string_view word) {
     while (!message.empty()) {
         const std::size_t end = std::min(message.find('\n'), message.size());
@@ -27,7 +27,7 @@ std::string_view value_of(std::string_view message, std::string_view word) {
     return {};
 }
 
-// Names are told on with colons between them.
+// Names are passed on with colons between them.
 bool is_name(std::string_view text) {
     const auto is_plain = [](unsigned char letter) { return std::isgraph(letter) != 0 && letter != ':'; };
     return !text.empty() && text.size() <= longest_name && std::all_of(text.begin(), text.end(), is_plain);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The other side of the descriptor store (descriptor_store.h), for where no init system keeps anything: what a daemon
-// tells its supervisor to keep, and what the next daemon is given of it. What is told is believed as little as anything
-// else that comes from a process that reads what strangers send.
+// gives its supervisor to keep, and what the next daemon gets of it. What comes with it is believed as little as
+// anything else from a process that reads what strangers send.
 #ifndef PLATFORM_LINUX_PROCESS_KEPT_DESCRIPTORS_H
 #define PLATFORM_LINUX_PROCESS_KEPT_DESCRIPTORS_H
 
@@ -19,7 +19,7 @@ class kept_descriptors {
     static constexpr std::size_t most = 32;
 
     // Does what a message says (sd_notify(3): FDSTORE=1 or FDSTOREREMOVE=1, and FDNAME=), with what came with it: one
-    // descriptor that is to be kept. One more than there may be, and what has no name that could be told on, is closed.
+    // descriptor that is to be kept. One more than there may be, and what has no name that can be passed on, is closed.
     void take(std::string_view message, std::vector<descriptor> came);
 
     // Gives all to the program that this process is about to become: from number 3 on, as sd_listen_fds(3) has it, and

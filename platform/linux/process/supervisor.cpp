@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The child says a letter through a socket whose number it finds in its environment: its exit status alone would not
-// tell a report of a fault, which ends with 1, from a start that failed. What it wants to have kept goes the same way.
+// distinguish a report of a fault, which ends with 1, from a start that failed. What it wants to have kept goes the
+// same way.
 #include "process/supervisor.h"
 
 #include <fcntl.h>
@@ -232,10 +233,10 @@ milliseconds supervisor_wait(unsigned deaths) {
 }
 
 int supervise(const std::string &program, const std::vector<std::string> &words,
-              const std::function<void(const std::string &line)> &tell) {
+              const std::function<void(const std::string &line)> &report) {
     state s;
     if (const int failed = await_signals(s); failed != 0) {
-        tell(std::string("ravod: its supervisor cannot wait for signals: ") + std::strerror(failed));
+        report(std::string("ravod: its supervisor cannot wait for signals: ") + std::strerror(failed));
         return failed_status;
     }
     for (;;) {
@@ -244,7 +245,7 @@ int supervise(const std::string &program, const std::vector<std::string> &words,
                 std::string("ravod: cannot be started by its supervisor: ") + std::strerror(failed);
             s.now.pid = -1;
             const milliseconds wait = supervisor_wait(supervisor_free_starts + ++s.deaths);
-            tell(s.served ? line + ", tried again" + in_time(wait) : line);
+            report(s.served ? line + ", tried again" + in_time(wait) : line);
             if (!s.served || !wait_before_start(s, wait)) return failed_status;
             continue;
         }
@@ -256,7 +257,7 @@ int supervise(const std::string &program, const std::vector<std::string> &words,
         s.now.pid = -1;
         s.deaths = life < short_life ? s.deaths + 1 : 0;
         const milliseconds wait = supervisor_wait(s.deaths);
-        tell(line_of(status, life, wait));
+        report(line_of(status, life, wait));
         if (!wait_before_start(s, wait)) return exit_status(status);
     }
 }

@@ -23,10 +23,10 @@ inline constexpr unsigned supervisor_free_starts = 3;  // deaths at once in a ro
 std::chrono::milliseconds supervisor_wait(unsigned deaths);
 
 // Runs a program, and again when it crashes, until it ends for good. SIGTERM, SIGINT and SIGHUP are passed on to it.
-// program: its path; words: its arguments, without its name; tell: gets a line for each start that follows a crash.
+// program: its path; words: its arguments, without its name; report: gets a line for each start that follows a crash.
 // Returns the status for the process to exit with: that of the child, 128 and its signal's number when one ended it.
 int supervise(const std::string &program, const std::vector<std::string> &words,
-              const std::function<void(const std::string &line)> &tell);
+              const std::function<void(const std::string &line)> &report);
 
 // The child's side, without effect for who has no supervisor: it looks for one, before anything else; it says that it
 // has started; and, from a handler of signals, that it crashes. Who exits with neither of these said could not start.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Service status: what the daemon reports about its services is kept for the management plane and passed to the init
-// system, which is also told about readiness and that the event loop still turns. What the init system has no room for
-// is told a little later, as it is then.
+// system, which also learns about readiness and that the event loop still turns. What the init system has no room for
+// is sent a little later, as it is then.
 #include "sysinf_lib.h"
 
 #include <event2/event.h>
@@ -36,7 +36,7 @@ std::string name_of(std::uint32_t protocol) {
     return protocol == protocol_dhcp_relay ? "DHCP relay" : "service " + std::to_string(protocol);
 }
 
-// One that is not told is as good as late: the next comes well within the interval.
+// One that is lost does no harm: the next comes well within the interval.
 void on_watchdog(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) {
     (void)init_system_tell("WATCHDOG=1");
 }

@@ -130,7 +130,7 @@ int order(const request &r) {
     return ask(r, [](const nlmsghdr * /*nothing but the acknowledgement comes*/) {});
 }
 
-// A filter as the kernel tells it.
+// A filter as the kernel reports it.
 struct seen_filter {
     tcmsg about{};
     std::string_view kind;
