@@ -163,7 +163,8 @@ platform::black_box_crash open_black_box(const platform::frame_options &options)
     platform::crash_signals_catch(note_end);
     if (const fault anew = platform::counts_open(options.management_socket + ".counts"))
         platform::log_line(platform::log_level_warning, "%s", anew.text.c_str());
-    platform::crash_book_open(platform::state_folder());
+    if (const fault unknown = platform::crash_book_open(platform::state_folder()))
+        platform::log_line(platform::log_level_warning, "%s", unknown.text.c_str());
     return crash;
 }
 

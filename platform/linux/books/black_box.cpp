@@ -4,19 +4,16 @@
 // or not at all. Times are those of a clock that restarts do not change and that goes on while the machine sleeps.
 #include "books/black_box.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstring>
 
 #include "base/hardware_address.h"
+#include "base/mapped_file.h"
 #include "base/mapping.h"
-#include "base/owners.h"
 #include "port_number.h"
 
 namespace ravo::platform {
@@ -118,24 +115,13 @@ black_box_crash take_out(box &b) {
     return crash;
 }
 
-fault failure(const std::string &path, int reason) {
-    return {path + ": no message that ends the daemon can be noted: " + std::strerror(reason)};
-}
-
 }  // namespace
 
 fault black_box_open(const std::string &path, black_box_crash *crash) {
     black_box_close();
-    const descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
-    if (!file) return failure(path, errno);
-    struct stat status {};
-    if (fstat(file.get(), &status) != 0) return failure(path, errno);
-    // What others may cut short is no memory.
-    if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) return failure(path, EEXIST);
-    // The room is taken now: a write into a page for which the disk has none would end the daemon.
-    if (const int failed = posix_fallocate(file.get(), 0, sizeof(box)); failed != 0) return failure(path, failed);
-    room = mapping(file.get(), sizeof(box));
-    if (!room) return failure(path, errno);
+    // What others may cut short or write is no memory.
+    if (const fault wrong = map_own_file(path, sizeof(box), &room))
+        return {path + ": no message that ends the daemon can be noted: " + wrong.text};
     box_path = path;
     box &b = *the_box();
     if (!is_whole(b)) {

@@ -147,16 +147,29 @@ void put_first(kept_crash crash) {
 
 }  // namespace
 
-void crash_book_open(const std::string &folder) {
+fault crash_book_open(const std::string &folder) {
     folder_in_use = folder;
     crashes.clear();
     std::string text;
-    if (folder.empty() || read_file(book_path(), longest_file, &text) != 0) return;
+    if (folder.empty()) return {};
+    const int failed = read_file(book_path(), longest_file, &text);
+    if (failed == ENOENT) return {};
+    if (failed != 0)
+        return {book_path() + ": earlier crashes are not known, see whether it is a file of the daemon's user: " +
+                std::strerror(failed)};
+    std::size_t strange = 0;
     for (std::string_view rest = text; !rest.empty();) {
         const std::size_t end = rest.find('\n');
-        if (auto crash = read_line(rest.substr(0, end))) put_first(std::move(*crash));
+        auto crash = read_line(rest.substr(0, end));
+        if (crash)
+            put_first(std::move(*crash));
+        else if (end != 0)
+            ++strange;
         rest = end == std::string_view::npos ? "" : rest.substr(end + 1);
     }
+    if (strange == 0) return {};
+    return {book_path() + ": lines that tell of no crash are left out: " + std::to_string(strange) +
+            "; \"clear ip dhcp relay crashes\" removes it"};
 }
 
 std::string crash_book_enter(const black_box_crash &crash) {
@@ -177,7 +190,9 @@ std::string crash_book_enter(const black_box_crash &crash) {
     const int failed = replace_file(path, capture_of(crash), 0600);
     if (failed == 0) row.capture = name;
     put_first(std::move(row));
-    (void)write_book();  // what cannot be written is in this daemon's book all the same
+    // What cannot be written is in this daemon's book all the same.
+    if (const int lost = write_book(); failed == 0 && lost != 0)
+        return path + " (" + book_path() + " cannot be written: " + std::strerror(lost) + ")";
     return failed == 0 ? path : path + " cannot be written: " + std::strerror(failed);
 }
 

@@ -28,8 +28,8 @@ struct kept_crash {
 };
 
 // Reads what an earlier daemon wrote. folder: where it is kept, empty: nowhere, so that the book begins empty. A line
-// that is none of ours is passed over.
-void crash_book_open(const std::string &folder);
+// that is none of ours is passed over. The fault, if any: why not all of it is known.
+fault crash_book_open(const std::string &folder);
 
 // Keeps the message of a crash as a capture, removes the oldest captures beyond those that are kept, and enters it.
 // Returns the capture's path, or why there is none.

@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/clock.h"
 #include "gate/gate_objects.h"
 #include "gate/socket_filter.h"
 
@@ -40,6 +41,20 @@ void store(__u64 &word, std::uint64_t value) {
 }
 std::uint64_t load_word(const __u64 &word) {
     return __atomic_load_n(&word, __ATOMIC_RELAXED);
+}
+
+// What a port has used of its burst is used at another rate too: as many messages, but no more than the new burst has.
+// The time until its next message is due would be another one at each rate, and might be hours at a slow one.
+void keep_used(gate_port &port, std::uint64_t interval, std::uint64_t at_once) {
+    const std::uint64_t old = load_word(port.interval);
+    const std::uint64_t now = clock_exact_us() * 1000;
+    __u64 due = load_word(port.due);
+    __u64 next;
+    do {
+        if (due <= now) return;
+        const std::uint64_t used = old == 0 ? 0 : (due - now + old - 1) / old;
+        next = now + std::min(used, at_once) * interval;
+    } while (!__atomic_compare_exchange_n(&port.due, &due, next, false, __ATOMIC_RELAXED, __ATOMIC_RELAXED));
 }
 
 std::uint64_t word_of(std::uint32_t high, std::uint32_t low) {
@@ -258,7 +273,10 @@ void gate::free_place(std::size_t place) {
 void gate::set_rate(std::size_t place, const port_rate &rate) {
     gate_port &port = *record(place);
     const std::uint64_t interval = rate.messages == 0 ? 0 : second / rate.messages;
-    store(port.burst, interval * (std::max(rate.burst, 1U) - 1));
+    const std::uint64_t at_once = std::max(rate.burst, 1U);
+    const std::uint64_t burst = interval * (at_once - 1);
+    if (interval != load_word(port.interval) || burst < load_word(port.burst)) keep_used(port, interval, at_once);
+    store(port.burst, burst);
     store(port.interval, interval);
 }
 

@@ -72,7 +72,7 @@ class gate {
     int let_in(int kernel_ifindex, std::size_t place);
     void shut_out(int kernel_ifindex);
 
-    // From the next message on.
+    // From the next message on. What the port has used of its burst stays used, as far as there is as much of a burst.
     void set_rate(std::size_t place, const port_rate &rate);
 
     // How many messages the queue may hold; more than it has room for is no limit.

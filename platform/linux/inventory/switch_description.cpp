@@ -120,14 +120,16 @@ void read_management(reading &r, const toml::table &table) {
     read_optional(r, table, "idle_minutes", 0, described_idle_max, &found.idle_minutes);
 }
 
-// Returns nothing for what is no whole path, with its place noted.
+// Returns nothing for what is no whole path, with its place noted. What turns back on its way may lead anywhere.
 std::optional<std::string> folder_of_captures(reading &r, const toml::node &node) {
     const auto *text = node.as_string();
     std::string folder = text == nullptr ? "" : text->get();
     while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
-    if (folder.size() > 1 && folder.front() == '/') return folder;
+    const bool turns =
+        (folder + "/").find("/../") != std::string::npos || (folder + "/").find("/./") != std::string::npos;
+    if (folder.size() > 1 && folder.front() == '/' && !turns) return folder;
     note(r, node.source().begin,
-         "a folder for captures must be a whole path in quotes, not " +
+         "a folder for captures must be a whole path in quotes, below \"/\" and without \"..\", not " +
              (text == nullptr ? type_name(node) : quoted(text->get())));
     return std::nullopt;
 }

@@ -136,10 +136,12 @@ TEST_F(BlackBox, OrderlyEndLeavesNoFileUnlessAPortIsHeld) {
 
 TEST_F(BlackBox, NonsenseInTheFileIsNothing) {
     std::ofstream(path) << std::string(20000, '\xA5');
+    std::filesystem::permissions(path, std::filesystem::perms(0600));
     EXPECT_FALSE(found().happened);
     EXPECT_FALSE(black_box_holds(0xA5A5A5A5));
     black_box_close();
     std::ofstream(path) << "short";
+    std::filesystem::permissions(path, std::filesystem::perms(0600));
     EXPECT_FALSE(found().happened);
 }
 
@@ -150,7 +152,11 @@ TEST_F(BlackBox, WhatIsNoFileOfOursIsRefused) {
     ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0);
     EXPECT_EQ(black_box_open(path, &crash).text,
               path + ": no message that ends the daemon can be noted: Too many levels of symbolic links");
-    EXPECT_THAT(black_box_open("/dev/null", &crash).text, HasSubstr("File exists"));
+    EXPECT_THAT(black_box_open("/dev/null", &crash).text, HasSubstr("noted: it is no file"));
+    std::filesystem::remove(path);
+    std::ofstream(path) << "x";
+    std::filesystem::permissions(path, std::filesystem::perms(0620));
+    EXPECT_THAT(black_box_open(path, &crash).text, HasSubstr("noted: others may use it; remove it"));
     black_box_note(entry_of(5123), frame);
     EXPECT_FALSE(black_box_holds(5123));
 }

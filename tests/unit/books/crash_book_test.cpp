@@ -35,10 +35,10 @@ struct CrashBook : testing::Test {
         crash.entry.tag = {.protocol = 0x8100, .tci = 0x600A};
         crash.entry.client = {2, 0, 0, 0, 0, 1};
         crash.frame = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 2, 0, 0, 0, 0, 1, 8, 0, 0x45, 0x11};
-        crash_book_open(folder);
+        (void)crash_book_open(folder);
     }
     ~CrashBook() override {
-        crash_book_open("");
+        (void)crash_book_open("");
         std::filesystem::remove_all(folder);
     }
     std::string text_of(const std::string &name) const {
@@ -71,7 +71,7 @@ TEST_F(CrashBook, IsReadAgain) {
     crash.entry.time_us += 1;
     crash.entry.port_ifindex = 0;
     (void)crash_book_enter(crash);
-    crash_book_open(folder);
+    (void)crash_book_open(folder);
     ASSERT_THAT(crash_book_all(), SizeIs(2));
     EXPECT_EQ(crash_book_all()[0].port_ifindex, 0U) << "the newest is first";
     const kept_crash &first = crash_book_all()[1];
@@ -94,7 +94,7 @@ TEST_F(CrashBook, NewestAreKept) {
     EXPECT_EQ(all.front(), "crash-20240607T080915.123456Z.pcapng");
     EXPECT_THAT(crash_book_all(), SizeIs(crash_book_size));
     EXPECT_EQ(crash_book_all().back().capture, all.front());
-    crash_book_open(folder);
+    (void)crash_book_open(folder);
     EXPECT_THAT(crash_book_all(), SizeIs(crash_book_size));
 }
 
@@ -108,7 +108,7 @@ TEST_F(CrashBook, ForgetsAllAndLeavesFilesOfOthers) {
 }
 
 TEST_F(CrashBook, WithoutAFolderItIsThisDaemonsAlone) {
-    crash_book_open("");
+    (void)crash_book_open("");
     EXPECT_EQ(crash_book_enter(crash), "there is no state folder to keep it in");
     ASSERT_THAT(crash_book_all(), SizeIs(1));
     EXPECT_EQ(crash_book_all()[0].capture, "");
@@ -148,17 +148,34 @@ TEST_F(CrashBook, LinesThatAreNoneOfOursArePassedOver) {
     };
     for (const std::string &line : bad) {
         std::ofstream(folder + "/crashes") << line << "\n" << good << "\n" << line;
-        crash_book_open(folder);
+        const std::string told = folder +
+                                 "/crashes: lines that tell of no crash are left out: 2; \"clear ip dhcp relay "
+                                 "crashes\" removes it";
+        EXPECT_EQ(crash_book_open(folder).text, line.empty() ? "" : told);
         EXPECT_THAT(crash_book_all(), SizeIs(1)) << line;
     }
     std::ofstream many(folder + "/crashes");
     for (int i = 0; i < 40; ++i) many << good << "\n";
     many.close();
-    crash_book_open(folder);
+    EXPECT_EQ(crash_book_open(folder).text, "");
     EXPECT_THAT(crash_book_all(), SizeIs(crash_book_size));
     std::ofstream(folder + "/crashes") << std::string(5000, '\n') << good;
-    crash_book_open(folder);
+    EXPECT_EQ(
+        crash_book_open(folder).text,
+        folder +
+            "/crashes: earlier crashes are not known, see whether it is a file of the daemon's user: File too large");
     EXPECT_THAT(crash_book_all(), IsEmpty()) << "a file larger than any that is written";
+}
+
+TEST_F(CrashBook, WhatCannotBeReadOrWrittenIsSaidAndChangesNothingElse) {
+    std::filesystem::create_directories(folder + "/crashes");
+    EXPECT_EQ(
+        crash_book_open(folder).text,
+        folder +
+            "/crashes: earlier crashes are not known, see whether it is a file of the daemon's user: Is a directory");
+    EXPECT_EQ(crash_book_enter(crash), folder + "/crash-20240607T080910.123456Z.pcapng (" + folder +
+                                           "/crashes cannot be written: Is a directory)");
+    EXPECT_THAT(crash_book_all(), SizeIs(1));
 }
 
 }  // namespace

@@ -25,11 +25,11 @@ struct CrashCommands : testing::Test {
         char name[] = "/tmp/crash_commands_test.XXXXXX";
         folder = mkdtemp(name);
         setenv("TZ", "UTC", 1);
-        crash_book_open(folder);
+        (void)crash_book_open(folder);
     }
     ~CrashCommands() override {
         black_box_close();
-        crash_book_open("");
+        (void)crash_book_open("");
         std::filesystem::remove_all(folder);
     }
     // A daemon that dies of a message from port 1/3, or is killed while it handles it; the next one enters it.

@@ -136,10 +136,13 @@ TEST_F(SwitchDescription, FoldersForCaptures) {
     EXPECT_EQ(good("[capture]\nfolders = [\"/srv/a\", '/b//']\n").capture.folders, (folders{"/srv/a", "/b"}));
     EXPECT_THAT(faults("[capture]\nfolders = \"/srv\"\n"),
                 ElementsAre("2:11: \"folders\" must be a list of folders, not a text"));
+    const std::string must =
+        "a folder for captures must be a whole path in quotes, below \"/\" and without \"..\", not ";
     EXPECT_THAT(faults("[capture]\nfolders = [\"srv\", 1, \"/\"]\n"),
-                ElementsAre("2:12: a folder for captures must be a whole path in quotes, not \"srv\"",
-                            "2:19: a folder for captures must be a whole path in quotes, not a number",
-                            "2:22: a folder for captures must be a whole path in quotes, not \"/\""));
+                ElementsAre("2:12: " + must + "\"srv\"", "2:19: " + must + "a number", "2:22: " + must + "\"/\""));
+    EXPECT_THAT(
+        faults("[capture]\nfolders = [\"/srv/../etc\", \"/srv/..\", \"/.\", \"/srv/..a\"]\n"),
+        ElementsAre("2:12: " + must + "\"/srv/../etc\"", "2:27: " + must + "\"/srv/..\"", "2:38: " + must + "\"/.\""));
     EXPECT_THAT(faults("[capture]\nfolder = []\n"),
                 ElementsAre("2:1: unknown key \"folder\" in [capture]; it has folders"));
 }
