@@ -21,6 +21,7 @@ namespace ravo::client {
 namespace {
 
 constexpr std::string_view last_line = ".";
+constexpr std::string_view fault_mark = "% line ";  // and the line's number, a colon, and what is wrong with it
 
 int complain(const std::string &line) {
     std::fprintf(stderr, "ravosh: %s\n", line.c_str());
@@ -60,26 +61,30 @@ fault run_line(connection &daemon, const std::string &line, std::string *printed
 
 // Prints what the daemon answered: faults in lines as those of the file, everything else as it came.
 void print_answer(const std::string &name, std::string_view printed) {
-    constexpr std::string_view mark = "% line ";
     while (!printed.empty()) {
         const std::string_view line = printed.substr(0, printed.find('\n'));
         printed.remove_prefix(std::min(printed.size(), line.size() + 1));
-        if (line.starts_with(mark))
-            std::fprintf(stderr, "%s:%.*s\n", name.c_str(), static_cast<int>(line.size() - mark.size()),
-                         line.data() + mark.size());
+        if (line.starts_with(fault_mark))
+            std::fprintf(stderr, "%s:%.*s\n", name.c_str(), static_cast<int>(line.size() - fault_mark.size()),
+                         line.data() + fault_mark.size());
         else
             std::fprintf(line.starts_with('%') ? stderr : stdout, "%.*s\n", static_cast<int>(line.size()), line.data());
     }
 }
 
-// Sends the text. *result: of the last line that was sent.
+// Sends the text, up to a line that the daemon does not even take. *result: of the last line that was sent.
 fault send(connection &daemon, std::string_view text, std::string *printed, int *result) {
-    while (!text.empty()) {
+    for (std::size_t number = 1; !text.empty(); ++number) {
         std::string line(text.substr(0, text.find('\n')));
         text.remove_prefix(std::min(text.size(), line.size() + 1));
         if (line == last_line) line = " .";  // no command either, and not the end
-        fault wrong = run_line(daemon, line, printed, result);
-        if (wrong || *result != 0) return wrong;
+        std::string told;
+        fault wrong = run_line(daemon, line, &told, result);
+        const bool refused = !wrong && *result != 0;
+        if (refused && told.starts_with("% "))
+            told = std::string(fault_mark) + std::to_string(number) + ": " + told.substr(2) + "% Nothing was changed\n";
+        *printed += told;
+        if (wrong || refused) return wrong;
     }
     return run_line(daemon, std::string(last_line), printed, result);
 }

@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "base/clock.h"
 #include "base/loop.h"
 #include "base/owners.h"
 #include "books/black_box.h"
@@ -193,10 +194,14 @@ void take_over_transactions(const platform::frame_options &options) {
     if (wrong) platform::log_line(platform::log_level_warning, "%s", wrong.text.c_str());
     const relay_access *relay = platform::relay_data();
     if (found.empty() || relay == nullptr) return;
+    const std::uint64_t now = platform::clock_coarse_ms();
     const std::size_t taken = platform::kept_transactions_restore(found, [&](const platform::kept_transaction &each) {
         const port_place from = port_number_place(each.port);
         const relay_transaction transaction{.xid = each.xid, .module = from.module, .port = from.port};
-        return relay->transaction_add(&transaction) == 1;
+        if (relay->transaction_add(&transaction) != 1) return false;
+        const std::int64_t left = std::int64_t{each.seconds} - static_cast<std::int64_t>((now - each.since) / 1000);
+        platform::channel_know_transaction(each.xid, each.port, left);
+        return true;
     });
     platform::log_line(platform::log_level_start, "ravod: %zu open transactions of the daemon before go on", taken);
 }

@@ -90,6 +90,8 @@ def test_all_or_nothing(daemon):
     path = daemon.folder / "wanted"
     assert [line.split(": ")[0] for line in err.splitlines()[:-1]] == [f"{path}:{n}" for n in (2, 4, 5, 6, 7)]
     assert err.splitlines()[-1] == "% Nothing was changed"
+    assert replace(daemon, "ip dhcp relay hops 7\n\a\n", status=1) == (
+        "", f"{path}:2: Control characters are not allowed in a command line.\n% Nothing was changed\n")
     assert running(daemon) == before
 
 

@@ -5,6 +5,7 @@ import json
 import signal
 
 import pytest
+from ravolab.process import wait_for
 from scripted import Stage, transactions
 
 
@@ -25,15 +26,22 @@ def restart(stage):
     stage.relay.start()
 
 
+def outcomes(relay):
+    return json.loads(relay.sh("show ip dhcp relay statistics | json"))["total"]["outcomes"]
+
+
 def test_reply_after_a_restart_finds_its_client(stage):
     client, other = stage.lab.client(1), stage.lab.client(3)
     requests = [stage.relayed(stage.ask(host)) for host in (client, other)]
     stage.delivered(stage.answer(requests[0]), client)  # whose transaction has ended
     before = transactions(stage.relay)
     assert list(before.values()) == [(1, 3)]
+    stage.relay.switch_file.write_text("[guard]\ntransactions = true\n")
     restart(stage)
     assert transactions(stage.relay) == before
     stage.relay.wait_log("^ravod: 1 open transactions of the daemon before go on$".replace("^", "(?m)^"))
+    stage.ask(client, xid=requests[1].dhcp.xid)  # who would have the reply checked against another port
+    wait_for(lambda: outcomes(stage.relay)["guard-transaction"] == 1, 30, "a request that is not the client's")
     stage.delivered(stage.answer(requests[1]), other)
     assert transactions(stage.relay) == {}
     late = stage.answer(requests[0])

@@ -446,6 +446,10 @@ void channel_know_relay(const relay_access *relay) {
     guard.know_relay(relay);
 }
 
+void channel_know_transaction(std::uint32_t xid, std::uint32_t port, std::int64_t seconds) {
+    guard.goes_on(xid, port, seconds);
+}
+
 int channel_open() {
     if (channel) {
         errno = EBUSY;

@@ -21,6 +21,10 @@ void channel_describe(const switch_description &description);
 // Lets the guards ask the relay for its settings. relay: as long as the process lives.
 void channel_know_relay(const struct relay_access *relay);
 
+// Lets the guards know that a transaction of the daemon before goes on, for so many seconds. xid: as it is in the
+// message; port: the number of the port it came in on, 0: none.
+void channel_know_transaction(std::uint32_t xid, std::uint32_t port, std::int64_t seconds);
+
 // Opens the channel. Returns a descriptor that is readable while a frame waits, or -1 and errno. One channel at a time;
 // EBUSY when one is open.
 int channel_open();

@@ -70,7 +70,6 @@ void guards::describe(const switch_description &description) {
         const bool of_clients = !port.servers && !port.trusted;
         rules_[port.device] = {port.servers, port.trusted, port.clients.value_or(of_clients ? on_.clients : 0)};
     }
-    clients_.clear();
     transactions_.use(on_.transactions);
     described_guard off;
     off.core_assertions = on_.core_assertions;
@@ -98,6 +97,10 @@ relay_outcome guards::judge(const guarded_message &m) {
 void guards::delivered(std::span<const std::uint8_t> message) {
     const dhcp_view dhcp(message);
     if (on_.transactions && dhcp.has_header() && dhcp.op() == dhcp_bootreply) transactions_.close(dhcp.xid());
+}
+
+void guards::goes_on(std::uint32_t xid, std::uint32_t port, std::int64_t seconds) {
+    if (on_.transactions) transactions_.take_over(xid, port, seconds, clock_() / second_ns);
 }
 
 // ---- Replies ----

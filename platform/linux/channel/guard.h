@@ -45,6 +45,8 @@ class guards {
     relay_outcome judge(const guarded_message &m);
     // Takes note that a reply was delivered: its transaction is not open any more.
     void delivered(std::span<const std::uint8_t> message);
+    // A transaction of the daemon before is open for so many seconds yet. xid: as it is in the message.
+    void goes_on(std::uint32_t xid, std::uint32_t port, std::int64_t seconds);
     // Whether a message may be one that is stopped.
     bool minds(std::span<const std::uint8_t> message) const {
         return any_ || (!message.empty() && message.front() == dhcp_bootreply);

@@ -38,16 +38,35 @@ open_transactions::entry_set &open_transactions::set_of(std::uint32_t xid) {
     return sets_[hash >> (64 - set_bits)];
 }
 
-bool open_transactions::open(std::uint32_t xid, const transaction_owner &owner, std::int64_t now_s) {
+open_transactions::entry *open_transactions::find(std::uint32_t xid, std::int64_t now_s) {
     entry_set &set = set_of(xid);
-    auto place =
+    const auto at =
         std::find_if(set.begin(), set.end(), [=](const entry &e) { return e.until_s > now_s && e.xid == xid; });
-    if (place != set.end() && place->owner != owner) return false;
-    if (place == set.end())
-        place = std::min_element(set.begin(), set.end(),
-                                 [&](const entry &a, const entry &b) { return goes_before(a, b, owner.port, now_s); });
+    return at == set.end() ? nullptr : &*at;
+}
+
+open_transactions::entry &open_transactions::place_for(std::uint32_t xid, std::uint32_t port, std::int64_t now_s) {
+    entry_set &set = set_of(xid);
+    return *std::min_element(set.begin(), set.end(),
+                             [&](const entry &a, const entry &b) { return goes_before(a, b, port, now_s); });
+}
+
+bool open_transactions::open(std::uint32_t xid, const transaction_owner &owner, std::int64_t now_s) {
+    entry *place = find(xid, now_s);
+    if (place != nullptr) {
+        const bool same = place->any_client ? place->owner.port == owner.port : place->owner == owner;
+        if (!same) return false;
+    } else {
+        place = &place_for(xid, owner.port, now_s);
+    }
     *place = {.xid = xid, .owner = owner, .until_s = now_s + life_s};
     return true;
+}
+
+void open_transactions::take_over(std::uint32_t xid, std::uint32_t port, std::int64_t seconds, std::int64_t now_s) {
+    if (sets_.empty() || find(xid, now_s) != nullptr) return;
+    place_for(xid, port, now_s) = {
+        .xid = xid, .owner = {.port = port}, .until_s = now_s + std::min(seconds, life_s), .any_client = true};
 }
 
 void open_transactions::close(std::uint32_t xid) {

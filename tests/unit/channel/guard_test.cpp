@@ -244,6 +244,8 @@ TEST_F(Guard, APortHasSoManyClientsAMinute) {
     EXPECT_EQ(judged({.client = 3}), "passes") << "who is there stays";
     EXPECT_EQ(judged({.device = "swp4", .port = 5124, .client = 4}), "passes") << "the others have their own";
     EXPECT_EQ(judged({.device = "swp2", .port = 5122, .client = 4}), "passes");
+    set({.clients = 3});
+    EXPECT_EQ(judged({.client = 4}), "guard-clients") << "no new minute begins when the description is read again";
     now_ns += 60 * second_ns;
     EXPECT_EQ(judged({.client = 4}), "passes");
 }
@@ -276,6 +278,23 @@ TEST_F(Guard, AnOpenTransactionIsItsPortsAndItsClients) {
     EXPECT_EQ(judged({.xid = 9}), "passes");
     set({});
     EXPECT_EQ(judged({.device = "swp4", .port = 5124, .xid = 9}), "passes");
+}
+
+TEST_F(Guard, ATransactionOfTheDaemonBeforeIsItsPorts) {
+    set({});
+    guards_.goes_on(htonl(9), 5121, 100);
+    set({.transactions = true});
+    EXPECT_EQ(judged({.device = "swp4", .port = 5124, .xid = 9}), "passes") << "nothing is remembered while it is off";
+    for (const std::uint32_t xid : {10U, 11U, 12U}) guards_.goes_on(htonl(xid), 5121, 100);
+    EXPECT_EQ(judged({.device = "swp4", .port = 5124, .xid = 10}), "guard-transaction");
+    EXPECT_EQ(judged({.xid = 10}), "passes") << "whoever asks from the port is its client";
+    EXPECT_EQ(judged({.xid = 10, .client = 0x0B, .source = 0x0B}), "guard-transaction");
+    guards_.goes_on(htonl(10), 5124, 100);
+    EXPECT_EQ(judged({.device = "swp4", .port = 5124, .xid = 10}), "guard-transaction") << "who is known stays";
+    guards_.delivered(message_of({.op = 2, .xid = 11}));
+    EXPECT_EQ(judged({.device = "swp4", .port = 5124, .xid = 11}), "passes");
+    now_ns += 100 * second_ns;
+    EXPECT_EQ(judged({.device = "swp4", .port = 5124, .xid = 12}), "passes") << "its time is over";
 }
 
 TEST(OpenTransactions, WhoFloodsLosesHisOwn) {
