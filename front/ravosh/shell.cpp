@@ -69,6 +69,7 @@ fault reach(shell &sh) {
 }
 
 constexpr std::string_view lost_line = "% Connection to ravod lost; trying again.\n";
+constexpr std::string_view given_up_line = "% Given up; the session begins anew.";
 constexpr std::string_view back_line = "% Connected to ravod again.\n";
 
 // Called while a line is being typed, when the daemon sent something or, without a connection, every second.
@@ -148,7 +149,7 @@ bool run_typed(shell &sh, const std::string &line) {
     if (sh.daemon != nullptr && a.outcome == outcome::answered) take_state(sh);
     page_text(terminal_safe(shift_caret(text, prompt_width)), page_length(sh), editor_take_interrupt);
     if (a.outcome == outcome::answered) return !state(*sh.daemon).closed;
-    show_line(a.outcome == outcome::cancelled ? "% Given up; the session begins anew." : "% " + a.reason);
+    show_line(a.outcome == outcome::cancelled ? std::string(given_up_line) : "% " + a.reason);
     lose(sh);
     return true;
 }
@@ -207,6 +208,13 @@ void remember(shell &sh, const std::string &line) {
     history_append(sh.history_file, line);
 }
 
+// Whoever drops a line of a text that the daemon collects means all of it.
+void give_up_text(shell &sh) {
+    if (!sh.prompt_text.ends_with('>')) return;
+    show_line(given_up_line);
+    lose(sh);
+}
+
 void talk(shell &sh) {
     for (bool going = true; going;) {
         std::string line;
@@ -215,6 +223,7 @@ void talk(shell &sh) {
                 terminal_write("\n");
                 return;
             case typed::dropped:
+                give_up_text(sh);
                 break;
             case typed::end:
                 going = run_typed(sh, "end");

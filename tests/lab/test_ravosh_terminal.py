@@ -81,6 +81,19 @@ def test_ctrl_c_drops_the_line_and_ctrl_d_leaves(person):
     assert one.leaves() == 0
 
 
+def test_ctrl_c_gives_up_a_text_that_is_collected(person):
+    one = person()
+    one.enters("configure replace terminal")
+    one.sees_prompt("(replace)>")
+    one.enters("ip dhcp relay hops 7")
+    one.sees_prompt("(replace)>")
+    one.types(CTRL_C)
+    one.sees("% Given up; the session begins anew.")
+    one.sees_prompt()
+    one.enters("show privilege")
+    one.sees("Current privilege level is 31")
+
+
 def test_the_cursor_moves_in_the_line(person):
     one = person()
     one.types("show verion" + LEFT * 3 + "s\r")

@@ -117,6 +117,7 @@ bool session_closed(const session &s) {
 }
 
 std::string_view session_prompt(const session &s) {
+    if (s.collector) return "(replace)>";
     if (s.mode == CLI_MODE_INTERFACE) return "(config-if)#";
     if (s.mode == CLI_MODE_CONFIGURATION) return "(config)#";
     return "#";
