@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// What the checks found: each broken promise goes to the function that the caller of a conformance run gave, and is
+// counted.
 #include "report.h"
 
 namespace conformance {

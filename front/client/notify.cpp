@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The service manager listens on a datagram socket that it names in NOTIFY_SOCKET: a path, or with "@" in front a name
+// in the abstract space. A state is one datagram, as sd_notify(3) describes it, so no library is needed.
 #include "notify.h"
 
 #include <sys/socket.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// One walk over the words: each has to begin with the name of a row, whose value is behind "=" or in the next word.
 #include "option_words.h"
 
 #include <algorithm>

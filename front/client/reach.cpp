@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Connecting does not wait: for a Unix socket it succeeds at once or fails, as when the daemon's queue of connections
+// is full. Each way to fail has a text that says who is not there, or who may not come in.
 #include "reach.h"
 
 #include <sys/socket.h>

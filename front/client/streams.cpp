@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// A descriptor opened now takes the lowest free number, so each closed stream is filled in order. It is opened for the
+// wrong direction on purpose: what is read from or written to it fails, as it did before.
 #include "streams.h"
 
 #include <fcntl.h>

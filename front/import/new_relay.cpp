@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// Devices become VLANs first: those whose names have an id keep it, the others get free ids, which the switch
+// description then gives their devices. Both texts are written with these numbers. What ravo has no command for becomes
+// a remark at its place.
 #include "new_relay.h"
 
 #include <arpa/inet.h>

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// Words come in, settings go out. A file of variables is put together to the command line that the service would run,
+// so that both forms are read by the same walk over words. Names and values end up in files and remarks, so only
+// letters that can do no harm there are taken.
 #include "old_relay.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// One pass over the characters. What a shell would put in for a variable or a command is not known here, so these stay
+// as they are, for the caller to refuse.
 #include "shell_line.h"
 
 namespace ravo::moving {

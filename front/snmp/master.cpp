@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The library does not say why it finds no master agent, so the socket is tried once more here, for its error alone.
 #include "master.h"
 
 #include <sys/socket.h>

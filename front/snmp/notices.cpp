@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The servers' rows of one look are compared with what was reported before, by interface and address; the map is then
+// made anew from the rows, so that servers that are gone are forgotten.
 #include "notices.h"
 
 namespace ravo::snmp {

@@ -38,11 +38,12 @@ struct source {
     void *context;
 };
 
+// unavailable: the part of the picture that it is in cannot be had now.
 enum class found { yes, no, unavailable };
 
-// What is at this identifier.
+// What is at this identifier. *out is set for yes alone.
 found find_exact(const source &from, const oid_text &name, value *out);
-// The first instance behind this identifier.
+// The first instance behind this identifier. *out is set for yes alone.
 found find_next(const source &from, const oid_text &name, instance *out);
 
 // What a manager may write.

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The table of options, and the only value that needs reading: an object identifier.
 #include "options.h"
 
 #include <charconv>

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// Two links to the daemon, as transactions are shown in configuration mode alone. A part of the picture is good for a
+// second, or for twenty times as long as the daemon took to answer, but for 30 s at most: so the daemon spends little
+// of its time on managers, however many ask.
 #include "relay_source.h"
 
 #include <malloc.h>

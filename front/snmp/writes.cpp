@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// Changes are made by the commands that the relay has for its front ends, in sessions of their own; their result codes
+// become the errors of SNMP. The command that adds a server sets the trust too, so it is given the trust that the
+// picture has.
 #include "writes.h"
 
 #include <algorithm>

@@ -16,7 +16,15 @@ inline constexpr std::int64_t row_active = 1;
 inline constexpr std::int64_t row_create_and_go = 4;
 inline constexpr std::int64_t row_destroy = 6;
 
-enum class verdict { good, wrong_value, inconsistent_value, no_creation, full, unavailable, failed };
+enum class verdict {
+    good,
+    wrong_value,         // the object never has it
+    inconsistent_value,  // it does not fit what is there
+    no_creation,         // there is no such interface
+    full,                // the interface has as many servers as it can have
+    unavailable,         // the daemon does not answer
+    failed,              // the daemon refused it for another reason
+};
 
 // Judges a value without looking at the relay.
 verdict judge_value(const write_target &target, std::int64_t number);

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// The file is read line by line and refused as a whole when one is wrong, so that nobody gets in by half of a file. It
+// is replaced by writing another one beside it. Passwords are hashed with yescrypt; checking one for a user who does
+// not exist takes as long.
 #include "accounts.h"
 
 #include <crypt.h>

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each change becomes a few lines of commands, run in the user's name in a session of their own. What the last line
+// came to is the answer: done, a refusal with the relay's code, or what the daemon printed. Every outcome goes to the
+// audit log.
 #include "api_changes.h"
 
 #include <nlohmann/json.hpp>

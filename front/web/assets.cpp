@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// The files are in the program; each has an ETag of its content, so that a browser asks for it again and gets a 304.
 #include "assets.h"
 
 #include <algorithm>

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// The HTTP library reports the end of a connection only while a request of it is being answered. So each row has the
+// kernel's cookie of its socket: a descriptor that has another one, or none, belongs to somebody else by now, and its
+// row is forgotten.
 #include "connections.h"
 
 #include <arpa/inet.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The HTTP library knows plain requests, exchanges are shared pointers: a small record on the heap, held by the
+// library's callbacks, keeps an exchange alive until it is answered or its connection ends, whichever comes first.
 #include "exchange.h"
 
 #include <nlohmann/json.hpp>

@@ -50,7 +50,8 @@ std::string_view header_of(const exchange &x, const char *name);
 // The body, not longer than the limit that the HTTP library holds.
 std::string body_of(const exchange &x);
 
-// Answers. All answers have the headers that keep a browser from doing more with them than is meant.
+// Answers a request; nothing happens when nobody is there any more. status: of HTTP; type: of the content; more:
+// further headers. All answers have the headers that keep a browser from doing more with them than is meant.
 void respond(exchange &x, int status, const char *type, std::string_view body, const std::vector<header> &more = {});
 void respond_json(exchange &x, int status, const nlohmann::json &value, const std::vector<header> &more = {});
 // JSON text that is there already.

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Only growth is kept: each look adds what was counted since the one before to the row of its ten seconds. Names are
+// listed once, and rows have a count for each place of the list.
 #include "history.h"
 
 #include <nlohmann/json.hpp>

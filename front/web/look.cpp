@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// A look asks for the statistics, takes them into the history and sends every open page what is new. When the daemon
+// does not answer, pages are sent that instead.
 #include "look.h"
 
 #include <nlohmann/json.hpp>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Documents are fetched one after the other and written out as they are read, family by family. Counts of interfaces
+// are summed up on the way, and what the daemon's total has beyond them becomes interface "none".
 #include "metrics.h"
 
 #include <nlohmann/json.hpp>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The table of options, and what has to go together: an address beyond the loopback needs TLS, or an explicit word that
+// it goes without.
 #include "options.h"
 
 #include <arpa/inet.h>

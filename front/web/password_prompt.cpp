@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// On a terminal the echo is off while a password is typed, and what was typed before the question is dropped.
 #include "password_prompt.h"
 
 #include <termios.h>

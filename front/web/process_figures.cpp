@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// /proc/PID/stat and limits, read as text. Each figure is read by itself: one that cannot be had leaves the others as
+// they are.
 #include "process_figures.h"
 
 #include <unistd.h>

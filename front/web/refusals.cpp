@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The relay's refusals as a table: its code, the status of HTTP that comes closest, and the text that the command line
+// prints, by which a refusal without a code is found too.
 #include "refusals.h"
 
 namespace ravo::web {

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Everything here works on text that is bounded before it is looked at. What cannot be decoded is refused and never
+// repaired.
 #include "request_text.h"
 
 #include <arpa/inet.h>

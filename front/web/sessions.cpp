@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// Rows in a vector: there are few, and comparing all of them takes the same time whichever fits. Names are 32 bytes
+// from the kernel. Failed sign-ins are kept by address as a list of moments, of which those older than a minute are
+// dropped.
 #include "sessions.h"
 
 #include <sys/random.h>

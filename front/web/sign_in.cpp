@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// A sign-in is answered only after its address may try and its password was checked; the session's two names go out
+// together, one as a cookie that scripts cannot read, the other in the answer.
 #include "sign_in.h"
 
 #include <nlohmann/json.hpp>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The parser calls back for each element as soon as it is whole, and drops it when it was used: what is held at a time
+// is one VLAN or port.
 #include "statistics.h"
 
 #include <nlohmann/json.hpp>

@@ -31,6 +31,7 @@ struct counted {
 bool each_element(std::string_view text, std::string_view array, const std::function<void(nlohmann::json &)> &use,
                   nlohmann::json *rest = nullptr);
 
+// What is called for the parts of a document as they are read; empty functions are left out.
 struct statistics_reader {
     std::function<void(const counted &c)> total = {};
     std::function<void(unsigned vlan, const counted &c)> vlan = {};

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// From the command line to a process that is ready to open its services. Options that only ask for something are
+// answered here, and end the process; under --supervise this process becomes the supervisor. Otherwise it becomes the
+// daemon's user before it opens a file. Whatever prevents a start ends it with one line on standard error that says
+// what to do.
 #include "vex_start.h"
 
 #include <fcntl.h>

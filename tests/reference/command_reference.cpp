@@ -2,7 +2,7 @@
 // Prints the command reference, docs/commands.md, from the commands that the relay and its platform install, so that
 // the reference says what the daemon has and nothing else. tests/lint/commands compares the two.
 //
-// A mode is a section, a command a heading with its privilege and a table of its words; a command and its "no" stand
+// A mode is a section, a command a heading with its privilege and a table of its words; a command and its "no" are
 // together. What is meant for programs is kept apart, at the end.
 #include <algorithm>
 #include <cstdio>
@@ -27,25 +27,25 @@ constexpr const char *introduction = R"(# Command reference
 
 Every command of ravo's command line, by the mode it is given in. `docs/examples.md` shows them at work.
 
-Words in lower case are typed as they stand, in letters of either case, or abbreviated as far as no other word fits. The others stand for a value:
+Words in lower case are typed as they are, in letters of either case, or abbreviated as far as no other word fits. The others stand for a value:
 
 | in a command | stands for |
 | --- | --- |
 | `<a-b>` | a number from a to b |
 | `A.B.C.D` | an IPv4 address |
 | `IFNAME` | a VLAN interface: `vlan10`, or the device that carries the VLAN |
-| `WORD` | any one word; one with blanks stands in double quotes, and a backslash takes a character as it is |
+| `WORD` | any one word; one with blanks is put in double quotes, and the character behind a backslash counts as it is |
 | `LINE` | everything up to the end of the line |
 | another word in capitals | a value, which its text describes |
 | `{a\|b}` | one of these words |
 | `[...]` | may be left out |
 
 A line that begins with `!` is a comment. The output of a command can be filtered: `| include RE`, `| exclude RE`,
-`| begin RE`, `| section RE`, `| count`, and several of them in a row; show commands that have one tell their data with
+`| begin RE`, `| section RE`, `| count`, and several of them in a row; show commands that have JSON print their data so with
 `| json`. Show commands can be given in every mode.
 
 A command can be used by a session of at least its privilege. Root and members of group `ravo-admin` have every
-privilege; members of group `ravo` may use the show commands of privilege 2 and below.
+privilege; members of group `ravo` may use the show commands of privilege 2 and below, `exit`, `quit`, `help` and `terminal length`.
 )";
 
 constexpr const char *messages = R"(
@@ -121,7 +121,7 @@ bool for_programs(const installed_command &command) {
     return command.privilege == ravo::cli::program_privilege;
 }
 
-// The order of the alphabet, but "no" and what it undoes stand together, the latter first.
+// The order of the alphabet, but "no" and what it undoes are together, the latter first.
 bool comes_before(const installed_command &a, const installed_command &b) {
     const auto key = [](const installed_command &each) {
         const bool undoes = each.text.starts_with("no ");

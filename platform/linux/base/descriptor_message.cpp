@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Descriptors travel as ancillary data of a message (unix(7), SCM_RIGHTS). What comes is owned at once, so that nothing
+// a peer sends can leak, however much it is.
 #include "base/descriptor_message.h"
 
 #include <cstring>

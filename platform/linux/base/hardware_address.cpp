@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// An address is recognised by where its separators are; digits are then read in order.
 #include "base/hardware_address.h"
 
 #include <cstddef>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The file is looked at through its descriptor, never by its name again, so that it cannot be changed for another one
+// between the look and the use. Its blocks are allocated before it is mapped.
 #include "base/mapped_file.h"
 
 #include <fcntl.h>

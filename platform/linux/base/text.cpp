@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Texts for terminals 80 columns wide, and UTF-8 by the table of RFC 3629.
 #include "base/text.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Signals are for the event loop's thread: all are blocked while the new one is made, which inherits that.
 #include "base/threads.h"
 
 #include <pthread.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Microseconds since 1970 as people read them in this machine's time zone, and as programs read them in UTC.
 #include "base/time_text.h"
 
 #include <cstdio>

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reads of a message what the books keep, without judging it: a broken chain of options counts as far as it goes. When
+// the message is closed it is related to what is known of its client and its servers, which may change its outcome: a
+// reply to a transaction that was answered before is no unknown one.
 #include "books/book_message.h"
 
 #include <arpa/inet.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Watchers are called one after the other. One that is taken off meanwhile keeps its place, empty, until all were
+// called.
 #include "books/book_watchers.h"
 
 #include <list>

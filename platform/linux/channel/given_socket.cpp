@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// A socket from outside is asked what it is: its kind, and by the kernel's cookie of its network namespace whether it
+// is of ours.
 #include "channel/given_socket.h"
 
 #include <sys/socket.h>

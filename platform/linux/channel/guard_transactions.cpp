@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// A table of sets, each a few entries, found by a hash with a secret: whoever chooses transaction ids cannot choose the
+// set they fall into. In a full set a port overwrites its own oldest entry first, so that a flood costs the one who
+// floods.
 #include "channel/guard_transactions.h"
 
 #include <sys/random.h>

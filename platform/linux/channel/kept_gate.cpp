@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The gate's program and its four tables are kept under five names in the descriptor store. The next daemon takes all
+// five or none: one that does not fit has them closed, and asks for new ones.
 #include "channel/kept_gate.h"
 
 #include <array>

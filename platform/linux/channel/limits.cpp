@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// What the switch description says of a port goes before what it says of all; a port with servers has an uplink's rate.
 #include "channel/limits.h"
 
 namespace ravo::platform {

@@ -103,10 +103,11 @@ caller caller_of(const session &s);
 // The session of a handler's context.
 session &session_of(struct cli *cli);
 
-// Sends text to the session, through the filter of the running command.
+// Sends text to the session, through the filter of the running command. Others may have their turns meanwhile. Returns
+// 0, or negative when the session is gone.
 int emit(session &s, std::string_view text);
 
-// Ends a filter's text.
+// Ends a filter's text: its last line and its counts go to the session.
 void finish_filter(session &s, line_filter &filter);
 
 // For a handler whose output goes on after it returned. stop: called once, when the session is interrupted or ends;
@@ -120,7 +121,8 @@ void stream_finish(session &s, int result);
 // The context of the session's next handler.
 struct cli context_of(session &s);
 
-// Runs a handler in the session's place: fills its context and takes back what it changed.
+// Runs a handler in the session's place: fills its context and takes back what it changed. arguments: what it gets, in
+// order. Returns its result.
 int call_handler(session &s, cli_handler handler, const std::vector<std::string> &arguments);
 
 }  // namespace ravo::cli

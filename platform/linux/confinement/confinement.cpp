@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Which rights the daemon needs follows from its options and from the switch description; everything else is given up
+// here, in an order in which each step still has the right it takes: capabilities, new privileges, files, system calls.
 #include "confinement/confinement.h"
 
 #include <linux/capability.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Whoever can write a file that the daemon believes, or can replace it in its folder, rules the daemon. So owner and
+// mode of both are looked at, behind symbolic links, and the fault names the command that mends it.
 #include "confinement/trusted_file.h"
 
 #include <sys/stat.h>

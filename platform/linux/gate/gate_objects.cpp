@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// The program and its maps are loaded by whoever has the right: the daemon itself, or a lender that an init system
+// starts for it. The lender loads, sends the descriptors with one message and ends. Both ends compare a number of the
+// program's bytes, as they may be of different versions.
 #include "gate/gate_objects.h"
 
 #include <bpf/bpf.h>

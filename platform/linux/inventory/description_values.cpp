@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each value is read by what it may be; what it is not becomes a fault with its line and column and what to write
+// instead. Faults are collected, and sorted by their place at the end.
 #include "inventory/description_values.h"
 
 #include <net/if.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The classic form of a line to a local syslog daemon: priority, local time, program and process (RFC 3164 section 4.1,
+// without a host's name).
 #include "log/log_syslog.h"
 
 #include <syslog.h>

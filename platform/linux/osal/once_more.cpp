@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Some calls fail for lack of something that others give back a moment later. They are tried again after 5, 10, 20 and
+// 40 ms; other errors are final at once.
 #include "osal/once_more.h"
 
 #include <cerrno>

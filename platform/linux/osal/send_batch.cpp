@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// Copies wait in arrays of the form that sendmmsg(2) takes, and go out in runs of those that go over one socket. Where
+// the kernel stops in a run, that copy is sent by itself, and the rest begins a new run. Refused copies are corrected
+// in the books first and reported to the relay then.
 #include "osal/send_batch.h"
 
 #include <sys/socket.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Messages have the form that systemd's store takes, and descriptors are handed on as systemd does: from number 3 on,
+// with their names in LISTEN_FDNAMES. So the daemon needs to know one way alone.
 #include "process/kept_descriptors.h"
 
 #include <fcntl.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// A process may raise its own limit up to the hard one, without any right.
 #include "process/limits.h"
 
 #include <sys/resource.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// A start that fails ends with one line: what the system said, and behind it, found by that text, what helps.
 #include "start_text.h"
 
 #include <algorithm>

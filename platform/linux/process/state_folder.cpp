@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The folder is chosen once, at the start: of the option, else the first that the init system gives. One that cannot be
+// written to is as good as none.
 #include "process/state_folder.h"
 
 #include <sys/stat.h>

@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -38,7 +39,6 @@ using clock = std::chrono::steady_clock;
 
 constexpr const char *ear_name = "RAVO_SUPERVISOR";
 constexpr char is_ready = 'r', crashes = 'c';
-constexpr milliseconds short_life{1000};
 constexpr int failed_status = 1, signal_status = 128, no_exec_status = 127;
 constexpr int configuration_status = 78;      // of a start that ends at a file
 constexpr std::size_t most_with_message = 4;  // descriptors; one is wanted
@@ -174,15 +174,16 @@ int wait_for_end(state &s) {
     }
 }
 
-// Returns false when a signal to stop came meanwhile.
+// Returns false when a signal to stop came meanwhile, or before.
 bool wait_before_start(state &s, milliseconds time) {
     const clock::time_point end = clock::now() + time;
     while (!s.stopping) {
-        const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(end - clock::now()).count();
-        if (left <= 0) return true;
+        const auto until = std::chrono::duration_cast<std::chrono::nanoseconds>(end - clock::now()).count();
+        const auto left = std::max<std::int64_t>(until, 0);
         const timespec wait{static_cast<time_t>(left / 1000000000), static_cast<long>(left % 1000000000)};
         const int signal = sigtimedwait(&s.awaited, nullptr, &wait);
         s.stopping = signal == SIGTERM || signal == SIGINT;
+        if (signal < 0 && left == 0) return true;
     }
     return false;
 }
@@ -233,7 +234,7 @@ milliseconds supervisor_wait(unsigned deaths) {
 }
 
 int supervise(const std::string &program, const std::vector<std::string> &words,
-              const std::function<void(const std::string &line)> &report) {
+              const std::function<void(const std::string &line)> &report, milliseconds short_life) {
     state s;
     if (const int failed = await_signals(s); failed != 0) {
         report(std::string("ravod: its supervisor cannot wait for signals: ") + std::strerror(failed));
