@@ -99,6 +99,7 @@ int check_files(const frame_options &options, const relay_start &relay) {
         switch_description_check(options.switch_file, !options.switch_file_given, &description);
     if (!wrong) wrong = look_around(faults.empty() ? description : switch_description{});
     if (wrong) faults.push_back("ravod: " + wrong.text);
+    if (const fault nobody = user_check(options)) faults.push_back("ravod: " + nobody.text);
     for (const std::string &file : {options.switch_file, options.startup_config}) {
         const fault untrusted = trusted_file_fault(file, user_of_daemon(options));
         if (untrusted) faults.push_back(untrusted.text);

@@ -120,6 +120,11 @@ uid_t user_of_daemon(const frame_options &options) {
     return user ? user->uid : now;
 }
 
+fault user_check(const frame_options &options) {
+    if (!options.user_given || find_user(options.user)) return {};
+    return {"option --user: there is no user \"" + options.user + "\""};
+}
+
 user_change user_become(const frame_options &options, std::uint64_t capabilities,
                         const std::vector<own_folder> &folders) {
     const bool is_root = geteuid() == 0;

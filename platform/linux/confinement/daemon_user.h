@@ -29,6 +29,9 @@ struct user_change {
 // of this process.
 [[nodiscard]] uid_t user_of_daemon(const frame_options &options);
 
+// Whether the user that was asked for is there: the fault, if not, in one line.
+[[nodiscard]] fault user_check(const frame_options &options);
+
 // Makes a process that root started that of the options' user. capabilities: what it takes along, as a set of bits.
 // folders: those that the daemon writes into; one that is missing is made, and the user's. A process that is not
 // root's stays what it is. The order to die with its starter, if it had one, holds on.

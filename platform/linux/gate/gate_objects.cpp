@@ -169,6 +169,8 @@ fault gate_lend(int fd) {
         put_descriptors(message, descriptors_of(objects));
     }
     if (::sendmsg(fd, &message, MSG_NOSIGNAL) == sizeof said) return {};
+    if (errno == ENOTSOCK)
+        return {"nobody asks for the gate's program at this input; ravo-gate.socket starts this for who does"};
     return {says("cannot lend the gate's program")};
 }
 

@@ -78,6 +78,9 @@ TEST_F(DaemonUser, RootStaysRootWhenItIsToldTo) {
 }
 
 TEST_F(DaemonUser, OneThatIsNotThereIsAFaultWhenItWasAskedFor) {
+    EXPECT_EQ(user_check(as("no-such-user")).text, "option --user: there is no user \"no-such-user\"");
+    EXPECT_EQ(user_check({}).text, "");
+    EXPECT_EQ(user_check(as("root")).text, "");
     EXPECT_EQ(user_become(as("no-such-user"), kept, {}).wrong.text, "option --user: there is no user \"no-such-user\"");
     const user_change change = user_become(as("no-such-user", /*given=*/false), kept, {});
     EXPECT_EQ(change.wrong.text, "");

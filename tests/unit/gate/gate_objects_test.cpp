@@ -183,7 +183,8 @@ TEST_F(GateLoan, TooFewAndTooManyDescriptorsAreClosed) {
 
 TEST(GateLend, TellsWhenNobodyTakesIt) {
     const descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
-    EXPECT_EQ(gate_lend(nothing.get()).text, "cannot lend the gate's program: Socket operation on non-socket");
+    EXPECT_EQ(gate_lend(nothing.get()).text,
+              "nobody asks for the gate's program at this input; ravo-gate.socket starts this for who does");
 }
 
 }  // namespace
