@@ -72,18 +72,19 @@ void print_answer(const std::string &name, std::string_view printed) {
     }
 }
 
-// Sends the text, up to a line that the daemon does not even take. *result: of the last line that was sent.
+// Sends the text, up to a line that the daemon refuses before it takes it for one of the text. *result: of the last
+// line that was sent.
 fault send(connection &daemon, std::string_view text, std::string *printed, int *result) {
     for (std::size_t number = 1; !text.empty(); ++number) {
         std::string line(text.substr(0, text.find('\n')));
         text.remove_prefix(std::min(text.size(), line.size() + 1));
         if (line == last_line) line = " .";  // no command either, and not the end
-        std::string told;
-        fault wrong = run_line(daemon, line, &told, result);
+        std::string said;
+        fault wrong = run_line(daemon, line, &said, result);
         const bool refused = !wrong && *result != 0;
-        if (refused && told.starts_with("% "))
-            told = std::string(fault_mark) + std::to_string(number) + ": " + told.substr(2) + "% Nothing was changed\n";
-        *printed += told;
+        if (refused && said.starts_with("% "))
+            said = std::string(fault_mark) + std::to_string(number) + ": " + said.substr(2) + "% Nothing was changed\n";
+        *printed += said;
         if (wrong || refused) return wrong;
     }
     return run_line(daemon, std::string(last_line), printed, result);

@@ -87,7 +87,7 @@ bool session_streaming(const session &s);
 // Ends such a command; no other line may be run before. Returns its result.
 int session_interrupt(session &s);
 
-// Text that goes with the mode: "#", "(config)#", "(config-if)#".
+// Text that goes with the mode: "#", "(config)#", "(config-if)#"; "(replace)>" while lines are taken as a text.
 std::string_view session_prompt(const session &s);
 int session_mode(const session &s);
 int session_privilege(const session &s);
