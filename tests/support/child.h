@@ -12,7 +12,8 @@
 #include <functional>
 #include <string>
 
-// Of `make coverage` alone: writes what this process has run to the files of counts, as its end would. NULL elsewhere.
+// Of `make coverage` alone, whose preset links it: writes what this process has run to the files of counts, as its end
+// would. NULL elsewhere.
 extern "C" void __gcov_dump() __attribute__((weak));
 
 namespace child {
