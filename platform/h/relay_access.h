@@ -94,6 +94,9 @@ struct relay_access {
     // Remembers a transaction as a request does, one of the same id being replaced. Returns 1, 0 when memory is used
     // up.
     int (*transaction_add)(const struct relay_transaction *transaction);
+    // The interface that takes what is for an address, the one that the relay itself would find; address: network byte
+    // order, 0 for one that has none. 1 found, 0 not.
+    int (*interface_at)(uint32_t address, struct relay_interface *out);
 };
 
 // Hands the table to the platform. access: static, never copied. Called once, before VEX_INIT_Sys_Init.

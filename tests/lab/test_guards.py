@@ -159,21 +159,37 @@ def test_all_guards_let_good_clients_pass(stage):
     assert [count(stage.relay, outcome) for outcome in guards] == before
 
 
-def local_reply(host):
+def local_reply(host, destination="255.255.255.255"):
     """A reply that is broadcast in a VLAN of local relay, which relays nothing but requests there."""
-    host.send(craft.broadcast(craft.message("OFFER", op=2, mac=host.mac, xid=fresh_xid()), host.mac))
+    host.send(craft.broadcast(craft.message("OFFER", op=2, mac=host.mac, xid=fresh_xid()), host.mac,
+                              destination=destination))
+
+
+def without_address(relay, vlan):
+    """Whether the relay's interface of a VLAN has no address."""
+    shown = json.loads(relay.sh("show ip dhcp relay detail | json"))["interfaces"]
+    return ["address" in one for one in shown if one["name"] == f"vlan{vlan}"] == [False]
 
 
 def test_what_the_relay_would_end_over(stage):
     """Local relay with the check off: the reply is stopped, unless it is asked for."""
-    host = stage.lab.client(1)
-    relay = stage.lab.start_relay(log_level="warning")
-    relay.configure("ip dhcp relay", "no ip dhcp relay information check", "ip dhcp local-relay",
-                    "ip dhcp local-relay vlan 10", "interface vlan 10", "ip dhcp local-relay")
+    lab, host = stage.lab, stage.lab.client(1)
+    address = f"{lab.vlans[10].address}/24"
+    lab.switch.ip(f"addr del {address} dev vlan10")
+    try:
+        relay = lab.start_relay(log_level="warning")
+        relay.configure("ip dhcp relay", "no ip dhcp relay information check", "ip dhcp local-relay",
+                        "ip dhcp local-relay vlan 10", "interface vlan 10", "ip dhcp local-relay")
+        assert without_address(relay, 10)
+        local_reply(lab.client(3), "0.0.0.0")  # which finds an interface that has no address, from any VLAN
+        wait_for(lambda: count(relay, "core-assertion") == 1, 30, "the reply to no address")
+    finally:
+        lab.switch.ip(f"addr add {address} dev vlan10")
+    wait_for(lambda: not without_address(relay, 10), 30, "the interface's address")
     local_reply(host)
-    wait_for(lambda: count(relay, "core-assertion") == 1, 30, "the reply")
-    told = re.findall(r"^vlan10: a reply came in where local relay is on and the check is off.*$", relay.log, re.M)
-    assert len(told) == 1 and relay.alive
+    wait_for(lambda: count(relay, "core-assertion") == 2, 30, "the reply")
+    told = re.findall(r"^vlan(10|20): a reply came in where local relay is on and the check is off.*$", relay.log, re.M)
+    assert told == ["20", "10"] and relay.alive
 
     relay.switch_file.write_text("[guard]\ncore_assertions = true\n")
     relay.process.send_signal(signal.SIGHUP)

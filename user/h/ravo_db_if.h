@@ -115,6 +115,8 @@ struct ravo_if_key {
 
 // The record of the interface of this number: the one named so.
 [[nodiscard]] const iface *ravo_db_if_view(std::uint32_t ifindex);
+// The record that ravo_if_view_by_addr would give now, without a trace, and without being remembered as the last one.
+[[nodiscard]] const iface *ravo_db_if_at(std::uint32_t address);
 // The record that ravo_if_ifinfo_get_by_addr copies, with its traces.
 [[nodiscard]] const iface *ravo_if_view_by_addr(std::uint32_t address);
 

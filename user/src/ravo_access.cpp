@@ -92,6 +92,13 @@ int interface_get(const char *name, relay_interface *out) {
     return 1;
 }
 
+int interface_at(std::uint32_t address, relay_interface *out) {
+    const iface *found = ravo_db_if_at(address);
+    if (found == nullptr) return 0;
+    copy_interface(*found, out);
+    return 1;
+}
+
 int interface_first(relay_interface *out) {
     iface record;
     if (ravo_db_if_get_first(&record) == 0) return 0;
@@ -176,4 +183,5 @@ const relay_access ravo_access = {
     .local_relay_vlans = RAVO_Set_VLANID_Req,
     .interface_local_relay_set = interface_local_relay_set,
     .transaction_add = transaction_add,
+    .interface_at = interface_at,
 };

@@ -80,6 +80,11 @@ const stored_if *find_by_address(std::uint32_t address) {
     return last.found;
 }
 
+// The interface of an address: the one that was found last when it has it, others may have it, too.
+const stored_if *stored_at(std::uint32_t address) {
+    return if_cache != nullptr && if_cache->record.if_ip == address ? if_cache : find_by_address(address);
+}
+
 // Overwrites a stored record. Its place in the tree stays, its place in the index follows the address.
 void update_stored(stored_if *stored, const iface &record) {
     const address_key before = address_key_of(*stored);
@@ -279,17 +284,22 @@ const iface *ravo_db_if_view(std::uint32_t ifindex) {
     return stored == nullptr ? nullptr : &stored->record;
 }
 
+const iface *ravo_db_if_at(std::uint32_t address) {
+    const stored_if *found = if_tree == nullptr ? nullptr : stored_at(address);
+    return found == nullptr ? nullptr : &found->record;
+}
+
 const iface *ravo_if_view_by_addr(std::uint32_t address) {
     if (if_tree == nullptr) return nullptr;
-    if (if_cache != nullptr && if_cache->record.if_ip == address) {
-        ravo_trace_as(looking_up, ravo::level_trace, "%s (%d):Matched interface cache %s\n", if_cache->record.name);
-        return &if_cache->record;
-    }
-    const stored_if *found = find_by_address(address);
+    const stored_if *found = stored_at(address);
     if (found == nullptr) {
         ravo_trace_as(looking_up, ravo::level_failure, "%s (%d): Get interface by addr failed,ip=%s\n",
                       ravo_addr_text(address).text);
         return nullptr;
+    }
+    if (found == if_cache) {
+        ravo_trace_as(looking_up, ravo::level_trace, "%s (%d):Matched interface cache %s\n", found->record.name);
+        return &found->record;
     }
     if_cache = found;
     ravo_trace_as(looking_up, ravo::level_trace, "%s (%d): Get interface by addr succeed,ifindex=%d,ip=%s\n",

@@ -198,13 +198,10 @@ bool guards::ends_relay(const guarded_message &m) const {
 bool guards::local_relay_takes(const guarded_message &m) const {
     const std::uint32_t destination = address_in(m.ip_part, in_ip_part_destination);
     relay_interface iface{};
-    const bool found = m.in.vlan != 0 && relay_->interface_get(interface_of(m).c_str(), &iface) == 1;
-    if (destination == INADDR_BROADCAST || (found && iface.address == destination))
-        return found && has_local_relay(iface);
-    if (inventory_vlan_of_address(destination) == 0) return false;
-    for (int more = relay_->interface_first(&iface); more == 1; more = relay_->interface_next(&iface))
-        if (iface.address == destination) return has_local_relay(iface);
-    return false;
+    const int found = destination != INADDR_BROADCAST ? relay_->interface_at(destination, &iface)
+                      : m.in.vlan != 0                ? relay_->interface_get(interface_of(m).c_str(), &iface)
+                                                      : 0;
+    return found == 1 && has_local_relay(iface);
 }
 
 }  // namespace ravo::platform

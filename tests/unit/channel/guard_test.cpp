@@ -57,6 +57,11 @@ std::size_t place_of(const char *name) {
 int get_interface(const char *name, relay_interface *out) {
     return interface_at(place_of(name), out);
 }
+int get_by_address(std::uint32_t address, relay_interface *out) {
+    std::size_t at = 0;
+    while (at < interfaces_now.size() && interfaces_now[at].address != address) ++at;
+    return interface_at(at, out);
+}
 int get_first(relay_interface *out) {
     return interface_at(0, out);
 }
@@ -69,6 +74,7 @@ const relay_access fake_relay = [] {
     table.interface_get = get_interface;
     table.interface_first = get_first;
     table.interface_next = get_next;
+    table.interface_at = get_by_address;
     return table;
 }();
 
@@ -327,6 +333,19 @@ TEST_F(CoreAssertion, IsStopped) {
     reply_.flags = 0x8000;
     reply_.options = {0, 53, 0, 8, 0, 0, 0, 0, 0, 0, 0, 0, 255, 0, 0};  // its type is what stands behind the length
     EXPECT_EQ(judged(reply_), "core-assertion");
+}
+
+// 0.0.0.0 is the address of each interface that has none, wherever what is for it comes in.
+TEST_F(CoreAssertion, IsStoppedForAnInterfaceWithoutAnAddress) {
+    interfaces_now[0].address = 0;
+    reply_.destination_ip = 0;
+    EXPECT_EQ(judged(reply_), "core-assertion");
+    reply_.vlan = 20;
+    EXPECT_EQ(judged(reply_), "core-assertion");
+    reply_.vlan = 0;
+    EXPECT_EQ(judged(reply_), "core-assertion");
+    reply_.destination_ip = vlan10_ip;
+    EXPECT_EQ(judged(reply_), "passes");
 }
 
 TEST_F(CoreAssertion, ReachesTheRelayWhereThatIsAskedFor) {

@@ -68,7 +68,8 @@ constexpr relay_access fake_relay = {.settings = get_settings,
                                      .local_relay_set = nullptr,
                                      .local_relay_vlans = nullptr,
                                      .interface_local_relay_set = nullptr,
-                                     .transaction_add = nullptr};
+                                     .transaction_add = nullptr,
+                                     .interface_at = nullptr};
 
 class Json : public testing::Test {
   protected:

@@ -49,7 +49,8 @@ constexpr relay_access fake_relay = {.settings = get_settings,
                                      .local_relay_set = nullptr,
                                      .local_relay_vlans = nullptr,
                                      .interface_local_relay_set = nullptr,
-                                     .transaction_add = nullptr};
+                                     .transaction_add = nullptr,
+                                     .interface_at = nullptr};
 
 relay_interface record(const char *name) {
     relay_interface out{};

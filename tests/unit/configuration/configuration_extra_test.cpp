@@ -115,7 +115,8 @@ constexpr relay_access fake_relay = {.settings = get_settings,
                                      .local_relay_set = local_relay_set,
                                      .local_relay_vlans = local_relay_vlans,
                                      .interface_local_relay_set = interface_local_relay_set,
-                                     .transaction_add = nullptr};
+                                     .transaction_add = nullptr,
+                                     .interface_at = nullptr};
 
 class Running : public Configuration {
   protected:

@@ -94,6 +94,32 @@ TEST_F(RavoAccess, InterfacesAreWalkedInTheOrderOfTheirNumbers) {
     EXPECT_EQ(ravo_access.interface_next(&out), 0);
 }
 
+// The guards ask which interface the relay would take a message for, and get its very answer, also of two that share
+// an address: the one that was found last.
+TEST_F(RavoAccess, AnAddressIsOfTheInterfaceThatTheRelayItselfFinds) {
+    relay_interface out{};
+    EXPECT_EQ(ravo_access.interface_at(0, &out), 0);
+    const auto add_at = [](const char *name, std::uint32_t address) {
+        iface record = record_named(name);
+        record.if_ip = address;
+        return ravo_db_if_add(&record);
+    };
+    ASSERT_EQ(add_at("vlan20", 0x0100000A) + add_at("vlan3", 0x0100000A) + add_at("vlan7", 0), 3);
+    for (const std::uint32_t address : {0x0100000AU, 0U, 0x0100000AU}) {
+        ASSERT_EQ(ravo_access.interface_at(address, &out), 1);
+        const std::string before = out.name;
+        const std::size_t traced = fake::traces().size();
+        ASSERT_EQ(ravo_access.interface_at(address, &out), 1);
+        EXPECT_EQ(fake::traces().size(), traced) << "it is no look-up of the relay's";
+        const iface *view = ravo_if_view_by_addr(address);
+        ASSERT_NE(view, nullptr);
+        EXPECT_EQ(before, view->name);
+    }
+    ASSERT_EQ(ravo_db_if_delete("vlan7"), 1);
+    EXPECT_EQ(ravo_access.interface_at(0, &out), 0);
+    EXPECT_EQ(ravo_access.interface_at(0x0200000A, &out), 0);
+}
+
 TEST_F(RavoAccess, TransactionsAreWalkedInTheOrderOfTheirIds) {
     relay_transaction out{};
     EXPECT_EQ(ravo_access.transaction_first(&out), 0);
