@@ -106,7 +106,9 @@ fault receive(int fd, gate_objects *lent) {
     message.msg_iov = &bytes;
     message.msg_iovlen = 1;
     use_room(message, room);
-    const ssize_t size = ::recvmsg(fd, &message, MSG_CMSG_CLOEXEC);
+    ssize_t size = -1;
+    do size = ::recvmsg(fd, &message, MSG_CMSG_CLOEXEC);
+    while (size < 0 && errno == EINTR);  // so ends the wait of a process that was stopped and continued
     if (size <= 0) return {size < 0 && errno == EAGAIN ? "its lender does not answer" : "its lender is gone"};
     gate_objects objects = objects_of(message);
     if (size != sizeof said || said.program != gate_program_number()) return {"its lender is of another version"};
