@@ -52,7 +52,7 @@ function(ravo_unit_tests)
     # which would come with functions that the test puts its own in place of.
     target_link_libraries(${name} PRIVATE stdc++ ${ARG_LIBRARIES} GTest::gmock GTest::gtest GTest::gtest_main)
     # A busy machine may need more than the usual five seconds to start a program that lists its tests.
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120)
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 400)
     ravo_check_runs(${name} ${name})
   endforeach()
 endfunction()

@@ -22,6 +22,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "all_commands.h"
@@ -48,8 +49,9 @@ inline constexpr std::chrono::seconds limit{20};
     const auto end = steady::now() + limit;
     while (!happened()) {
         if (steady::now() > end) return false;
-        // The loop must not sleep: what is waited for may happen outside of it.
+        // The loop itself must not sleep: what is waited for may happen outside of it.
         event_base_loop(platform::loop_base(), EVLOOP_ONCE | EVLOOP_NONBLOCK);
+        std::this_thread::sleep_for(std::chrono::microseconds(100));  // what is waited for may take seconds
     }
     return true;
 }

@@ -102,7 +102,7 @@ TEST_F(Management, DoesNotWaitForEverForAHello) {
 }
 
 TEST_F(Management, DoesNotWaitForEverForTheRestOfAFrameThatDripsIn) {
-    open({.frame_seconds = 0.2});
+    open({.frame_seconds = 2});
     client c(path);
     greet(c);
     const bytes whole = protocol::run_frame({1, 0, 0, 0, std::string(30000, 'x')});
@@ -117,11 +117,13 @@ TEST_F(Management, DoesNotWaitForEverForTheRestOfAFrameThatDripsIn) {
     c.expect_closed();
 }
 
+// The times are long enough for a machine with much else to do: who serves and who asks are one process here, and when
+// that does not run for so long both limits are over.
 TEST_F(Management, LetsAnIdleSessionBe) {
-    open({.frame_seconds = 0.05, .stall_seconds = 0.05});
+    open({.frame_seconds = 2, .stall_seconds = 2});
     client c(path);
     greet(c);
-    const auto end = steady::now() + std::chrono::milliseconds(300);
+    const auto end = steady::now() + std::chrono::milliseconds(2500);
     EXPECT_TRUE(serve_until([&] { return steady::now() > end; }));
     expect_served(c);
 }
@@ -142,7 +144,7 @@ TEST_F(Management, MakesACommandWaitForAClientThatDoesNotRead) {
 }
 
 TEST_F(Management, EndsASessionThatNobodyUses) {
-    open({.idle_seconds = 0.1});
+    open({.idle_seconds = 2});
     client c(path);
     greet(c);
     EXPECT_EQ(refusal_of(c.next()), "6 it was not used for 0 minutes");
@@ -170,7 +172,7 @@ TEST_F(Management, KeepsAnUnusedSessionWhenTheLimitWasRaisedOrTakenAwayMeanwhile
 }
 
 TEST_F(Management, DropsAClientThatStopsReadingAfterAWhile) {
-    open({.stall_seconds = 0.1});
+    open({.stall_seconds = 2});
     client c(path);
     greet(c);
     big_size = std::size_t{2} << 20;
