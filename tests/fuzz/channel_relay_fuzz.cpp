@@ -203,6 +203,9 @@ packet_ring::~packet_ring() = default;
 ravo::fault packet_ring::take_over(descriptor) {
     return {"nobody was here before"};
 }
+bool packet_ring::is_empty() const {
+    return next_frame == nullptr;
+}
 std::size_t packet_ring::waiting() const {
     return next_frame == nullptr ? 0 : 1;
 }
