@@ -372,14 +372,14 @@ TEST_P(Channel, RequestsLeaveRoomToReplies) {
 
 // A queue that never runs empty while each message waits for long is cut short: by the gate, or by throwing old
 // requests away. A second without a standing queue ends that: on a machine with much else to do it may be over before
-// the last message was read, and then the try says nothing.
+// the last message was read, and then a try shows nothing.
 TEST_P(Channel, InOverloadOldRequestsGoAndRepliesStay) {
     using std::chrono::steady_clock;
     const far_end c1("c1");
     octets reply = message_of(300);
     reply[0] = 2;
-    bool in_time = false;
-    for (int tries = 0; tries < 20 && !in_time; ++tries) {
+    unsigned requests = 1500;
+    for (int tries = 0; tries < 20 && requests == 1500; ++tries) {
         ravo::platform::channel_forget_lost();
         for (unsigned i = 0; i < 1500; ++i) c1.send(frame_fields{});
         const auto deadline = steady_clock::now() + std::chrono::seconds(20);
@@ -388,25 +388,21 @@ TEST_P(Channel, InOverloadOldRequestsGoAndRepliesStay) {
             (void)receive_now();
         }
         ASSERT_GT(ravo::platform::channel_lost(), 0U);
-        const auto lost_at = steady_clock::now();
         while (readable(fd(), 0)) (void)receive_now();
         for (unsigned i = 0; i < 1500; ++i) c1.send(frame_fields{});
         c1.send(frame_fields{.message = reply});
         const auto old = steady_clock::now() + std::chrono::milliseconds(50);
         while (steady_clock::now() < old) continue;
-        unsigned requests = 0, replies = 0;
+        unsigned replies = 0;
+        requests = 0;
         while (readable(fd(), 0)) {
             const auto got = receive_now();
             if (got.result < 0) continue;
             ++(got.message[24] == 2 ? replies : requests);
         }
         EXPECT_EQ(replies, 1U);
-        in_time = steady_clock::now() - lost_at < std::chrono::seconds(1);
-        if (in_time) {
-            EXPECT_LT(requests, 1500U);
-        }
     }
-    if (!in_time) GTEST_SKIP() << "this machine is too busy to keep a queue in overload for a second";
+    EXPECT_LT(requests, 1500U);
 }
 
 INSTANTIATE_TEST_SUITE_P(WaysIn, Channel, testing::Values(channel_box::way_in::kernel, channel_box::way_in::daemon),
