@@ -41,7 +41,7 @@ def suites(monkeypatch, tmp_path):
     """Suites of the test's own, and results elsewhere."""
     def put(**functions):
         monkeypatch.setattr(run, "SUITES", functions)
-        monkeypatch.setattr(run, "USUAL", dict.fromkeys(functions, 1))
+        monkeypatch.setattr(run, "USUAL", {**run.USUAL, **dict.fromkeys(functions, 1)})
         monkeypatch.setattr(run, "RESULTS", run.REPOSITORY / "build" / tmp_path.name)
     yield put
     folder = run.REPOSITORY / "build" / tmp_path.name
