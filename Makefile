@@ -11,7 +11,7 @@
 #   make build    the programs, into build/
 #   make bench    what the relay costs, measured in the lab
 #   make trouble  what one client notes of the trouble others make, and a table of it (build/trouble.json)
-#   make soak     half an hour of kills (SOAK_KILLS: 200), restarts, changes, storms, clocks, full disks and a million clients, and a table of it
+#   make soak     a quarter of an hour of kills (SOAK_KILLS: 200), restarts, changes, storms, clocks, full disks and a million clients, and a table of it
 #   make faults   every system call of the daemon fails once, each in a life of its own; minutes (build/faults.txt)
 #   make mutate   small changes of the relay, each of which its unit tests have to notice; about half an hour (MUTATE_ARGS=dhcp: one source)
 #   make cross    the relay's unit tests for a 32-bit and for a big-endian processor (CROSS_ARGS=i686: one of them)
@@ -88,7 +88,7 @@ soak:
 	@packaging/dependencies build lab unit check
 	@$(QUIET_CONFIGURE) --preset release -DRAVO_TESTS=ON >/dev/null
 	@cmake --build build --target ravod ravosh good_client many_clients clock_shim
-	@echo "make soak: about half an hour: a line when each part ends, and a table at the end"
+	@echo "make soak: about a quarter of an hour: a line when each part ends, and a table at the end"
 	@SOAK=full SOAK_KILLS=$(SOAK_KILLS) SOAK_SECONDS=$(SOAK_SECONDS) $(PYTHON) -B -m pytest -p no:cacheprovider -v \
 	    tests/lab/test_restart_load.py tests/lab/test_soak_changes.py tests/lab/test_soak_faults.py tests/lab/test_soak.py
 
