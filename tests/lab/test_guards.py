@@ -188,6 +188,7 @@ def test_what_the_relay_would_end_over(stage):
     wait_for(lambda: not without_address(relay, 10), 30, "the interface's address")
     local_reply(host)
     wait_for(lambda: count(relay, "core-assertion") == 2, 30, "the reply")
+    relay.wait_log("vlan10: a reply came in")  # a thread of its own writes the log
     told = re.findall(r"^vlan(10|20): a reply came in where local relay is on and the check is off.*$", relay.log, re.M)
     assert told == ["20", "10"] and relay.alive
 
