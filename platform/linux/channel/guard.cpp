@@ -153,13 +153,15 @@ relay_outcome guards::judge_request(const guarded_message &m, const port_rule &r
     return transactions_.open(dhcp.xid(), owner, clock_() / second_ns) ? OUTCOME_NONE : OUTCOME_GUARD_TRANSACTION;
 }
 
-// What is for nobody's interface is the relay's to refuse: clients renew with servers through the box.
+// What is for nobody's interface is the relay's to refuse: clients renew with servers through the box. 0.0.0.0 finds
+// an interface that has no address.
 bool guards::is_of_other_vlan(const guarded_message &m) const {
     const std::uint32_t destination = address_in(m.ip_part, in_ip_part_destination);
-    if (destination == INADDR_BROADCAST || inventory_vlan_of_address(destination) == 0) return false;
+    if (relay_ == nullptr || destination == INADDR_BROADCAST) return false;
     relay_interface own{};
-    return relay_ != nullptr &&
-           (relay_->interface_get(interface_of(m).c_str(), &own) != 1 || own.address != destination);
+    const bool is_ours = destination == INADDR_ANY ? relay_->interface_at(destination, &own) == 1
+                                                   : inventory_vlan_of_address(destination) != 0;
+    return is_ours && (relay_->interface_get(interface_of(m).c_str(), &own) != 1 || own.address != destination);
 }
 
 // Clients that were there within the window stay; others wait for the next one.

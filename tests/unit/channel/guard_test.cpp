@@ -237,6 +237,11 @@ TEST_F(Guard, AClientSpeaksForItself) {
 TEST_F(Guard, ARequestGoesToItsOwnVlansInterface) {
     const described_guard on{.destination = true};
     EXPECT_EQ(off_on(on, {.destination_ip = vlan20_ip}), "passes, guard-destination");
+    EXPECT_EQ(judged({.destination_ip = 0}), "passes") << "each interface has an address";
+    interfaces_now[1].address = 0;
+    EXPECT_EQ(judged({.destination_ip = 0}), "guard-destination") << "VLAN 20's has none, and takes it";
+    EXPECT_EQ(judged({.vlan = 20, .destination_ip = 0}), "passes");
+    interfaces_now[1].address = htonl(vlan20_ip);
     EXPECT_EQ(judged({.destination_ip = vlan10_ip}), "passes");
     EXPECT_EQ(judged({.destination_ip = stranger_ip}), "passes") << "the relay has an outcome for that";
     EXPECT_EQ(judged({}), "passes");
